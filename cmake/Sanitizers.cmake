@@ -1,0 +1,13 @@
+# Sanitizer builds. Both apply to every target of the tree, so that libnerox.so,
+# game.so, the host, the modules and the tests are instrumented alike.
+if(TESSARA_ASAN AND TESSARA_TSAN)
+  message(FATAL_ERROR "TESSARA_ASAN and TESSARA_TSAN cannot be combined")
+endif()
+if(TESSARA_ASAN)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(TESSARA_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
