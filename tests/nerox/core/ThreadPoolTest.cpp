@@ -1,0 +1,236 @@
+#include "nerox/cpu/ThreadPool.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <mutex>
+#include <pthread.h>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using nerox::cpu::ThreadPool;
+using namespace std::chrono_literals;
+
+/// Generous bound for work that must finish; only a hang reaches it.
+constexpr auto liveness = 30s;
+
+/// Waits until the pool's queue is empty and no job is running, by queueing a
+/// marker job on a one-thread pool.
+template <typename Pool>
+void Drain(Pool& pool) {
+    ASSERT_EQ(pool.Promise([] {}).wait_for(liveness), std::future_status::ready);
+}
+
+TEST(ThreadPoolTest, PromisesDeliverResults) {
+    ThreadPool<> pool("Compute");
+    pool.RunThreads(3);
+    std::vector<std::future<long>> futures;
+    for (long i = 0; i < 200; ++i) futures.push_back(pool.Promise([i] { return i * i; }));
+    long sum = 0;
+    for (auto& future : futures) sum += future.get();
+    EXPECT_EQ(sum, 199L * 200L * 399L / 6L);
+    EXPECT_EQ(pool.GetThreadCount(), 3u);
+}
+
+TEST(ThreadPoolTest, PromiseOfVoidAndMoveOnlyCapture) {
+    ThreadPool<> pool("Compute");
+    pool.RunThreads(1);
+    auto owned = std::make_unique<int>(41);
+    std::future<int> result = pool.Promise([owned = std::move(owned)] { return *owned + 1; });
+    std::atomic<bool> ran{false};
+    std::future<void> done = pool.Promise([&] { ran = true; });
+    EXPECT_EQ(result.get(), 42);
+    done.get();
+    EXPECT_TRUE(ran.load());
+}
+
+TEST(ThreadPoolTest, ExceptionTravelsThroughFutureAndWorkerGoesOn) {
+    ThreadPool<> pool("Single");
+    pool.RunThreads(1);
+    testing::internal::CaptureStderr();
+    std::future<int> failing = pool.Promise([]() -> int { throw std::runtime_error("bad input"); });
+    std::future<int> after = pool.Promise([] { return 7; });
+    // The later job first: by then the worker has let go of the failed job, so
+    // the exception is freed on this thread (the thread sanitizer cannot see the
+    // exception's reference count inside the standard library).
+    EXPECT_EQ(after.get(), 7) << "the only worker ended after a failing job";
+    try {
+        failing.get();
+        ADD_FAILURE() << "the job's exception did not reach the future";
+    } catch (std::runtime_error const& error) {
+        EXPECT_STREQ(error.what(), "bad input");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the future holds the exception, nothing to report";
+}
+
+TEST(ThreadPoolTest, PlainJobExceptionIsReportedAndWorkerGoesOn) {
+    ThreadPool<> pool("Loader");
+    pool.RunThreads(1);
+    testing::internal::CaptureStderr();
+    pool.Push([] { throw std::runtime_error("disk gone"); });
+    pool.Push([] { throw 42; });
+    std::future<int> after = pool.Promise([] { return 5; });
+    ASSERT_EQ(after.wait_for(liveness), std::future_status::ready);
+    EXPECT_EQ(after.get(), 5);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Exception occured in a ThreadPool Loader: disk gone\n"
+              "Unknown Exception occured in ThreadPool Loader\n");
+}
+
+TEST(ThreadPoolTest, ShutdownDropsQueuedJobs) {
+    ThreadPool<> pool("Dropper");
+    pool.RunThreads(1);
+    std::promise<void> started;
+    std::promise<void> release;
+    std::shared_future<void> releaseFuture = release.get_future().share();
+    std::atomic<int> ran{0};
+    std::future<void> blocker = pool.Promise([&] {
+        started.set_value();
+        releaseFuture.wait();
+        ++ran;
+    });
+    started.get_future().wait();
+    std::vector<std::future<void>> queued;
+    for (int i = 0; i < 5; ++i) queued.push_back(pool.Promise([&] { ++ran; }));
+    EXPECT_EQ(pool.GetQueueSize(), 5u);
+
+    std::thread stopper([&] { pool.Shutdown(); });
+    // Let the running job finish only once the pool has been told to stop.
+    while (pool.GetTargetCount() != 0) std::this_thread::yield();
+    release.set_value();
+    stopper.join();
+
+    EXPECT_NO_THROW(blocker.get()) << "the running job completes";
+    EXPECT_EQ(ran.load(), 1);
+    EXPECT_EQ(pool.GetQueueSize(), 0u);
+    EXPECT_EQ(pool.GetThreadCount(), 0u);
+    for (auto& future : queued) {
+        try {
+            future.get();
+            ADD_FAILURE() << "a dropped job ran";
+        } catch (std::future_error const& error) {
+            EXPECT_EQ(error.code(), std::make_error_code(std::future_errc::broken_promise));
+        }
+    }
+}
+
+TEST(ThreadPoolTest, JobsQueuedWithoutThreadsWaitForRunThreads) {
+    ThreadPool<> pool("Later");
+    std::future<int> waiting = pool.Promise([] { return 3; });
+    EXPECT_EQ(waiting.wait_for(10ms), std::future_status::timeout);
+    pool.RunThreads(2);
+    EXPECT_EQ(waiting.get(), 3);
+    pool.Shutdown();
+    pool.RunThreads(1);
+    EXPECT_EQ(pool.Promise([] { return 4; }).get(), 4) << "a pool runs again after Shutdown";
+}
+
+TEST(ThreadPoolTest, InitFunctionRunsOncePerThreadNamedAfterPool) {
+    ThreadPool<> pool("AVeryLongPoolNameIndeed");
+    std::mutex mutex;
+    std::multiset<std::string> names;
+    std::set<std::thread::id> threads;
+    pool.RunThreads(4, [&] {
+        char name[32] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        std::lock_guard guard(mutex);
+        names.insert(name);
+        threads.insert(std::this_thread::get_id());
+    });
+    pool.Shutdown(); // joins, so every init function has run
+    EXPECT_EQ(names.size(), 4u);
+    EXPECT_EQ(names.count("AVeryLongPoolNa"), 4u) << "the name is cut to 15 characters";
+    EXPECT_EQ(threads.size(), 4u);
+}
+
+TEST(ThreadPoolTest, FailingInitFunctionIsReportedAndThreadStillWorks) {
+    ThreadPool<> pool("Init");
+    testing::internal::CaptureStderr();
+    pool.RunThreads(1, [] { throw std::runtime_error("no device"); });
+    EXPECT_EQ(pool.Promise([] { return 1; }).get(), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Exception occured in a ThreadPool Init: no device\n");
+}
+
+TEST(ThreadPoolTest, RunThreadsShrinksAndGrows) {
+    ThreadPool<> pool("Resize");
+    std::atomic<int> inits{0};
+    pool.RunThreads(4, [&] { ++inits; });
+    EXPECT_EQ(pool.GetThreadCount(), 4u);
+    pool.RunThreads(1);
+    EXPECT_EQ(pool.GetThreadCount(), 1u);
+    EXPECT_EQ(pool.GetTargetCount(), 1u);
+    EXPECT_EQ(pool.Promise([] { return 9; }).get(), 9);
+    pool.RunThreads(3, [&] { ++inits; });
+    EXPECT_EQ(pool.GetThreadCount(), 3u);
+    pool.Shutdown();
+    EXPECT_EQ(inits.load(), 6) << "only new threads run the init function";
+}
+
+TEST(ThreadPoolTest, CustomJobTypeRunsThroughJobFunction) {
+    std::mutex mutex;
+    std::vector<int> seen;
+    ThreadPool<int> pool("Numbers", [&](int& job) {
+        std::lock_guard guard(mutex);
+        seen.push_back(job);
+    });
+    for (int i = 0; i < 10; ++i) pool.Push(i);
+    pool.RunThreads(1);
+    pool.Push(10);
+    // One worker takes jobs in queue order.
+    for (int attempt = 0; attempt < 30000; ++attempt) {
+        {
+            std::lock_guard guard(mutex);
+            if (seen.size() == 11) break;
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+    pool.Shutdown();
+    std::vector<int> expected;
+    for (int i = 0; i <= 10; ++i) expected.push_back(i);
+    EXPECT_EQ(seen, expected);
+}
+
+TEST(ThreadPoolTest, JobFunctionWrapsCallableJobs) {
+    std::atomic<int> wrapped{0};
+    ThreadPool<> pool("Wrapped", [&](std::function<void()>& job) {
+        ++wrapped;
+        job();
+    });
+    pool.RunThreads(2);
+    std::vector<std::future<int>> futures;
+    for (int i = 0; i < 20; ++i) futures.push_back(pool.Promise([i] { return i; }));
+    int sum = 0;
+    for (auto& future : futures) sum += future.get();
+    EXPECT_EQ(sum, 190);
+    pool.Shutdown();
+    EXPECT_EQ(wrapped.load(), 20);
+}
+
+TEST(ThreadPoolTest, DestructorStopsThreadsAndDropsJobs) {
+    std::atomic<int> ran{0};
+    std::future<void> dropped;
+    {
+        ThreadPool<> pool("Short");
+        pool.RunThreads(2);
+        std::promise<void> release;
+        std::shared_future<void> releaseFuture = release.get_future().share();
+        for (int i = 0; i < 2; ++i) pool.Push([&, releaseFuture] { releaseFuture.wait(); ++ran; });
+        dropped = pool.Promise([] {});
+        release.set_value();
+    }
+    // The pool is gone: every job either ran or was dropped, none runs later.
+    int const after = ran.load();
+    EXPECT_LE(after, 2);
+    dropped.wait();
+    EXPECT_EQ(ran.load(), after);
+}
+
+} // namespace
