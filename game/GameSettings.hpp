@@ -1,0 +1,156 @@
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "nerox/filesystem/ConfigFile.hpp"
+#include "nerox/filesystem/FilePath.hpp"
+
+namespace game {
+
+/// The user's settings file. Every key is a public member named after it,
+/// read directly by the code that needs it. The file is re-read in the
+/// background when it changes on disk; members are then written without a lock.
+///
+/// Section "game" also has two hidden keys, debug_window and dev_tools: they are
+/// read when present but never added to or written into the file.
+class GameSettings : public nerox::filesystem::ConfigFile {
+public:
+    using InputBinding = nerox::filesystem::ConfigFile::InputBinding;
+
+    /// The shared settings object of the file at path: created and read on first
+    /// use, shared while anyone holds it, read from disk again after the last user let go.
+    static std::shared_ptr<GameSettings> Instance(nerox::filesystem::FilePath path, std::optional<int> reloadInterval);
+
+    /// Sets the defaults, reads the file (adding missing visible keys) and starts the reload thread.
+    GameSettings(std::string const& path, std::optional<int> reloadInterval);
+    /// Stops the reload thread before the members go away.
+    ~GameSettings() override;
+
+    /// Reads every section into the members; visible keys missing from the file are added.
+    void ReadConfig() override;
+    /// Writes every visible key into the file; the hidden keys are left as the file has them.
+    void WriteConfig() override;
+
+    // ---- game
+    bool show_help_tooltips = true;
+    bool admin_privileges = false;
+    bool debug_window = false; ///< Hidden: read, never written.
+    bool dev_tools = false;    ///< Hidden: read, never written.
+
+    // ---- graphics
+    int32_t graphics_preset = -1;
+    int32_t framerate_limit_main_rendering = 0;
+    bool vsync = false;
+    float fov = 70.0f;
+    bool taa = true;
+    float render_scale = 1.0f;
+    float ui_scaling = 1.0f;
+    std::string upscaling_algo = "AUTO";
+    int32_t upscaling_quality_setting = 1;
+    float upscaling_sharpness = 0.675f;
+    float final_upscale = 0.0f;
+    bool tone_mapping = true;
+    bool dithering = true;
+    float brightness = 1.0f;
+    float contrast = 1.0f;
+    float gamma = 2.4f;
+    bool terrain_clutter = true;
+    float terrain_detail = 1.0f;
+
+    // ---- performance
+    int32_t main_thread_cpu_affinity = -1;
+
+    // ---- ide
+    float ide_zoom = 1.0f;
+    float ide_opacity = 0.7f;
+
+    // ---- audio
+    float master_volume = 0.5f;
+    float entities_volume = 0.5f;
+    float interface_volume = 1.0f;
+    float environment_volume = 0.5f;
+
+    // ---- input (binding defaults are set by the constructor)
+    float look_sensitivity = 2.0f;
+    bool avatar_mouselook_invert_y = false;
+    InputBinding input_binding_input_chat;
+    InputBinding input_binding_sit;
+    InputBinding input_binding_third_person;
+    InputBinding input_binding_zoom;
+    InputBinding input_binding_avatar_jump;
+    InputBinding input_binding_avatar_look_toggle;
+    InputBinding input_binding_get_info;
+    InputBinding input_binding_avatar_interact;
+    InputBinding input_binding_avatar_light;
+    InputBinding input_binding_avatar_sprint;
+    InputBinding input_binding_avatar_crouch;
+    InputBinding input_binding_avatar_jetpack;
+    InputBinding input_binding_avatar_inventory_toggle;
+    InputBinding input_binding_avatar_inventory_select_prev;
+    InputBinding input_binding_avatar_inventory_select_next;
+    InputBinding input_binding_avatar_inventory_select_1;
+    InputBinding input_binding_avatar_inventory_select_2;
+    InputBinding input_binding_avatar_inventory_select_3;
+    InputBinding input_binding_avatar_inventory_select_4;
+    InputBinding input_binding_avatar_inventory_select_5;
+    InputBinding input_binding_avatar_inventory_select_6;
+    InputBinding input_binding_avatar_inventory_select_7;
+    InputBinding input_binding_avatar_inventory_select_8;
+    InputBinding input_binding_avatar_inventory_select_9;
+    InputBinding input_binding_avatar_inventory_deselect;
+    InputBinding input_binding_avatar_tool_primary;
+    InputBinding input_binding_avatar_tool_secondary;
+    InputBinding input_binding_avatar_tool_configure;
+    InputBinding input_binding_avatar_tool_special_mode;
+    InputBinding input_binding_avatar_translate_forward;
+    InputBinding input_binding_avatar_translate_backward;
+    InputBinding input_binding_avatar_translate_left;
+    InputBinding input_binding_avatar_translate_right;
+    InputBinding input_binding_avatar_roll_left;
+    InputBinding input_binding_avatar_roll_right;
+    InputBinding input_binding_avatar_pitch_up;
+    InputBinding input_binding_avatar_pitch_down;
+    InputBinding input_binding_avatar_yaw_left;
+    InputBinding input_binding_avatar_yaw_right;
+    InputBinding input_binding_vehicle_gamepad_look_toggle;
+    InputBinding input_binding_vehicle_aux_0;
+    InputBinding input_binding_vehicle_aux_1;
+    InputBinding input_binding_vehicle_aux_2;
+    InputBinding input_binding_vehicle_aux_3;
+    InputBinding input_binding_vehicle_aux_4;
+    InputBinding input_binding_vehicle_aux_5;
+    InputBinding input_binding_vehicle_aux_6;
+    InputBinding input_binding_vehicle_aux_7;
+    InputBinding input_binding_vehicle_aux_8;
+    InputBinding input_binding_vehicle_aux_9;
+    InputBinding input_binding_vehicle_translate_up;
+    InputBinding input_binding_vehicle_translate_down;
+    InputBinding input_binding_vehicle_roll_left;
+    InputBinding input_binding_vehicle_roll_right;
+    InputBinding input_binding_vehicle_translate_forward;
+    InputBinding input_binding_vehicle_translate_backward;
+    InputBinding input_binding_vehicle_translate_left;
+    InputBinding input_binding_vehicle_translate_right;
+    InputBinding input_binding_vehicle_pitch_up;
+    InputBinding input_binding_vehicle_pitch_down;
+    InputBinding input_binding_vehicle_yaw_left;
+    InputBinding input_binding_vehicle_yaw_right;
+    InputBinding input_binding_vehicle_main_thrust;
+    float input_gamepad_axis_deadzone = 0.1f;
+    float input_joystick_axis_deadzone = 0.1f;
+
+private:
+    // The key lists of each section, bound to the members, in file order.
+    std::vector<Conf> HiddenGameEntries();
+    std::vector<Conf> GameEntries();
+    std::vector<Conf> GraphicsEntries();
+    std::vector<Conf> PerformanceEntries();
+    std::vector<Conf> IdeEntries();
+    std::vector<Conf> AudioEntries();
+    std::vector<Conf> InputEntries();
+};
+
+} // namespace game
