@@ -1,1 +1,335 @@
-// placeholder, replaced shortly
+#include "game/Game.hpp"
+
+#include "game/GameSettings.hpp"
+#include "game/Options.hpp"
+#include "game/audio/EnvironmentAudio.hpp"
+#include "game/modules/GAME_Mod.hpp"
+#include "game/modules/SERVER_Mod.hpp"
+#include "game/modules/TESSARA_Mod.hpp"
+#include "nerox/audio/Studio.hpp"
+#include "nerox/cpu/Profiler.hpp"
+#include "nerox/graphics/Window.hpp"
+
+#include <imgui.h>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+
+// Lifecycle and environment.
+std::atomic<bool> Game::isActive{false};
+std::unique_ptr<game::GameSettings> Game::settings;
+game::graphics::GameRenderer* Game::renderer = nullptr;
+nerox::graphics::Window* Game::window = nullptr;
+nerox::audio::Studio* Game::audio = nullptr;
+std::unique_ptr<game::audio::EnvironmentAudio> Game::environmentAudio;
+std::vector<std::string> Game::_mods;
+std::string Game::_current_world;
+int32_t Game::_mode = 0;
+bool Game::_is_server = false;
+uint64_t Game::offlineSteamId = 0;
+std::string Game::offlineSteamUsername;
+
+// World time.
+double Game::timestamp = 0.0;
+double Game::timeOffset = 0.0;
+bool Game::timeActive = true;
+
+// User state.
+uint8_t Game::_inputMode = 0;
+bool Game::_mouseLook = false;
+bool Game::uiVisible = true;
+bool Game::settingsWindowOpen = false;
+bool Game::adminWindowOpen = false;
+std::map<int, std::shared_ptr<game::input::Joystick>> Game::_joysticks;
+
+// Environment references.
+game::entity::EnvironmentId Game::parentEnvironmentId = 0;
+game::entity::EnvironmentId Game::relativeEnvironmentId = 0;
+bool Game::environmentIsLoaded = false;
+glm::dmat4 Game::backgroundTransform{1.0};
+
+// Measurement and debugging.
+nerox::FPSCounter Game::mainRenderingFramerate{0.3};
+nerox::FPSCounter Game::serverFramerate{0.5};
+nerox::FPSCounter Game::inputFramerate{0.5};
+nerox::FPSCounter Game::gameFramerate{0.5};
+bool Game::serverSideEntityPerformanceMetrics = false;
+std::unordered_map<game::entity::Id, double> Game::_serverSideEntityPerformance_timers;
+std::unordered_map<game::entity::Id, double> Game::serverSideEntityPerformance_avg_time;
+double Game::serverSideSyncAvgTime = 0.0;
+double Game::serverSidePhysicsAvgTime = 0.0;
+bool Game::debugServerSidePhysics = false;
+bool Game::debugClientSidePhysics = false;
+std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_back;
+std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_staging;
+std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_front;
+std::atomic<bool> Game::physicsDebugCollidersUpdated{false};
+std::mutex Game::physicsDebugMutex;
+int32_t Game::debugGizmoOp = 0;
+game::entity::Id Game::debugGizmoEntityId;
+glm::dmat4 Game::debugGizmoTransform{1.0};
+float Game::testSlider[5] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+
+// Work handed to the client side.
+std::vector<std::function<void()>> Game::_syncQueue;
+std::mutex Game::_syncMutex;
+
+using game::modules::GAME_Mod;
+using game::modules::SERVER_Mod;
+using game::modules::TESSARA_Mod;
+
+namespace {
+
+char const* const fontPath = "game/graphics/ui/fonts/SourceCodePro-Semibold.otf";
+char const* const fallbackFontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSansMono-Bold.ttf";
+
+// Seconds since the epoch as a double, from the system clock's nanosecond count.
+double SystemClockSeconds() {
+    auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                           std::chrono::system_clock::now().time_since_epoch()).count();
+    return static_cast<double>(nanoseconds) / 1e6 * 0.001;
+}
+
+} // namespace
+
+void Game::Start() {
+    environmentAudio = std::make_unique<game::audio::EnvironmentAudio>();
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
+        if (mod->Game_Start) mod->Game_Start();
+    });
+    for (std::string const& name : _mods) {
+        TESSARA_Mod::LoadModule(name, false);
+    }
+    TESSARA_Mod::ForEachModule([](TESSARA_Mod::Ptr& mod) {
+        unsigned char scratch = 0;
+        if (mod->Load) mod->Load(&scratch);
+    });
+    std::cout << "Shader compilation may take several minutes before starting the game the first time or after an update..."
+              << std::endl;
+}
+
+void Game::Ready() {
+    std::cout << "Starting game..." << std::endl;
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
+        if (mod->Game_Ready) mod->Game_Ready();
+    });
+}
+
+void Game::Update(double) {
+    // Function-local so that it survives across passes, as the smoothing needs.
+    static double avgDeltaTime = 1.0 / 60.0;
+    avgDeltaTime = 0.5 * avgDeltaTime + 0.5 * mainRenderingFramerate.GetDeltaTime();
+
+    {
+        std::lock_guard lock(_syncMutex);
+        for (auto& function : _syncQueue) function();
+        _syncQueue.clear();
+    }
+
+    if (audio) {
+        float masterVolume = settings ? settings->master_volume : 1.0f;
+        audio->SetVolume(0.5f * masterVolume, "bus:/");
+        audio->Update();
+    }
+
+    double const deltaTime = avgDeltaTime;
+    GAME_Mod::ForEachSortedModule("update", [deltaTime](GAME_Mod::Ptr& mod) {
+        if (mod->Game_Update) mod->Game_Update(deltaTime);
+    });
+}
+
+void Game::ClientUpdate() {
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
+        if (mod->Game_ClientUpdate) mod->Game_ClientUpdate();
+    });
+}
+
+void Game::ServerUpdate(double deltaTime, int physicsArgument) {
+    nerox::cpu::Profiler tickScope("ServerUpdate", true);
+
+    if (timeActive) timestamp = SystemClockSeconds() + timeOffset;
+
+    SERVER_Mod::ForEachModule([deltaTime](SERVER_Mod::Ptr& mod) {
+        nerox::cpu::Profiler scope("ForEachModule::Server_BeforeUpdate", true);
+        if (mod->Server_BeforeUpdate) mod->Server_BeforeUpdate(deltaTime);
+    });
+
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::BeforeUpdate", true);
+    }
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::Update", true);
+    }
+    (void)physicsArgument;
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
+    }
+
+    SERVER_Mod::ForEachModule([deltaTime](SERVER_Mod::Ptr& mod) {
+        nerox::cpu::Profiler scope("ForEachModule::Server_AfterUpdate", true);
+        if (mod->Server_GameUpdate) mod->Server_GameUpdate(deltaTime);
+    });
+}
+
+void Game::InputUpdate(double deltaTime) {
+    GAME_Mod::ForEachModule([deltaTime](GAME_Mod::Ptr& mod) {
+        if (mod->Input_Update) mod->Input_Update(deltaTime);
+    });
+}
+
+void Game::InputUpdate_Play(double deltaTime) {
+    GAME_Mod::ForEachModule([deltaTime](GAME_Mod::Ptr& mod) {
+        if (mod->Input_Update_Play) mod->Input_Update_Play(deltaTime);
+    });
+}
+
+void Game::InputUpdate_Station(double deltaTime) {
+    GAME_Mod::ForEachModule([deltaTime](GAME_Mod::Ptr& mod) {
+        if (mod->Input_Update_Station) mod->Input_Update_Station(deltaTime);
+    });
+}
+
+void Game::Synchronize(std::function<void()> function) {
+    std::lock_guard lock(_syncMutex);
+    _syncQueue.push_back(std::move(function));
+}
+
+void Game::Stop() {
+    TESSARA_Mod::ForEachModule([](TESSARA_Mod::Ptr& mod) {
+        unsigned char scratch = 0;
+        if (mod->Unload) mod->Unload(&scratch);
+    });
+    TESSARA_Mod::UnloadModules();
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
+        if (mod->Game_Stop) mod->Game_Stop();
+    });
+
+    environmentAudio.reset();
+    environmentIsLoaded = false;
+    parentEnvironmentId = 0;
+    relativeEnvironmentId = 0;
+
+    _inputMode = 0;
+    _mouseLook = false;
+    _joysticks.clear();
+
+    settingsWindowOpen = false;
+    adminWindowOpen = false;
+    uiVisible = true;
+}
+
+void Game::Quit() {
+    SetMouseLook(false);
+    isActive.exchange(false);
+    std::lock_guard lock(game::Options::_mu);
+    game::Options::_options.clear();
+}
+
+void Game::Pause() {}
+
+void Game::Play() { SetInputMode_Play(); }
+
+void Game::SetInputMode_Ui() {
+    SetMouseLook(false);
+    _inputMode = 0;
+}
+
+void Game::SetInputMode_Play() {
+    SetMouseLook(true);
+    _inputMode = 1;
+}
+
+void Game::SetInputMode_Station() {
+    SetMouseLook(true);
+    _inputMode = 2;
+}
+
+void Game::SetMouseLook(bool on) {
+    if (!window || on == _mouseLook) return;
+    if (on && window->IsFocused()) {
+        window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_DISABLED);
+        window->SetCursorPos(0.0, 0.0);
+        if (ImGui::GetCurrentContext()) ImGui::SetWindowFocus(nullptr);
+        _mouseLook = true;
+        return;
+    }
+    window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_NORMAL);
+    _mouseLook = false;
+}
+
+void Game::LoadFonts() {
+    if (!ImGui::GetCurrentContext()) return;
+    ImGuiIO& io = ImGui::GetIO();
+    std::error_code error;
+    if (std::filesystem::exists(fontPath, error)) {
+        io.Fonts->AddFontFromFileTTF(fontPath, 32.0f);
+    } else if (std::filesystem::exists(fallbackFontPath, error)) {
+        std::cerr << "Font " << fontPath << " not found, using " << fallbackFontPath << std::endl;
+        io.Fonts->AddFontFromFileTTF(fallbackFontPath, 32.0f);
+    } else {
+        std::cerr << "Font " << fontPath << " not found, using the built-in font" << std::endl;
+        ImFontConfig config;
+        config.SizePixels = 32.0f;
+        io.Fonts->AddFontDefault(&config);
+    }
+}
+
+void Game::SetupUiStyle() {
+    if (!ImGui::GetCurrentContext()) return;
+    ImGuiStyle& style = ImGui::GetStyle();
+    style.Alpha = 0.8f;
+    style.WindowPadding = ImVec2(10.0f, 10.0f);
+    style.WindowRounding = 0.0f;
+    style.WindowBorderSize = 2.0f;
+    style.WindowMinSize = ImVec2(300.0f, 100.0f);
+    style.WindowTitleAlign = ImVec2(0.5f, 0.5f);
+    style.FramePadding = ImVec2(10.0f, 5.0f);
+    style.FrameRounding = 4.0f;
+    style.TabRounding = 4.0f;
+    style.TabBorderSize = 2.0f;
+
+    ImVec4* colors = style.Colors;
+    colors[ImGuiCol_Text] = ImVec4(1.0f, 1.0f, 1.0f, 1.0f);
+    colors[ImGuiCol_WindowBg] = ImVec4(0.0f, 0.0f, 0.0f, 1.0f);
+    colors[ImGuiCol_Border] = ImVec4(0.0f, 0.0f, 0.0f, 0.0f);
+    colors[ImGuiCol_BorderShadow] = ImVec4(0.0f, 0.0f, 0.0f, 0.5f);
+    colors[ImGuiCol_TitleBg] = ImVec4(0.0f, 0.0f, 0.0f, 0.7f);
+    colors[ImGuiCol_TitleBgActive] = ImVec4(0.0f, 0.0f, 0.0f, 0.8f);
+    colors[ImGuiCol_TitleBgCollapsed] = ImVec4(0.0f, 0.0f, 0.0f, 0.3f);
+    colors[ImGuiCol_TabHovered] = ImVec4(0.5f, 0.6f, 0.7f, 1.0f);
+    colors[ImGuiCol_Tab] = ImVec4(0.1f, 0.1f, 0.1f, 1.0f);
+    // Dear ImGui 1.86 names: TabActive is the selected tab, TabUnfocused* the dimmed ones.
+    colors[ImGuiCol_TabActive] = ImVec4(0.1f, 0.3f, 0.5f, 1.0f);
+    colors[ImGuiCol_TabUnfocused] = ImVec4(0.0f, 0.0f, 0.0f, 1.0f);
+    colors[ImGuiCol_TabUnfocusedActive] = ImVec4(0.1f, 0.3f, 0.5f, 1.0f);
+
+    float scaling = settings ? settings->ui_scaling : 1.0f;
+    ImGui::GetIO().FontGlobalScale = 0.5f * scaling;
+    style.ScaleAllSizes(scaling);
+}
+
+float Game::GetUiScaling() {
+    if (!ImGui::GetCurrentContext()) return settings ? settings->ui_scaling : 1.0f;
+    return 2.0f * ImGui::GetIO().FontGlobalScale;
+}
+
+bool Game::ShowHelpTooltip() {
+    if (!ImGui::GetCurrentContext()) return false;
+    if (!settings || !settings->show_help_tooltips) return false;
+    if (ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow)) return false;
+    if (!_mouseLook) return false;
+
+    ImGuiViewport const* viewport = ImGui::GetMainViewport();
+    ImVec2 position(viewport->WorkPos.x + viewport->WorkSize.x, viewport->WorkPos.y);
+    ImGui::SetNextWindowPos(position, ImGuiCond_Always, ImVec2(1.0f, 0.0f));
+    ImGui::SetNextWindowBgAlpha(0.5f);
+    ImGuiWindowFlags flags = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_AlwaysAutoResize |
+                             ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoFocusOnAppearing |
+                             ImGuiWindowFlags_NoNav;
+    ImGui::Begin("Help Tooltips", nullptr, flags);
+    ImGui::TextUnformatted("Help Tooltips (Press F1 and uncheck \"Show Help Tooltips\" to disable)");
+    ImGui::Separator();
+    ImGui::End();
+    return true;
+}

@@ -1,0 +1,155 @@
+#include "GameTestFixture.hpp"
+
+#include "game/GameSettings.hpp"
+#include "nerox/audio/Studio.hpp"
+
+#include <chrono>
+#include <functional>
+#include <thread>
+#include <stdexcept>
+
+namespace gametest {
+namespace {
+
+using ClientPassTest = GameTest;
+
+void SortUpdateList() {
+    GAME_Mod::SortModules("update", [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
+}
+
+// The delta time that Game_Update saw in its latest call.
+double LastUpdateDelta() {
+    auto events = EventsWith("GAME_Mod:Game_Update(");
+    if (events.empty()) return -1.0;
+    std::string const& event = events.back();
+    return std::stod(event.substr(event.find('(') + 1));
+}
+
+TEST_F(ClientPassTest, GameUpdateReachesOnlyModulesOfTheSortedUpdateList) {
+    ASSERT_TRUE(LoadClientRecorder());
+    recorder::Clear();
+
+    Game::Update(0.0);
+    EXPECT_TRUE(EventsWith("GAME_Mod:Game_Update").empty()) << "never sorted: the list is empty";
+
+    SortUpdateList();
+    Game::Update(0.0);
+    EXPECT_EQ(EventsWith("GAME_Mod:Game_Update").size(), 1u);
+
+    // After an unload and a fresh load the module is in no list until the next sort.
+    GAME_Mod::UnloadModule(recorderName);
+    ASSERT_TRUE(LoadClientRecorder());
+    recorder::Clear();
+    Game::Update(0.0);
+    EXPECT_TRUE(EventsWith("GAME_Mod:Game_Update").empty());
+}
+
+TEST_F(ClientPassTest, ClientUpdateReachesEveryModuleWithoutSorting) {
+    ASSERT_TRUE(LoadClientRecorder());
+    recorder::Clear();
+    Game::ClientUpdate();
+    EXPECT_EQ(EventsWith("GAME_Mod:"), std::vector<std::string>{"GAME_Mod:Game_ClientUpdate"});
+}
+
+TEST_F(ClientPassTest, DeltaTimeMovesHalfWayTowardsTheRenderLoopsDeltaWhateverTheArgument) {
+    ASSERT_TRUE(LoadClientRecorder());
+    SortUpdateList();
+    Game::mainRenderingFramerate.Tick();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    Game::mainRenderingFramerate.Tick();
+    double const frame = Game::mainRenderingFramerate.GetDeltaTime();
+    ASSERT_GT(frame, 0.0);
+
+    // Each pass closes half of the remaining distance to the frame's delta time;
+    // the argument changes nothing.
+    Game::Update(0.0);
+    double first = LastUpdateDelta();
+    Game::Update(1.0);
+    double second = LastUpdateDelta();
+    Game::Update(-7.0);
+    double third = LastUpdateDelta();
+    EXPECT_NEAR(second - frame, 0.5 * (first - frame), 1e-6 * frame);
+    EXPECT_NEAR(third - frame, 0.5 * (second - frame), 1e-6 * frame);
+}
+
+TEST_F(ClientPassTest, SynchronizedWorkRunsOnceInQueueOrderBeforeTheModulesSeeThePass) {
+    ASSERT_TRUE(LoadClientRecorder());
+    SortUpdateList();
+    recorder::Clear();
+    Game::Synchronize([] { recorder::Record("sync:first"); });
+    Game::Synchronize([] { recorder::Record("sync:second"); });
+
+    Game::Update(0.0);
+    Game::Update(0.0);
+
+    auto events = recorder::Events();
+    ASSERT_EQ(events.size(), 4u);
+    EXPECT_EQ(events[0], "sync:first");
+    EXPECT_EQ(events[1], "sync:second");
+    EXPECT_EQ(events[2].rfind("GAME_Mod:Game_Update(", 0), 0u);
+    EXPECT_EQ(events[3].rfind("GAME_Mod:Game_Update(", 0), 0u);
+}
+
+TEST_F(ClientPassTest, AnEmptySynchronizedFunctionThrowsAndLeavesTheQueueUsable) {
+    bool ran = false;
+    Game::Synchronize(std::function<void()>());
+    EXPECT_THROW(Game::Update(0.0), std::bad_function_call);
+    {
+        // The mutex was released by the unwinding and the queue still holds the entry.
+        std::unique_lock lock(Game::_syncMutex, std::try_to_lock);
+        ASSERT_TRUE(lock.owns_lock());
+        EXPECT_EQ(Game::_syncQueue.size(), 1u);
+        Game::_syncQueue.clear();
+    }
+    Game::Synchronize([&] { ran = true; });
+    Game::Update(0.0);
+    EXPECT_TRUE(ran);
+}
+
+TEST_F(ClientPassTest, SynchronizeIsSafeFromManyThreads) {
+    std::atomic<int> runs{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 250; ++i) Game::Synchronize([&] { ++runs; });
+        });
+    for (auto& thread : threads) thread.join();
+    Game::Update(0.0);
+    EXPECT_EQ(runs.load(), 1000);
+}
+
+TEST_F(ClientPassTest, AudioGetsTheMasterVolumeOnTheMainBusAndOneUpdatePerPass) {
+    nerox::audio::Studio studio;
+    Game::audio = &studio;
+    auto path = std::filesystem::temp_directory_path() / "tessara-client-pass-settings.ini";
+    std::filesystem::remove(path);
+    Game::settings = std::make_unique<game::GameSettings>(path.string(), std::nullopt);
+    Game::settings->master_volume = 0.8f;
+
+    Game::Update(0.0);
+    Game::Update(0.0);
+
+    EXPECT_FLOAT_EQ(studio.GetVolume("bus:/"), 0.4f);
+    EXPECT_EQ(studio.GetUpdateCount(), 2u);
+    Game::settings.reset();
+    std::filesystem::remove(path);
+}
+
+TEST_F(ClientPassTest, AHeadlessPassTouchesNoAudio) {
+    Game::audio = nullptr;
+    EXPECT_NO_THROW(Game::Update(0.0));
+}
+
+TEST_F(ClientPassTest, InputPassesCallTheirHooks) {
+    ASSERT_TRUE(LoadClientRecorder());
+    recorder::Clear();
+    Game::InputUpdate(0.5);
+    Game::InputUpdate_Play(0.25);
+    Game::InputUpdate_Station(0.125);
+    EXPECT_EQ(EventsWith("GAME_Mod:"),
+              (std::vector<std::string>{"GAME_Mod:Input_Update(0.5)", "GAME_Mod:Input_Update_Play(0.25)",
+                                        "GAME_Mod:Input_Update_Station(0.125)"}));
+}
+
+} // namespace
+} // namespace gametest

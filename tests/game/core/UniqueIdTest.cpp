@@ -1,0 +1,68 @@
+#include "game/UniqueId.hpp"
+#include "game/entity/Id.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <unordered_set>
+
+namespace {
+
+using game::UniqueId;
+
+TEST(UniqueId, TextFormRoundTripsAndHoldsTagOwnerAndLittleEndianWords) {
+    UniqueId::SetThisOwner(0x01020304u);
+    UniqueId id = UniqueId::Generate("ENTT");
+    UniqueId::SetThisOwner(0);
+
+    std::string text = id;
+    ASSERT_EQ(text.size(), 28u);
+    EXPECT_EQ(text.substr(0, 4), "ENTT");
+    EXPECT_EQ(text.substr(4, 8), "04030201") << "owner bytes in memory order";
+    EXPECT_EQ(UniqueId(text), id);
+    EXPECT_EQ(id.Tag(), "ENTT");
+    EXPECT_EQ(id.Owner(), 0x01020304u);
+}
+
+TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
+    std::unordered_set<UniqueId> seen;
+    for (int i = 0; i < 2000; ++i) {
+        UniqueId id = UniqueId::Generate("TEST");
+        uint64_t random = id.second >> 50;
+        ASSERT_GE(random, 1u);
+        ASSERT_LE(random, 16383u);
+        seen.insert(id);
+    }
+    EXPECT_GT(seen.size(), 1900u);
+}
+
+TEST(UniqueId, ParsingRejectsBadLengthsAndDigits) {
+    EXPECT_EQ(UniqueId(std::string()), UniqueId());
+    EXPECT_EQ(static_cast<std::string>(UniqueId()), "");
+    try {
+        UniqueId(std::string(27, 'A'));
+        FAIL() << "27 characters accepted";
+    } catch (std::runtime_error const& error) {
+        EXPECT_STREQ(error.what(), "UniqueId string length should be 28");
+    }
+    EXPECT_THROW(UniqueId(std::string(29, 'A')), std::runtime_error);
+    try {
+        UniqueId("ENTT0000000a0000000000000001");
+        FAIL() << "lower-case digit accepted";
+    } catch (std::invalid_argument const& error) {
+        EXPECT_STREQ(error.what(), "not a hex digit");
+    }
+}
+
+TEST(UniqueId, HashIsTheSecondWordAndIdsWithAZeroWordPrintEmpty) {
+    UniqueId id(0x1234, 0xABCDEF);
+    EXPECT_EQ(std::hash<UniqueId>{}(id), 0xABCDEFu);
+    EXPECT_EQ(std::hash<game::entity::Id>{}(game::entity::Id(id)), 0xABCDEFu);
+    EXPECT_EQ(static_cast<std::string>(UniqueId(0, 5)), "");
+    EXPECT_EQ(static_cast<std::string>(UniqueId(5, 0)), "");
+    EXPECT_FALSE(UniqueId(0, 5).IsSet());
+    EXPECT_TRUE(game::entity::Id::Generate().IsSet());
+    EXPECT_EQ(game::entity::Id::Generate().Tag(), "ENTT");
+}
+
+} // namespace
