@@ -1,0 +1,199 @@
+#include "HeadlessRun.hpp"
+
+#include "game/Game.hpp"
+#include "game/GameSettings.hpp"
+#include "game/modules/GAME_Mod.hpp"
+#include "game/modules/SERVER_Mod.hpp"
+#include "nerox/cpu/Profiler.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <thread>
+
+namespace host {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using game::modules::GAME_Mod;
+using game::modules::SERVER_Mod;
+
+volatile std::sig_atomic_t stopRequested = 0;
+
+extern "C" void OnStopSignal(int) { stopRequested = 1; }
+
+// What the loops did, for the summary.
+struct RunStats {
+    long long serverTicks = 0;
+    long long clientPasses = 0;
+    double simulatedSeconds = 0.0;
+    double wallSeconds = 0.0;
+    double serverLoad = 0.0;
+};
+
+// Ends the run once, from whichever loop notices first.
+void QuitIfRequested() {
+    if (stopRequested && Game::isActive.load()) {
+        std::cout << "Stopping..." << std::endl;
+        Game::Quit();
+    }
+}
+
+template <class ModuleClass>
+bool LoadAll(std::vector<std::string> const& names) {
+    bool ok = true;
+    for (std::string const& name : names) {
+        if (!ModuleClass::LoadModule(name, true)) ok = false;
+    }
+    return ok;
+}
+
+void SortAll() {
+    // A stable, readable order: by module name. Modules that need another order
+    // among themselves are sorted again by whoever knows it.
+    auto byName = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; };
+    for (char const* key : {"update", "render", "post", "overlay", "ui"}) GAME_Mod::SortModules(key, byName);
+}
+
+void ServerLoop(HostOptions const& options, RunStats& stats) {
+    nerox::cpu::Profiler::SetThreadName("server");
+    double const deltaTime = 1.0 / options.tickRate;
+    auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(deltaTime));
+    auto next = Clock::now();
+    while (Game::isActive.load()) {
+        QuitIfRequested();
+        if (!Game::isActive.load()) break;
+        if (options.ticks && stats.serverTicks >= *options.ticks) {
+            Game::Quit();
+            break;
+        }
+        Game::serverFramerate.Tick();
+        Game::ServerUpdate(deltaTime, options.substeps);
+        Game::serverFramerate.WorkDone();
+        ++stats.serverTicks;
+        stats.simulatedSeconds += deltaTime;
+        if (!options.ticks) {
+            next += period;
+            auto now = Clock::now();
+            if (next < now - 10 * period) next = now; // fell far behind: do not try to catch up
+            std::this_thread::sleep_until(next);
+        }
+    }
+    stats.serverLoad = Game::serverFramerate.GetLoad();
+}
+
+void ClientLoop(RunStats& stats) {
+    nerox::cpu::Profiler::SetThreadName("client");
+    auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / 60.0));
+    auto next = Clock::now();
+    while (Game::isActive.load()) {
+        QuitIfRequested();
+        // Without a renderer the client loop stands in for the render loop's clock,
+        // which Game::Update smooths into its delta time.
+        Game::mainRenderingFramerate.Tick();
+        Game::gameFramerate.Tick();
+        Game::Update(0.0);
+        Game::ClientUpdate();
+        Game::inputFramerate.Tick();
+        double const inputDelta = Game::inputFramerate.GetDeltaTime();
+        Game::InputUpdate(inputDelta);
+        if (Game::_inputMode == 1) Game::InputUpdate_Play(inputDelta);
+        else if (Game::_inputMode == 2) Game::InputUpdate_Station(inputDelta);
+        Game::gameFramerate.WorkDone();
+        ++stats.clientPasses;
+        next += period;
+        auto now = Clock::now();
+        if (next < now) next = now;
+        std::this_thread::sleep_until(next);
+    }
+}
+
+void PrintSummary(HostOptions const& options, RunStats const& stats) {
+    std::printf("\nSummary\n");
+    std::printf("  world:          %s\n", options.world.c_str());
+    std::printf("  server ticks:   %lld (%.3f s simulated at %.1f ticks/s)\n", stats.serverTicks,
+                stats.simulatedSeconds, options.tickRate);
+    double rate = stats.wallSeconds > 0.0 ? stats.serverTicks / stats.wallSeconds : 0.0;
+    std::printf("  wall time:      %.3f s (%.1f ticks/s)\n", stats.wallSeconds, rate);
+    if (!options.ticks) std::printf("  server load:    %.1f %%\n", 100.0 * stats.serverLoad);
+    std::printf("  client passes:  %lld\n", stats.clientPasses);
+    if (!options.profile) return;
+
+    // Sorted by thread, then path, so that nested scopes follow their parents.
+    std::map<std::pair<std::string, std::string>, nerox::cpu::Profiler::Profile> rows;
+    nerox::cpu::Profiler::ForEach([&](std::string const& thread, std::string const& path,
+                                      nerox::cpu::Profiler::Profile const& profile) {
+        rows[{thread, path}] = profile;
+    });
+    std::printf("\nProfiler scopes (milliseconds)\n");
+    std::printf("  %-8s %-52s %8s %10s %9s %9s %9s\n", "thread", "scope", "calls", "total", "mean", "min", "max");
+    for (auto const& [key, profile] : rows) {
+        double mean = profile.count ? profile.total / static_cast<double>(profile.count) : 0.0;
+        std::printf("  %-8s %-52s %8llu %10.3f %9.4f %9.4f %9.4f\n", key.first.c_str(), key.second.c_str(),
+                    static_cast<unsigned long long>(profile.count), profile.total, mean,
+                    profile.min < 0.0 ? 0.0 : profile.min, profile.max);
+    }
+}
+
+} // namespace
+
+int RunHeadless(HostOptions const& options) {
+    nerox::cpu::Profiler::enabled = options.profile;
+    nerox::cpu::Profiler::SetThreadName("main");
+    std::signal(SIGINT, OnStopSignal);
+    std::signal(SIGTERM, OnStopSignal);
+
+    std::error_code error;
+    std::filesystem::path settingsPath(options.settingsPath);
+    if (settingsPath.has_parent_path()) std::filesystem::create_directories(settingsPath.parent_path(), error);
+
+    Game::window = nullptr;
+    Game::renderer = nullptr;
+    Game::audio = nullptr;
+    Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
+    Game::_mods = options.contentModules;
+    Game::_current_world = options.world;
+    Game::_is_server = true;
+
+    bool loaded = LoadAll<GAME_Mod>(options.gameModules);
+    loaded = LoadAll<SERVER_Mod>(options.serverModules) && loaded;
+    if (!loaded) {
+        std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
+                     "or check the names with tessara --help" << std::endl;
+        GAME_Mod::UnloadModules();
+        SERVER_Mod::UnloadModules();
+        Game::settings.reset();
+        return 1;
+    }
+    SortAll();
+    std::printf("Loaded %zu client and %zu server modules; %zu content modules to load\n", GAME_Mod::Count(),
+                SERVER_Mod::Count(), Game::_mods.size());
+
+    Game::isActive.exchange(true);
+    Game::Start();
+    Game::Ready();
+
+    RunStats stats;
+    auto const started = Clock::now();
+    std::thread server(ServerLoop, std::cref(options), std::ref(stats));
+    RunStats clientStats;
+    ClientLoop(clientStats);
+    server.join();
+    stats.clientPasses = clientStats.clientPasses;
+    stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
+
+    Game::Stop();
+    PrintSummary(options, stats);
+
+    SERVER_Mod::UnloadModules();
+    GAME_Mod::UnloadModules();
+    Game::settings.reset();
+    return 0;
+}
+
+} // namespace host

@@ -1,0 +1,206 @@
+#include "HostOptions.hpp"
+
+#include "nerox/filesystem/ConfigFile.hpp"
+
+#include <charconv>
+#include <filesystem>
+#include <sstream>
+
+namespace host {
+
+namespace {
+
+// Splits a list of names separated by blanks or commas.
+std::vector<std::string> SplitList(std::string const& text) {
+    std::vector<std::string> names;
+    std::string name;
+    std::istringstream stream(text);
+    while (stream >> name) {
+        std::string part;
+        std::istringstream parts(name);
+        while (std::getline(parts, part, ','))
+            if (!part.empty()) names.push_back(part);
+    }
+    return names;
+}
+
+template <typename T>
+bool ParseNumber(std::string const& text, T& value) {
+    auto const* end = text.data() + text.size();
+    auto result = std::from_chars(text.data(), end, value);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+} // namespace
+
+std::string UsageText() {
+    return
+        "Usage: tessara [options]\n"
+        "\n"
+        "Runs the Tessara game module. Without a renderer this is the headless server:\n"
+        "it loads the modules, starts the game, runs server ticks and stops cleanly on\n"
+        "Ctrl+C (or after --ticks), then prints a summary with the profiler's scopes.\n"
+        "Run it from the run directory (build/run), which holds game.so and modules/.\n"
+        "\n"
+        "Options:\n"
+        "  --headless            Run without window, renderer or audio (the default).\n"
+        "  --ticks N             Run N server ticks as fast as possible, then stop.\n"
+        "  --tick-rate HZ        Server ticks per second in real time (default 60).\n"
+        "  --substeps N          Physics substeps per server tick (default 4).\n"
+        "  --world NAME          World to run (default \"demo\").\n"
+        "  --module NAME         Load module NAME in every class it has a library for:\n"
+        "                        modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"
+        "                        NAME.TESSARA_Mod.so. May be repeated.\n"
+        "  --game-mod NAME       Load modules/NAME/NAME.GAME_Mod.so. May be repeated.\n"
+        "  --server-mod NAME     Load modules/NAME/NAME.SERVER_Mod.so. May be repeated.\n"
+        "  --content-mod NAME    Have the game load modules/NAME/NAME.TESSARA_Mod.so. May be repeated.\n"
+        "  --config FILE         Host configuration file (default: tessara.ini if present).\n"
+        "                        Modules named on the command line replace the file's.\n"
+        "  --settings FILE       The user's settings file (default ../Tessara-data/settings.ini).\n"
+        "  --no-profile          Do not collect profiler scopes.\n"
+        "  --help                Show this text.\n"
+        "\n"
+        "Host configuration file (INI):\n"
+        "  [modules]\n"
+        "  game = TESSARA_sample          ; GAME_Mod modules, separated by blanks or commas\n"
+        "  server = TESSARA_sample        ; SERVER_Mod modules\n"
+        "  content = TESSARA_sample       ; TESSARA_Mod modules\n"
+        "  [server]\n"
+        "  tick_rate = 60\n"
+        "  substeps = 4\n"
+        "  world = demo\n";
+}
+
+std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& error) {
+    HostOptions options;
+    for (int i = 1; i < argc; ++i) {
+        std::string argument = argv[i];
+        auto value = [&](std::string& out) {
+            if (i + 1 >= argc) {
+                error.message = "option " + argument + " needs a value";
+                return false;
+            }
+            out = argv[++i];
+            return true;
+        };
+        std::string text;
+        if (argument == "--help" || argument == "-h") {
+            options.help = true;
+        } else if (argument == "--headless") {
+            options.headless = true;
+        } else if (argument == "--client") {
+            error.message = "client mode needs the renderer, which this build does not have yet; use --headless";
+            return std::nullopt;
+        } else if (argument == "--ticks") {
+            long long ticks = 0;
+            if (!value(text)) return std::nullopt;
+            if (!ParseNumber(text, ticks) || ticks < 0) {
+                error.message = "--ticks needs a whole number of at least 0, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.ticks = ticks;
+        } else if (argument == "--tick-rate") {
+            if (!value(text)) return std::nullopt;
+            if (!ParseNumber(text, options.tickRate) || !(options.tickRate > 0.0) || options.tickRate > 100000.0) {
+                error.message = "--tick-rate needs a number of ticks per second above 0, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.tickRateGiven = true;
+        } else if (argument == "--substeps") {
+            if (!value(text)) return std::nullopt;
+            if (!ParseNumber(text, options.substeps) || options.substeps < 1) {
+                error.message = "--substeps needs a whole number of at least 1, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.substepsGiven = true;
+        } else if (argument == "--world") {
+            if (!value(options.world)) return std::nullopt;
+            options.worldGiven = true;
+        } else if (argument == "--module") {
+            if (!value(text)) return std::nullopt;
+            options.modulesGiven = true;
+            for (char const* cls : {"GAME_Mod", "SERVER_Mod", "TESSARA_Mod"}) {
+                std::string path = "modules/" + text + "/" + text + "." + cls + ".so";
+                if (!std::filesystem::exists(path)) continue;
+                if (std::string(cls) == "GAME_Mod") options.gameModules.push_back(text);
+                else if (std::string(cls) == "SERVER_Mod") options.serverModules.push_back(text);
+                else options.contentModules.push_back(text);
+            }
+            if (!std::filesystem::exists("modules/" + text)) {
+                error.message = "module '" + text + "' not found: there is no folder modules/" + text +
+                                " in " + std::filesystem::current_path().string();
+                return std::nullopt;
+            }
+        } else if (argument == "--game-mod") {
+            if (!value(text)) return std::nullopt;
+            options.modulesGiven = true;
+            options.gameModules.push_back(text);
+        } else if (argument == "--server-mod") {
+            if (!value(text)) return std::nullopt;
+            options.modulesGiven = true;
+            options.serverModules.push_back(text);
+        } else if (argument == "--content-mod") {
+            if (!value(text)) return std::nullopt;
+            options.modulesGiven = true;
+            options.contentModules.push_back(text);
+        } else if (argument == "--config") {
+            if (!value(options.configPath)) return std::nullopt;
+            options.configGiven = true;
+        } else if (argument == "--settings") {
+            if (!value(options.settingsPath)) return std::nullopt;
+        } else if (argument == "--no-profile") {
+            options.profile = false;
+        } else {
+            error.message = "unknown option '" + argument + "' (see tessara --help)";
+            return std::nullopt;
+        }
+    }
+    return options;
+}
+
+bool ApplyConfigFile(HostOptions& options, UsageError& error) {
+    using nerox::filesystem::ConfigFile;
+    if (!std::filesystem::exists(options.configPath)) {
+        if (!options.configGiven) return true;
+        error.message = "host configuration file '" + options.configPath + "' not found";
+        return false;
+    }
+    ConfigFile file(options.configPath, std::nullopt);
+
+    std::string game, server, content;
+    std::vector<ConfigFile::Conf> modules = {
+        {&file, "game", &game, ConfigFile::TypeString},
+        {&file, "server", &server, ConfigFile::TypeString},
+        {&file, "content", &content, ConfigFile::TypeString},
+    };
+    file.ReadFromINI("modules", modules, false);
+    if (!options.modulesGiven) {
+        options.gameModules = SplitList(game);
+        options.serverModules = SplitList(server);
+        options.contentModules = SplitList(content);
+    }
+
+    float tickRate = static_cast<float>(options.tickRate);
+    int substeps = options.substeps;
+    std::string world = options.world;
+    std::vector<ConfigFile::Conf> serverEntries = {
+        {&file, "tick_rate", &tickRate, ConfigFile::TypeFloat},
+        {&file, "substeps", &substeps, ConfigFile::TypeInt32},
+        {&file, "world", &world, ConfigFile::TypeString},
+    };
+    file.ReadFromINI("server", serverEntries, false);
+    if (!(tickRate > 0.0f) || tickRate > 100000.0f) {
+        error.message = options.configPath + ": tick_rate must be above 0 and at most 100000";
+        return false;
+    }
+    if (substeps < 1) {
+        error.message = options.configPath + ": substeps must be at least 1";
+        return false;
+    }
+    if (!options.tickRateGiven) options.tickRate = tickRate;
+    if (!options.substepsGiven) options.substeps = substeps;
+    if (!options.worldGiven) options.world = world;
+    return true;
+}
+
+} // namespace host

@@ -1,0 +1,46 @@
+#pragma once
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace host {
+
+/// What the tessara program was asked to do, from its command line and its
+/// host configuration file.
+struct HostOptions {
+    bool headless = true;                     ///< Run without window, renderer or audio.
+    std::optional<long long> ticks;           ///< Run this many server ticks as fast as possible, then stop.
+    double tickRate = 60.0;                   ///< Server ticks per second when running in real time.
+    int substeps = 4;                         ///< Physics substeps handed to each server tick.
+    std::string world = "demo";               ///< Name of the world to run.
+    std::string configPath = "tessara.ini";   ///< Host configuration file.
+    bool configGiven = false;                 ///< Whether --config named the file (then it must exist).
+    std::string settingsPath = "../Tessara-data/settings.ini"; ///< The user's settings file.
+    std::vector<std::string> gameModules;     ///< Modules to load as GAME_Mod.
+    std::vector<std::string> serverModules;   ///< Modules to load as SERVER_Mod.
+    std::vector<std::string> contentModules;  ///< Modules that Game::Start loads as TESSARA_Mod.
+    bool modulesGiven = false;                ///< Whether the command line named modules (the file's are then ignored).
+    bool tickRateGiven = false;               ///< --tick-rate was given (the file's value is then ignored).
+    bool substepsGiven = false;               ///< --substeps was given.
+    bool worldGiven = false;                  ///< --world was given.
+    bool profile = true;                      ///< Collect and print profiler scopes.
+    bool help = false;                        ///< Print the usage and exit.
+};
+
+/// Why the command line could not be read.
+struct UsageError {
+    std::string message; ///< What was wrong, for the user.
+};
+
+/// The usage text of --help.
+std::string UsageText();
+
+/// Reads the command line. Returns the options, or sets `error` and returns nothing.
+std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& error);
+
+/// Fills the module lists and server settings from the host configuration file,
+/// where the command line left them open. Returns false with `error` set when
+/// the file was asked for by --config and cannot be read.
+bool ApplyConfigFile(HostOptions& options, UsageError& error);
+
+} // namespace host
