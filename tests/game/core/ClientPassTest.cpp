@@ -2,6 +2,7 @@
 
 #include "game/GameSettings.hpp"
 #include "nerox/audio/Studio.hpp"
+#include "support/TempDir.hpp"
 
 #include <chrono>
 #include <functional>
@@ -121,9 +122,8 @@ TEST_F(ClientPassTest, SynchronizeIsSafeFromManyThreads) {
 TEST_F(ClientPassTest, AudioGetsTheMasterVolumeOnTheMainBusAndOneUpdatePerPass) {
     nerox::audio::Studio studio;
     Game::audio = &studio;
-    auto path = std::filesystem::temp_directory_path() / "tessara-client-pass-settings.ini";
-    std::filesystem::remove(path);
-    Game::settings = std::make_unique<game::GameSettings>(path.string(), std::nullopt);
+    testsupport::TempDir scratch;
+    Game::settings = std::make_unique<game::GameSettings>(scratch.File("settings.ini"), std::nullopt);
     Game::settings->master_volume = 0.8f;
 
     Game::Update(0.0);
@@ -132,7 +132,6 @@ TEST_F(ClientPassTest, AudioGetsTheMasterVolumeOnTheMainBusAndOneUpdatePerPass) 
     EXPECT_FLOAT_EQ(studio.GetVolume("bus:/"), 0.4f);
     EXPECT_EQ(studio.GetUpdateCount(), 2u);
     Game::settings.reset();
-    std::filesystem::remove(path);
 }
 
 TEST_F(ClientPassTest, AHeadlessPassTouchesNoAudio) {

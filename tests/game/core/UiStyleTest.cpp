@@ -6,7 +6,7 @@
 #include <imgui.h>
 #include <imgui_internal.h>
 
-#include <filesystem>
+#include "support/TempDir.hpp"
 
 namespace gametest {
 namespace {
@@ -24,18 +24,15 @@ protected:
         unsigned char* pixels = nullptr;
         int width = 0, height = 0;
         io.Fonts->GetTexDataAsRGBA32(&pixels, &width, &height);
-        path = std::filesystem::temp_directory_path() / "tessara-ui-style-settings.ini";
-        std::filesystem::remove(path);
-        Game::settings = std::make_unique<game::GameSettings>(path.string(), std::nullopt);
+        Game::settings = std::make_unique<game::GameSettings>(scratch.File("settings.ini"), std::nullopt);
     }
     void TearDown() override {
         ImGui::DestroyContext(context);
         Game::settings.reset();
-        std::filesystem::remove(path);
         GameTest::TearDown();
     }
     ImGuiContext* context = nullptr;
-    std::filesystem::path path;
+    testsupport::TempDir scratch;
 };
 
 TEST_F(UiStyleTest, TheStyleIsScaledByTheSettingsInterfaceScale) {

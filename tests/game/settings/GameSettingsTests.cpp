@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/TempDir.hpp"
+
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -20,50 +22,14 @@
 using game::GameSettings;
 using InputBinding = nerox::filesystem::ConfigFile::InputBinding;
 
+using testsupport::ReadText;
+using testsupport::ReplaceText;
+using testsupport::TempDir;
+
 namespace {
 
 /// Long enough that the reload thread never fires during a test that does not want it.
 constexpr int NoReload = 3600 * 1000;
-
-/// A fresh folder under the system temp folder, removed with its content at the end.
-class TempDir {
-public:
-    TempDir()
-    {
-        static std::atomic<int> counter{0};
-        _path = std::filesystem::temp_directory_path() /
-                ("tessara_settings_" + std::to_string(::getpid()) + "_" + std::to_string(counter++));
-        std::filesystem::remove_all(_path);
-        std::filesystem::create_directories(_path);
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-    std::string File(std::string const& name) const { return (_path / name).string(); }
-
-private:
-    std::filesystem::path _path;
-};
-
-std::string ReadText(std::string const& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-/// Replaces the file in one step, as an editor saving it would.
-void ReplaceText(std::string const& path, std::string const& text)
-{
-    {
-        std::ofstream file(path + ".incoming", std::ios::binary | std::ios::trunc);
-        file << text;
-    }
-    std::filesystem::rename(path + ".incoming", path);
-}
 
 /// The keys of each section of an INI file, in file order.
 std::map<std::string, std::vector<std::string>> KeysBySection(std::string const& path)

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TempDir.hpp"
+
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -17,29 +19,9 @@ using nerox::filesystem::BinaryFileStream;
 using nerox::filesystem::ReadOnlyStream;
 using nerox::filesystem::WriteOnlyStream;
 
+using testsupport::TempDir;
+
 namespace {
-
-/// A fresh folder under the system temp folder, removed with its content at the end.
-class TempDir {
-public:
-    TempDir()
-    {
-        static std::atomic<int> counter{0};
-        _path = std::filesystem::temp_directory_path() /
-                ("tessara_binfile_" + std::to_string(::getpid()) + "_" + std::to_string(counter++));
-        std::filesystem::remove_all(_path);
-        std::filesystem::create_directories(_path);
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-    std::string File(std::string const& name) const { return (_path / name).string(); }
-
-private:
-    std::filesystem::path _path;
-};
 
 std::vector<unsigned char> FileBytes(std::string const& path)
 {

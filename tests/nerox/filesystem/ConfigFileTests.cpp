@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/TempDir.hpp"
+
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -25,50 +27,12 @@ using nerox::filesystem::FilePath;
 using Conf = ConfigFile::Conf;
 using InputBinding = ConfigFile::InputBinding;
 
+using testsupport::ReadText;
+using testsupport::ReplaceText;
+using testsupport::TempDir;
+using testsupport::WriteText;
+
 namespace {
-
-/// A fresh folder under the system temp folder, removed with its content at the end.
-class TempDir {
-public:
-    TempDir()
-    {
-        static std::atomic<int> counter{0};
-        _path = std::filesystem::temp_directory_path() /
-                ("tessara_config_" + std::to_string(::getpid()) + "_" + std::to_string(counter++));
-        std::filesystem::remove_all(_path);
-        std::filesystem::create_directories(_path);
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-    std::string File(std::string const& name) const { return (_path / name).string(); }
-
-private:
-    std::filesystem::path _path;
-};
-
-std::string ReadText(std::string const& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-void WriteText(std::string const& path, std::string const& text)
-{
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << text;
-}
-
-/// Replaces the file in one step, as an editor saving it would.
-void ReplaceText(std::string const& path, std::string const& text)
-{
-    WriteText(path + ".incoming", text);
-    std::filesystem::rename(path + ".incoming", path);
-}
 
 /// Every value type with a value set in every field.
 struct AllTypes {
