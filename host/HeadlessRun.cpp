@@ -7,6 +7,8 @@
 #include "nerox/cpu/Profiler.hpp"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -23,9 +25,16 @@ using Clock = std::chrono::steady_clock;
 using game::modules::GAME_Mod;
 using game::modules::SERVER_Mod;
 
-volatile std::sig_atomic_t stopRequested = 0;
+// Set by Ctrl+C (SIGINT) or SIGTERM. A lock-free atomic is safe to write from the
+// handler and to read from both loops.
+std::atomic<bool> stopRequested{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void OnStopSignal(int) { stopRequested = 1; }
+extern "C" void OnStopSignal(int) {
+    int const savedErrno = errno;
+    stopRequested.store(true);
+    errno = savedErrno;
+}
 
 // What the loops did, for the summary.
 struct RunStats {
@@ -38,7 +47,7 @@ struct RunStats {
 
 // Ends the run once, from whichever loop notices first.
 void QuitIfRequested() {
-    if (stopRequested && Game::isActive.load()) {
+    if (stopRequested.load() && Game::isActive.load()) {
         std::cout << "Stopping..." << std::endl;
         Game::Quit();
     }
