@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <exception>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -30,9 +31,13 @@ using game::modules::SERVER_Mod;
 std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void OnStopSignal(int) {
+extern "C" void OnStopSignal(int signal) {
     int const savedErrno = errno;
-    stopRequested.store(true);
+    if (stopRequested.exchange(true)) {
+        // A second request: the run did not stop in time, so end it the hard way.
+        std::signal(signal, SIG_DFL);
+        std::raise(signal);
+    }
     errno = savedErrno;
 }
 
@@ -47,9 +52,31 @@ struct RunStats {
 
 // Ends the run once, from whichever loop notices first.
 void QuitIfRequested() {
-    if (stopRequested.load() && Game::isActive.load()) {
-        std::cout << "Stopping..." << std::endl;
+    static std::atomic<bool> quitting{false};
+    if (stopRequested.load() && Game::isActive.load() && !quitting.exchange(true)) {
+        std::cout << "Stopping... (Ctrl+C again to end at once)" << std::endl;
         Game::Quit();
+    }
+}
+
+// Runs a loop; an exception ends the whole run (through Quit) and is kept for the caller.
+template <typename Loop>
+void RunGuarded(Loop&& loop, std::exception_ptr& failure) {
+    try {
+        loop();
+    } catch (...) {
+        failure = std::current_exception();
+        Game::Quit();
+    }
+}
+
+std::string Describe(std::exception_ptr const& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (std::exception const& error) {
+        return error.what();
+    } catch (...) {
+        return "an exception that is no std::exception";
     }
 }
 
@@ -169,6 +196,13 @@ int RunHeadless(HostOptions const& options) {
     Game::_current_world = options.world;
     Game::_is_server = true;
 
+    // The game loads content modules quietly; tell the user about a name that has no library.
+    for (std::string const& name : Game::_mods) {
+        std::string const path = "modules/" + name + "/" + name + ".TESSARA_Mod.so";
+        if (!std::filesystem::exists(path, error))
+            std::cerr << "tessara: content module '" << name << "' not found (" << path << "), skipped" << std::endl;
+    }
+
     bool loaded = LoadAll<GAME_Mod>(options.gameModules);
     loaded = LoadAll<SERVER_Mod>(options.serverModules) && loaded;
     if (!loaded) {
@@ -182,26 +216,46 @@ int RunHeadless(HostOptions const& options) {
     SortAll();
     std::printf("Loaded %zu client and %zu server modules; %zu content modules to load\n", GAME_Mod::Count(),
                 SERVER_Mod::Count(), Game::_mods.size());
+    if (GAME_Mod::Count() == 0 && SERVER_Mod::Count() == 0 && Game::_mods.empty())
+        std::cerr << "tessara: no module to run; name some with --module or in " << options.configPath << std::endl;
 
-    Game::isActive.exchange(true);
-    Game::Start();
-    Game::Ready();
-
+    std::exception_ptr failure;
     RunStats stats;
     auto const started = Clock::now();
-    std::thread server(ServerLoop, std::cref(options), std::ref(stats));
-    RunStats clientStats;
-    ClientLoop(clientStats);
-    server.join();
-    stats.clientPasses = clientStats.clientPasses;
+    Game::isActive.exchange(true);
+    RunGuarded([] {
+        Game::Start();
+        Game::Ready();
+    }, failure);
+
+    if (!failure) {
+        std::exception_ptr serverFailure;
+        std::thread server([&] { RunGuarded([&] { ServerLoop(options, stats); }, serverFailure); });
+        RunStats clientStats;
+        RunGuarded([&] { ClientLoop(clientStats); }, failure);
+        server.join();
+        if (!failure) failure = serverFailure;
+        stats.clientPasses = clientStats.clientPasses;
+    }
     stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
 
-    Game::Stop();
-    PrintSummary(options, stats);
+    std::exception_ptr stopFailure;
+    RunGuarded([] { Game::Stop(); }, stopFailure);
+    if (!failure) failure = stopFailure;
+    if (!failure) PrintSummary(options, stats);
 
+    // Queued work may hold code of the modules: drop it while they are still loaded.
+    {
+        std::lock_guard lock(Game::_syncMutex);
+        Game::_syncQueue.clear();
+    }
     SERVER_Mod::UnloadModules();
     GAME_Mod::UnloadModules();
     Game::settings.reset();
+    if (failure) {
+        std::cerr << "tessara: the run ended with an error: " << Describe(failure) << std::endl;
+        return 1;
+    }
     return 0;
 }
 

@@ -60,11 +60,12 @@ std::string UsageText() {
         "  --no-profile          Do not collect profiler scopes.\n"
         "  --help                Show this text.\n"
         "\n"
-        "Host configuration file (INI):\n"
+        "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
         "  [modules]\n"
-        "  game = TESSARA_sample          ; GAME_Mod modules, separated by blanks or commas\n"
-        "  server = TESSARA_sample        ; SERVER_Mod modules\n"
-        "  content = TESSARA_sample       ; TESSARA_Mod modules\n"
+        "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
+        "  game = TESSARA_sample\n"
+        "  server = TESSARA_sample\n"
+        "  content = TESSARA_sample\n"
         "  [server]\n"
         "  tick_rate = 60\n"
         "  substeps = 4\n"
@@ -180,21 +181,24 @@ bool ApplyConfigFile(HostOptions& options, UsageError& error) {
         options.contentModules = SplitList(content);
     }
 
-    float tickRate = static_cast<float>(options.tickRate);
-    int substeps = options.substeps;
-    std::string world = options.world;
+    // Numbers are read as text so that a mistyped value is reported, not ignored.
+    std::string tickRateText, substepsText, world = options.world;
     std::vector<ConfigFile::Conf> serverEntries = {
-        {&file, "tick_rate", &tickRate, ConfigFile::TypeFloat},
-        {&file, "substeps", &substeps, ConfigFile::TypeInt32},
+        {&file, "tick_rate", &tickRateText, ConfigFile::TypeString},
+        {&file, "substeps", &substepsText, ConfigFile::TypeString},
         {&file, "world", &world, ConfigFile::TypeString},
     };
     file.ReadFromINI("server", serverEntries, false);
-    if (!(tickRate > 0.0f) || tickRate > 100000.0f) {
-        error.message = options.configPath + ": tick_rate must be above 0 and at most 100000";
+    double tickRate = options.tickRate;
+    int substeps = options.substeps;
+    if (!tickRateText.empty() && (!ParseNumber(tickRateText, tickRate) || !(tickRate > 0.0) || tickRate > 100000.0)) {
+        error.message = options.configPath + ": tick_rate must be a number above 0 and at most 100000, not '" +
+                        tickRateText + "'";
         return false;
     }
-    if (substeps < 1) {
-        error.message = options.configPath + ": substeps must be at least 1";
+    if (!substepsText.empty() && (!ParseNumber(substepsText, substeps) || substeps < 1)) {
+        error.message = options.configPath + ": substeps must be a whole number of at least 1, not '" +
+                        substepsText + "'";
         return false;
     }
     if (!options.tickRateGiven) options.tickRate = tickRate;

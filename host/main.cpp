@@ -3,9 +3,26 @@
 #include "HeadlessRun.hpp"
 #include "HostOptions.hpp"
 
+#include <filesystem>
 #include <iostream>
 
-int main(int argc, char** argv) {
+namespace {
+
+// Module paths are relative to the working folder. When started from elsewhere
+// (say the build folder), work in the program's own folder, the run directory.
+void EnterRunDirectory() {
+    std::error_code error;
+    if (std::filesystem::exists("modules", error) || std::filesystem::exists("tessara.ini", error)) return;
+    std::filesystem::path const self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error || !std::filesystem::exists(self.parent_path() / "modules", error)) return;
+    std::filesystem::current_path(self.parent_path(), error);
+    if (!error) std::cerr << "tessara: working in " << self.parent_path().string() << std::endl;
+}
+
+} // namespace
+
+int main(int argc, char** argv) try {
+    EnterRunDirectory();
     host::UsageError error;
     auto options = host::ParseCommandLine(argc, argv, error);
     if (!options) {
@@ -21,4 +38,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     return host::RunHeadless(*options);
+} catch (std::exception const& failure) {
+    std::cerr << "tessara: " << failure.what() << std::endl;
+    return 1;
 }

@@ -84,7 +84,8 @@ if [ ! -f "$imgui_dir/imgui.cpp" ]; then
   echo "setup: fetching the imgui source package"
   rm -rf "$deps/imgui-fetch"
   mkdir -p "$deps/imgui-fetch"
-  (cd "$deps/imgui-fetch" && apt-get source -q imgui >/dev/null)
+  # apt warns that root downloads without its sandbox user; that is expected here.
+  (cd "$deps/imgui-fetch" && apt-get source -q imgui 2>&1 >/dev/null | grep -v "unsandboxed" >&2 || true)
   unpacked="$(find "$deps/imgui-fetch" -mindepth 1 -maxdepth 1 -type d -name 'imgui-*' | head -n 1)"
   if [ -z "$unpacked" ] || [ ! -f "$unpacked/imgui.cpp" ]; then
     echo "setup: the imgui source package did not unpack as expected" >&2

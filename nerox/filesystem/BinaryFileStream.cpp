@@ -24,6 +24,12 @@ BinaryFileStream::BinaryFileStream(std::string const& path, unsigned int bufferS
                                     "'");
     }
     _fd = ::open(path.c_str(), flags, 0644);
+    if (_fd < 0 && mode == ReadWrite && (errno == EACCES || errno == EROFS)) {
+        // A file we may read but not write (installed data, a read-only mount):
+        // it can still be loaded; a write then fails with a clear message.
+        _fd = ::open(path.c_str(), O_CLOEXEC | O_RDONLY);
+        _readOnlyFallback = _fd >= 0;
+    }
     if (_fd < 0)
         throw std::runtime_error("BinaryFileStream: cannot open '" + path + "': " + std::strerror(errno));
     struct stat info {};
@@ -92,6 +98,8 @@ void BinaryFileStream::Write(unsigned char const* data, size_t size)
 {
     if (_mode == ReadOnly)
         Fail("cannot write to read-only");
+    if (_readOnlyFallback)
+        Fail("no permission to write");
     if (!_contentReplaced) {
         // First write in ReadWrite mode: the new content replaces the old.
         if (::ftruncate(_fd, 0) != 0)

@@ -13,6 +13,8 @@ namespace nerox::filesystem {
 ///
 /// Modes:
 ///  - ReadWrite (0): opens the file, creating an empty one if it is missing.
+///    A file that may be read but not written opens for reading only, and a
+///    write to it then throws.
 ///    Reads go from the start of the file. The first write replaces the file's
 ///    content: the file is cut to zero length, writes follow one another from
 ///    the start, and a later read starts over at the beginning of the new
@@ -71,6 +73,7 @@ private:
     int _fd = -1;
     size_t _bufferSize;
     bool _contentReplaced = false;
+    bool _readOnlyFallback = false;          // mode 0 on a file we may only read
     uint64_t _fileSize = 0;                  // bytes on disk
     uint64_t _readPosition = 0;              // next byte to read, in content offsets
     std::vector<unsigned char> _readBuffer;  // a copy of the file from _readBufferStart

@@ -552,13 +552,17 @@ std::vector<std::string> ConfigFile::LoadLines() const
 
 void ConfigFile::SaveLines(std::vector<std::string> const& lines)
 {
-    std::filesystem::path const target = ToPath();
+    // Through a symbolic link, replace the file it points to, not the link.
+    std::error_code linkError;
+    std::filesystem::path target = ToPath();
+    if (std::filesystem::is_symlink(target, linkError)) target = std::filesystem::weakly_canonical(target, linkError);
+    if (linkError) target = ToPath();
     std::filesystem::path const folder = target.parent_path();
     std::error_code error;
     if (!folder.empty() && !std::filesystem::exists(folder, error))
         std::filesystem::create_directories(folder, error); // a failure shows when the file is opened
 
-    std::string const temporary = _path + ".tmp" + std::to_string(::getpid()) + "_" +
+    std::string const temporary = target.string() + ".tmp" + std::to_string(::getpid()) + "_" +
                                   std::to_string(temporaryCounter.fetch_add(1));
     {
         std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
@@ -574,6 +578,11 @@ void ConfigFile::SaveLines(std::vector<std::string> const& lines)
             throw std::runtime_error("ConfigFile: error while writing '" + _path + "'");
         }
     }
+    // Keep the permissions of the file being replaced (a private settings file stays private).
+    std::filesystem::file_status const previous = std::filesystem::status(target, error);
+    if (!error && std::filesystem::exists(previous))
+        std::filesystem::permissions(temporary, previous.permissions(), error);
+    error.clear();
     std::filesystem::rename(temporary, target, error);
     if (error) {
         std::error_code ignored;
@@ -602,7 +611,13 @@ void ConfigFile::ReadFromINI(std::string const& section, std::vector<Conf>& entr
     if (added.empty())
         return;
     AddMissingLines(lines, layout, section, added);
-    SaveLines(lines);
+    try {
+        SaveLines(lines);
+    } catch (std::exception const& failure) {
+        // The values were read; adding the missing keys is only a convenience for
+        // the user, so a file we may not write is no reason to fail.
+        std::cerr << failure.what() << " (missing keys of [" << section << "] not added)" << std::endl;
+    }
 }
 
 void ConfigFile::WriteToINI(std::string const& section, std::vector<Conf>& entries)
