@@ -8,13 +8,17 @@
 #include "game/modules/TESSARA_Mod.hpp"
 #include "nerox/audio/Studio.hpp"
 #include "nerox/cpu/Profiler.hpp"
+#include "nerox/String.hpp"
 #include "nerox/graphics/Window.hpp"
 
 #include <imgui.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <shared_mutex>
 
 // Lifecycle and environment.
 std::atomic<bool> Game::isActive{false};
@@ -70,6 +74,16 @@ int32_t Game::debugGizmoOp = 0;
 game::entity::Id Game::debugGizmoEntityId;
 glm::dmat4 Game::debugGizmoTransform{1.0};
 float Game::testSlider[5] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+
+// Inter-module channel and monitors.
+std::unordered_map<std::string, std::array<char, Game::imcValueSize>> Game::_imcData;
+nerox::SharedMutex Game::_imcMutex;
+std::unordered_map<uint32_t, std::string> Game::_monitors{{0u, std::string()}};
+std::mutex Game::_monitorsMutex;
+uint32_t Game::currentMonitorID = 0;
+double Game::currentMonitorX = 0.0;
+double Game::currentMonitorY = 0.0;
+double Game::currentMonitorDistance = 0.0;
 
 // Work handed to the client side.
 std::vector<std::function<void()>> Game::_syncQueue;
@@ -332,4 +346,41 @@ bool Game::ShowHelpTooltip() {
     ImGui::Separator();
     ImGui::End();
     return true;
+}
+
+std::string Game::GetIMC(std::string const& key, std::string const& defaultValue) {
+    std::shared_lock lock(_imcMutex);
+    auto it = _imcData.find(key);
+    if (it == _imcData.end()) return defaultValue;
+    return std::string(it->second.data());
+}
+
+double Game::GetNumericIMC(std::string const& key, double defaultValue) {
+    std::shared_lock lock(_imcMutex);
+    auto it = _imcData.find(key);
+    if (it == _imcData.end()) return defaultValue;
+    return std::strtod(it->second.data(), nullptr);
+}
+
+void Game::SetIMC(std::string const& key, std::string const& value) {
+    // Writers take the table exclusively, also to update an existing key, so that a
+    // reader never sees a value half written. The last byte stays the terminator;
+    // strncpy pads the rest with zeros, so a shorter value leaves no tail behind.
+    std::unique_lock lock(_imcMutex);
+    auto [it, inserted] = _imcData.try_emplace(key);
+    if (inserted) it->second.fill('\0');
+    std::strncpy(it->second.data(), value.c_str(), imcValueSize - 1);
+}
+
+void Game::SetIMC(std::string const& key, double value) { SetIMC(key, nerox::String::FromDouble(value, -1)); }
+
+void Game::AssignMonitor(unsigned int id, std::string const& text) {
+    std::lock_guard lock(_monitorsMutex);
+    _monitors[id] = text;
+}
+
+std::string Game::GetMonitor() {
+    std::lock_guard lock(_monitorsMutex);
+    auto it = _monitors.find(currentMonitorID);
+    return it == _monitors.end() ? std::string() : it->second;
 }

@@ -2,9 +2,11 @@
 #include "game/GameSettings.hpp"
 #include "game/entity/Id.hpp"
 #include "nerox/FPSCounter.hpp"
+#include "nerox/SharedMutex.hpp"
 
 #include <glm/glm.hpp>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -93,6 +95,19 @@ public:
     static glm::dmat4 debugGizmoTransform;           ///< Transform under the gizmo.
     static float testSlider[5];                      ///< Developer test sliders.
 
+    // Inter-module channel: short texts by key, written and read by hooks on any thread.
+    static constexpr size_t imcValueSize = 4096;                                 ///< Bytes per value, terminator included.
+    static std::unordered_map<std::string, std::array<char, imcValueSize>> _imcData; ///< Values by key.
+    static nerox::SharedMutex _imcMutex;                                         ///< Guards `_imcData`.
+
+    // Monitors: in-world displays and the text each shows.
+    static std::unordered_map<uint32_t, std::string> _monitors; ///< Text by monitor id; 0 is the empty text.
+    static std::mutex _monitorsMutex;                           ///< Guards `_monitors`.
+    static uint32_t currentMonitorID;                           ///< Monitor the player aims at; 0 none.
+    static double currentMonitorX;                              ///< Aim point on that monitor, horizontal.
+    static double currentMonitorY;                              ///< Aim point on that monitor, vertical.
+    static double currentMonitorDistance;                       ///< Distance to that monitor.
+
     // Work handed to the client side.
     static std::vector<std::function<void()>> _syncQueue; ///< Functions for the next `Update`.
     static std::mutex _syncMutex;                         ///< Guards `_syncQueue`.
@@ -139,4 +154,17 @@ public:
     static float GetUiScaling();
     /// Draws the head of the help-tooltip window; false (nothing drawn) when it should not show.
     static bool ShowHelpTooltip();
+
+    /// The channel's text, or `defaultValue` if the key was never written.
+    static std::string GetIMC(std::string const& key, std::string const& defaultValue);
+    /// The channel's text as a number (0 for text that is no number), or `defaultValue` if never written.
+    static double GetNumericIMC(std::string const& key, double defaultValue);
+    /// Writes a channel; texts longer than 4095 bytes are cut there.
+    static void SetIMC(std::string const& key, std::string const& value);
+    /// Writes a number as text.
+    static void SetIMC(std::string const& key, double value);
+    /// Creates or replaces the text of a monitor.
+    static void AssignMonitor(unsigned int id, std::string const& text);
+    /// The text of the current monitor; empty if it has none.
+    static std::string GetMonitor();
 };

@@ -249,4 +249,12 @@ void GameSettings::WriteConfig()
     WriteToINI("input", input);
 }
 
+GameSettings::GraphicsPreset const* GameSettings::FindGraphicsPreset(int32_t preset)
+{
+    for (GraphicsPreset const& entry : graphicsPresets)
+        if (entry.preset == preset)
+            return &entry;
+    return nullptr;
+}
+
 } // namespace game

@@ -29,6 +29,19 @@ public:
     /// Stops the reload thread before the members go away.
     ~GameSettings() override;
 
+    /// What one graphics preset sets; any other preset number leaves the settings unchanged.
+    struct GraphicsPreset {
+        int32_t preset;                    ///< Value of graphics_preset.
+        int32_t upscaling_quality_setting; ///< Upscaler quality it sets.
+        float final_upscale;               ///< Final upscale factor it sets.
+    };
+    /// The presets 1 to 6. -1 (the default) and every other value mean a custom configuration.
+    static constexpr GraphicsPreset graphicsPresets[] = {
+        {1, 1, 2.0f}, {2, 1, 1.5f}, {3, 1, 0.0f}, {4, 1, 0.0f}, {5, 2, 1.0f}, {6, 3, 1.0f},
+    };
+    /// The preset of that number, or null for a custom configuration.
+    static GraphicsPreset const* FindGraphicsPreset(int32_t preset);
+
     /// Reads every section into the members; visible keys missing from the file are added.
     void ReadConfig() override;
     /// Writes every visible key into the file; the hidden keys are left as the file has them.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs everything the build, the tests and the benchmarks need, from Debian's
 # packages, and fetches the Dear ImGui source package into .deps/.
+# With --fuzz it also installs clang and its fuzzing runtime (scripts/run-fuzz.sh).
 # Safe to run again: it installs only what is missing and fetches only once.
 set -euo pipefail
 
@@ -9,11 +10,15 @@ deps="$root/.deps"
 
 packages=(
   build-essential g++ cmake ninja-build pkg-config dpkg-dev
-  libglm-dev nlohmann-json3-dev zlib1g-dev
+  libglm-dev nlohmann-json3-dev zlib1g-dev libfyaml-dev
   libglfw3-dev libvulkan-dev vulkan-validationlayers mesa-vulkan-drivers glslc
   libstb-dev libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xauth
 )
+
+if [ "${1:-}" = "--fuzz" ]; then
+  packages+=(clang libclang-rt-dev)
+fi
 
 sudo_cmd=()
 if [ "$(id -u)" != 0 ]; then

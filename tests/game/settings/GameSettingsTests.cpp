@@ -186,6 +186,32 @@ TEST(GameSettingsFile, ValuesInTheFileWinAndTheRestIsAdded)
     EXPECT_THAT(text, testing::HasSubstr("name:\"Throttle Quadrant\""));
 }
 
+TEST(GameSettingsFile, ABrokenValueKeepsItsDefaultAndWriteBackLeavesUnknownSectionsAlone)
+{
+    TempDir dir;
+    std::string const path = dir.File("settings.ini");
+    ReplaceText(path, "[graphics]\n"
+                      "fov = wide\n"
+                      "render_scale = 0.5\n"
+                      "[mods]\n"
+                      "; kept by whoever owns it\n"
+                      "favourite = rover\n"
+                      "[input]\n"
+                      "input_binding_zoom = key=banana\n"
+                      "look_sensitivity = 3\n");
+    GameSettings settings(path, NoReload);
+    EXPECT_EQ(settings.fov, 70.0f) << "a broken number keeps the default";
+    EXPECT_EQ(settings.render_scale, 0.5f) << "and the rest of the file still counts";
+    EXPECT_EQ(settings.look_sensitivity, 3.0f);
+    EXPECT_EQ(settings.input_binding_zoom.key, 90) << "a broken binding keeps its default (Z)";
+
+    settings.render_scale = 0.75f;
+    settings.WriteConfig();
+    std::string const text = ReadText(path);
+    EXPECT_THAT(text, testing::HasSubstr("[mods]\n; kept by whoever owns it\nfavourite = rover\n"));
+    EXPECT_THAT(text, testing::HasSubstr("render_scale = 0.75\n"));
+}
+
 TEST(GameSettingsFile, HiddenKeysStayAsTheFileHasThem)
 {
     TempDir dir;
