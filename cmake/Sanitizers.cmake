@@ -11,3 +11,7 @@ if(TESSARA_TSAN)
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
 endif()
+if(TESSARA_FUZZ)
+  # Coverage for libFuzzer in every library, so that it sees into game.so and libnerox.so.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -27,6 +27,7 @@ game::graphics::GameRenderer* Game::renderer = nullptr;
 nerox::graphics::Window* Game::window = nullptr;
 nerox::audio::Studio* Game::audio = nullptr;
 std::unique_ptr<game::audio::EnvironmentAudio> Game::environmentAudio;
+game::Config Game::config;
 std::vector<std::string> Game::_mods;
 std::string Game::_current_world;
 int32_t Game::_mode = 0;
@@ -228,6 +229,8 @@ void Game::Stop() {
     _mouseLook = false;
     _joysticks.clear();
 
+    config.Clear();
+
     settingsWindowOpen = false;
     adminWindowOpen = false;
     uiVisible = true;
@@ -283,9 +286,9 @@ void Game::LoadFonts() {
         io.Fonts->AddFontFromFileTTF(fallbackFontPath, 32.0f);
     } else {
         std::cerr << "Font " << fontPath << " not found, using the built-in font" << std::endl;
-        ImFontConfig config;
-        config.SizePixels = 32.0f;
-        io.Fonts->AddFontDefault(&config);
+        ImFontConfig fontConfig;
+        fontConfig.SizePixels = 32.0f;
+        io.Fonts->AddFontDefault(&fontConfig);
     }
 }
 

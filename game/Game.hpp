@@ -1,4 +1,5 @@
 #pragma once
+#include "game/Config.hpp"
 #include "game/GameSettings.hpp"
 #include "game/entity/Id.hpp"
 #include "nerox/FPSCounter.hpp"
@@ -47,6 +48,7 @@ public:
     static nerox::graphics::Window* window;                ///< The window, or null when headless.
     static nerox::audio::Studio* audio;                    ///< The audio studio, or null when silent.
     static std::unique_ptr<game::audio::EnvironmentAudio> environmentAudio; ///< Created by Start, destroyed by Stop.
+    static game::Config config;                            ///< Game-wide YAML configuration; Stop clears it.
     static std::vector<std::string> _mods;                 ///< Content modules that Start loads.
     static std::string _current_world;                     ///< Name of the loaded world.
     static int32_t _mode;                                  ///< 0 creative, 1 adventure, else survival.

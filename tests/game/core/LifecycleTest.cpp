@@ -60,6 +60,8 @@ TEST_F(LifecycleTest, StopUnloadsContentModulesBeforeGameStopAndResetsTheRunStat
     Game::adminWindowOpen = true;
     Game::uiVisible = false;
     Game::_joysticks[0] = nullptr;
+    Game::config.Parse(std::string("world: demo\n"));
+    ASSERT_EQ(Game::config["world"].AsString(), "demo");
     recorder::Clear();
 
     Game::Stop();
@@ -77,6 +79,7 @@ TEST_F(LifecycleTest, StopUnloadsContentModulesBeforeGameStopAndResetsTheRunStat
     EXPECT_FALSE(Game::_mouseLook);
     EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_DISABLED) << "Stop leaves the cursor as it was";
     EXPECT_TRUE(Game::_joysticks.empty());
+    EXPECT_FALSE(Game::config["world"]) << "the configuration is cleared";
     EXPECT_FALSE(Game::settingsWindowOpen);
     EXPECT_FALSE(Game::adminWindowOpen);
     EXPECT_TRUE(Game::uiVisible);
