@@ -21,5 +21,6 @@ mkdir -p "$dir/corpus/$target"
 seeds=()
 [ -d "$root/fuzz/seeds/$target" ] && seeds=("$root/fuzz/seeds/$target")
 cd "$dir"
+export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$root/fuzz/lsan.supp}"
 exec "./fuzz/${target}_fuzz" -max_total_time="$seconds" -max_len=8192 -print_final_stats=1 "$@" \
   "corpus/$target" "${seeds[@]}"
