@@ -1,5 +1,6 @@
 // Fuzzes the YAML configuration tree: arbitrary bytes parsed as a document, then
 // every node visited with every accessor, checking that the answers agree.
+#include "FuzzSupport.hpp"
 #include "game/Config.hpp"
 
 #include <cmath>
@@ -13,30 +14,14 @@
 namespace {
 
 using game::Config;
+using fuzzsupport::Check;
+using fuzzsupport::SilenceErrors;
 
 /// Deepest level of the tree that is visited.
 constexpr int maxDepth = 64;
 /// Most nodes visited for one input, so that alias-heavy trees stay quick.
 constexpr size_t maxVisits = 200000;
 
-/// A stream buffer that drops everything written to it.
-class NullBuffer : public std::streambuf {
-protected:
-    int overflow(int c) override { return traits_type::not_eof(c); }
-    std::streamsize xsputn(char const*, std::streamsize count) override { return count; }
-};
-
-/// Sends the one-line reports of refused documents nowhere, once for the whole run.
-void SilenceErrors() {
-    static NullBuffer sink;
-    static std::streambuf* const previous = std::cerr.rdbuf(&sink);
-    (void)previous;
-}
-
-/// Stops the run with a crash the fuzzer records when an answer is inconsistent.
-void Check(bool condition) {
-    if (!condition) __builtin_trap();
-}
 
 /// Keeps the results of the accessors alive so that none is optimised away.
 volatile uint64_t consumed = 0;
