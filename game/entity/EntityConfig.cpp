@@ -130,6 +130,7 @@ void EntityConfig::Parse()
     ReadFromINI([this](std::istringstream& header, std::vector<std::istringstream>& lines) {
         ParseSection(header, lines);
     });
+    jointSolver.Init();
 }
 
 void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::istringstream>& lines)

@@ -13,6 +13,7 @@
 #include <glm/glm.hpp>
 #include <glm/gtc/type_precision.hpp>
 
+#include "game/entity/JointSolver.hpp"
 #include "nerox/filesystem/ConfigFile.hpp"
 
 namespace game::graphics {
@@ -145,6 +146,7 @@ public:
     std::filesystem::file_time_type meshWriteTime{};    ///< Last write time of the mesh file when loaded.
     uint64_t meshCheckFrame = 0;                        ///< Renderer frame of the last reload.
     double meshCheckTime = 0.0;                         ///< Time of the last check for a newer mesh, seconds.
+    JointSolver jointSolver{this};                      ///< The joint tree, rebuilt at the end of each read.
 
     /// The description file at path. Reads nothing and starts no reload thread;
     /// reloadInterval is passed to ConfigFile for a later StartAutoReloadThread().
