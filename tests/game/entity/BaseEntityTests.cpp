@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <set>
@@ -347,6 +348,23 @@ TEST(BaseEntityTransform, RotatesThenTranslates)
     // A quarter turn about y takes +x to -z.
     ExpectVec3(Apply(transform, {1.0, 0.0, 0.0}), {1.0, 2.0, 2.0});
     ExpectVec3(Apply(transform, {0.0, 1.0, 0.0}), {1.0, 3.0, 3.0});
+}
+
+} // namespace
+
+namespace {
+
+TEST(EntityOrientation, QuaternionsAreStoredWxyzInMemory) {
+    game::entity::BaseEntity entity;
+    double words[4];
+    static_assert(sizeof(entity.orientation) == sizeof(words));
+    std::memcpy(words, &entity.orientation, sizeof(words));
+    EXPECT_EQ(words[0], 1.0) << "w first";
+    EXPECT_EQ(words[1], 0.0);
+    glm::dquat q(0.5, 0.1, 0.2, 0.3); // w, x, y, z
+    std::memcpy(words, &q, sizeof(words));
+    EXPECT_EQ(words[0], 0.5);
+    EXPECT_EQ(words[3], 0.3);
 }
 
 } // namespace
