@@ -3,6 +3,7 @@
 #include "game/GameSettings.hpp"
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
+#include "game/entity/ServerSideEntity.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
@@ -160,6 +161,93 @@ void Game::ClientUpdate() {
     });
 }
 
+namespace {
+
+using game::entity::ServerSideEntity;
+
+// The entity stages of a server tick: each stage runs over all entities before the next.
+void RunEntityStages(double deltaTime, int physicsArgument) {
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::BeforeUpdate", true);
+        ServerSideEntity::ForEach([deltaTime](ServerSideEntity::Ptr entity) { entity->BeforeUpdate(deltaTime); });
+    }
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::Update", true);
+        ServerSideEntity::ForEach([deltaTime](ServerSideEntity::Ptr entity) {
+            entity->Update(deltaTime);
+            entity->RefreshCache();
+        });
+    }
+    // The physics step of the world goes here, with deltaTime and physicsArgument.
+    (void)physicsArgument;
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
+        ServerSideEntity::ForEach([deltaTime](ServerSideEntity::Ptr entity) {
+            entity->RefreshCache();
+            entity->AfterUpdate(deltaTime);
+        });
+    }
+}
+
+double ClockSeconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// The vehicle an entity's time is booked on: its own id without a parent,
+// otherwise its parent's vehicle (or its own when the parent is gone).
+game::entity::Id VehicleOf(ServerSideEntity const& entity) {
+    if (!entity.parentEntity.IsSet()) return entity.id;
+    ServerSideEntity::Ptr const parent = ServerSideEntity::Get(entity.parentEntity);
+    return parent ? parent->GetVehicleID() : entity.id;
+}
+
+// The same stages, with the time of each vehicle summed up and smoothed.
+void RunMeasuredEntityStages(double deltaTime, int physicsArgument) {
+    auto& timers = Game::_serverSideEntityPerformance_timers;
+    auto& averages = Game::serverSideEntityPerformance_avg_time;
+    ServerSideEntity::ForEach([&timers](ServerSideEntity::Ptr entity) {
+        if (!entity->parentEntity.IsSet()) timers[entity->id] = 0.0;
+    });
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::BeforeUpdate", true);
+        ServerSideEntity::ForEach([&timers, deltaTime](ServerSideEntity::Ptr entity) {
+            double& timer = timers[VehicleOf(*entity)];
+            timer -= ClockSeconds();
+            entity->BeforeUpdate(deltaTime);
+            timer += ClockSeconds();
+        });
+    }
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::Update", true);
+        ServerSideEntity::ForEach([&timers, deltaTime](ServerSideEntity::Ptr entity) {
+            double& timer = timers[VehicleOf(*entity)];
+            timer -= ClockSeconds();
+            entity->Update(deltaTime);
+            entity->RefreshCache();
+            timer += ClockSeconds();
+        });
+    }
+    // The physics step of the world goes here, unmeasured.
+    (void)physicsArgument;
+    {
+        nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
+        ServerSideEntity::ForEach([&timers, deltaTime](ServerSideEntity::Ptr entity) {
+            double& timer = timers[VehicleOf(*entity)];
+            timer -= ClockSeconds();
+            entity->RefreshCache();
+            entity->AfterUpdate(deltaTime);
+            timer += ClockSeconds();
+        });
+    }
+    ServerSideEntity::ForEach([&timers, &averages, deltaTime](ServerSideEntity::Ptr entity) {
+        if (entity->parentEntity.IsSet()) return;
+        double& average = averages[entity->id];
+        average = (1.0 - deltaTime) * average + deltaTime * timers[entity->id];
+    });
+}
+
+} // namespace
+
 void Game::ServerUpdate(double deltaTime, int physicsArgument) {
     nerox::cpu::Profiler tickScope("ServerUpdate", true);
 
@@ -170,16 +258,10 @@ void Game::ServerUpdate(double deltaTime, int physicsArgument) {
         if (mod->Server_BeforeUpdate) mod->Server_BeforeUpdate(deltaTime);
     });
 
-    {
-        nerox::cpu::Profiler scope("ForEachEntity::BeforeUpdate", true);
-    }
-    {
-        nerox::cpu::Profiler scope("ForEachEntity::Update", true);
-    }
-    (void)physicsArgument;
-    {
-        nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
-    }
+    if (!serverSideEntityPerformanceMetrics)
+        RunEntityStages(deltaTime, physicsArgument);
+    else
+        RunMeasuredEntityStages(deltaTime, physicsArgument);
 
     SERVER_Mod::ForEachModule([deltaTime](SERVER_Mod::Ptr& mod) {
         nerox::cpu::Profiler scope("ForEachModule::Server_AfterUpdate", true);

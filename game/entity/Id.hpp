@@ -14,6 +14,8 @@ struct Id : UniqueId {
     Id(UniqueId const& id) : UniqueId(id) {}
     /// A new entity id.
     static Id Generate() { return Id(UniqueId::Generate("ENTT")); }
+    /// True when the id is unset, as in "!entity->parentEntity".
+    bool operator!() const { return !IsSet(); }
 };
 
 /// Key of an environment function; 0 means none.

@@ -38,14 +38,17 @@ public:
         if constexpr (requires { object->selfReference = object; })
             object->selfReference = object;
         Id const id = object->GetID();
-        if (!id.IsSet())
+        if (!id.IsSet()) {
+            KeepFiles(*object);
             throw std::runtime_error(std::string("UNIQUE_OBJECT ") + T::_uniqueObjectName + " without an id");
+        }
         bool inserted = false;
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
             inserted = _sharedObjects.try_emplace(id, object).second;
         }
         if (!inserted) {
+            KeepFiles(*object);
             throw std::runtime_error(std::string("UNIQUE_OBJECT ") + T::_uniqueObjectName + " with id " +
                                      static_cast<std::string>(id) + " already exists");
         }
@@ -112,6 +115,16 @@ public:
         return _sharedObjects.size();
     }
 
+private:
+    /// A rejected object must not take the files of the one that stays (or of
+    /// anyone) with it: objects that remove their files on destruction keep them.
+    static void KeepFiles(T& object)
+    {
+        if constexpr (requires { object.deleteFilesOnDestroy = false; })
+            object.deleteFilesOnDestroy = false;
+    }
+
+public:
     // Open for code that walks the objects itself under the lock (the physics
     // step); take _sharedObjectsMutex shared to read, exclusively to change.
 

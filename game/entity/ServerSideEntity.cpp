@@ -1,0 +1,443 @@
+#include "game/entity/ServerSideEntity.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+#include <glm/gtc/matrix_transform.hpp>
+#include <glm/gtc/quaternion.hpp>
+
+#include "game/Game.hpp"
+#include "game/entity/EntityConfig.hpp"
+#include "nerox/Assert.hpp"
+#include "nerox/cpu/Profiler.hpp"
+
+namespace game::entity {
+
+// ---------------------------------------------------------------------------
+// Interface defaults. Every body is empty; the entity compares the slots of a
+// module's class with these to skip hooks nobody wrote.
+
+ServerSideEntityInterface::~ServerSideEntityInterface() = default;
+bool ServerSideEntityInterface::IsInsideVolume(glm::dvec3 const&) const { return false; }
+void ServerSideEntityInterface::SaveState(nerox::filesystem::WriteOnlyStream&) {}
+void ServerSideEntityInterface::LoadState(nerox::filesystem::ReadOnlyStream&) {}
+void ServerSideEntityInterface::SerializeState(nerox::filesystem::WriteOnlyStream&) {}
+void ServerSideEntityInterface::DeserializeState(nerox::filesystem::ReadOnlyStream&) {}
+void ServerSideEntityInterface::ModuleSlot7() {}
+void ServerSideEntityInterface::ModuleSlot8() {}
+void ServerSideEntityInterface::ModuleSlot9() {}
+void ServerSideEntityInterface::ModuleSlot10() {}
+void ServerSideEntityInterface::ModuleSlot11() {}
+void ServerSideEntityInterface::ModuleSlot12() {}
+void ServerSideEntityInterface::ModuleSlot13() {}
+void ServerSideEntityInterface::ModuleSlot14() {}
+void ServerSideEntityInterface::ModuleSlot15() {}
+void ServerSideEntityInterface::ModuleSlot16() {}
+void ServerSideEntityInterface::ModuleSlot17() {}
+void ServerSideEntityInterface::InitInterface() {}
+void ServerSideEntityInterface::BeforeUpdate(double) {}
+void ServerSideEntityInterface::Update(double) {}
+void ServerSideEntityInterface::AfterUpdate(double) {}
+
+namespace {
+
+using Interface = ServerSideEntityInterface;
+
+// Virtual slot lookup for the Itanium C++ ABI (g++ and clang on Linux): a
+// pointer to a virtual member function holds 1 + the slot's byte offset in
+// the table, and an object starts with its table pointer.
+#if defined(__GXX_ABI_VERSION) && (defined(__x86_64__) || defined(__i386__))
+template <class MemberFunction>
+size_t SlotIndex(MemberFunction function)
+{
+    struct Representation {
+        uintptr_t pointer;
+        ptrdiff_t adjustment;
+    } representation;
+    static_assert(sizeof(MemberFunction) == sizeof(Representation));
+    std::memcpy(&representation, &function, sizeof(representation));
+    return (representation.pointer - 1) / sizeof(void*);
+}
+
+void const* SlotEntry(Interface const& object, size_t slot)
+{
+    void const* const* table = nullptr;
+    std::memcpy(&table, &object, sizeof(table));
+    return table[slot];
+}
+
+/// Whether object's class replaced the default of the virtual function.
+template <class MemberFunction>
+bool Overrides(Interface const& object, MemberFunction function)
+{
+    static Interface const defaults;
+    size_t const slot = SlotIndex(function);
+    return SlotEntry(object, slot) != SlotEntry(defaults, slot);
+}
+#else
+// Elsewhere every hook counts as overridden: correct, only slower.
+template <class MemberFunction>
+bool Overrides(Interface const&, MemberFunction)
+{
+    return true;
+}
+#endif
+
+/// Longest parent chain walked; guards against a cycle read from damaged files.
+constexpr int MaxParentDepth = 4096;
+
+std::string WorldFolder() { return "../Tessara-data/server/worlds/" + Game::_current_world; }
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Construction
+
+ServerSideEntity::ServerSideEntity(nerox::modular::ModuleID const& module, std::string const& type, Id givenId)
+{
+    moduleId = module;
+    itemType = type;
+    id = givenId.IsSet() ? givenId : Id::Generate();
+    Construct();
+}
+
+ServerSideEntity::ServerSideEntity(Id givenId, nerox::filesystem::ReadOnlyStream& stream) : id(givenId)
+{
+    stream = Deserialize();
+    Construct();
+}
+
+void ServerSideEntity::Construct()
+{
+    _beforeUpdateScope = "Entity<" + itemType + ">::BeforeUpdate";
+    _updateScope = "Entity<" + itemType + ">::Update";
+    _afterUpdateScope = "Entity<" + itemType + ">::AfterUpdate";
+
+    auto const module = _registered_interfaces.find(moduleId.String());
+    if (module == _registered_interfaces.end())
+        return;
+    auto const row = module->second.find(itemType);
+    if (row == module->second.end())
+        return;
+    if (row->second.factory)
+        _interface = row->second.factory();
+    NEROX_ASSERT(_interface);
+
+    _overriddenHooks = 0;
+    if (Overrides(*_interface, &Interface::BeforeUpdate))
+        _overriddenHooks |= HookBeforeUpdate;
+    if (Overrides(*_interface, &Interface::Update))
+        _overriddenHooks |= HookUpdate;
+    if (Overrides(*_interface, &Interface::AfterUpdate))
+        _overriddenHooks |= HookAfterUpdate;
+    if (Overrides(*_interface, &Interface::DeserializeState))
+        _overriddenHooks |= HookDeserializeState;
+
+    config = TakeConfig(row->second);
+    InitNodes();
+}
+
+ServerSideEntity::~ServerSideEntity()
+{
+    // The interface's code belongs to its module: let it go before anything else.
+    _interface.reset();
+    if (deleteFilesOnDestroy && id.IsSet()) {
+        std::error_code ignored;
+        std::filesystem::remove(GetStateSaveFile(), ignored);
+        std::filesystem::remove(GetCheckpointSaveFile(), ignored);
+    }
+}
+
+ServerSideEntity::Ptr ServerSideEntity::Spawn(nerox::modular::ModuleID const& module, std::string const& type, Id givenId)
+{
+    Ptr entity = Create(module, type, givenId);
+    nerox::filesystem::ReadOnlyStream noState;
+    entity->Attach(noState);
+    entity->worldReferences.fetch_add(1);
+    return entity;
+}
+
+void ServerSideEntity::Attach(nerox::filesystem::ReadOnlyStream& state)
+{
+    if (!_interface || _interface->isReady)
+        return;
+    _interface->entity = std::static_pointer_cast<ServerSideEntity>(selfReference.lock());
+    _interface->self = _interface;
+    _interface->id = id;
+    _interface->config = config;
+    _interface->LoadState(state);
+    _interface->InitInterface();
+    _interface->isReady = true;
+
+    std::lock_guard<std::mutex> lock(_module_entities_mutex);
+    _module_entities[moduleId.String()].push_back(_interface);
+}
+
+std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id id)
+{
+    if (!id.IsSet()) {
+        std::cerr << "WARNING: skipped a state file without an entity id in " << ServerSideEntity::GetCheckpointDir()
+                  << std::endl;
+        return {};
+    }
+    nerox::filesystem::ReadOnlyStream state;
+    ServerSideEntity::Ptr entity = entity::Create<ServerSideEntity>(id, state);
+    if (!entity->GetInterface()) {
+        // Its module is not loaded: forget the entity but keep its files for a later run.
+        entity->deleteFilesOnDestroy = false;
+        entity.reset();
+        ServerSideEntity::Destroy(id);
+        return {};
+    }
+    entity->Attach(state);
+    return entity->GetInterface();
+}
+
+// ---------------------------------------------------------------------------
+// Hierarchy
+
+void ServerSideEntity::AddChild(Ptr& entity)
+{
+    NEROX_ASSERT(!entity->parentEntity);
+    NEROX_ASSERT(!entity->isComponent);
+    NEROX_ASSERT(entity->GetID() != GetID());
+
+    glm::dmat4 const local = glm::inverse(GetTransform()) * entity->GetTransform();
+    entity->parentEntity = id;
+    entity->position = glm::dvec3(local[3]);
+    entity->orientation = glm::quat_cast(glm::dmat3(local));
+
+    glm::dquat const inverse = glm::inverse(orientation);
+    entity->linearVelocity = inverse * entity->linearVelocity - inverse * linearVelocity;
+    entity->angularVelocity = inverse * entity->angularVelocity;
+}
+
+void ServerSideEntity::RemoveChild(Ptr& entity)
+{
+    NEROX_ASSERT(entity->parentEntity == GetID());
+    NEROX_ASSERT(!entity->isComponent);
+    NEROX_ASSERT(entity->GetID() != parentEntity);
+
+    glm::dmat4 const world = GetTransform() * entity->GetTransform();
+    entity->position = glm::dvec3(world[3]);
+    entity->orientation = orientation * entity->orientation;
+    entity->parentEntity = parentEntity;
+    entity->linearVelocity = orientation * entity->linearVelocity + linearVelocity;
+    entity->angularVelocity = orientation * entity->angularVelocity;
+}
+
+ServerSideEntity::Ptr ServerSideEntity::GetFirstNonComponentParent() const
+{
+    Ptr parent = Get(parentEntity);
+    for (int depth = 0; parent && parent->isComponent && depth < MaxParentDepth; ++depth)
+        parent = Get(parent->parentEntity);
+    return parent && !parent->isComponent ? parent : Ptr();
+}
+
+glm::dmat4 ServerSideEntity::GetTransformInPhysicsParent() const
+{
+    // Walks up while the chain is made of components: the product of their
+    // transforms places this one in the body that carries them all.
+    glm::dmat4 transform(1.0);
+    ServerSideEntity const* current = this;
+    Ptr holder;
+    for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
+        Ptr parent = Get(current->parentEntity);
+        if (!parent)
+            break;
+        transform = current->GetTransform() * transform;
+        holder = std::move(parent);
+        current = holder.get();
+    }
+    return transform;
+}
+
+Id ServerSideEntity::GetVehicleID() const
+{
+    ServerSideEntity const* current = this;
+    Ptr holder;
+    for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
+        Ptr parent = Get(current->parentEntity);
+        if (!parent)
+            break;
+        holder = std::move(parent);
+        current = holder.get();
+    }
+    return current->id;
+}
+
+glm::dmat3 ServerSideEntity::GetInertiaTensorWorld() const
+{
+    NEROX_ASSERT(mass > 0.0);
+    NEROX_ASSERT(box_size.x > 0.0);
+    NEROX_ASSERT(box_size.y > 0.0);
+    NEROX_ASSERT(box_size.z > 0.0);
+    glm::dvec3 const s = box_size * box_size;
+    glm::dmat3 const box(mass * (s.y + s.z) / 12.0, 0.0, 0.0, //
+                         0.0, mass * (s.x + s.z) / 12.0, 0.0, //
+                         0.0, 0.0, mass * (s.x + s.y) / 12.0);
+    glm::dmat3 const rotation = glm::mat3_cast(orientation);
+    return rotation * box * glm::transpose(rotation);
+}
+
+// ---------------------------------------------------------------------------
+// Per-tick operations
+
+void ServerSideEntity::BeforeUpdate(double dt)
+{
+    if (_interface && _interface->isReady && (_overriddenHooks & HookBeforeUpdate)) {
+        nerox::cpu::Profiler scope(_beforeUpdateScope, true);
+        _interface->BeforeUpdate(dt);
+    }
+}
+
+void ServerSideEntity::Update(double dt)
+{
+    nerox::cpu::Profiler scope("ServerSideEntity::Update", true);
+    if (_interface && _interface->isReady && (_overriddenHooks & HookUpdate)) {
+        nerox::cpu::Profiler hookScope(_updateScope, true);
+        _interface->Update(dt);
+    }
+    if (config && (nodesAnimated || nodesDirty))
+        config->jointSolver(this);
+    BaseEntity::Update(dt);
+}
+
+void ServerSideEntity::AfterUpdate(double dt)
+{
+    if (_interface && _interface->isReady && (_overriddenHooks & HookAfterUpdate)) {
+        nerox::cpu::Profiler scope(_afterUpdateScope, true);
+        _interface->AfterUpdate(dt);
+    }
+}
+
+void ServerSideEntity::RefreshCache()
+{
+    nerox::cpu::Profiler scope("ServerSideEntity::RefreshCache", true);
+    RefreshFromParents();
+}
+
+void ServerSideEntity::RefreshFromParents()
+{
+    parentMoving = false;
+    Id next = parentEntity;
+    for (int depth = 0; depth < MaxParentDepth; ++depth) {
+        Ptr const ancestor = Get(next);
+        if (!ancestor)
+            break;
+        environmentId = ancestor->environmentId;
+        orbitEnvironmentId = ancestor->orbitEnvironmentId;
+        if (ancestor->isDynamic && ancestor->restTime < 2.0)
+            parentMoving = true;
+        else
+            parentMoving = parentMoving || ancestor->parentMoving;
+        next = ancestor->parentEntity;
+    }
+    if (parentMoving)
+        settled = false;
+}
+
+void ServerSideEntity::InitNodes()
+{
+    BaseEntity::InitNodes();
+    for (auto& [name, collider] : colliders) {
+        collider.entity = id;
+        collider.name = name;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// World loading and unloading
+
+std::string ServerSideEntity::GetCheckpointDir() { return WorldFolder() + "/entities"; }
+
+std::string ServerSideEntity::GetStateSaveFile() const
+{
+    return GetCheckpointDir() + "/" + static_cast<std::string>(id) + ".entitystate";
+}
+
+std::string ServerSideEntity::GetCheckpointSaveFile() const
+{
+    return GetCheckpointDir() + "/" + static_cast<std::string>(id) + ".checkpoint";
+}
+
+void ServerSideEntity::LoadAllEntities()
+{
+    namespace fs = std::filesystem;
+    fs::path const folder = GetCheckpointDir();
+    std::error_code error;
+    if (!fs::is_directory(folder, error))
+        return;
+
+    static constexpr std::string_view extension = ".entitystate";
+    std::vector<std::string> stems;
+    for (fs::directory_iterator entries(folder, error), end; !error && entries != end; entries.increment(error)) {
+        std::error_code typeError;
+        if (!entries->is_regular_file(typeError))
+            continue;
+        std::string const name = entries->path().filename().string();
+        if (name.size() < extension.size() || name.compare(name.size() - extension.size(), extension.size(), extension) != 0)
+            continue;
+        stems.push_back(name.substr(0, name.size() - extension.size()));
+    }
+    if (error)
+        throw std::runtime_error("Could not list the entities in " + folder.string() + ": " + error.message());
+
+    // Always the same order, so that a world loads the same way every time.
+    std::sort(stems.begin(), stems.end());
+    for (std::string const& stem : stems) {
+        Id const entityId{UniqueId(stem)};
+        std::shared_ptr<Interface> const loaded = Interface::Create(entityId);
+        if (loaded) {
+            if (Ptr const entity = loaded->entity.lock())
+                entity->worldReferences.fetch_add(1);
+        }
+    }
+}
+
+void ServerSideEntity::UnloadAllEntities()
+{
+    std::vector<Ptr> released;
+    size_t failures = 0;
+    std::string firstFailure;
+    {
+        std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
+        released.reserve(_sharedObjects.size());
+        for (auto& entry : _sharedObjects) {
+            Ptr& entity = entry.second;
+            if (!entity)
+                continue;
+            if (entity->worldReferences.load() != 0 && !entity->isComponent) {
+                try {
+                    entity->Serialize();
+                } catch (std::exception const& failure) {
+                    // The old file stays as it was; go on with the others.
+                    std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity->id) << ": "
+                              << failure.what() << std::endl;
+                    if (failures++ == 0)
+                        firstFailure = failure.what();
+                }
+                entity->deleteFilesOnDestroy = false;
+            }
+            released.push_back(std::move(entity));
+        }
+        _sharedObjects.clear();
+    }
+    // The entities go outside the lock: their interfaces' destructors may look others up.
+    released.clear();
+    {
+        std::lock_guard<std::mutex> lock(_module_entities_mutex);
+        for (auto& [module, interfaces] : _module_entities)
+            std::erase_if(interfaces, [](std::weak_ptr<Interface> const& object) { return object.expired(); });
+    }
+    if (failures != 0) {
+        throw std::runtime_error("Could not save " + std::to_string(failures) + " entities; the first error: " +
+                                 firstFailure);
+    }
+}
+
+} // namespace game::entity

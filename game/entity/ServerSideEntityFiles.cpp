@@ -1,0 +1,353 @@
+// The state and checkpoint files of server entities. All values are stored
+// little-endian as they lie in memory, without padding; strings and the
+// module's blob use the streams' length-prefixed form.
+#include "game/entity/ServerSideEntity.hpp"
+
+#include <bit>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+#include "nerox/Assert.hpp"
+#include "nerox/cpu/Profiler.hpp"
+#include "nerox/filesystem/BinaryFileStream.hpp"
+
+namespace game::entity {
+
+namespace {
+
+using nerox::filesystem::ReadOnlyStream;
+using nerox::filesystem::WriteOnlyStream;
+
+static_assert(std::endian::native == std::endian::little, "entity files are little-endian memory images");
+
+void WriteBytes(WriteOnlyStream& out, char const* bytes, size_t size)
+{
+    out.Write(reinterpret_cast<unsigned char const*>(bytes), size);
+}
+
+void WriteId(WriteOnlyStream& out, Id const& value)
+{
+    out.Write(value.first);
+    out.Write(value.second);
+}
+
+void WriteVector(WriteOnlyStream& out, glm::dvec3 const& value)
+{
+    out.Write(value.x);
+    out.Write(value.y);
+    out.Write(value.z);
+}
+
+void WriteQuaternion(WriteOnlyStream& out, glm::dquat const& value)
+{
+    out.Write(value.w);
+    out.Write(value.x);
+    out.Write(value.y);
+    out.Write(value.z);
+}
+
+/// Reads fields from a file held in memory; a field that runs past the end
+/// throws Cut, which the callers turn into their own message.
+class FieldReader {
+public:
+    struct Cut {};
+
+    explicit FieldReader(ReadOnlyStream& in) : _in(in) {}
+
+    template <class T>
+    T Get()
+    {
+        Need(sizeof(T));
+        T value;
+        _in.Read(value);
+        return value;
+    }
+
+    /// Whether the next size bytes equal bytes; a cut file does not match.
+    bool Matches(char const* bytes, size_t size)
+    {
+        if (_in.Remaining() < size)
+            return false;
+        unsigned char found[8];
+        _in.Read(found, size);
+        return std::memcmp(found, bytes, size) == 0;
+    }
+
+    Id GetId()
+    {
+        uint64_t const first = Get<uint64_t>();
+        uint64_t const second = Get<uint64_t>();
+        return Id(UniqueId(first, second));
+    }
+
+    glm::dvec3 GetVector()
+    {
+        glm::dvec3 value;
+        value.x = Get<double>();
+        value.y = Get<double>();
+        value.z = Get<double>();
+        return value;
+    }
+
+    glm::dquat GetQuaternion()
+    {
+        glm::dquat value;
+        value.w = Get<double>();
+        value.x = Get<double>();
+        value.y = Get<double>();
+        value.z = Get<double>();
+        return value;
+    }
+
+    bool GetBool() { return Get<uint8_t>() != 0; }
+
+    std::string GetString()
+    {
+        std::string text;
+        try {
+            _in.Read(text); // checks its length against the rest before allocating
+        } catch (std::runtime_error const&) {
+            throw Cut{};
+        }
+        return text;
+    }
+
+    ReadOnlyStream GetBlob()
+    {
+        try {
+            return _in.ReadStream();
+        } catch (std::runtime_error const&) {
+            throw Cut{};
+        }
+    }
+
+private:
+    void Need(size_t size)
+    {
+        if (_in.Remaining() < size)
+            throw Cut{};
+    }
+
+    ReadOnlyStream& _in;
+};
+
+/// Writes bytes to path through a temporary file beside it, so that the old
+/// file is replaced only by a complete new one.
+void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::create_directories(fs::path(path).parent_path(), error);
+    std::string const temporary = path + ".tmp";
+    try {
+        nerox::filesystem::BinaryFileStream file(temporary, 1024, nerox::filesystem::BinaryFileStream::WriteTruncate);
+        file.Write(bytes.Data(), bytes.Size());
+        file.Flush();
+    } catch (...) {
+        fs::remove(temporary, error);
+        throw;
+    }
+    fs::rename(temporary, path, error);
+    if (error) {
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        throw std::runtime_error("Could not replace " + path + ": " + error.message());
+    }
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// State file
+
+void ServerSideEntity::WriteState(WriteOnlyStream& out)
+{
+    WriteOnlyStream blob;
+    if (_interface)
+        _interface->SaveState(blob);
+
+    WriteBytes(out, MAGICSTR1, sizeof(MAGICSTR1));
+    WriteBytes(out, MAGICSTR2, sizeof(MAGICSTR2));
+    out.Write(STATE_FILE_VERSION);
+    out.Write(moduleId.vendor);
+    out.Write(moduleId.name);
+    out.Write(itemType);
+    out.Write(environmentId);
+    out.Write(orbitEnvironmentId);
+    WriteId(out, parentEntity);
+    WriteVector(out, position);
+    WriteQuaternion(out, orientation);
+    out.Write(static_cast<uint8_t>(isDynamic ? 1 : 0));
+    WriteVector(out, linearVelocity);
+    WriteVector(out, angularVelocity);
+    out.Write(boundingRadius);
+    out.Write(static_cast<uint8_t>(!isDynamic || restTime >= 1.0 ? 1 : 0));
+    WriteBytes(out, MAGICSTR_INTERFACE, sizeof(MAGICSTR_INTERFACE));
+    out.Write(static_cast<nerox::filesystem::Stream const&>(blob));
+    WriteBytes(out, MAGICSTR_EOF, sizeof(MAGICSTR_EOF));
+}
+
+ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
+{
+    std::string const name = static_cast<std::string>(id);
+    auto fail = [&name](char const* text) { return std::runtime_error(text + name); };
+
+    FieldReader file(in);
+    if (!file.Matches(MAGICSTR1, sizeof(MAGICSTR1)) || !file.Matches(MAGICSTR2, sizeof(MAGICSTR2)))
+        throw fail("Invalid save state magic string for entity ");
+    try {
+        if (file.Get<uint32_t>() != STATE_FILE_VERSION)
+            throw fail("Invalid save state version for entity ");
+    } catch (FieldReader::Cut const&) {
+        throw fail("Invalid save state version for entity ");
+    }
+
+    // Read everything before changing the entity, so that a damaged file leaves it as it was.
+    try {
+        nerox::modular::ModuleID module;
+        module.vendor = file.Get<uint64_t>();
+        module.name = file.Get<uint64_t>();
+        std::string type = file.GetString();
+        EnvironmentId const environment = file.Get<uint64_t>();
+        EnvironmentId const orbitEnvironment = file.Get<uint64_t>();
+        Id const parent = file.GetId();
+        glm::dvec3 const savedPosition = file.GetVector();
+        glm::dquat const savedOrientation = file.GetQuaternion();
+        bool const dynamic = file.GetBool();
+        glm::dvec3 const savedLinearVelocity = file.GetVector();
+        glm::dvec3 const savedAngularVelocity = file.GetVector();
+        double const savedBoundingRadius = file.Get<double>();
+        bool const atRest = file.GetBool();
+        if (!file.Matches(MAGICSTR_INTERFACE, sizeof(MAGICSTR_INTERFACE)))
+            throw fail("Invalid save state interface magic string for entity ");
+        ReadOnlyStream blob = file.GetBlob();
+        // The end marker is not read: a file cut inside it still loads.
+
+        moduleId = module;
+        itemType = std::move(type);
+        environmentId = environment;
+        orbitEnvironmentId = orbitEnvironment;
+        parentEntity = parent;
+        position = savedPosition;
+        orientation = savedOrientation;
+        isDynamic = dynamic;
+        linearVelocity = savedLinearVelocity;
+        angularVelocity = savedAngularVelocity;
+        boundingRadius = savedBoundingRadius;
+        if (atRest)
+            restTime = 2.0; // at rest since before the load
+        return blob;
+    } catch (FieldReader::Cut const&) {
+        throw fail("Save state file is cut short for entity ");
+    }
+}
+
+void ServerSideEntity::Serialize()
+{
+    WriteOnlyStream bytes(256);
+    WriteState(bytes);
+    ReplaceFile(GetStateSaveFile(), bytes);
+}
+
+ReadOnlyStream ServerSideEntity::Deserialize()
+{
+    std::string const path = GetStateSaveFile();
+    std::error_code error;
+    if (!std::filesystem::exists(std::filesystem::status(path, error)))
+        throw std::runtime_error("Save state file does not exist for entity " + static_cast<std::string>(id));
+
+    ReadOnlyStream contents;
+    {
+        nerox::filesystem::BinaryFileStream file(path, 0, nerox::filesystem::BinaryFileStream::ReadOnly);
+        std::span<unsigned char const> const bytes = file.ReadableBytes();
+        contents = ReadOnlyStream(bytes.data(), bytes.size());
+    }
+    return ReadState(contents);
+}
+
+// ---------------------------------------------------------------------------
+// Checkpoint file
+
+void ServerSideEntity::SerializeCheckpoint()
+{
+    NEROX_ASSERT(_interface);
+    WriteOnlyStream blob;
+    _interface->SerializeState(blob);
+
+    WriteOnlyStream out(256);
+    WriteBytes(out, CHECKPOINT_MAGICSTR, sizeof(CHECKPOINT_MAGICSTR));
+    out.Write(CHECKPOINT_FILE_VERSION);
+    WriteId(out, id);
+    WriteVector(out, position);
+    WriteQuaternion(out, orientation);
+    WriteVector(out, linearVelocity);
+    WriteVector(out, angularVelocity);
+    WriteId(out, parentEntity);
+    out.Write(environmentId);
+    out.Write(orbitEnvironmentId);
+    out.Write(static_cast<uint8_t>(isDynamic ? 1 : 0));
+    out.Write(static_cast<nerox::filesystem::Stream const&>(blob));
+    ReplaceFile(GetCheckpointSaveFile(), out);
+}
+
+void ServerSideEntity::DeserializeCheckpoint()
+{
+    std::string const path = GetCheckpointSaveFile();
+    ReadOnlyStream contents;
+    try {
+        nerox::filesystem::BinaryFileStream file(path, 0, nerox::filesystem::BinaryFileStream::ReadOnly);
+        std::span<unsigned char const> const bytes = file.ReadableBytes();
+        contents = ReadOnlyStream(bytes.data(), bytes.size());
+    } catch (std::runtime_error const& failure) {
+        std::cerr << "Checkpoint file could not be read: " << failure.what() << std::endl;
+        return;
+    }
+
+    FieldReader file(contents);
+    if (!file.Matches(CHECKPOINT_MAGICSTR, sizeof(CHECKPOINT_MAGICSTR))) {
+        std::cerr << "Invalid checkpoint file" << std::endl;
+        return;
+    }
+    try {
+        if (file.Get<uint32_t>() != CHECKPOINT_FILE_VERSION) {
+            std::cerr << "Unsupported checkpoint version" << std::endl;
+            return;
+        }
+        if (file.GetId() != id) {
+            std::cerr << "Invalid checkpoint parent entity ID" << std::endl;
+            return;
+        }
+        glm::dvec3 const savedPosition = file.GetVector();
+        glm::dquat const savedOrientation = file.GetQuaternion();
+        glm::dvec3 const savedLinearVelocity = file.GetVector();
+        glm::dvec3 const savedAngularVelocity = file.GetVector();
+        Id const parent = file.GetId();
+        EnvironmentId const environment = file.Get<uint64_t>();
+        EnvironmentId const orbitEnvironment = file.Get<uint64_t>();
+        bool const dynamic = file.GetBool();
+        ReadOnlyStream blob = file.GetBlob();
+
+        position = savedPosition;
+        orientation = savedOrientation;
+        linearVelocity = savedLinearVelocity;
+        angularVelocity = savedAngularVelocity;
+        parentEntity = parent;
+        environmentId = environment;
+        orbitEnvironmentId = orbitEnvironment;
+        isDynamic = dynamic;
+        if (isDynamic)
+            restTime = 0.0;
+        if (_interface && (_overriddenHooks & HookDeserializeState))
+            _interface->DeserializeState(blob);
+    } catch (FieldReader::Cut const&) {
+        std::cerr << "Invalid checkpoint file" << std::endl;
+        return;
+    }
+
+    nerox::cpu::Profiler scope("ServerSideEntity::RefreshCache", true);
+    RefreshFromParents();
+}
+
+} // namespace game::entity
