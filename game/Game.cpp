@@ -50,6 +50,7 @@ bool Game::adminWindowOpen = false;
 std::map<int, std::shared_ptr<game::input::Joystick>> Game::_joysticks;
 
 // Environment references.
+std::unordered_map<game::entity::EnvironmentId, game::physics::EnvironmentFunction> Game::_environmentFunctions;
 game::entity::EnvironmentId Game::parentEnvironmentId = 0;
 game::entity::EnvironmentId Game::relativeEnvironmentId = 0;
 bool Game::environmentIsLoaded = false;
@@ -70,6 +71,9 @@ bool Game::debugClientSidePhysics = false;
 std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_back;
 std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_staging;
 std::vector<Game::PhysicsLineDebug> Game::physicsDebugLines_front;
+std::vector<Game::PhysicsColliderDebug> Game::physicsDebugColliders_back;
+std::vector<Game::PhysicsColliderDebug> Game::physicsDebugColliders_staging;
+std::vector<Game::PhysicsColliderDebug> Game::physicsDebugColliders_front;
 std::atomic<bool> Game::physicsDebugCollidersUpdated{false};
 std::mutex Game::physicsDebugMutex;
 int32_t Game::debugGizmoOp = 0;

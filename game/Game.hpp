@@ -1,7 +1,9 @@
 #pragma once
 #include "game/Config.hpp"
 #include "game/GameSettings.hpp"
+#include "game/entity/ConvexMeshCollider.hpp"
 #include "game/entity/Id.hpp"
+#include "game/physics/EnvironmentInfo.hpp"
 #include "nerox/FPSCounter.hpp"
 #include "nerox/SharedMutex.hpp"
 
@@ -41,6 +43,13 @@ public:
         glm::vec4 color{1.0f};         ///< Red, green, blue, alpha.
     };
 
+    /// One collider of the physics step, with its world transform, for debug drawing.
+    struct PhysicsColliderDebug {
+        game::entity::Id entity;                    ///< The entity whose body holds it.
+        game::entity::ConvexMeshCollider collider;  ///< Copy with the world transform.
+        bool dynamic = false;                       ///< From a moving body.
+    };
+
     // Lifecycle and environment.
     static std::atomic<bool> isActive;                     ///< True while the game runs; `Quit` clears it.
     static std::unique_ptr<game::GameSettings> settings;   ///< The user's settings, set by the host.
@@ -73,6 +82,8 @@ public:
     static game::entity::EnvironmentId parentEnvironmentId;   ///< Environment of the local player.
     static game::entity::EnvironmentId relativeEnvironmentId; ///< Environment the view is relative to.
     static bool environmentIsLoaded;                          ///< Set by the module that loads the environment.
+    /// The answer functions of the environments, registered by content modules.
+    static std::unordered_map<game::entity::EnvironmentId, game::physics::EnvironmentFunction> _environmentFunctions;
     static glm::dmat4 backgroundTransform;                    ///< Transform of the background.
 
     // Measurement and debugging.
@@ -90,6 +101,9 @@ public:
     static std::vector<PhysicsLineDebug> physicsDebugLines_back;    ///< Filled by the physics step.
     static std::vector<PhysicsLineDebug> physicsDebugLines_staging; ///< Handed over under `physicsDebugMutex`.
     static std::vector<PhysicsLineDebug> physicsDebugLines_front;   ///< Drawn by the renderer.
+    static std::vector<PhysicsColliderDebug> physicsDebugColliders_back;    ///< Filled by the physics step.
+    static std::vector<PhysicsColliderDebug> physicsDebugColliders_staging; ///< Handed over under `physicsDebugMutex`.
+    static std::vector<PhysicsColliderDebug> physicsDebugColliders_front;   ///< Drawn by the renderer.
     static std::atomic<bool> physicsDebugCollidersUpdated;          ///< New data stands in the staging buffers.
     static std::mutex physicsDebugMutex;                            ///< Guards the staging buffers and the flag.
     static int32_t debugGizmoOp;                     ///< Operation of the debug entity gizmo; 0 none.

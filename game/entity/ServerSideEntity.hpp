@@ -136,6 +136,10 @@ public:
     /// kind changes nothing and prints one line to the standard error stream.
     void DeserializeCheckpoint();
 
+    /// The physics step of the whole world: builds rigid bodies from the
+    /// entities, moves them through dt in substeps and writes the results back.
+    static void PhysicsUpdate(double dt, int substeps);
+
     /// Loads every saved entity of the current world.
     static void LoadAllEntities();
     /// Saves the entities placed in the world, then empties the registry.

@@ -1,0 +1,108 @@
+// The broadphase must return exactly what the full double loop returns, in
+// the same order, whatever the sizes and places of the spheres.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "game/physics/Broadphase.hpp"
+
+namespace {
+
+using game::physics::Broadphase;
+using Bodies = std::vector<Broadphase::Body>;
+using Pairs = std::vector<Broadphase::Pair>;
+
+Pairs AllPairs(Bodies const& bodies)
+{
+    Pairs pairs;
+    for (uint32_t i = 0; i < bodies.size(); ++i)
+        for (uint32_t j = i + 1; j < bodies.size(); ++j)
+            if (bodies[i].radius + bodies[j].radius > glm::distance(bodies[i].center, bodies[j].center))
+                pairs.emplace_back(i, j);
+    return pairs;
+}
+
+Pairs AllOverlaps(Bodies const& bodies, Bodies const& others)
+{
+    Pairs pairs;
+    for (uint32_t i = 0; i < bodies.size(); ++i)
+        for (uint32_t k = 0; k < others.size(); ++k)
+            if (bodies[i].radius + others[k].radius > glm::distance(bodies[i].center, others[k].center))
+                pairs.emplace_back(i, k);
+    return pairs;
+}
+
+/// Mostly unit spheres in a box, some tiny, some huge (a ground), some far off.
+Bodies RandomScene(std::mt19937_64& random, size_t count, double extent)
+{
+    std::uniform_real_distribution<double> place(-extent, extent);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    Bodies bodies(count);
+    for (Broadphase::Body& body : bodies) {
+        body.center = glm::dvec3(place(random), place(random), place(random));
+        double const kind = unit(random);
+        body.radius = kind < 0.05 ? 50.0 * unit(random) : (kind < 0.1 ? 1e-4 : 0.3 + unit(random));
+        if (kind > 0.99)
+            body.center *= 1e6;
+    }
+    return bodies;
+}
+
+TEST(Broadphase, PairsEqualTheFullLoopInOrder)
+{
+    std::mt19937_64 random(7);
+    Broadphase broadphase;
+    Pairs found;
+    for (size_t count : {0u, 1u, 2u, 17u, 300u, 2000u}) {
+        for (double extent : {1.0, 20.0, 500.0}) {
+            Bodies const bodies = RandomScene(random, count, extent);
+            broadphase.FindPairs(bodies, found);
+            EXPECT_EQ(found, AllPairs(bodies)) << count << " bodies in " << extent;
+        }
+    }
+}
+
+TEST(Broadphase, OverlapsEqualTheFullLoopInOrder)
+{
+    std::mt19937_64 random(11);
+    Broadphase broadphase;
+    Pairs found;
+    for (size_t count : {1u, 40u, 700u}) {
+        for (double extent : {2.0, 100.0}) {
+            Bodies const bodies = RandomScene(random, count, extent);
+            Bodies others = RandomScene(random, count * 3, extent);
+            others.push_back({glm::dvec3(0.0), 1e5}); // a planet-sized ground
+            broadphase.FindOverlaps(bodies, others, found);
+            EXPECT_EQ(found, AllOverlaps(bodies, others)) << count << " bodies in " << extent;
+        }
+    }
+}
+
+TEST(Broadphase, TouchingSpheresAndGridBordersFollowTheStrictTest)
+{
+    Broadphase broadphase;
+    Pairs found;
+    // Exactly touching: not overlapping. Slightly closer: overlapping, even across a cell border.
+    Bodies bodies{{glm::dvec3(0.0), 1.0}, {glm::dvec3(2.0, 0.0, 0.0), 1.0}, {glm::dvec3(3.999999, 0.0, 0.0), 1.0}};
+    broadphase.FindPairs(bodies, found);
+    EXPECT_EQ(found, AllPairs(bodies));
+    EXPECT_EQ(found, (Pairs{{1, 2}}));
+}
+
+TEST(Broadphase, NonFiniteBodiesMatchNothingAndBreakNothing)
+{
+    double const nan = std::numeric_limits<double>::quiet_NaN();
+    double const inf = std::numeric_limits<double>::infinity();
+    Bodies bodies{{glm::dvec3(0.0), 1.0}, {glm::dvec3(nan, 0.0, 0.0), 1.0}, {glm::dvec3(0.5), inf},
+                  {glm::dvec3(0.1), 1.0}, {glm::dvec3(1e300), 1.0}};
+    Broadphase broadphase;
+    Pairs found;
+    broadphase.FindPairs(bodies, found);
+    EXPECT_EQ(found, AllPairs(bodies));
+    broadphase.FindOverlaps(bodies, bodies, found);
+    EXPECT_EQ(found, AllOverlaps(bodies, bodies));
+}
+
+} // namespace
