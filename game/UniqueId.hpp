@@ -21,7 +21,9 @@ public:
     /// than 28 throws std::runtime_error, a bad digit std::invalid_argument.
     explicit UniqueId(std::string const& text);
 
-    /// A new id with a 4-character tag. Not thread-safe: call from one thread at a time.
+    /// A new id with a 4-character tag. Ids of one process never repeat: within
+    /// one microsecond the time part counts on. Not thread-safe: call from one
+    /// thread at a time.
     static UniqueId Generate(char const (&type)[5]);
 
     /// The text form, or the empty text if either word is zero.

@@ -25,15 +25,19 @@ TEST(UniqueId, TextFormRoundTripsAndHoldsTagOwnerAndLittleEndianWords) {
 }
 
 TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
+    // Made in a tight loop, many ids share a microsecond of the clock: still no repeats.
     std::unordered_set<UniqueId> seen;
-    for (int i = 0; i < 2000; ++i) {
+    std::unordered_set<uint64_t> times;
+    for (int i = 0; i < 20000; ++i) {
         UniqueId id = UniqueId::Generate("TEST");
         uint64_t random = id.second >> 50;
         ASSERT_GE(random, 1u);
         ASSERT_LE(random, 16383u);
         seen.insert(id);
+        times.insert(id.second & ((uint64_t(1) << 50) - 1));
     }
-    EXPECT_GT(seen.size(), 1900u);
+    EXPECT_EQ(seen.size(), 20000u);
+    EXPECT_EQ(times.size(), 20000u);
 }
 
 TEST(UniqueId, ParsingRejectsBadLengthsAndDigits) {
