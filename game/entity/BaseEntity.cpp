@@ -36,6 +36,20 @@ void MakeBox(ConvexMeshCollider& collider)
     collider.trianglesCount = 12;
 }
 
+} // namespace
+
+ConvexMeshCollider ConvexMeshCollider::Box(glm::vec3 const& boxMin, glm::vec3 const& boxMax)
+{
+    ConvexMeshCollider collider;
+    collider.box_min = glm::min(boxMin, boxMax);
+    collider.box_max = glm::max(boxMin, boxMax);
+    MakeBox(collider);
+    collider.radius = 0.5 * glm::length(glm::dvec3(collider.box_max) - glm::dvec3(collider.box_min));
+    return collider;
+}
+
+namespace {
+
 /// Copies the hull of a description into collider, at most what its arrays hold.
 void CopyHull(EntityConfig::Collider const& described, ConvexMeshCollider& collider)
 {

@@ -27,6 +27,10 @@ struct ConvexMeshCollider {
     /// Most triangles a collider holds.
     static constexpr size_t MaxTriangles = 12;
 
+    /// A box collider from boxMin to boxMax in collider space: 8 corners in
+    /// binary order (bit 2 x, bit 1 y, bit 0 z), 3 normals, 12 triangles.
+    static ConvexMeshCollider Box(glm::vec3 const& boxMin, glm::vec3 const& boxMax);
+
     /// Called on a contact with the body that carries the collider (as the physics
     /// step passes it), this collider, the other one, the contact (which the
     /// callback may change) and the step length. In the static path the result

@@ -12,6 +12,7 @@
 
 #include "game/Game.hpp"
 #include "game/entity/EntityConfig.hpp"
+#include "game/entity/PressurizedVolume.hpp"
 #include "nerox/Assert.hpp"
 #include "nerox/cpu/Profiler.hpp"
 
@@ -433,6 +434,10 @@ void ServerSideEntity::UnloadAllEntities()
         std::lock_guard<std::mutex> lock(_module_entities_mutex);
         for (auto& [module, interfaces] : _module_entities)
             std::erase_if(interfaces, [](std::weak_ptr<Interface> const& object) { return object.expired(); });
+    }
+    {
+        std::unique_lock<nerox::SharedMutex> lock(PressurizedVolume::_sharedObjectsMutex);
+        PressurizedVolume::_sharedObjects.clear();
     }
     if (failures != 0) {
         throw std::runtime_error("Could not save " + std::to_string(failures) + " entities; the first error: " +

@@ -1,4 +1,6 @@
 #pragma once
+#include <array>
+#include <cstddef>
 #include <utility>
 
 #include <glm/glm.hpp>
@@ -22,6 +24,14 @@ std::pair<double, double> ProjectOntoAxis(entity::ConvexMeshCollider const& coll
 /// Separating-axis test of two convex colliders placed by their transforms.
 /// The normal points from b towards a; no contact gives the empty Collision.
 Collision ConvexCollision(entity::ConvexMeshCollider const& a, entity::ConvexMeshCollider const& b);
+
+/// The vertices that carry a contact found by ConvexCollision(a, b): those of
+/// the smaller collider that reach within the contact's depth (plus 1 cm) of
+/// its deepest vertex. A box lying flat gives its four lower corners. Returns
+/// how many were written to out.
+size_t ContactSupportPoints(entity::ConvexMeshCollider const& a, entity::ConvexMeshCollider const& b,
+                            Collision const& collision,
+                            std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>& out);
 
 /// Cheap test whether two boxes (minA..maxA under ta, minB..maxB under tb) may
 /// intersect; false only when they certainly do not. exactA and exactB ask for

@@ -1,4 +1,5 @@
 #pragma once
+#include <array>
 #include <memory>
 #include <unordered_set>
 #include <vector>
@@ -81,6 +82,9 @@ public:
     void AddStaticContactPoint(glm::dvec3 const& normal, glm::dvec3 point);
     /// Whether the static contacts support the body; normalOut is their plane's normal.
     bool GetStaticContact(glm::dvec3& normalOut);
+    /// Counts one more resting substep when the static contacts support the
+    /// body and it neither slides nor turns faster than the frictions met allow.
+    void TestResting();
 
     /// Builds the surface samples for drag and lift.
     void ComputeAerodynamicSurfaces(EnvironmentFunction& environment);
@@ -117,6 +121,23 @@ public:
 
     /// Lowest friction met by static contacts this step; the resting limit.
     double restingLimit = 1.0;
+
+private:
+    /// Visits the pair (c, d) of a static contact, each placed by its matrix:
+    /// walks into subColliders of colliders that are mostly empty, answers the
+    /// contacts of the leaves and tells whether any leaf touched.
+    bool VisitStaticPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
+                         entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD, double dt, int depth);
+    /// Copies c and d, placed in the world, into _contactSelf and _contactOther.
+    void PlaceContactPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
+                          entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD);
+
+    /// World-placed copies of the two colliders of the contact being tested
+    /// (without their callbacks); reused from pair to pair, they are what
+    /// contact callbacks receive as self and other.
+    entity::ConvexMeshCollider _contactSelf;
+    entity::ConvexMeshCollider _contactOther;
+    std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices> _supportPoints{}; ///< Support points of the last static contact.
 };
 
 } // namespace game::physics
