@@ -11,8 +11,8 @@ namespace game {
 /// What an environment query asks for; bits may be combined.
 enum EnvironmentInfoFlags : uint32_t {
     EnvironmentGravityOnly = 0,       ///< Gravity alone (always answered).
-    EnvironmentTerrain = 1u << 0,     ///< Terrain: altitude and surface normal at the point.
-    EnvironmentSurfaceDepth = 1u << 1, ///< Also how deep the point lies below the terrain (terrain.depth).
+    EnvironmentTerrain = 1u << 0,     ///< Terrain: altitude, surface normal and terrain.depth at the point.
+    EnvironmentSurfaceDepth = 1u << 1, ///< Also the nearest ground point and its material (terrain.surfacePoint, terrain.material).
     EnvironmentMedium = 1u << 2,      ///< Air or water at the point: density, viscosity, pressure, composition.
 };
 
@@ -22,9 +22,12 @@ namespace game::physics {
 
 /// Terrain details of an answer, at the queried point.
 struct TerrainInfo {
-    double depth = 0.0;              ///< Metres the point lies below the ground; 0 above it. Needs EnvironmentSurfaceDepth.
-    glm::dvec3 surfacePoint{0.0};    ///< Nearest point of the ground, in the environment's frame.
-    uint32_t material = 0;           ///< Module-defined ground material; 0 unknown.
+    /// Metres the point lies below the ground, measured along the surface
+    /// normal; 0 above it. Answered for every query with EnvironmentTerrain:
+    /// terrain contacts read it at a collider's lowest point.
+    double depth = 0.0;
+    glm::dvec3 surfacePoint{0.0};    ///< Nearest point of the ground, in the environment's frame. Needs EnvironmentSurfaceDepth.
+    uint32_t material = 0;           ///< Module-defined ground material; 0 unknown. Needs EnvironmentSurfaceDepth.
     uint32_t reserved0 = 0;          ///< Zero.
     double reserved[11] = {};        ///< Free for the environment's modules.
 };
