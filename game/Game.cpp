@@ -182,8 +182,7 @@ void RunEntityStages(double deltaTime, int physicsArgument) {
             entity->RefreshCache();
         });
     }
-    // The physics step of the world goes here, with deltaTime and physicsArgument.
-    (void)physicsArgument;
+    ServerSideEntity::PhysicsUpdate(deltaTime, physicsArgument);
     {
         nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
         ServerSideEntity::ForEach([deltaTime](ServerSideEntity::Ptr entity) {
@@ -231,8 +230,7 @@ void RunMeasuredEntityStages(double deltaTime, int physicsArgument) {
             timer += ClockSeconds();
         });
     }
-    // The physics step of the world goes here, unmeasured.
-    (void)physicsArgument;
+    ServerSideEntity::PhysicsUpdate(deltaTime, physicsArgument); // unmeasured
     {
         nerox::cpu::Profiler scope("ForEachEntity::AfterUpdate", true);
         ServerSideEntity::ForEach([&timers, deltaTime](ServerSideEntity::Ptr entity) {
