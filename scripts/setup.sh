@@ -12,7 +12,8 @@ packages=(
   build-essential g++ cmake ninja-build pkg-config dpkg-dev
   libglm-dev nlohmann-json3-dev zlib1g-dev libfyaml-dev
   libglfw3-dev libvulkan-dev vulkan-validationlayers mesa-vulkan-drivers glslc
-  libstb-dev libgtest-dev libgmock-dev libbenchmark-dev
+  libstb-dev libgtest-dev libgmock-dev libbenchmark-dev libbullet-dev
+  gnuplot-nox
   xvfb xauth
 )
 

@@ -1,0 +1,194 @@
+// Physics step timings, printed as a table:
+//  1. 1,000 unit crates dropped in a grid onto a static ground, 300 steps of
+//     1/60 s: our step and, when built with it, Bullet's on the same scene,
+//     with mean and worst milliseconds per step and their ratio.
+//  2. Our step with 1,000 and with 10,000 crates, 9 in 10 of them at rest, and
+//     the ratio between the two (10 means the cost grows linearly).
+//
+// Run: build/bench/tessara_physics_bench [steps]
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "game/Game.hpp"
+#include "game/entity/ServerSideEntity.hpp"
+#include "game/physics/EnvironmentInfo.hpp"
+#include "nerox/cpu/Profiler.hpp"
+
+#if TESSARA_WITH_BULLET
+#include <btBulletDynamicsCommon.h>
+#endif
+
+namespace {
+
+using game::entity::ServerSideEntity;
+using Clock = std::chrono::steady_clock;
+
+constexpr double StepSeconds = 1.0 / 60.0;
+constexpr game::entity::EnvironmentId BenchEnvironment = 77;
+
+/// Mean and worst milliseconds per step.
+struct Timing {
+    double mean = 0.0;
+    double worst = 0.0;
+};
+
+template <class Step>
+Timing Measure(int steps, Step&& step)
+{
+    Timing timing;
+    double total = 0.0;
+    for (int i = 0; i < steps; ++i) {
+        auto const start = Clock::now();
+        step();
+        double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        total += ms;
+        timing.worst = std::max(timing.worst, ms);
+    }
+    timing.mean = steps > 0 ? total / steps : 0.0;
+    return timing;
+}
+
+/// Plain gravity, no medium, the ground far below: only the ground entity is touched.
+void RegisterEnvironment()
+{
+    Game::_environmentFunctions[BenchEnvironment] = [](glm::dvec3 const&, game::EnvironmentInfoFlags, double) {
+        game::physics::EnvironmentInfo info;
+        info.gravity = glm::dvec3(0.0, -9.81, 0.0);
+        info.altitude = 1e6;
+        info.surfaceNormal = glm::dvec3(0.0, 1.0, 0.0);
+        return info;
+    };
+}
+
+ServerSideEntity::Ptr MakeBody(glm::dvec3 const& position, glm::vec3 const& half, double mass, bool dynamic)
+{
+    ServerSideEntity::Ptr entity = game::entity::Create<ServerSideEntity>(nerox::modular::ModuleID(), "crate",
+                                                                           game::entity::Id());
+    entity->colliders["box"] = game::entity::ConvexMeshCollider::Box(-half, half);
+    entity->UpdateBoundingBox(true);
+    entity->mass = mass;
+    entity->position = position;
+    entity->isDynamic = dynamic;
+    entity->physicsEnabled = true;
+    entity->environmentId = BenchEnvironment;
+    entity->deleteFilesOnDestroy = false;
+    return entity;
+}
+
+/// crates unit boxes in a grid of side columns, layers high, spaced by gap.
+void BuildCrates(int count, int columns, double gap, double firstHeight)
+{
+    for (int i = 0; i < count; ++i) {
+        int const x = i % columns;
+        int const z = (i / columns) % columns;
+        int const layer = i / (columns * columns);
+        MakeBody(glm::dvec3((x - columns / 2) * gap, firstHeight + layer * gap, (z - columns / 2) * gap),
+                 glm::vec3(0.5f), 1.0, true);
+    }
+}
+
+Timing RunOurs(int steps)
+{
+    ServerSideEntity::DestroyAll();
+    MakeBody(glm::dvec3(0.0, -0.5, 0.0), glm::vec3(50.0f, 0.5f, 50.0f), 1000.0, false);
+    BuildCrates(1000, 10, 1.5, 1.0);
+    Timing const timing = Measure(steps, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, 1); });
+    ServerSideEntity::DestroyAll();
+    return timing;
+}
+
+#if TESSARA_WITH_BULLET
+Timing RunBullet(int steps)
+{
+    btDefaultCollisionConfiguration configuration;
+    btCollisionDispatcher dispatcher(&configuration);
+    btDbvtBroadphase broadphase;
+    btSequentialImpulseConstraintSolver solver;
+    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
+    world.setGravity(btVector3(0, -9.81f, 0));
+
+    btBoxShape groundShape(btVector3(50, 0.5f, 50));
+    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
+    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
+    world.addRigidBody(&ground);
+
+    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
+    btVector3 inertia;
+    crateShape.calculateLocalInertia(1, inertia);
+    std::vector<btDefaultMotionState> motions;
+    std::vector<btRigidBody*> crates;
+    motions.reserve(1000);
+    for (int i = 0; i < 1000; ++i) {
+        int const x = i % 10, z = (i / 10) % 10, layer = i / 100;
+        btVector3 const origin((x - 5) * 1.5f, 1.0f + layer * 1.5f, (z - 5) * 1.5f);
+        motions.emplace_back(btTransform(btQuaternion::getIdentity(), origin));
+        crates.push_back(new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
+        world.addRigidBody(crates.back());
+    }
+    Timing const timing = Measure(steps, [&world] { world.stepSimulation(btScalar(StepSeconds), 0); });
+    for (btRigidBody* crate : crates) {
+        world.removeRigidBody(crate);
+        delete crate;
+    }
+    world.removeRigidBody(&ground);
+    return timing;
+}
+#endif
+
+/// Our step with count crates on the ground, 9 in 10 at rest.
+Timing RunResting(int count, int steps)
+{
+    ServerSideEntity::DestroyAll();
+    int const columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
+    double const half = columns * 1.0 + 10.0;
+    MakeBody(glm::dvec3(0.0, -0.5, 0.0), glm::vec3(static_cast<float>(half), 0.5f, static_cast<float>(half)), 1e6,
+             false);
+    for (int i = 0; i < count; ++i) {
+        int const x = i % columns, z = i / columns;
+        bool const awake = i % 10 == 0;
+        ServerSideEntity::Ptr crate =
+            MakeBody(glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0), glm::vec3(0.5f),
+                     1.0, true);
+        crate->restTime = awake ? 0.0 : 2.0;
+    }
+    Timing const timing = Measure(steps, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, 1); });
+    ServerSideEntity::DestroyAll();
+    return timing;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    int const steps = argc > 1 ? std::max(1, std::atoi(argv[1])) : 300;
+    nerox::cpu::Profiler::enabled = false;
+    RegisterEnvironment();
+
+    std::printf("Scene 1: 1,000 unit crates dropped onto a static ground, %d steps of 1/60 s\n", steps);
+    std::printf("  %-10s %12s %12s\n", "engine", "mean ms", "worst ms");
+    Timing const ours = RunOurs(steps);
+    std::printf("  %-10s %12.3f %12.3f\n", "tessara", ours.mean, ours.worst);
+#if TESSARA_WITH_BULLET
+    Timing const bullet = RunBullet(steps);
+    std::printf("  %-10s %12.3f %12.3f\n", "bullet", bullet.mean, bullet.worst);
+    std::printf("  ratio tessara / bullet: mean %.2f, worst %.2f (goal: mean at most 0.5)\n", ours.mean / bullet.mean,
+                ours.worst / bullet.worst);
+#else
+    std::printf("  (built without Bullet: no peer to compare with)\n");
+#endif
+
+    int const restingSteps = std::max(1, steps / 5);
+    std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps\n", restingSteps);
+    Timing const small = RunResting(1000, restingSteps);
+    Timing const large = RunResting(10000, restingSteps);
+    std::printf("  %-10s %12s %12s\n", "bodies", "mean ms", "worst ms");
+    std::printf("  %-10d %12.3f %12.3f\n", 1000, small.mean, small.worst);
+    std::printf("  %-10d %12.3f %12.3f\n", 10000, large.mean, large.worst);
+    std::printf("  ratio 10,000 / 1,000: %.2f (10 is linear growth)\n", large.mean / small.mean);
+    return 0;
+}
