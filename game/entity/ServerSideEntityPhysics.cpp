@@ -412,6 +412,7 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps)
     step.Clear();
     step.statics.reserve(_sharedObjects.size());
     step.dynamics.reserve(_sharedObjects.size());
+    step.bodyIndex.reserve(_sharedObjects.size());
     PrepareRigidbodies(step, dt);
     PrepareCompositeEntities(step);
     ApplyGravityToRigidbodies(step);

@@ -1,23 +1,26 @@
 #include "game/physics/Broadphase.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace game::physics {
 
 namespace {
 
-/// Cells a sphere may span before it is compared with everything instead.
-constexpr int64_t MaxCellsPerBody = 64;
+/// Cells a query may visit before it is compared with everything instead.
+constexpr int64_t MaxCellsPerQuery = 64;
+/// A sphere this many times the median radius is too large to be filed.
+constexpr double LargeRadiusFactor = 4.0;
 /// Cell coordinates are kept within this bound, far beyond any world.
 constexpr double MaxCellCoordinate = 1099511627776.0; // 2^40
 
-uint64_t CellKey(int64_t x, int64_t y, int64_t z)
+uint64_t CellHash(int64_t x, int64_t y, int64_t z)
 {
     uint64_t key = static_cast<uint64_t>(x) * 0x9E3779B97F4A7C15ull;
     key ^= static_cast<uint64_t>(y) * 0xC2B2AE3D27D4EB4Full + (key << 6) + (key >> 2);
     key ^= static_cast<uint64_t>(z) * 0x165667B19E3779F9ull + (key << 6) + (key >> 2);
-    return key;
+    return key ^ (key >> 29);
 }
 
 bool Overlap(Broadphase::Body const& a, Broadphase::Body const& b)
@@ -25,76 +28,104 @@ bool Overlap(Broadphase::Body const& a, Broadphase::Body const& b)
     return a.radius + b.radius > glm::distance(a.center, b.center);
 }
 
+bool Finite(Broadphase::Body const& body)
+{
+    return std::isfinite(body.center.x) && std::isfinite(body.center.y) && std::isfinite(body.center.z) &&
+           std::isfinite(body.radius) && body.radius >= 0.0;
+}
+
 } // namespace
 
-void Broadphase::ChooseCellSize(std::vector<Body> const& a, std::vector<Body> const* b)
+void Broadphase::Build(std::vector<Body> const& grid)
 {
-    // Twice the median radius: a typical body touches a few cells.
+    // Bodies up to a few times the median radius are filed; the cell is twice
+    // the largest of them, so that a query looks at a few cells per axis.
     _radii.clear();
-    for (Body const& body : a) {
-        if (std::isfinite(body.radius) && body.radius > 0.0)
+    for (Body const& body : grid) {
+        if (Finite(body))
             _radii.push_back(body.radius);
     }
-    if (b != nullptr) {
-        for (Body const& body : *b) {
-            if (std::isfinite(body.radius) && body.radius > 0.0)
-                _radii.push_back(body.radius);
-        }
-    }
-    _cellSize = 1.0;
+    double limit = 0.0;
     if (!_radii.empty()) {
         auto const middle = _radii.begin() + static_cast<std::ptrdiff_t>(_radii.size() / 2);
         std::nth_element(_radii.begin(), middle, _radii.end());
-        _cellSize = std::max(2.0 * *middle, 1e-6);
+        limit = std::max(*middle * LargeRadiusFactor, 1e-9);
+    }
+
+    _large.clear();
+    _largestSmallRadius = 0.0;
+    for (uint32_t index = 0; index < grid.size(); ++index) {
+        Body const& body = grid[index];
+        if (!Finite(body) || body.radius > limit || !(std::abs(body.center.x) < MaxCellCoordinate) ||
+            !(std::abs(body.center.y) < MaxCellCoordinate) || !(std::abs(body.center.z) < MaxCellCoordinate))
+            _large.push_back(index);
+        else
+            _largestSmallRadius = std::max(_largestSmallRadius, body.radius);
+    }
+    _cellSize = std::max(2.0 * _largestSmallRadius, 1e-3);
+
+    size_t const filedCount = grid.size() - _large.size();
+    size_t const buckets = std::bit_ceil(std::max<size_t>(16, 2 * filedCount));
+    _bucketMask = buckets - 1;
+    _bucketStart.assign(buckets + 1, 0);
+    _bucketOf.resize(grid.size());
+    size_t largeAt = 0;
+    for (uint32_t index = 0; index < grid.size(); ++index) {
+        if (largeAt < _large.size() && _large[largeAt] == index) {
+            ++largeAt;
+            continue;
+        }
+        glm::dvec3 const cell = glm::floor(grid[index].center / _cellSize);
+        uint32_t const bucket = static_cast<uint32_t>(
+            CellHash(static_cast<int64_t>(cell.x), static_cast<int64_t>(cell.y), static_cast<int64_t>(cell.z)) &
+            _bucketMask);
+        _bucketOf[index] = bucket;
+        ++_bucketStart[bucket + 1];
+    }
+    for (size_t bucket = 0; bucket < buckets; ++bucket)
+        _bucketStart[bucket + 1] += _bucketStart[bucket];
+    // Filled in index order, so each bucket lists its bodies in ascending order.
+    _filed.resize(filedCount);
+    _cursor.assign(_bucketStart.begin(), _bucketStart.end() - 1);
+    largeAt = 0;
+    for (uint32_t index = 0; index < grid.size(); ++index) {
+        if (largeAt < _large.size() && _large[largeAt] == index) {
+            ++largeAt;
+            continue;
+        }
+        _filed[_cursor[_bucketOf[index]]++] = index;
     }
 }
 
-Broadphase::CellRange Broadphase::RangeOf(Body const& body) const
+Broadphase::CellRange Broadphase::RangeOf(Body const& query) const
 {
     CellRange range;
-    // A small margin keeps spheres that meet at a cell border in a common cell
-    // despite rounding.
-    double const reach = body.radius * (1.0 + 1e-9) + _cellSize * 1e-9;
-    if (!std::isfinite(reach) || reach < 0.0)
+    if (!Finite(query))
         return range;
+    // A filed body meets the query only with its centre within this reach; the
+    // small margin keeps rounding at cell borders on the safe side.
+    double const reach = (query.radius + _largestSmallRadius) * (1.0 + 1e-9) + _cellSize * 1e-9;
     int64_t cells = 1;
     for (int axis = 0; axis < 3; ++axis) {
-        double const low = (body.center[axis] - reach) / _cellSize;
-        double const high = (body.center[axis] + reach) / _cellSize;
+        double const low = (query.center[axis] - reach) / _cellSize;
+        double const high = (query.center[axis] + reach) / _cellSize;
         if (!(std::abs(low) < MaxCellCoordinate) || !(std::abs(high) < MaxCellCoordinate))
             return range;
         range.low[axis] = static_cast<int64_t>(std::floor(low));
         range.high[axis] = static_cast<int64_t>(std::floor(high));
         cells *= range.high[axis] - range.low[axis] + 1;
-        if (cells > MaxCellsPerBody)
+        if (cells > MaxCellsPerQuery)
             return range;
     }
-    range.tooLarge = false;
+    range.everything = false;
     return range;
 }
 
-void Broadphase::Insert(std::vector<Body> const& bodies)
-{
-    _entries.clear();
-    _large.clear();
-    for (uint32_t index = 0; index < bodies.size(); ++index) {
-        CellRange const range = RangeOf(bodies[index]);
-        if (range.tooLarge) {
-            _large.push_back(index);
-            continue;
-        }
-        for (int64_t x = range.low.x; x <= range.high.x; ++x)
-            for (int64_t y = range.low.y; y <= range.high.y; ++y)
-                for (int64_t z = range.low.z; z <= range.high.z; ++z)
-                    _entries.push_back({CellKey(x, y, z), index});
-    }
-    std::sort(_entries.begin(), _entries.end());
-}
-
-void Broadphase::Gather(CellRange const& range, uint32_t minimum, uint32_t count)
+void Broadphase::Gather(Body const& query, uint32_t minimum, uint32_t count)
 {
     _candidates.clear();
-    if (range.tooLarge) {
+    CellRange const range = RangeOf(query);
+    if (range.everything) {
         for (uint32_t index = minimum; index < count; ++index)
             _candidates.push_back(index);
         return;
@@ -102,10 +133,11 @@ void Broadphase::Gather(CellRange const& range, uint32_t minimum, uint32_t count
     for (int64_t x = range.low.x; x <= range.high.x; ++x) {
         for (int64_t y = range.low.y; y <= range.high.y; ++y) {
             for (int64_t z = range.low.z; z <= range.high.z; ++z) {
-                uint64_t const key = CellKey(x, y, z);
-                auto it = std::lower_bound(_entries.begin(), _entries.end(), Entry{key, minimum});
-                for (; it != _entries.end() && it->cell == key; ++it)
-                    _candidates.push_back(it->body);
+                uint64_t const bucket = CellHash(x, y, z) & _bucketMask;
+                auto const first = _filed.begin() + _bucketStart[bucket];
+                auto const last = _filed.begin() + _bucketStart[bucket + 1];
+                for (auto it = std::lower_bound(first, last, minimum); it != last; ++it)
+                    _candidates.push_back(*it);
             }
         }
     }
@@ -113,6 +145,7 @@ void Broadphase::Gather(CellRange const& range, uint32_t minimum, uint32_t count
         if (index >= minimum)
             _candidates.push_back(index);
     }
+    // Cells that share a bucket give a body twice.
     std::sort(_candidates.begin(), _candidates.end());
     _candidates.erase(std::unique(_candidates.begin(), _candidates.end()), _candidates.end());
 }
@@ -123,10 +156,9 @@ void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& o
     uint32_t const count = static_cast<uint32_t>(bodies.size());
     if (count < 2)
         return;
-    ChooseCellSize(bodies, nullptr);
-    Insert(bodies);
+    Build(bodies);
     for (uint32_t i = 0; i + 1 < count; ++i) {
-        Gather(RangeOf(bodies[i]), i + 1, count);
+        Gather(bodies[i], i + 1, count);
         for (uint32_t j : _candidates) {
             if (Overlap(bodies[i], bodies[j]))
                 out.emplace_back(i, j);
@@ -139,11 +171,10 @@ void Broadphase::FindOverlaps(std::vector<Body> const& bodies, std::vector<Body>
     out.clear();
     if (bodies.empty() || others.empty())
         return;
-    ChooseCellSize(bodies, &others);
-    Insert(others);
+    Build(others);
     uint32_t const count = static_cast<uint32_t>(others.size());
     for (uint32_t i = 0; i < bodies.size(); ++i) {
-        Gather(RangeOf(bodies[i]), 0, count);
+        Gather(bodies[i], 0, count);
         for (uint32_t k : _candidates) {
             if (Overlap(bodies[i], others[k]))
                 out.emplace_back(i, k);

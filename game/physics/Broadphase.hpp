@@ -8,8 +8,9 @@
 namespace game::physics {
 
 /// Finds the pairs of spheres that overlap, without testing every pair: the
-/// spheres go into a uniform grid hashed by cell, and only spheres that share
-/// a cell are compared. The result is exactly that of the full double loop,
+/// spheres are filed by the grid cell of their centre in a hash table, and a
+/// sphere is compared only with those filed in the cells within its reach.
+/// Spheres much larger than the typical one are compared with everything. The result is exactly that of the full double loop,
 /// in the same order, so replacing the loop changes nothing downstream.
 /// Keeps its working memory between calls; not thread-safe.
 class Broadphase {
@@ -30,32 +31,29 @@ public:
     void FindOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others, std::vector<Pair>& out);
 
 private:
-    /// A cell of the grid holding one body.
-    struct Entry {
-        uint64_t cell;
-        uint32_t body;
-        bool operator<(Entry const& other) const
-        {
-            return cell != other.cell ? cell < other.cell : body < other.body;
-        }
-    };
-    /// Range of cell coordinates a sphere touches.
+    /// Range of cells a query visits.
     struct CellRange {
         glm::i64vec3 low{0};
         glm::i64vec3 high{0};
-        bool tooLarge = true; ///< Spans too many cells (or is not finite): compared with everything.
+        bool everything = true; ///< Too many cells (or not finite): compare with every body.
     };
 
-    void ChooseCellSize(std::vector<Body> const& a, std::vector<Body> const* b);
-    CellRange RangeOf(Body const& body) const;
-    /// Puts bodies into the grid; those too large for it go to _large.
-    void Insert(std::vector<Body> const& bodies);
-    /// Candidates for a query sphere into _candidates: sorted, unique, all above minimum.
-    void Gather(CellRange const& range, uint32_t minimum, uint32_t count);
+    /// Files the small bodies of grid by the cell of their centre; the others go to _large.
+    void Build(std::vector<Body> const& grid);
+    /// The cells within reach of a query sphere.
+    CellRange RangeOf(Body const& query) const;
+    /// Bodies of the grid with an index of at least minimum that may meet query,
+    /// into _candidates: sorted and unique.
+    void Gather(Body const& query, uint32_t minimum, uint32_t count);
 
     double _cellSize = 1.0;
-    std::vector<Entry> _entries;
-    std::vector<uint32_t> _large;
+    double _largestSmallRadius = 0.0;   ///< Largest radius filed in the grid.
+    uint64_t _bucketMask = 0;           ///< Buckets - 1; the bucket count is a power of two.
+    std::vector<uint32_t> _bucketStart; ///< Where each bucket's bodies begin in _filed (one more entry at the end).
+    std::vector<uint32_t> _filed;       ///< Body indices grouped by bucket, ascending within each.
+    std::vector<uint32_t> _bucketOf;    ///< Bucket of each body; unused for large ones.
+    std::vector<uint32_t> _cursor;      ///< Next free place of each bucket while filing.
+    std::vector<uint32_t> _large;       ///< Bodies compared with every query.
     std::vector<uint32_t> _candidates;
     std::vector<double> _radii;
 };
