@@ -5,7 +5,7 @@
 //  2. Our step with 1,000 and with 10,000 crates, 9 in 10 of them at rest, and
 //     the ratio between the two (10 means the cost grows linearly).
 //
-// Run: build/bench/tessara_physics_bench [steps]
+// Run: build/bench/tessara_physics_bench [steps] [1|2]   (the second argument runs one scene only)
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -166,9 +166,11 @@ Timing RunResting(int count, int steps)
 int main(int argc, char** argv)
 {
     int const steps = argc > 1 ? std::max(1, std::atoi(argv[1])) : 300;
+    int const only = argc > 2 ? std::atoi(argv[2]) : 0;
     nerox::cpu::Profiler::enabled = false;
     RegisterEnvironment();
 
+    if (only != 2) {
     std::printf("Scene 1: 1,000 unit crates dropped in a 10 x 10 x 10 grid onto flat ground, %d steps of 1/60 s\n", steps);
     std::printf("  %-10s %12s %12s\n", "engine", "mean ms", "worst ms");
     Timing const ours = RunOurs(steps);
@@ -181,6 +183,9 @@ int main(int argc, char** argv)
 #else
     std::printf("  (built without Bullet: no peer to compare with)\n");
 #endif
+    }
+    if (only == 1)
+        return 0;
 
     int const restingSteps = std::max(1, steps / 5);
     std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps\n", restingSteps);

@@ -121,14 +121,17 @@ Broadphase::CellRange Broadphase::RangeOf(Body const& query) const
     return range;
 }
 
-void Broadphase::Gather(Body const& query, uint32_t minimum, uint32_t count)
+template <class Accept>
+void Broadphase::Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept)
 {
-    _candidates.clear();
+    _hits.clear();
     CellRange const range = RangeOf(query);
     if (range.everything) {
-        for (uint32_t index = minimum; index < count; ++index)
-            _candidates.push_back(index);
-        return;
+        for (uint32_t index = minimum; index < count; ++index) {
+            if (accept(index))
+                _hits.push_back(index);
+        }
+        return; // already in order, each once
     }
     for (int64_t x = range.low.x; x <= range.high.x; ++x) {
         for (int64_t y = range.low.y; y <= range.high.y; ++y) {
@@ -136,18 +139,20 @@ void Broadphase::Gather(Body const& query, uint32_t minimum, uint32_t count)
                 uint64_t const bucket = CellHash(x, y, z) & _bucketMask;
                 auto const first = _filed.begin() + _bucketStart[bucket];
                 auto const last = _filed.begin() + _bucketStart[bucket + 1];
-                for (auto it = std::lower_bound(first, last, minimum); it != last; ++it)
-                    _candidates.push_back(*it);
+                for (auto it = std::lower_bound(first, last, minimum); it != last; ++it) {
+                    if (accept(*it))
+                        _hits.push_back(*it);
+                }
             }
         }
     }
     for (uint32_t index : _large) {
-        if (index >= minimum)
-            _candidates.push_back(index);
+        if (index >= minimum && accept(index))
+            _hits.push_back(index);
     }
-    // Cells that share a bucket give a body twice.
-    std::sort(_candidates.begin(), _candidates.end());
-    _candidates.erase(std::unique(_candidates.begin(), _candidates.end()), _candidates.end());
+    // Hits come cell by cell; cells that share a bucket give a body twice.
+    std::sort(_hits.begin(), _hits.end());
+    _hits.erase(std::unique(_hits.begin(), _hits.end()), _hits.end());
 }
 
 void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& out)
@@ -158,11 +163,10 @@ void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& o
         return;
     Build(bodies);
     for (uint32_t i = 0; i + 1 < count; ++i) {
-        Gather(bodies[i], i + 1, count);
-        for (uint32_t j : _candidates) {
-            if (Overlap(bodies[i], bodies[j]))
-                out.emplace_back(i, j);
-        }
+        Body const& a = bodies[i];
+        Collect(a, i + 1, count, [&](uint32_t j) { return Overlap(a, bodies[j]); });
+        for (uint32_t j : _hits)
+            out.emplace_back(i, j);
     }
 }
 
@@ -174,11 +178,10 @@ void Broadphase::FindOverlaps(std::vector<Body> const& bodies, std::vector<Body>
     Build(others);
     uint32_t const count = static_cast<uint32_t>(others.size());
     for (uint32_t i = 0; i < bodies.size(); ++i) {
-        Gather(bodies[i], 0, count);
-        for (uint32_t k : _candidates) {
-            if (Overlap(bodies[i], others[k]))
-                out.emplace_back(i, k);
-        }
+        Body const& a = bodies[i];
+        Collect(a, 0, count, [&](uint32_t k) { return Overlap(a, others[k]); });
+        for (uint32_t k : _hits)
+            out.emplace_back(i, k);
     }
 }
 

@@ -42,9 +42,10 @@ private:
     void Build(std::vector<Body> const& grid);
     /// The cells within reach of a query sphere.
     CellRange RangeOf(Body const& query) const;
-    /// Bodies of the grid with an index of at least minimum that may meet query,
-    /// into _candidates: sorted and unique.
-    void Gather(Body const& query, uint32_t minimum, uint32_t count);
+    /// Bodies of the grid with an index of at least minimum that may meet
+    /// query and that accept takes, into _hits: sorted and unique.
+    template <class Accept>
+    void Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept);
 
     double _cellSize = 1.0;
     double _largestSmallRadius = 0.0;   ///< Largest radius filed in the grid.
@@ -54,7 +55,7 @@ private:
     std::vector<uint32_t> _bucketOf;    ///< Bucket of each body; unused for large ones.
     std::vector<uint32_t> _cursor;      ///< Next free place of each bucket while filing.
     std::vector<uint32_t> _large;       ///< Bodies compared with every query.
-    std::vector<uint32_t> _candidates;
+    std::vector<uint32_t> _hits;
     std::vector<double> _radii;
 };
 
