@@ -2,6 +2,7 @@
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
+#include "game/entity/ServerSideEntity.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "nerox/cpu/Profiler.hpp"
@@ -16,6 +17,8 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <mutex>
+#include <stdexcept>
 #include <thread>
 
 namespace host {
@@ -23,6 +26,7 @@ namespace host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using game::entity::ServerSideEntity;
 using game::modules::GAME_Mod;
 using game::modules::SERVER_Mod;
 
@@ -94,6 +98,76 @@ void SortAll() {
     // among themselves are sorted again by whoever knows it.
     auto byName = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; };
     for (char const* key : {"update", "render", "post", "overlay", "ui"}) GAME_Mod::SortModules(key, byName);
+}
+
+// A folder as the user can find it: absolute, without "..".
+std::string Shown(std::filesystem::path const& folder) {
+    std::error_code error;
+    std::filesystem::path const absolute = std::filesystem::absolute(folder, error);
+    return (error ? folder : absolute).lexically_normal().string();
+}
+
+// Opens the world Game::_current_world: creates its folder when it is new, loads
+// its saved entities (the content modules have registered their item types in
+// Game::Start), then lets every server module see it through Server_Load.
+void LoadWorld() {
+    std::string const& world = Game::_current_world;
+    std::filesystem::path const folder = std::filesystem::path(ServerSideEntity::GetCheckpointDir()).parent_path();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error)
+        throw std::runtime_error("could not create the folder of world '" + world + "', " + Shown(folder) + ": " +
+                                 error.message());
+    try {
+        ServerSideEntity::LoadAllEntities();
+    } catch (std::exception const& failure) {
+        throw std::runtime_error("world '" + world + "' could not be loaded from " +
+                                 Shown(ServerSideEntity::GetCheckpointDir()) + ": " + failure.what() +
+                                 " (its files were left as they are)");
+    }
+    std::printf("World '%s': loaded %zu entities from %s\n", world.c_str(), ServerSideEntity::Count(),
+                Shown(ServerSideEntity::GetCheckpointDir()).c_str());
+    std::fflush(stdout);
+    SERVER_Mod::ForEachModule([&world](SERVER_Mod::Ptr& mod) {
+        if (mod->Server_Load) mod->Server_Load(world.c_str());
+    });
+}
+
+// Lets every server module write its part of the world (Server_Serialize), then
+// saves the entities placed in the world and releases all of them. A failing
+// module does not keep the entities from being saved.
+void SaveWorld() {
+    std::exception_ptr moduleFailure;
+    try {
+        SERVER_Mod::ForEachModule([](SERVER_Mod::Ptr& mod) {
+            if (mod->Server_Serialize) mod->Server_Serialize();
+        });
+    } catch (...) {
+        moduleFailure = std::current_exception();
+    }
+    size_t placed = 0;
+    ServerSideEntity::ForEach([&placed](ServerSideEntity::Ptr entity) {
+        if (entity->worldReferences.load() != 0 && !entity->isComponent) ++placed;
+    });
+    try {
+        ServerSideEntity::UnloadAllEntities();
+    } catch (std::exception const& failure) {
+        throw std::runtime_error("world '" + Game::_current_world + "' was not saved completely: " + failure.what());
+    }
+    std::printf("World '%s': saved %zu entities to %s\n", Game::_current_world.c_str(), placed,
+                Shown(ServerSideEntity::GetCheckpointDir()).c_str());
+    if (moduleFailure) std::rethrow_exception(moduleFailure);
+}
+
+// Releases whatever entities are left (after a failed load) without saving them
+// and without removing their files: the world on disk stays as it was. Runs
+// while the content modules are loaded, since the entities hold their code.
+void ReleaseEntitiesKeepingFiles() {
+    ServerSideEntity::ForEach([](ServerSideEntity::Ptr entity) { entity->deleteFilesOnDestroy = false; });
+    ServerSideEntity::DestroyAll();
+    std::lock_guard lock(ServerSideEntity::_module_entities_mutex);
+    for (auto& [module, interfaces] : ServerSideEntity::_module_entities)
+        std::erase_if(interfaces, [](auto const& object) { return object.expired(); });
 }
 
 void ServerLoop(HostOptions const& options, RunStats& stats) {
@@ -223,9 +297,12 @@ int RunHeadless(HostOptions const& options) {
     RunStats stats;
     auto const started = Clock::now();
     Game::isActive.exchange(true);
-    RunGuarded([] {
+    bool worldOpen = false; // the world loaded completely, so it is saved at the end
+    RunGuarded([&worldOpen] {
         Game::Start();
         Game::Ready();
+        LoadWorld();
+        worldOpen = true;
     }, failure);
 
     if (!failure) {
@@ -238,6 +315,13 @@ int RunHeadless(HostOptions const& options) {
         stats.clientPasses = clientStats.clientPasses;
     }
     stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
+
+    // The world is saved also after a failed tick, so that no progress is lost;
+    // a world that did not load completely stays on disk as it was.
+    std::exception_ptr saveFailure;
+    if (worldOpen) RunGuarded([] { SaveWorld(); }, saveFailure);
+    ReleaseEntitiesKeepingFiles();
+    if (!failure) failure = saveFailure;
 
     std::exception_ptr stopFailure;
     RunGuarded([] { Game::Stop(); }, stopFailure);

@@ -31,6 +31,11 @@ bool ParseNumber(std::string const& text, T& value) {
     return result.ec == std::errc() && result.ptr == end;
 }
 
+// A world is a folder of ../Tessara-data/server/worlds: its name must stay inside.
+bool IsWorldName(std::string const& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
 } // namespace
 
 std::string UsageText() {
@@ -47,7 +52,9 @@ std::string UsageText() {
         "  --ticks N             Run N server ticks as fast as possible, then stop.\n"
         "  --tick-rate HZ        Server ticks per second in real time (default 60).\n"
         "  --substeps N          Physics substeps per server tick (default 4).\n"
-        "  --world NAME          World to run (default \"demo\").\n"
+        "  --world NAME          World to run (default \"demo\"). Its entities are saved in\n"
+        "                        ../Tessara-data/server/worlds/NAME/entities/, beside the\n"
+        "                        run directory; a new world is created on first use.\n"
         "  --module NAME         Load module NAME in every class it has a library for:\n"
         "                        modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"
         "                        NAME.TESSARA_Mod.so. May be repeated.\n"
@@ -116,6 +123,10 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             options.substepsGiven = true;
         } else if (argument == "--world") {
             if (!value(options.world)) return std::nullopt;
+            if (!IsWorldName(options.world)) {
+                error.message = "--world needs a folder name without '/', not '" + options.world + "'";
+                return std::nullopt;
+            }
             options.worldGiven = true;
         } else if (argument == "--module") {
             if (!value(text)) return std::nullopt;
@@ -203,6 +214,10 @@ bool ApplyConfigFile(HostOptions& options, UsageError& error) {
     }
     if (!options.tickRateGiven) options.tickRate = tickRate;
     if (!options.substepsGiven) options.substeps = substeps;
+    if (!options.worldGiven && !IsWorldName(world)) {
+        error.message = options.configPath + ": world must be a folder name without '/', not '" + world + "'";
+        return false;
+    }
     if (!options.worldGiven) options.world = world;
     return true;
 }

@@ -1,6 +1,169 @@
 // The content side of the sample module, loaded as a TESSARA_Mod through the
 // list of content modules (Game::_mods) when the game starts.
+//
+// It defines two server item types. Each has a description file beside the
+// module (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) and a
+// behaviour class derived from ServerSideEntity::Interface, whose objects the
+// game makes through the factory registered in Load:
+//
+//   crate  a dynamic box with a label and a count of the times it was loaded,
+//          both kept in its state file; it has no per-tick hook, so it costs
+//          nothing while the world runs.
+//   rover  a chassis on four wheel joints; its Update turns the wheels, and
+//          their angles are kept in its state file.
+//
+// Load runs in Game::Start, before the host loads the world's entities, and
+// Unload in Game::Stop, after the host has saved and released them.
+#include "Sample.hpp"
+
+#include "game/entity/EntityConfig.hpp"
+#include "game/entity/ServerSideEntity.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using game::entity::EntityConfig;
+using game::entity::JointState;
+using game::entity::ServerSideEntity;
+using nerox::filesystem::ReadOnlyStream;
+using nerox::filesystem::WriteOnlyStream;
+
+/// Layout version of the module's part of a state file, written first.
+constexpr uint32_t stateVersion = 1;
+
+/// Labels given to new crates in this run.
+unsigned cratesLabelled = 0;
+
+/// Reads the module's part of a state file with read, turning any failure into
+/// one error that names the entity. An empty part (a new entity) reads nothing.
+template <class Read>
+void ReadState(ReadOnlyStream& stream, char const* type, game::entity::Id const& id, Read&& read) {
+    if (stream.AtEnd()) return;
+    try {
+        uint32_t version = 0;
+        stream.Read(version);
+        if (version != stateVersion) throw std::runtime_error("unknown layout version " + std::to_string(version));
+        read();
+    } catch (std::exception const& failure) {
+        throw std::runtime_error(std::string("sample ") + type + " " + static_cast<std::string>(id) +
+                                 ": damaged module state: " + failure.what());
+    }
+}
+
+/// A crate: a box that keeps its label and counts the times it came back from disk.
+class Crate final : public ServerSideEntity::Interface {
+public:
+    void SaveState(WriteOnlyStream& stream) override {
+        stream.Write(stateVersion);
+        stream.Write(label);
+        stream.Write(loads);
+    }
+
+    void LoadState(ReadOnlyStream& stream) override {
+        ReadState(stream, sample::crateType, id, [&] {
+            stream.Read(label);
+            stream.Read(loads);
+            ++loads;
+        });
+    }
+
+    void InitInterface() override {
+        if (label.empty()) label = "crate " + std::to_string(++cratesLabelled);
+        if (auto const owner = entity.lock()) {
+            owner->isDynamic = true;
+            owner->physicsEnabled = true;
+        }
+    }
+
+    std::string label; ///< Given once, when the crate is new.
+    uint32_t loads = 0; ///< Times the crate was loaded from its state file.
+};
+
+/// A rover: turns its four wheels at a steady speed and remembers where they stand.
+class Rover final : public ServerSideEntity::Interface {
+public:
+    void SaveState(WriteOnlyStream& stream) override {
+        stream.Write(stateVersion);
+        stream.Write(speed);
+        for (double angle : angles) stream.Write(angle);
+    }
+
+    void LoadState(ReadOnlyStream& stream) override {
+        ReadState(stream, sample::roverType, id, [&] {
+            stream.Read(speed);
+            for (double& angle : angles) stream.Read(angle);
+            if (!std::isfinite(speed)) throw std::runtime_error("wheel speed is not a number");
+            for (double const angle : angles)
+                if (!std::isfinite(angle)) throw std::runtime_error("wheel angle is not a number");
+        });
+    }
+
+    void InitInterface() override {
+        auto const owner = entity.lock();
+        if (!owner) return;
+        owner->isDynamic = true;
+        owner->physicsEnabled = true;
+        // The joint values live in the entity, whose maps outlive this object;
+        // look them up once instead of on every tick.
+        for (size_t wheel = 0; wheel < joints.size(); ++wheel) {
+            auto const found = owner->jointStates.find(sample::roverWheels[wheel]);
+            joints[wheel] = found == owner->jointStates.end() ? nullptr : &found->second;
+        }
+        Apply(*owner);
+    }
+
+    void Update(double dt) override {
+        for (double& angle : angles) {
+            angle = std::fmod(angle + speed * dt, 360.0);
+            if (angle < 0.0) angle += 360.0;
+        }
+        if (auto const owner = entity.lock()) Apply(*owner);
+    }
+
+    double speed = 30.0;                       ///< Degrees per second, the same for every wheel.
+    std::array<double, 4> angles{};            ///< Degrees, 0 to 360, in the order of sample::roverWheels.
+
+private:
+    /// Writes the angles into the wheel joints; the entity moves their colliders.
+    void Apply(ServerSideEntity& owner) {
+        for (size_t wheel = 0; wheel < joints.size(); ++wheel)
+            if (joints[wheel]) joints[wheel]->rotation.y = static_cast<float>(angles[wheel]);
+        owner.nodesDirty = true;
+    }
+
+    std::array<JointState*, 4> joints{}; ///< The entity's wheel joint values; null for a wheel its description lacks.
+};
+
+/// Adds the row of itemType: its description file and the factory of its behaviour.
+template <class Behaviour>
+void Register(char const* itemType) {
+    nerox::modular::ModuleID const module(sample::moduleName);
+    std::string const path = std::string(sample::dataFolder) + itemType + ".txt";
+    std::error_code error;
+    if (!std::filesystem::exists(path, error))
+        std::fprintf(stderr, "[sample] description file %s is missing: %s entities get no colliders\n",
+                     path.c_str(), itemType);
+
+    ServerSideEntity::TypeDef row;
+    row.moduleId = module;
+    row.itemType = itemType;
+    row.config = std::make_shared<EntityConfig>(path);
+    row.factory = [] { return std::make_shared<Behaviour>(); };
+    ServerSideEntity::_registered_interfaces[sample::moduleName].insert_or_assign(itemType, std::move(row));
+    ServerSideEntity::_registered_items_module[itemType] = module;
+    ServerSideEntity::_registered_items[sample::moduleName].push_back(itemType);
+}
+
+} // namespace
 
 extern "C" {
 
@@ -8,10 +171,37 @@ extern "C" {
 extern int const _TESSARA_Mod_VERSION;
 int const _TESSARA_Mod_VERSION = 1;
 
-// Game::Start, after the client modules have started.
-void Load(void*) { std::printf("[sample] content loaded\n"); }
+// Game::Start, before the world's entities are loaded: register the item types.
+void Load(void*) {
+    ServerSideEntity::_registered_items.erase(sample::moduleName);
+    Register<Crate>(sample::crateType);
+    Register<Rover>(sample::roverType);
+    std::printf("[sample] content loaded: item types %s, %s\n", sample::crateType, sample::roverType);
+}
 
-// Game::Stop.
-void Unload(void*) { std::printf("[sample] content unloaded\n"); }
+// Game::Stop: remove every row of this module. The entities are gone by now;
+// their interfaces and descriptions hold code of this library.
+void Unload(void*) {
+    nerox::modular::ModuleID const module(sample::moduleName);
+    {
+        std::lock_guard<std::mutex> lock(ServerSideEntity::_module_entities_mutex);
+        auto const found = ServerSideEntity::_module_entities.find(sample::moduleName);
+        if (found != ServerSideEntity::_module_entities.end()) {
+            size_t live = 0;
+            for (auto const& object : found->second) live += object.expired() ? 0 : 1;
+            if (live != 0)
+                std::fprintf(stderr, "[sample] warning: %zu entities of this module still exist at unload\n", live);
+            ServerSideEntity::_module_entities.erase(found);
+        }
+    }
+    for (char const* itemType : {sample::crateType, sample::roverType}) {
+        auto const found = ServerSideEntity::_registered_items_module.find(itemType);
+        if (found != ServerSideEntity::_registered_items_module.end() && found->second == module)
+            ServerSideEntity::_registered_items_module.erase(found);
+    }
+    ServerSideEntity::_registered_items.erase(sample::moduleName);
+    ServerSideEntity::_registered_interfaces.erase(sample::moduleName);
+    std::printf("[sample] content unloaded\n");
+}
 
 } // extern "C"
