@@ -1,10 +1,12 @@
 #include "HeadlessRun.hpp"
+#include "Trace.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
 #include "game/entity/ServerSideEntity.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
+#include "game/physics/PhysicsRandom.hpp"
 #include "nerox/cpu/Profiler.hpp"
 
 #include <algorithm>
@@ -17,6 +19,7 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -170,7 +173,7 @@ void ReleaseEntitiesKeepingFiles() {
         std::erase_if(interfaces, [](auto const& object) { return object.expired(); });
 }
 
-void ServerLoop(HostOptions const& options, RunStats& stats) {
+void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace) {
     nerox::cpu::Profiler::SetThreadName("server");
     double const deltaTime = 1.0 / options.tickRate;
     auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(deltaTime));
@@ -187,6 +190,7 @@ void ServerLoop(HostOptions const& options, RunStats& stats) {
         Game::serverFramerate.WorkDone();
         ++stats.serverTicks;
         stats.simulatedSeconds += deltaTime;
+        if (trace != nullptr) trace->Write(stats.serverTicks, stats.simulatedSeconds);
         if (!options.ticks) {
             next += period;
             auto now = Clock::now();
@@ -297,6 +301,7 @@ int RunHeadless(HostOptions const& options) {
     RunStats stats;
     auto const started = Clock::now();
     Game::isActive.exchange(true);
+    if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
     RunGuarded([&worldOpen] {
         Game::Start();
@@ -305,9 +310,14 @@ int RunHeadless(HostOptions const& options) {
         worldOpen = true;
     }, failure);
 
+    std::unique_ptr<Trace> trace;
+    if (!failure && !options.tracePath.empty()) {
+        RunGuarded([&] { trace = std::make_unique<Trace>(options.tracePath, options.traceTypes); }, failure);
+        if (!failure) std::printf("Tracing to %s\n", options.tracePath.c_str());
+    }
     if (!failure) {
         std::exception_ptr serverFailure;
-        std::thread server([&] { RunGuarded([&] { ServerLoop(options, stats); }, serverFailure); });
+        std::thread server([&] { RunGuarded([&] { ServerLoop(options, stats, trace.get()); }, serverFailure); });
         RunStats clientStats;
         RunGuarded([&] { ClientLoop(clientStats); }, failure);
         server.join();

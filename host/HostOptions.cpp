@@ -65,6 +65,11 @@ std::string UsageText() {
         "                        Modules named on the command line replace the file's.\n"
         "  --settings FILE       The user's settings file (default ../Tessara-data/settings.ini).\n"
         "  --no-profile          Do not collect profiler scopes.\n"
+        "  --trace FILE          After every tick, write each entity's place and velocity\n"
+        "                        to the CSV file FILE (plot it with scripts/plot-trace.sh).\n"
+        "  --trace-type TYPE     Trace only entities of item type TYPE. May be repeated.\n"
+        "  --seed N              Seed the physics step's random sampling, so that runs of\n"
+        "                        the same world repeat exactly.\n"
         "  --help                Show this text.\n"
         "\n"
         "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
@@ -162,6 +167,23 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             if (!value(options.settingsPath)) return std::nullopt;
         } else if (argument == "--no-profile") {
             options.profile = false;
+        } else if (argument == "--trace") {
+            if (!value(options.tracePath)) return std::nullopt;
+            if (options.tracePath.empty()) {
+                error.message = "--trace needs a file name";
+                return std::nullopt;
+            }
+        } else if (argument == "--trace-type") {
+            if (!value(text)) return std::nullopt;
+            options.traceTypes.push_back(text);
+        } else if (argument == "--seed") {
+            if (!value(text)) return std::nullopt;
+            long long seed = 0;
+            if (!ParseNumber(text, seed) || seed < 0) {
+                error.message = "--seed needs a whole number of at least 0, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.seed = static_cast<uint64_t>(seed);
         } else {
             error.message = "unknown option '" + argument + "' (see tessara --help)";
             return std::nullopt;

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ struct HostOptions {
     bool substepsGiven = false;               ///< --substeps was given.
     bool worldGiven = false;                  ///< --world was given.
     bool profile = true;                      ///< Collect and print profiler scopes.
+    std::string tracePath;                    ///< Write a CSV trace of the entities here; empty: none.
+    std::vector<std::string> traceTypes;      ///< Item types to trace; empty: every entity.
+    std::optional<uint64_t> seed;             ///< Seed of the physics step's random sampling.
     bool help = false;                        ///< Print the usage and exit.
 };
 

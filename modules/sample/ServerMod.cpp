@@ -28,7 +28,8 @@ double nextReport = 1.0;      // Simulated time of the next progress line.
 // Makes an entity of itemType at position (metres, game axes: y up), turned by
 // yawDegrees about the vertical axis. The entity counts as placed in the world,
 // so the host saves it when the world unloads.
-void Place(char const* itemType, glm::dvec3 const& position, double yawDegrees) {
+void Place(char const* itemType, glm::dvec3 const& position, double yawDegrees,
+           game::entity::EnvironmentId environment) {
     // A fresh id that no live entity has, so that Spawn cannot be refused.
     Id id = Id::Generate();
     while (ServerSideEntity::Get(id)) id = Id::Generate();
@@ -36,6 +37,17 @@ void Place(char const* itemType, glm::dvec3 const& position, double yawDegrees) 
         ServerSideEntity::Spawn(nerox::modular::ModuleID(sample::moduleName), itemType, id);
     entity->position = position;
     entity->orientation = glm::angleAxis(glm::radians(yawDegrees), glm::dvec3(0.0, 1.0, 0.0));
+    entity->environmentId = environment;
+}
+
+// The environment the sample set lives in: the lowest registered one (the
+// sample planet's, when it is loaded), or none, in which case nothing moves.
+game::entity::EnvironmentId ChooseEnvironment() {
+    game::entity::EnvironmentId chosen = 0;
+    for (auto const& [id, function] : Game::_environmentFunctions) {
+        if (function && (chosen == 0 || id < chosen)) chosen = id;
+    }
+    return chosen;
 }
 
 // One line per entity of the world, by id: where it stands, and the rover's wheels.
@@ -74,11 +86,18 @@ void Server_Load(char const* worldName) {
         std::printf("[sample] new world '%s', but the content module %s is not loaded: nothing created\n",
                     worldName, sample::moduleName);
     } else {
-        Place(sample::crateType, {3.0, 0.0, -1.0}, 0.0);
-        Place(sample::crateType, {3.0, 0.0, 0.5}, 15.0);
-        Place(sample::crateType, {3.0, 0.8, -0.25}, 40.0); // on top of the other two
-        Place(sample::roverType, {0.0, 0.0, 0.0}, 30.0);
-        std::printf("[sample] new world: created %zu entities\n", ServerSideEntity::Count());
+        // On the sample planet the crates drop 2 m onto the ground, one falls on
+        // the other two, one drops into the ocean basin (x 40 to 80) and floats;
+        // the rover stands on its wheels.
+        game::entity::EnvironmentId const environment = ChooseEnvironment();
+        Place(sample::crateType, {3.0, 2.0, -1.0}, 0.0, environment);
+        Place(sample::crateType, {3.0, 2.0, 0.5}, 15.0, environment);
+        Place(sample::crateType, {3.0, 4.0, -0.25}, 40.0, environment); // onto the other two
+        Place(sample::crateType, {60.0, 2.0, 0.0}, 25.0, environment);  // into the water
+        Place(sample::roverType, {0.0, 0.1, 0.0}, 30.0, environment);
+        std::printf("[sample] new world: created %zu entities (environment %llu%s)\n", ServerSideEntity::Count(),
+                    static_cast<unsigned long long>(environment),
+                    environment == 0 ? ": none registered, so nothing moves" : "");
     }
     List();
     std::fflush(stdout);

@@ -49,23 +49,23 @@ stems() { # the entity ids that have a state file, sorted
 
 run first.log || fail "the first run ended with status $?"
 expect first.log "World 'sample': loaded 0 entities from $shown_entities"
-expect first.log "[sample] new world: created 4 entities"
-expect first.log "World 'sample': saved 4 entities to $shown_entities"
+expect first.log "[sample] new world: created 5 entities"
+expect first.log "World 'sample': saved 5 entities to $shown_entities"
 first_ids=$(stems)
-[ "$(echo "$first_ids" | wc -l)" = 4 ] || fail "expected 4 state files, found: $first_ids"
+[ "$(echo "$first_ids" | wc -l)" = 5 ] || fail "expected 5 state files, found: $first_ids"
 
 case $case in
 persist)
     run second.log || fail "the second run ended with status $?"
-    expect second.log "World 'sample': loaded 4 entities from $shown_entities"
-    expect second.log "[sample] world has 4 entities"
+    expect second.log "World 'sample': loaded 5 entities from $shown_entities"
+    expect second.log "[sample] world has 5 entities"
     [ "$(stems)" = "$first_ids" ] || fail "the state files changed names: $(stems)"
 
     # The sample module lists each entity by id with its place and orientation,
     # and the rover's wheels (its own state, turning at 30 degrees/s), when the
     # world is saved and when it is loaded.
-    saved=$(listing first.log "[sample] saving 4 entities")
-    loaded=$(listing second.log "[sample] world has 4 entities")
+    saved=$(listing first.log "[sample] saving 5 entities")
+    loaded=$(listing second.log "[sample] world has 5 entities")
     [ "$(echo "$saved" | grep -F ' at (' | awk '{print $2}')" = "$first_ids" ] || fail "the listing does not match the files"
     [ "$loaded" = "$saved" ] || fail "the entities differ after loading"
     expect first.log "[sample]   rover wheels at 60.0 degrees"
