@@ -157,6 +157,31 @@ TEST_F(PhysicsScenario, BodyWithoutEnvironmentOrOrbitGetsNoRecord)
     EXPECT_EQ(drifting->position, glm::dvec3(0.0));
 }
 
+TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor)
+{
+    Platform();
+    Body(Ground, glm::dvec3(0.0, 3.0, 0.0), glm::vec3(0.5f), 1.0, true);
+    Game::physicsDebugColliders_staging.clear();
+    Game::physicsDebugCollidersUpdated.exchange(false);
+
+    Game::debugServerSidePhysics = false;
+    ServerSideEntity::PhysicsUpdate(Step, 1);
+    EXPECT_TRUE(Game::physicsDebugColliders_staging.empty());
+    EXPECT_FALSE(Game::physicsDebugCollidersUpdated.load());
+
+    Game::debugServerSidePhysics = true;
+    ServerSideEntity::PhysicsUpdate(Step, 1);
+    Game::debugServerSidePhysics = false;
+    EXPECT_TRUE(Game::physicsDebugCollidersUpdated.exchange(false));
+    ASSERT_EQ(Game::physicsDebugColliders_staging.size(), 2u); // the platform's box, then the falling one
+    EXPECT_FALSE(Game::physicsDebugColliders_staging[0].dynamic);
+    EXPECT_TRUE(Game::physicsDebugColliders_staging[1].dynamic);
+    // World placement: the platform's box is centred 0.5 m up.
+    EXPECT_NEAR(Game::physicsDebugColliders_staging[0].collider.transform[3].y, 0.5, 1e-9);
+    Game::physicsDebugColliders_staging.clear();
+    Game::physicsDebugLines_staging.clear();
+}
+
 TEST_F(PhysicsScenario, UnknownEnvironmentIdThrows)
 {
     Body(12345, glm::dvec3(0.0), glm::vec3(0.5f), 1.0, true);
