@@ -36,6 +36,7 @@ struct BodyIndexEntry {
     RigidbodyEnvType type = RigidbodyEnvType::Static;
     uint32_t index = 0;
     Id parent;
+    bool found = false; ///< False for an entity asked for that got no record.
 };
 
 /// Environment and parent of a group of records.
@@ -47,25 +48,77 @@ struct GroupKey {
         return std::tie(environment, parent.first, parent.second) <
                std::tie(other.environment, other.parent.first, other.parent.second);
     }
+    bool operator==(GroupKey const& other) const = default;
 };
 
-/// The records of one environment and parent, as indices into the flat lists,
-/// in the order the entities were met.
+/// The records of one environment and parent, as indices into the record
+/// lists, in the order the entities were met.
 struct Group {
     std::vector<uint32_t> statics;
     std::vector<uint32_t> dynamics;
     std::vector<uint32_t> orbiting;
+
+    bool Empty() const { return statics.empty() && dynamics.empty() && orbiting.empty(); }
 };
 
-/// Everything one step builds. Kept between steps only for its capacity: it
-/// is cleared at the start of each step.
+/// An entity of the registry: its shared pointer there and the entity itself.
+struct ListedEntity {
+    ServerSideEntity::Ptr* pointer = nullptr;
+    ServerSideEntity* entity = nullptr;
+};
+
+/// Records of one kind, kept from step to step: the first size() are this
+/// step's, the others wait to be loaded again, so that neither the records
+/// nor their lists are freed and allocated anew in every step.
+template <class Record>
+class RecordPool {
+public:
+    /// The next record, loaded from args as Record(args...) would be.
+    template <class... Args>
+    Record& Add(Args&&... args)
+    {
+        if (_used == _records.size())
+            _records.emplace_back(std::forward<Args>(args)...);
+        else
+            _records[_used].Load(std::forward<Args>(args)...);
+        return _records[_used++];
+    }
+
+    /// Releases this step's records (see Record::Release); they stay for reuse.
+    void Release()
+    {
+        for (Record& record : *this)
+            record.Release();
+        _used = 0;
+    }
+
+    void Reserve(size_t count) { _records.reserve(count); }
+    size_t size() const { return _used; }
+    Record& operator[](size_t index) { return _records[index]; }
+    Record* begin() { return _records.data(); }
+    Record* end() { return _records.data() + _used; }
+
+private:
+    std::vector<Record> _records;
+    size_t _used = 0;
+};
+
+/// Everything one step builds. Kept between steps for its capacity: Clear
+/// empties it at the start of each step and Release at its end drops what
+/// ties it to entities and modules.
 struct StepScratch {
-    std::vector<Static> statics;
-    std::vector<Dynamic> dynamics;
-    std::vector<Dynamic> orbiting;
+    RecordPool<Static> statics;
+    RecordPool<Dynamic> dynamics;
+    RecordPool<Dynamic> orbiting;
+    /// Groups stay with their lists while they are in use; a group that
+    /// stayed empty for a whole step goes at the next Clear.
     std::map<GroupKey, Group> groups;
+    /// The records of the entities that others look up (the parents of
+    /// groups and the holders of components), and only those.
     std::unordered_map<Id, BodyIndexEntry> bodyIndex;
     std::map<GroupKey, std::vector<ServerSideEntity::Ptr>> components;
+    std::vector<ListedEntity> entities;          ///< The registry's entities, in its order.
+    std::vector<ServerSideEntity*> staticEntities; ///< The entity of each static record, for prefetching.
     physics::Broadphase broadphase;
     std::vector<physics::Broadphase::Body> broadphaseDynamics;
     std::vector<physics::Broadphase::Body> broadphaseStatics;
@@ -73,11 +126,31 @@ struct StepScratch {
 
     void Clear()
     {
-        statics.clear();
-        dynamics.clear();
-        orbiting.clear();
-        groups.clear();
+        // Normally released at the end of the last step already; not when
+        // that step ended in an exception.
+        statics.Release();
+        dynamics.Release();
+        orbiting.Release();
+        for (auto group = groups.begin(); group != groups.end();) {
+            if (group->second.Empty()) {
+                group = groups.erase(group);
+                continue;
+            }
+            group->second.statics.clear();
+            group->second.dynamics.clear();
+            group->second.orbiting.clear();
+            ++group;
+        }
         bodyIndex.clear();
+        components.clear();
+        staticEntities.clear();
+    }
+
+    void Release()
+    {
+        statics.Release();
+        dynamics.Release();
+        orbiting.Release();
         components.clear();
     }
 };
@@ -100,25 +173,75 @@ Static* RecordOf(StepScratch& step, BodyIndexEntry const& entry)
 BodyIndexEntry const* FindEntry(StepScratch const& step, EnvironmentId environment, Id const& id)
 {
     auto const found = step.bodyIndex.find(id);
-    if (found == step.bodyIndex.end() || found->second.environment != environment)
+    if (found == step.bodyIndex.end() || !found->second.found || found->second.environment != environment)
         return nullptr;
     return &found->second;
+}
+
+/// Entities fetched ahead of the one being read.
+constexpr size_t PrefetchAhead = 8;
+
+/// Asks for what PrepareRigidbodies reads of a listed entity to be fetched
+/// into the cache: its control block and the whole entity.
+void Prefetch(ListedEntity const& listed)
+{
+    char const* const bytes = reinterpret_cast<char const*>(listed.entity);
+    __builtin_prefetch(bytes - 16);
+    for (size_t offset = 0; offset < sizeof(ServerSideEntity); offset += 64)
+        __builtin_prefetch(bytes + offset);
+}
+
+/// Asks for the parts of entity that ApplyGravity reads and writes to be
+/// fetched into the cache: the control block, the position and orientation,
+/// and the felt acceleration.
+void PrefetchGravityFields(ServerSideEntity const* entity)
+{
+    char const* const bytes = reinterpret_cast<char const*>(entity);
+    __builtin_prefetch(bytes - 16);
+    __builtin_prefetch(&entity->position);
+    __builtin_prefetch(&entity->orientation);
+    __builtin_prefetch(&entity->feltAcceleration, 1);
+}
+
+/// The group of key; consecutive entities mostly share one, so the last is remembered.
+Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*& last)
+{
+    if (last == nullptr || !(key == lastKey)) {
+        last = &step.groups[key];
+        lastKey = key;
+    }
+    return *last;
 }
 
 void PrepareRigidbodies(StepScratch& step, double dt)
 {
     nerox::cpu::Profiler scope("Prepare rigidbodies", true);
-    for (auto& [key, entry] : ServerSideEntity::_sharedObjects) {
-        ServerSideEntity::Ptr entity = entry;
-        if (!entity || !entity->physicsEnabled || !(entity->mass > 0.0))
+    // Static records get their colliders only when a moving body comes near
+    // (see FindNearBodies), or at once when the debug view shows them all.
+    bool const staticColliders = Game::debugServerSidePhysics;
+    GroupKey lastKey;
+    Group* last = nullptr;
+
+    // The registry is walked first, its entities read after: the walk follows
+    // one pointer after another, while the entities, listed, can be fetched
+    // from memory a few ahead of their turn.
+    step.entities.clear();
+    for (auto& [key, entity] : ServerSideEntity::_sharedObjects) {
+        if (entity)
+            step.entities.push_back({&entity, entity.get()});
+    }
+    size_t const count = step.entities.size();
+    for (size_t i = 0; i < count; ++i) {
+        if (i + PrefetchAhead < count)
+            Prefetch(step.entities[i + PrefetchAhead]);
+        ServerSideEntity::Ptr& entity = *step.entities[i].pointer;
+        if (!entity->physicsEnabled || !(entity->mass > 0.0))
             continue;
         if (entity->environmentId == 0) {
             if (entity->orbitEnvironmentId != 0 && entity->isDynamic && entity->restTime < 1.0 && !entity->isComponent) {
                 GroupKey const group{entity->orbitEnvironmentId, entity->parentEntity};
-                step.bodyIndex[entity->id] = {group.environment, RigidbodyEnvType::Orbiting,
-                                              static_cast<uint32_t>(step.orbiting.size()), group.parent};
-                step.groups[group].orbiting.push_back(static_cast<uint32_t>(step.orbiting.size()));
-                step.orbiting.emplace_back(entity, dt);
+                GroupOf(step, group, lastKey, last).orbiting.push_back(static_cast<uint32_t>(step.orbiting.size()));
+                step.orbiting.Add(entity, dt);
             }
         } else if (entity->isComponent) {
             if (ServerSideEntity::Ptr const holder = entity->GetFirstNonComponentParent())
@@ -126,19 +249,43 @@ void PrepareRigidbodies(StepScratch& step, double dt)
         } else {
             GroupKey const group{entity->environmentId, entity->parentEntity};
             if (entity->isDynamic && entity->restTime < 1.0) {
-                step.bodyIndex[entity->id] = {group.environment, RigidbodyEnvType::Dynamic,
-                                              static_cast<uint32_t>(step.dynamics.size()), group.parent};
-                step.groups[group].dynamics.push_back(static_cast<uint32_t>(step.dynamics.size()));
-                step.dynamics.emplace_back(entity, dt);
+                GroupOf(step, group, lastKey, last).dynamics.push_back(static_cast<uint32_t>(step.dynamics.size()));
+                step.dynamics.Add(entity, dt);
             } else {
-                step.bodyIndex[entity->id] = {group.environment, RigidbodyEnvType::Static,
-                                              static_cast<uint32_t>(step.statics.size()), group.parent};
-                step.groups[group].statics.push_back(static_cast<uint32_t>(step.statics.size()));
-                step.statics.emplace_back(entity);
+                GroupOf(step, group, lastKey, last).statics.push_back(static_cast<uint32_t>(step.statics.size()));
+                step.statics.Add(entity, staticColliders);
+                step.staticEntities.push_back(entity.get());
                 entity->restTime = std::clamp(entity->restTime + dt, 0.0, 1.0);
             }
         }
         entity->nodesDirty = false;
+    }
+}
+
+/// Fills the body index with the entities that are looked up: the parents of
+/// the groups and the holders of components.
+void IndexLookedUpBodies(StepScratch& step)
+{
+    for (auto const& [key, group] : step.groups) {
+        if (key.parent.IsSet() && !group.Empty())
+            step.bodyIndex.try_emplace(key.parent);
+    }
+    for (auto const& [key, members] : step.components)
+        step.bodyIndex.try_emplace(key.parent);
+    if (step.bodyIndex.empty())
+        return;
+    auto note = [&step](GroupKey const& key, RigidbodyEnvType type, uint32_t index, Id const& id) {
+        auto const found = step.bodyIndex.find(id);
+        if (found != step.bodyIndex.end())
+            found->second = {key.environment, type, index, key.parent, true};
+    };
+    for (auto const& [key, group] : step.groups) {
+        for (uint32_t index : group.statics)
+            note(key, RigidbodyEnvType::Static, index, step.statics[index].id);
+        for (uint32_t index : group.dynamics)
+            note(key, RigidbodyEnvType::Dynamic, index, step.dynamics[index].id);
+        for (uint32_t index : group.orbiting)
+            note(key, RigidbodyEnvType::Orbiting, index, step.orbiting[index].id);
     }
 }
 
@@ -152,6 +299,7 @@ void PrepareCompositeEntities(StepScratch& step)
         Static* record = RecordOf(step, *entry);
         if (record == nullptr)
             continue;
+        record->LoadColliders(); // the holder's own come first
         glm::dmat4 const toBody = glm::translate(glm::dmat4(1.0), -record->centerOfMass);
         for (ServerSideEntity::Ptr const& component : members) {
             glm::dmat4 const placement = toBody * component->GetTransformInPhysicsParent();
@@ -174,6 +322,8 @@ void PrepareCompositeEntities(StepScratch& step)
 /// static body without parent from its environment.
 void ApplyGravity(Static& record, Id const& parentId, EnvironmentId environment, bool isStatic)
 {
+    if (!isStatic && !parentId.IsSet())
+        return; // a moving body without parent meets its environment's gravity in the step itself
     ServerSideEntity::Ptr const entity = record.entity.lock();
     if (!entity)
         return;
@@ -205,8 +355,12 @@ void ApplyGravityToRigidbodies(StepScratch& step)
 {
     nerox::cpu::Profiler scope("Apply gravity to rigidbodies", true);
     for (auto& [key, group] : step.groups) {
-        for (uint32_t index : group.statics)
-            ApplyGravity(step.statics[index], key.parent, key.environment, true);
+        size_t const count = group.statics.size();
+        for (size_t i = 0; i < count; ++i) {
+            if (i + PrefetchAhead < count)
+                PrefetchGravityFields(step.staticEntities[group.statics[i + PrefetchAhead]]);
+            ApplyGravity(step.statics[group.statics[i]], key.parent, key.environment, true);
+        }
         for (uint32_t index : group.dynamics)
             ApplyGravity(step.dynamics[index], key.parent, key.environment, false);
         for (uint32_t index : group.orbiting)
@@ -217,7 +371,7 @@ void ApplyGravityToRigidbodies(StepScratch& step)
 /// Fills nearDynamics and nearStatics of the group's bodies, and their parent
 /// records. The candidates and their order are those of testing every later
 /// body and every static body in turn; the broadphase only finds them faster.
-void FindNearBodies(StepScratch& step, GroupKey const& key, std::vector<Dynamic>& bodies,
+void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>& bodies,
                     std::vector<uint32_t> const& members, std::vector<uint32_t> const* statics)
 {
     step.broadphaseDynamics.clear();
@@ -245,6 +399,7 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, std::vector<Dynamic>
             Static& s = step.statics[(*statics)[pair.second]];
             if (a.collisionExclusions.contains(s.id))
                 continue;
+            s.LoadColliders();
             a.nearStatics.push_back(&s);
         }
     }
@@ -255,6 +410,8 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, std::vector<Dynamic>
     if (entry == nullptr)
         return;
     Static* parentRecord = RecordOf(step, *entry);
+    if (parentRecord != nullptr)
+        parentRecord->LoadColliders();
     for (uint32_t index : members) {
         Dynamic& body = bodies[index];
         body.parentBody = parentRecord;
@@ -384,7 +541,7 @@ void PublishDebugShapes(StepScratch& step)
     Game::physicsDebugLines_back.clear();
     for (Static const& record : step.statics)
         AddDebugColliders(record, false);
-    for (std::vector<Dynamic>* list : {&step.dynamics, &step.orbiting}) {
+    for (RecordPool<Dynamic>* list : {&step.dynamics, &step.orbiting}) {
         for (Dynamic const& body : *list) {
             AddDebugColliders(body, true);
             Game::physicsDebugLines_back.insert(Game::physicsDebugLines_back.end(), body.debugLines.begin(),
@@ -410,10 +567,10 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps)
     nerox::Timer timer;
 
     step.Clear();
-    step.statics.reserve(_sharedObjects.size());
-    step.dynamics.reserve(_sharedObjects.size());
-    step.bodyIndex.reserve(_sharedObjects.size());
+    step.statics.Reserve(_sharedObjects.size());
+    step.dynamics.Reserve(_sharedObjects.size());
     PrepareRigidbodies(step, dt);
+    IndexLookedUpBodies(step);
     PrepareCompositeEntities(step);
     ApplyGravityToRigidbodies(step);
     BroadphaseCollisionDetection(step);
@@ -423,7 +580,7 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps)
     if (Game::debugServerSidePhysics)
         PublishDebugShapes(step);
 
-    step.Clear(); // records may hold module callbacks: drop them before the modules could go
+    step.Release(); // records may hold module callbacks: drop them before the modules could go
     Game::serverSidePhysicsAvgTime = 0.9 * Game::serverSidePhysicsAvgTime + 0.1 * timer.GetElapsedMilliseconds() * 0.001;
     scope.Stop();
 }

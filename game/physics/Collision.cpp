@@ -26,18 +26,19 @@ uint32_t NormalCount(ConvexMeshCollider const& collider)
     return std::min<uint32_t>(collider.normalsCount, static_cast<uint32_t>(ConvexMeshCollider::MaxNormals));
 }
 
-/// The collider's vertices placed by its transform.
 /// Vertices this close above the contact depth still carry the contact, metres.
 constexpr double SupportSlop = 0.01;
 
+/// The collider's vertices placed by a matrix (its own transform, or the
+/// world matrix the caller gives in its place).
 struct WorldHull {
     std::array<glm::dvec3, ConvexMeshCollider::MaxVertices> points;
     uint32_t count = 0;
 
-    explicit WorldHull(ConvexMeshCollider const& collider) : count(VertexCount(collider))
+    WorldHull(ConvexMeshCollider const& collider, glm::dmat4 const& transform) : count(VertexCount(collider))
     {
         for (uint32_t i = 0; i < count; ++i)
-            points[i] = glm::dvec3(collider.transform * glm::dvec4(glm::dvec3(collider.vertices[i]), 1.0));
+            points[i] = glm::dvec3(transform * glm::dvec4(glm::dvec3(collider.vertices[i]), 1.0));
     }
 
     std::pair<double, double> Project(glm::dvec3 const& axis) const
@@ -53,10 +54,10 @@ struct WorldHull {
     }
 };
 
-glm::dvec3 BoxCenter(ConvexMeshCollider const& collider)
+glm::dvec3 BoxCenter(ConvexMeshCollider const& collider, glm::dmat4 const& transform)
 {
     glm::dvec3 const local = (glm::dvec3(collider.box_min) + glm::dvec3(collider.box_max)) * 0.5;
-    return glm::dvec3(collider.transform * glm::dvec4(local, 1.0));
+    return glm::dvec3(transform * glm::dvec4(local, 1.0));
 }
 
 /// The running state of a separating-axis walk.
@@ -84,10 +85,11 @@ struct AxisSearch {
     }
 };
 
-/// Tests each face normal of collider under its rotation; false on a separating one.
-bool TestFaceAxes(ConvexMeshCollider const& collider, AxisSearch& search)
+/// Tests each face normal of collider under the rotation of transform; false
+/// on a separating one.
+bool TestFaceAxes(ConvexMeshCollider const& collider, glm::dmat4 const& transform, AxisSearch& search)
 {
-    glm::dmat3 const rotation(collider.transform);
+    glm::dmat3 const rotation(transform);
     uint32_t const count = NormalCount(collider);
     for (uint32_t i = 0; i < count; ++i) {
         glm::dvec3 const normal = rotation * glm::dvec3(collider.normals[i]);
@@ -104,23 +106,29 @@ bool TestFaceAxes(ConvexMeshCollider const& collider, AxisSearch& search)
 
 std::pair<double, double> ProjectOntoAxis(ConvexMeshCollider const& collider, glm::dvec3 const& axis)
 {
-    return WorldHull(collider).Project(axis);
+    return WorldHull(collider, collider.transform).Project(axis);
 }
 
 Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const& b)
 {
+    return ConvexCollision(a, a.transform, b, b.transform);
+}
+
+Collision ConvexCollision(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
+                          glm::dmat4 const& worldB)
+{
     // 1. Bounding spheres around the box centres.
-    glm::dvec3 const centerA = BoxCenter(a);
-    glm::dvec3 const centerB = BoxCenter(b);
+    glm::dvec3 const centerA = BoxCenter(a, worldA);
+    glm::dvec3 const centerB = BoxCenter(b, worldB);
     if (glm::distance(centerA, centerB) > a.radius + b.radius)
         return {};
 
     // 2. and 3. Face normals of a, of b, then the edge crosses; the first
     // separating axis ends the test.
-    WorldHull const hullA(a);
-    WorldHull const hullB(b);
+    WorldHull const hullA(a, worldA);
+    WorldHull const hullB(b, worldB);
     AxisSearch search{hullA, hullB};
-    if (!TestFaceAxes(a, search) || !TestFaceAxes(b, search))
+    if (!TestFaceAxes(a, worldA, search) || !TestFaceAxes(b, worldB, search))
         return {};
     if (a.exactEdges) {
         // Edges join consecutive entries of the vertex lists: i to i + 1.
@@ -178,9 +186,16 @@ Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const&
 size_t ContactSupportPoints(ConvexMeshCollider const& a, ConvexMeshCollider const& b, Collision const& collision,
                             std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out)
 {
+    return ContactSupportPoints(a, a.transform, b, b.transform, collision, out);
+}
+
+size_t ContactSupportPoints(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
+                            glm::dmat4 const& worldB, Collision const& collision,
+                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out)
+{
     // The same collider as ConvexCollision takes the contact point from.
     bool const fromA = a.radius <= b.radius;
-    WorldHull const giver(fromA ? a : b);
+    WorldHull const giver(fromA ? a : b, fromA ? worldA : worldB);
     double const sign = fromA ? -1.0 : 1.0;
     double deepest = -DBL_MAX;
     for (uint32_t i = 0; i < giver.count; ++i)

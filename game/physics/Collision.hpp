@@ -24,6 +24,10 @@ std::pair<double, double> ProjectOntoAxis(entity::ConvexMeshCollider const& coll
 /// Separating-axis test of two convex colliders placed by their transforms.
 /// The normal points from b towards a; no contact gives the empty Collision.
 Collision ConvexCollision(entity::ConvexMeshCollider const& a, entity::ConvexMeshCollider const& b);
+/// The same test with a placed by worldA and b by worldB instead of their own
+/// transforms; the answer equals that of copies carrying those transforms.
+Collision ConvexCollision(entity::ConvexMeshCollider const& a, glm::dmat4 const& worldA,
+                          entity::ConvexMeshCollider const& b, glm::dmat4 const& worldB);
 
 /// The vertices that carry a contact found by ConvexCollision(a, b): those of
 /// the smaller collider that reach within the contact's depth (plus 1 cm) of
@@ -31,6 +35,10 @@ Collision ConvexCollision(entity::ConvexMeshCollider const& a, entity::ConvexMes
 /// how many were written to out.
 size_t ContactSupportPoints(entity::ConvexMeshCollider const& a, entity::ConvexMeshCollider const& b,
                             Collision const& collision,
+                            std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>& out);
+/// The same with a placed by worldA and b by worldB instead of their own transforms.
+size_t ContactSupportPoints(entity::ConvexMeshCollider const& a, glm::dmat4 const& worldA,
+                            entity::ConvexMeshCollider const& b, glm::dmat4 const& worldB, Collision const& collision,
                             std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>& out);
 
 /// Cheap test whether two boxes (minA..maxA under ta, minB..maxB under tb) may

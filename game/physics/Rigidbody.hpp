@@ -16,14 +16,30 @@
 namespace game::physics {
 
 /// A body that does not move during this physics step, built from an entity
-/// at the start of the step and dropped at its end. Positions are those of the
-/// centre of mass in the environment's (or the parent's) frame; the colliders
-/// live in body space, with the origin at the centre of mass.
+/// at the start of the step and released at its end. Positions are those of
+/// the centre of mass in the environment's (or the parent's) frame; the
+/// colliders live in body space, with the origin at the centre of mass.
+///
+/// The step keeps its records from one step to the next and refills them
+/// with Load, so that their lists keep their capacity; Load leaves a record
+/// as the constructor would.
 template <class T>
 class Rigidbody {
 public:
-    /// Copies what the step needs from entity.
-    explicit Rigidbody(std::shared_ptr<T>& entity);
+    /// Copies what the step needs from entity. Without withColliders the
+    /// colliders stay out of the record (its bounds and volume count them all
+    /// the same) until LoadColliders copies them: most static bodies never
+    /// meet a moving one.
+    explicit Rigidbody(std::shared_ptr<T>& entity, bool withColliders = true);
+
+    /// Refills the record from entity as the constructor does.
+    void Load(std::shared_ptr<T>& entity, bool withColliders = true);
+    /// Copies the entity's enabled colliders into colliders, in body space,
+    /// when they were left out; nothing when they are there already.
+    void LoadColliders();
+    /// Drops the entity pointer and the colliders (with any module callbacks
+    /// they hold), keeping the capacity for the next Load.
+    void Release();
 
     /// position + R * boundsCenter.
     glm::dvec3 GetPositionAtCenterOfBounds() const;
@@ -45,6 +61,11 @@ public:
     glm::dvec3 boundsCenter{0.0};                       ///< (boundsMin + boundsMax) / 2.
     glm::dvec3 gravity{0.0};                            ///< m/s^2 of the frame or the environment.
     double volume = 0.0;                                ///< m^3: box volume times fill, summed over colliders.
+    bool collidersLoaded = true;                        ///< False while the colliders are left out.
+
+private:
+    /// Appends source's enabled colliders, moved into body space.
+    void CopyColliders(T const& source);
 };
 
 /// One aerodynamic surface sample of a body.
@@ -61,6 +82,13 @@ public:
     /// Copies the entity's motion and turns its gathered impulses into
     /// accelerations over deltaTime. Asserts deltaTime > 0 and mass > 0.
     DynamicRigidbody(std::shared_ptr<T>& entity, double deltaTime);
+
+    /// Refills the record from entity as the constructor does; every member
+    /// is set again, the lists are emptied but keep their capacity.
+    void Load(std::shared_ptr<T>& entity, double deltaTime);
+    /// Drops the pointers to entities, to other records and the colliders
+    /// (with any module callbacks they hold), keeping the lists' capacity.
+    void Release();
 
     /// The solid-box inertia of the bounds, in world axes, inverted.
     void ComputeInertiaTensor();
@@ -123,6 +151,9 @@ public:
     double restingLimit = 1.0;
 
 private:
+    /// The constructor's part after Rigidbody's: the motion, the inertia and
+    /// every member of this class back at its start value.
+    void LoadMotion(std::shared_ptr<T>& entity, double deltaTime);
     /// Visits the pair (c, d) of a static contact, each placed by its matrix:
     /// walks into subColliders of colliders that are mostly empty, answers the
     /// contacts of the leaves and tells whether any leaf touched.
@@ -132,9 +163,10 @@ private:
     void PlaceContactPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
                           entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD);
 
-    /// World-placed copies of the two colliders of the contact being tested
-    /// (without their callbacks); reused from pair to pair, they are what
-    /// contact callbacks receive as self and other.
+    /// World-placed copies of the two colliders of a contact that has a
+    /// callback (without their callbacks); reused from pair to pair, they are
+    /// what contact callbacks receive as self and other. Contacts without a
+    /// callback are tested and answered from the colliders themselves.
     entity::ConvexMeshCollider _contactSelf;
     entity::ConvexMeshCollider _contactOther;
     std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices> _supportPoints{}; ///< Support points of the last static contact.

@@ -33,7 +33,7 @@ constexpr double MinimumSlidingSpeed = 1e-06;
 constexpr double DebugNormalLength = 0.25;
 
 /// Step 1 of ConvexCollision: whether the bounding spheres of c and d, placed
-/// by their matrices, meet. Pairs that fail it are never copied.
+/// by their matrices, meet. Pairs that fail it go no further.
 bool SpheresMeet(ConvexMeshCollider const& c, glm::dmat4 const& worldC, ConvexMeshCollider const& d,
                  glm::dmat4 const& worldD)
 {
@@ -139,13 +139,14 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
                 glm::dmat4 const worldD = otherTransform * d.transform;
                 if (!SpheresMeet(c, worldC, d, worldD))
                     continue;
-                PlaceContactPair(c, worldC, d, worldD);
+                // The test reads the colliders where they are, each under its
+                // world matrix; placed copies are made only for the callbacks.
                 Collision collision;
                 if (c.exactEdges) {
-                    collision = ConvexCollision(_contactOther, _contactSelf);
+                    collision = ConvexCollision(d, worldD, c, worldC);
                     collision.normal = -collision.normal;
                 } else {
-                    collision = ConvexCollision(_contactSelf, _contactOther);
+                    collision = ConvexCollision(c, worldC, d, worldD);
                 }
                 if (!(collision.depth > 0.0))
                     continue;
@@ -153,6 +154,8 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
                     debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
                                           glm::vec4(1.0f, 1.0f, 0.0f, 1.0f)});
                 }
+                if (c.onContact || d.onContact)
+                    PlaceContactPair(c, worldC, d, worldD);
                 if (d.onContact) {
                     collision.normal = -collision.normal;
                     d.onContact(other, _contactOther, _contactSelf, collision, dt);
@@ -250,8 +253,9 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
 
     if (!SpheresMeet(c, worldC, d, worldD))
         return false;
-    PlaceContactPair(c, worldC, d, worldD);
-    Collision collision = ConvexCollision(_contactSelf, _contactOther);
+    // The test reads the colliders where they are, each under its world
+    // matrix; placed copies are made only for a callback.
+    Collision collision = ConvexCollision(c, worldC, d, worldD);
     if (!(collision.depth > 0.0))
         return false;
 
@@ -259,11 +263,19 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
                               glm::vec4(1.0f, 0.0f, 0.0f, 1.0f)});
     }
-    bool const counts = c.onContact ? c.onContact(this, _contactSelf, _contactOther, collision, dt) : true;
+    bool const called = static_cast<bool>(c.onContact);
+    bool counts = true;
+    if (called) {
+        PlaceContactPair(c, worldC, d, worldD);
+        counts = c.onContact(this, _contactSelf, _contactOther, collision, dt);
+    }
     if (counts) {
         // Every vertex that carries the contact is a support point, so that a
         // box lying flat on one other box finds the three it needs to rest.
-        size_t const supports = ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints);
+        // After a callback the copies it saw (and may have changed) give them.
+        size_t const supports =
+            called ? ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints)
+                   : ContactSupportPoints(c, worldC, d, worldD, collision, _supportPoints);
         if (supports == 0)
             AddStaticContactPoint(collision.normal, collision.point);
         for (size_t i = 0; i < supports; ++i)

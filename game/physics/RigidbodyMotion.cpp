@@ -24,28 +24,71 @@ constexpr double AttachSpeed = 5.0;
 // Rigidbody
 
 template <class T>
-Rigidbody<T>::Rigidbody(std::shared_ptr<T>& source)
-    : entity(source), orientation(source->orientation), id(source->GetID()), centerOfMass(source->centerOfMass)
+Rigidbody<T>::Rigidbody(std::shared_ptr<T>& source, bool withColliders)
 {
+    Load(source, withColliders);
+}
+
+template <class T>
+void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool withColliders)
+{
+    entity = source;
+    orientation = source->orientation;
+    id = source->GetID();
+    centerOfMass = source->centerOfMass;
+    gravity = glm::dvec3(0.0);
+    volume = 0.0;
     position = source->position + glm::mat3_cast(orientation) * centerOfMass;
     boundsMin = source->boundsMin - centerOfMass;
     boundsMax = source->boundsMax - centerOfMass;
-    colliders.reserve(source->colliders.size());
+    colliders.clear();
     for (auto const& entry : source->colliders) {
         entity::ConvexMeshCollider const& described = entry.second;
         if (!described.enabled)
             continue;
-        entity::ConvexMeshCollider& collider = colliders.emplace_back(described);
         // Body space has its origin at the centre of mass.
-        collider.transform[3] -= glm::dvec4(centerOfMass, 0.0);
-        glm::dvec3 const size = glm::dvec3(collider.box_max) - glm::dvec3(collider.box_min);
-        volume += std::abs(size.x) * std::abs(size.y) * std::abs(size.z) * collider.fill;
-        glm::dvec3 const a(collider.transform * glm::dvec4(glm::dvec3(collider.box_min), 1.0));
-        glm::dvec3 const b(collider.transform * glm::dvec4(glm::dvec3(collider.box_max), 1.0));
+        glm::dmat4 transform = described.transform;
+        transform[3] -= glm::dvec4(centerOfMass, 0.0);
+        glm::dvec3 const size = glm::dvec3(described.box_max) - glm::dvec3(described.box_min);
+        volume += std::abs(size.x) * std::abs(size.y) * std::abs(size.z) * described.fill;
+        glm::dvec3 const a(transform * glm::dvec4(glm::dvec3(described.box_min), 1.0));
+        glm::dvec3 const b(transform * glm::dvec4(glm::dvec3(described.box_max), 1.0));
         boundsMin = glm::min(boundsMin, glm::min(a, b));
         boundsMax = glm::max(boundsMax, glm::max(a, b));
     }
     ComputeBounds();
+    collidersLoaded = withColliders;
+    if (withColliders)
+        CopyColliders(*source);
+}
+
+template <class T>
+void Rigidbody<T>::LoadColliders()
+{
+    if (collidersLoaded)
+        return;
+    collidersLoaded = true;
+    if (std::shared_ptr<T> const source = entity.lock())
+        CopyColliders(*source);
+}
+
+template <class T>
+void Rigidbody<T>::CopyColliders(T const& source)
+{
+    colliders.reserve(source.colliders.size());
+    for (auto const& entry : source.colliders) {
+        if (!entry.second.enabled)
+            continue;
+        entity::ConvexMeshCollider& collider = colliders.emplace_back(entry.second);
+        collider.transform[3] -= glm::dvec4(centerOfMass, 0.0); // into body space, as Load placed it
+    }
+}
+
+template <class T>
+void Rigidbody<T>::Release()
+{
+    entity.reset();
+    colliders.clear();
 }
 
 template <class T>
@@ -76,6 +119,19 @@ template class Rigidbody<entity::ServerSideEntity>;
 template <class T>
 DynamicRigidbody<T>::DynamicRigidbody(std::shared_ptr<T>& source, double deltaTime) : Rigidbody<T>(source)
 {
+    LoadMotion(source, deltaTime);
+}
+
+template <class T>
+void DynamicRigidbody<T>::Load(std::shared_ptr<T>& source, double deltaTime)
+{
+    Rigidbody<T>::Load(source);
+    LoadMotion(source, deltaTime);
+}
+
+template <class T>
+void DynamicRigidbody<T>::LoadMotion(std::shared_ptr<T>& source, double deltaTime)
+{
     NEROX_ASSERT(deltaTime > 0);
     double const mass = source->mass;
     NEROX_ASSERT(mass > 0);
@@ -95,6 +151,35 @@ DynamicRigidbody<T>::DynamicRigidbody(std::shared_ptr<T>& source, double deltaTi
 
     largestContactRadius = this->radius;
     sweptRadius = glm::length(linearVelocity) * deltaTime * 0.5 + this->radius;
+
+    // The state of the step, as the class declares it at start.
+    contactRest = 0.0;
+    touchesParent = false;
+    keepOnParent = false;
+    potentialNewParent.reset();
+    parentBody = nullptr;
+    restingLimit = 1.0;
+    nearDynamics.clear();
+    nearStatics.clear();
+    aerodynamicSamples.clear();
+    staticContactNormals.clear();
+    staticRelativeContactPoints.clear();
+    debugLines.clear();
+    debugColliders.clear();
+    aerodynamicSurfaces.clear();
+    // _contactSelf, _contactOther and _supportPoints are written before each use.
+}
+
+template <class T>
+void DynamicRigidbody<T>::Release()
+{
+    Rigidbody<T>::Release();
+    potentialNewParent.reset();
+    parentBody = nullptr;
+    nearDynamics.clear();
+    nearStatics.clear();
+    debugColliders.clear();
+    aerodynamicSurfaces.clear();
 }
 
 template <class T>
@@ -198,6 +283,10 @@ void DynamicRigidbody<T>::ApplyToEntity(double dt)
 
 template DynamicRigidbody<entity::ServerSideEntity>::DynamicRigidbody(std::shared_ptr<entity::ServerSideEntity>&,
                                                                       double);
+template void DynamicRigidbody<entity::ServerSideEntity>::Load(std::shared_ptr<entity::ServerSideEntity>&, double);
+template void DynamicRigidbody<entity::ServerSideEntity>::LoadMotion(std::shared_ptr<entity::ServerSideEntity>&,
+                                                                     double);
+template void DynamicRigidbody<entity::ServerSideEntity>::Release();
 template void DynamicRigidbody<entity::ServerSideEntity>::ComputeInertiaTensor();
 template void DynamicRigidbody<entity::ServerSideEntity>::IntegrateMotion(double);
 template void DynamicRigidbody<entity::ServerSideEntity>::ApplyImpulse(glm::dvec3 const&, glm::dvec3 const&);
