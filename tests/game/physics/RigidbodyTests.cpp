@@ -32,21 +32,8 @@ constexpr double Step = 1.0 / 60.0;
 
 ConvexMeshCollider Box(glm::dvec3 const& size, glm::dvec3 const& center = glm::dvec3(0.0))
 {
-    ConvexMeshCollider collider;
+    ConvexMeshCollider collider = ConvexMeshCollider::Box(glm::vec3(-size * 0.5), glm::vec3(size * 0.5));
     collider.transform = glm::translate(glm::dmat4(1.0), center);
-    collider.box_min = glm::vec3(-size * 0.5);
-    collider.box_max = glm::vec3(size * 0.5);
-    for (uint32_t corner = 0; corner < 8; ++corner) {
-        collider.vertices[corner] = glm::vec3((corner & 4u) ? collider.box_max.x : collider.box_min.x,
-                                              (corner & 2u) ? collider.box_max.y : collider.box_min.y,
-                                              (corner & 1u) ? collider.box_max.z : collider.box_min.z);
-    }
-    collider.verticesCount = 8;
-    collider.normals[0] = glm::vec3(1.0f, 0.0f, 0.0f);
-    collider.normals[1] = glm::vec3(0.0f, 1.0f, 0.0f);
-    collider.normals[2] = glm::vec3(0.0f, 0.0f, 1.0f);
-    collider.normalsCount = 3;
-    collider.radius = 0.5 * glm::length(size);
     return collider;
 }
 
