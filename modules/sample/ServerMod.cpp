@@ -18,7 +18,6 @@
 
 namespace {
 
-using game::entity::Id;
 using game::entity::ServerSideEntity;
 
 unsigned long ticks = 0;      // Server ticks seen.
@@ -30,11 +29,8 @@ double nextReport = 1.0;      // Simulated time of the next progress line.
 // so the host saves it when the world unloads.
 void Place(char const* itemType, glm::dvec3 const& position, double yawDegrees,
            game::entity::EnvironmentId environment) {
-    // A fresh id that no live entity has, so that Spawn cannot be refused.
-    Id id = Id::Generate();
-    while (ServerSideEntity::Get(id)) id = Id::Generate();
     ServerSideEntity::Ptr const entity =
-        ServerSideEntity::Spawn(nerox::modular::ModuleID(sample::moduleName), itemType, id);
+        ServerSideEntity::Spawn(nerox::modular::ModuleID(sample::moduleName), itemType);
     entity->position = position;
     entity->orientation = glm::angleAxis(glm::radians(yawDegrees), glm::dvec3(0.0, 1.0, 0.0));
     entity->environmentId = environment;
