@@ -427,6 +427,7 @@ void ServerSideEntity::UnloadAllEntities()
             released.push_back(std::move(entity));
         }
         _sharedObjects.clear();
+        ++_sharedObjectsVersion;
     }
     // The entities go outside the lock: their interfaces' destructors may look others up.
     released.clear();

@@ -117,7 +117,10 @@ struct StepScratch {
     /// groups and the holders of components), and only those.
     std::unordered_map<Id, BodyIndexEntry> bodyIndex;
     std::map<GroupKey, std::vector<ServerSideEntity::Ptr>> components;
-    std::vector<ListedEntity> entities;          ///< The registry's entities, in its order.
+    std::vector<ListedEntity> entities;          ///< The registry's slots, in its order.
+    bool listed = false;                         ///< Whether entities lists the registry of listedVersion.
+    uint64_t listedVersion = 0;                  ///< The registry's version when entities was listed.
+    size_t listedSize = 0;                       ///< And its size then.
     std::vector<ServerSideEntity*> staticEntities; ///< The entity of each static record, for prefetching.
     physics::Broadphase broadphase;
     std::vector<physics::Broadphase::Body> broadphaseDynamics;
@@ -181,14 +184,23 @@ BodyIndexEntry const* FindEntry(StepScratch const& step, EnvironmentId environme
 /// Entities fetched ahead of the one being read.
 constexpr size_t PrefetchAhead = 8;
 
-/// Asks for what PrepareRigidbodies reads of a listed entity to be fetched
-/// into the cache: its control block and the whole entity.
+/// Asks for what PrepareRigidbodies reads and writes of a listed entity to be
+/// fetched into the cache: its registry slot, its control block and the
+/// fields of the record, not the whole entity.
 void Prefetch(ListedEntity const& listed)
 {
-    char const* const bytes = reinterpret_cast<char const*>(listed.entity);
-    __builtin_prefetch(bytes - 16);
-    for (size_t offset = 0; offset < sizeof(ServerSideEntity); offset += 64)
-        __builtin_prefetch(bytes + offset);
+    __builtin_prefetch(listed.pointer);
+    ServerSideEntity const* const e = listed.entity;
+    if (e == nullptr)
+        return;
+    __builtin_prefetch(reinterpret_cast<char const*>(e) - 16);
+    for (void const* field : {static_cast<void const*>(&e->mass), static_cast<void const*>(&e->orientation),
+                              static_cast<void const*>(&e->boundsMin), static_cast<void const*>(&e->centerOfMass),
+                              static_cast<void const*>(&e->feltAcceleration), static_cast<void const*>(&e->parentEntity),
+                              static_cast<void const*>(&e->colliders), static_cast<void const*>(&e->nodesDirty),
+                              static_cast<void const*>(&e->physicsEnabled), static_cast<void const*>(&e->restTime),
+                              static_cast<void const*>(&e->orbitEnvironmentId)})
+        __builtin_prefetch(field, 1);
 }
 
 /// Asks for the parts of entity that ApplyGravity reads and writes to be
@@ -201,6 +213,47 @@ void PrefetchGravityFields(ServerSideEntity const* entity)
     __builtin_prefetch(&entity->position);
     __builtin_prefetch(&entity->orientation);
     __builtin_prefetch(&entity->feltAcceleration, 1);
+}
+
+/// The environment functions of a step's environments; consecutive bodies
+/// mostly share one, so the last is remembered.
+class EnvironmentLookup {
+public:
+    /// The function of environment, or null when it has none.
+    physics::EnvironmentFunction const* Find(EnvironmentId environment)
+    {
+        if (!_looked || environment != _environment) {
+            _looked = true;
+            _environment = environment;
+            auto const found = Game::_environmentFunctions.find(environment);
+            _function = found != Game::_environmentFunctions.end() && found->second ? &found->second : nullptr;
+        }
+        return _function;
+    }
+
+    /// Gravity at position in environment; zero without a function.
+    glm::dvec3 Gravity(EnvironmentId environment, glm::dvec3 const& position)
+    {
+        physics::EnvironmentFunction const* function = Find(environment);
+        return function != nullptr ? (*function)(position, EnvironmentGravityOnly, 0.0).gravity : glm::dvec3(0.0);
+    }
+
+private:
+    EnvironmentId _environment = 0;
+    physics::EnvironmentFunction const* _function = nullptr;
+    bool _looked = false;
+};
+
+/// Felt acceleration of a static body without parent: its environment's
+/// gravity in the body's axes, or none outside an environment.
+void FeelEnvironmentGravity(ServerSideEntity& entity, EnvironmentLookup& environments)
+{
+    if (entity.environmentId == 0) {
+        entity.feltAcceleration = glm::dvec3(0.0);
+        return;
+    }
+    glm::dmat3 const toLocal = glm::inverse(glm::mat3_cast(entity.orientation));
+    entity.feltAcceleration = toLocal * environments.Gravity(entity.environmentId, entity.position);
 }
 
 /// The group of key; consecutive entities mostly share one, so the last is remembered.
@@ -221,20 +274,33 @@ void PrepareRigidbodies(StepScratch& step, double dt)
     bool const staticColliders = Game::debugServerSidePhysics;
     GroupKey lastKey;
     Group* last = nullptr;
+    EnvironmentLookup environments;
 
-    // The registry is walked first, its entities read after: the walk follows
-    // one pointer after another, while the entities, listed, can be fetched
-    // from memory a few ahead of their turn.
-    step.entities.clear();
-    for (auto& [key, entity] : ServerSideEntity::_sharedObjects) {
-        if (entity)
+    // The registry's slots are listed first, its entities read after: walking
+    // the registry follows one pointer after another, while the listed
+    // entities can be fetched from memory a few ahead of their turn. The list
+    // stays from one step to the next while the registry keeps its set of
+    // entities, and with it its order, so most steps do not walk it at all.
+    if (!step.listed || step.listedVersion != ServerSideEntity::_sharedObjectsVersion ||
+        step.listedSize != ServerSideEntity::_sharedObjects.size()) {
+        step.entities.clear();
+        for (auto& [key, entity] : ServerSideEntity::_sharedObjects)
             step.entities.push_back({&entity, entity.get()});
+        step.listed = true;
+        step.listedVersion = ServerSideEntity::_sharedObjectsVersion;
+        step.listedSize = ServerSideEntity::_sharedObjects.size();
     }
     size_t const count = step.entities.size();
     for (size_t i = 0; i < count; ++i) {
         if (i + PrefetchAhead < count)
             Prefetch(step.entities[i + PrefetchAhead]);
         ServerSideEntity::Ptr& entity = *step.entities[i].pointer;
+        if (!entity || entity.get() != step.entities[i].entity) {
+            // Emptied or replaced in its slot since it was listed: read it anew.
+            step.entities[i].entity = entity.get();
+            if (!entity)
+                continue;
+        }
         if (!entity->physicsEnabled || !(entity->mass > 0.0))
             continue;
         if (entity->environmentId == 0) {
@@ -256,6 +322,11 @@ void PrepareRigidbodies(StepScratch& step, double dt)
                 step.statics.Add(entity, staticColliders);
                 step.staticEntities.push_back(entity.get());
                 entity->restTime = std::clamp(entity->restTime + dt, 0.0, 1.0);
+                // Gravity of a static body without parent depends on nothing
+                // the later phases change: it is felt here, while the entity
+                // is in the cache, rather than in a second walk over them all.
+                if (!group.parent.IsSet())
+                    FeelEnvironmentGravity(*entity, environments);
             }
         }
         entity->nodesDirty = false;
@@ -318,53 +389,49 @@ void PrepareCompositeEntities(StepScratch& step)
     }
 }
 
-/// Gravity of one record: from the moving frame of its parent, or for a
-/// static body without parent from its environment.
-void ApplyGravity(Static& record, Id const& parentId, EnvironmentId environment, bool isStatic)
+/// Gravity of a record in a parent group: the acceleration of the parent's
+/// moving frame at the body, in that frame. A static body feels it too.
+void ApplyParentGravity(Static& record, Id const& parentId, bool isStatic)
 {
-    if (!isStatic && !parentId.IsSet())
-        return; // a moving body without parent meets its environment's gravity in the step itself
     ServerSideEntity::Ptr const entity = record.entity.lock();
     if (!entity)
         return;
-    glm::dmat3 const toLocal = glm::inverse(glm::mat3_cast(entity->orientation));
-    if (parentId.IsSet()) {
-        ServerSideEntity::Ptr const parent = ServerSideEntity::Get(parentId);
-        if (!parent)
-            return;
-        glm::dvec3 const r = entity->position - parent->centerOfMass;
-        record.gravity = glm::cross(parent->angularVelocity, r) + parent->feltAcceleration;
-        if (isStatic)
-            entity->feltAcceleration = toLocal * record.gravity;
+    ServerSideEntity::Ptr const parent = ServerSideEntity::Get(parentId);
+    if (!parent)
         return;
-    }
-    if (!isStatic)
-        return;
-    if (environment == 0) {
-        entity->feltAcceleration = glm::dvec3(0.0);
-        return;
-    }
-    physics::EnvironmentInfo info;
-    auto const function = Game::_environmentFunctions.find(environment);
-    if (function != Game::_environmentFunctions.end() && function->second)
-        info = function->second(entity->position, EnvironmentGravityOnly, 0.0);
-    entity->feltAcceleration = toLocal * info.gravity;
+    glm::dvec3 const r = entity->position - parent->centerOfMass;
+    record.gravity = glm::cross(parent->angularVelocity, r) + parent->feltAcceleration;
+    if (isStatic)
+        entity->feltAcceleration = glm::inverse(glm::mat3_cast(entity->orientation)) * record.gravity;
 }
 
 void ApplyGravityToRigidbodies(StepScratch& step)
 {
     nerox::cpu::Profiler scope("Apply gravity to rigidbodies", true);
+    EnvironmentLookup environments;
     for (auto& [key, group] : step.groups) {
+        if (!key.parent.IsSet()) {
+            // Static bodies felt their gravity while they were prepared. A
+            // moving body gets its environment's gravity from each substep's
+            // environment pass, which comes after the substep's motion: the
+            // first substep gets it here, or it would move without gravity.
+            for (uint32_t index : group.dynamics) {
+                Dynamic& body = step.dynamics[index];
+                if (body.aerodynamic)
+                    body.pendingAcceleration += environments.Gravity(key.environment, body.GetPositionAtCenterOfBounds());
+            }
+            continue;
+        }
         size_t const count = group.statics.size();
         for (size_t i = 0; i < count; ++i) {
             if (i + PrefetchAhead < count)
                 PrefetchGravityFields(step.staticEntities[group.statics[i + PrefetchAhead]]);
-            ApplyGravity(step.statics[group.statics[i]], key.parent, key.environment, true);
+            ApplyParentGravity(step.statics[group.statics[i]], key.parent, true);
         }
         for (uint32_t index : group.dynamics)
-            ApplyGravity(step.dynamics[index], key.parent, key.environment, false);
+            ApplyParentGravity(step.dynamics[index], key.parent, false);
         for (uint32_t index : group.orbiting)
-            ApplyGravity(step.orbiting[index], key.parent, key.environment, false);
+            ApplyParentGravity(step.orbiting[index], key.parent, false);
     }
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -46,6 +47,8 @@ public:
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
             inserted = _sharedObjects.try_emplace(id, object).second;
+            if (inserted)
+                ++_sharedObjectsVersion;
         }
         if (!inserted) {
             KeepFiles(*object);
@@ -93,6 +96,7 @@ public:
             }
             released = std::move(found->second);
             _sharedObjects.erase(found);
+            ++_sharedObjectsVersion;
         }
         // released goes here, outside the lock, so its destructor may use the registry.
         return true;
@@ -105,6 +109,7 @@ public:
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
             released.swap(_sharedObjects);
+            ++_sharedObjectsVersion;
         }
     }
 
@@ -126,12 +131,17 @@ private:
 
 public:
     // Open for code that walks the objects itself under the lock (the physics
-    // step); take _sharedObjectsMutex shared to read, exclusively to change.
+    // step); take _sharedObjectsMutex shared to read, exclusively to change,
+    // and count every change of the set in _sharedObjectsVersion.
 
     /// The live objects by Id.
     inline static std::unordered_map<Id, std::shared_ptr<T>> _sharedObjects;
     /// Readers-writer lock of _sharedObjects.
     inline static nerox::SharedMutex _sharedObjectsMutex;
+    /// Grows with every insertion into and removal from _sharedObjects, under
+    /// the exclusive lock: a walker that saw the same version (and size) may
+    /// keep what it listed, in the same order.
+    inline static uint64_t _sharedObjectsVersion = 0;
 };
 
 /// Creates and registers a T; see UniqueObject::Create.

@@ -142,6 +142,29 @@ TEST_F(PhysicsScenario, BodiesMeetingHeadOnLoseTheirNormalRelativeSpeed)
     EXPECT_LE(right->position.x - left->position.x, 1.0 + 1e-3);
 }
 
+TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps)
+{
+    // Gravity without ground or air: every substep, the first included, must
+    // accelerate the body, so that a second of fall ends at g and g/2 metres.
+    constexpr game::entity::EnvironmentId Vacuum = 903;
+    Game::_environmentFunctions[Vacuum] = [](glm::dvec3 const& position, game::EnvironmentInfoFlags, double) {
+        game::physics::EnvironmentInfo info;
+        info.gravity = glm::dvec3(0.0, -9.81, 0.0);
+        info.altitude = position.y + 1.0e6;
+        info.surfaceNormal = glm::dvec3(0.0, 1.0, 0.0);
+        return info;
+    };
+    for (int substeps : {1, 4}) {
+        ServerSideEntity::Ptr crate = Body(Vacuum, glm::dvec3(0.0, 100.0, 0.0), glm::vec3(0.5f), 10.0, true);
+        for (int i = 0; i < 60; ++i)
+            ServerSideEntity::PhysicsUpdate(Step, substeps);
+        EXPECT_NEAR(crate->linearVelocity.y, -9.81, 1e-9) << substeps << " substeps";
+        EXPECT_NEAR(crate->position.y, 100.0 - 0.5 * 9.81, 1e-9) << substeps << " substeps";
+        ServerSideEntity::DestroyAll();
+    }
+    Game::_environmentFunctions.erase(Vacuum);
+}
+
 TEST_F(PhysicsScenario, StepWithoutSubstepsMovesNothingInAnEnvironment)
 {
     ServerSideEntity::Ptr crate = Body(Ground, glm::dvec3(0.0, 5.0, 0.0), glm::vec3(0.5f), 1.0, true);
