@@ -165,6 +165,28 @@ TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps)
     Game::_environmentFunctions.erase(Vacuum);
 }
 
+TEST_F(PhysicsScenario, StepFollowsEntitiesCreatedAndDestroyedBetweenSteps)
+{
+    // The step keeps its list of the registry between steps: a swap of one
+    // entity for another (same count) must still be seen.
+    ServerSideEntity::Ptr first = Body(Ground, glm::dvec3(0.0, 10.0, 0.0), glm::vec3(0.5f), 10.0, true);
+    ServerSideEntity::Ptr other = Body(Ground, glm::dvec3(5.0, 10.0, 0.0), glm::vec3(0.5f), 10.0, true);
+    Run(0.1);
+    EXPECT_LT(first->position.y, 10.0);
+    ASSERT_TRUE(ServerSideEntity::Destroy(first->id));
+    glm::dvec3 const left = first->position;
+    ServerSideEntity::Ptr second = Body(Ground, glm::dvec3(-5.0, 10.0, 0.0), glm::vec3(0.5f), 10.0, true);
+    Run(0.1);
+    EXPECT_EQ(first->position, left) << "a destroyed entity moved";
+    EXPECT_LT(second->position.y, 10.0) << "a new entity stood still";
+    ServerSideEntity::DestroyAll();
+    glm::dvec3 const dropped = second->position;
+    ServerSideEntity::Ptr third = Body(Ground, glm::dvec3(0.0, 10.0, 0.0), glm::vec3(0.5f), 10.0, true);
+    Run(0.1);
+    EXPECT_LT(third->position.y, 10.0);
+    EXPECT_EQ(second->position, dropped) << "an entity moved after DestroyAll";
+}
+
 TEST_F(PhysicsScenario, StepWithoutSubstepsMovesNothingInAnEnvironment)
 {
     ServerSideEntity::Ptr crate = Body(Ground, glm::dvec3(0.0, 5.0, 0.0), glm::vec3(0.5f), 1.0, true);
