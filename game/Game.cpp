@@ -4,6 +4,8 @@
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
 #include "game/entity/ServerSideEntity.hpp"
+#include "game/input/Controller.hpp"
+#include "game/input/Joystick.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
@@ -272,6 +274,7 @@ void Game::ServerUpdate(double deltaTime, int physicsArgument) {
 }
 
 void Game::InputUpdate(double deltaTime) {
+    game::input::Controller::InputUpdate(deltaTime);
     GAME_Mod::ForEachModule([deltaTime](GAME_Mod::Ptr& mod) {
         if (mod->Input_Update) mod->Input_Update(deltaTime);
     });
@@ -311,7 +314,12 @@ void Game::Stop() {
 
     _inputMode = 0;
     _mouseLook = false;
+    for (auto& [id, device] : _joysticks) {
+        if (device)
+            device->Disconnect(); // whoever still holds one sees it gone
+    }
     _joysticks.clear();
+    game::input::Controller::Reset();
 
     config.Clear();
 

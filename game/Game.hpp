@@ -152,6 +152,20 @@ public:
     static void Quit();
     /// Does nothing.
     static void Pause();
+    /// Opens devices the window newly reports, marks gone ones disconnected and
+    /// drops them, and refreshes the others (InputUpdate). The host calls it once
+    /// per input pass, before InputUpdate; without a window it does nothing.
+    static void UpdateJoysticks();
+    /// The first connected device, by device number, that is no gamepad and has more than one axis; or null.
+    static std::shared_ptr<game::input::Joystick> GetFirstJoystick();
+    /// The first connected gamepad, by device number; or null.
+    static std::shared_ptr<game::input::Joystick> GetFirstGamepad();
+    /// The index-th device that qualifies as GetFirstJoystick's; or null.
+    static std::shared_ptr<game::input::Joystick> GetJoystick(int index);
+    /// The index-th connected device of this identity (gamepads included); with an empty guid, as GetJoystick(index).
+    static std::shared_ptr<game::input::Joystick> GetJoystick(std::string const& guid, int index);
+    /// The index-th connected gamepad of this identity; an empty guid matches every gamepad.
+    static std::shared_ptr<game::input::Joystick> GetGamepad(std::string const& guid, int index);
     /// Same as SetInputMode_Play.
     static void Play();
     /// Interface mode: frees the cursor.
