@@ -1,4 +1,5 @@
 #include "HeadlessRun.hpp"
+#include "InputScript.hpp"
 #include "Trace.hpp"
 
 #include "game/Game.hpp"
@@ -8,6 +9,7 @@
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/physics/PhysicsRandom.hpp"
 #include "nerox/cpu/Profiler.hpp"
+#include "nerox/graphics/HeadlessWindow.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -48,6 +50,11 @@ extern "C" void OnStopSignal(int signal) {
     errno = savedErrno;
 }
 
+// With a window, only the client loop calls Game::Quit: it frees the window's
+// cursor and clears the mouse look, which the input pass reads. The server loop
+// asks for it through this flag instead.
+std::atomic<bool> clientQuitRequested{false};
+
 // What the loops did, for the summary.
 struct RunStats {
     long long serverTicks = 0;
@@ -66,14 +73,17 @@ void QuitIfRequested() {
     }
 }
 
-// Runs a loop; an exception ends the whole run (through Quit) and is kept for the caller.
+void RequestClientQuit() { clientQuitRequested.store(true); }
+
+// Runs a loop; an exception ends the whole run (through quit, Game::Quit unless
+// told otherwise) and is kept for the caller.
 template <typename Loop>
-void RunGuarded(Loop&& loop, std::exception_ptr& failure) {
+void RunGuarded(Loop&& loop, std::exception_ptr& failure, void (*quit)() = &Game::Quit) {
     try {
         loop();
     } catch (...) {
         failure = std::current_exception();
-        Game::Quit();
+        quit();
     }
 }
 
@@ -173,16 +183,19 @@ void ReleaseEntitiesKeepingFiles() {
         std::erase_if(interfaces, [](auto const& object) { return object.expired(); });
 }
 
-void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace) {
+// With quitThroughClient (a window is open), the loop leaves Ctrl+C to the
+// client loop and ends the run after --ticks through RequestClientQuit.
+void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool quitThroughClient) {
     nerox::cpu::Profiler::SetThreadName("server");
     double const deltaTime = 1.0 / options.tickRate;
     auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(deltaTime));
     auto next = Clock::now();
     while (Game::isActive.load()) {
-        QuitIfRequested();
+        if (!quitThroughClient) QuitIfRequested();
         if (!Game::isActive.load()) break;
         if (options.ticks && stats.serverTicks >= *options.ticks) {
-            Game::Quit();
+            if (quitThroughClient) RequestClientQuit();
+            else Game::Quit();
             break;
         }
         Game::serverFramerate.Tick();
@@ -201,11 +214,20 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace) {
     stats.serverLoad = Game::serverFramerate.GetLoad();
 }
 
-void ClientLoop(RunStats& stats) {
+// What the client loop does with input besides the game's own passes.
+struct ClientInput {
+    InputPlayer* player = nullptr;   ///< --input: the script, on a fixed clock of 1/60 s per pass.
+    ActionPrinter* printer = nullptr; ///< --print-actions.
+};
+
+void ClientLoop(RunStats& stats, ClientInput const& input) {
     nerox::cpu::Profiler::SetThreadName("client");
-    auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / 60.0));
+    double const fixedDelta = 1.0 / 60.0;
+    auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(fixedDelta));
     auto next = Clock::now();
+    double inputClock = 0.0; // seconds of input passes before this one
     while (Game::isActive.load()) {
+        if (clientQuitRequested.load() && Game::isActive.load()) Game::Quit();
         QuitIfRequested();
         // Without a renderer the client loop stands in for the render loop's clock,
         // which Game::Update smooths into its delta time.
@@ -214,10 +236,21 @@ void ClientLoop(RunStats& stats) {
         Game::Update(0.0);
         Game::ClientUpdate();
         Game::inputFramerate.Tick();
-        double const inputDelta = Game::inputFramerate.GetDeltaTime();
+        double inputDelta = Game::inputFramerate.GetDeltaTime();
+        long long const pass = stats.clientPasses;
+        if (input.player != nullptr) {
+            // Pass N runs at N/60 s, whatever the machine's pace.
+            inputDelta = fixedDelta;
+            inputClock = static_cast<double>(pass) / 60.0;
+            if (input.player->Apply(inputClock) != 0 && input.player->QuitApplied() && !Game::isActive.load())
+                std::printf("Input script: quit at pass %lld (t=%.3f)\n", pass, inputClock);
+        }
+        Game::UpdateJoysticks();
         Game::InputUpdate(inputDelta);
         if (Game::_inputMode == 1) Game::InputUpdate_Play(inputDelta);
         else if (Game::_inputMode == 2) Game::InputUpdate_Station(inputDelta);
+        if (input.printer != nullptr) input.printer->Print(pass, inputClock, stdout);
+        if (input.player == nullptr) inputClock += inputDelta;
         Game::gameFramerate.WorkDone();
         ++stats.clientPasses;
         next += period;
@@ -266,7 +299,24 @@ int RunHeadless(HostOptions const& options) {
     std::filesystem::path settingsPath(options.settingsPath);
     if (settingsPath.has_parent_path()) std::filesystem::create_directories(settingsPath.parent_path(), error);
 
-    Game::window = nullptr;
+    // A scripted run reads its file before anything starts: a mistake in it costs no load.
+    std::unique_ptr<nerox::graphics::HeadlessWindow> window;
+    std::unique_ptr<InputPlayer> player;
+    if (!options.inputPath.empty()) {
+        try {
+            InputScript script = InputScript::Load(options.inputPath);
+            window = std::make_unique<nerox::graphics::HeadlessWindow>(1280, 720);
+            std::printf("Replaying %zu input events from %s\n", script.Events().size(), options.inputPath.c_str());
+            player = std::make_unique<InputPlayer>(std::move(script), *window);
+        } catch (std::exception const& error) {
+            std::cerr << "tessara: " << error.what() << std::endl;
+            return 2;
+        }
+    }
+    std::unique_ptr<ActionPrinter> printer;
+    if (options.printActions) printer = std::make_unique<ActionPrinter>();
+
+    Game::window = window.get();
     Game::renderer = nullptr;
     Game::audio = nullptr;
     Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
@@ -289,6 +339,7 @@ int RunHeadless(HostOptions const& options) {
         GAME_Mod::UnloadModules();
         SERVER_Mod::UnloadModules();
         Game::settings.reset();
+        Game::window = nullptr;
         return 1;
     }
     SortAll();
@@ -317,9 +368,14 @@ int RunHeadless(HostOptions const& options) {
     }
     if (!failure) {
         std::exception_ptr serverFailure;
-        std::thread server([&] { RunGuarded([&] { ServerLoop(options, stats, trace.get()); }, serverFailure); });
+        bool const quitThroughClient = window != nullptr;
+        clientQuitRequested.store(false);
+        std::thread server([&] {
+            RunGuarded([&] { ServerLoop(options, stats, trace.get(), quitThroughClient); }, serverFailure,
+                       quitThroughClient ? &RequestClientQuit : &Game::Quit);
+        });
         RunStats clientStats;
-        RunGuarded([&] { ClientLoop(clientStats); }, failure);
+        RunGuarded([&] { ClientLoop(clientStats, ClientInput{player.get(), printer.get()}); }, failure);
         server.join();
         if (!failure) failure = serverFailure;
         stats.clientPasses = clientStats.clientPasses;
@@ -335,6 +391,7 @@ int RunHeadless(HostOptions const& options) {
 
     std::exception_ptr stopFailure;
     RunGuarded([] { Game::Stop(); }, stopFailure);
+    Game::window = nullptr; // the headless window of --input goes with this scope
     if (!failure) failure = stopFailure;
     if (!failure) PrintSummary(options, stats);
 

@@ -70,6 +70,15 @@ std::string UsageText() {
         "  --trace-type TYPE     Trace only entities of item type TYPE. May be repeated.\n"
         "  --seed N              Seed the physics step's random sampling, so that runs of\n"
         "                        the same world repeat exactly.\n"
+        "  --input FILE          Replay the input script FILE (see README, \"Replaying\n"
+        "                        input\") in a headless 1280x720 window: its keys, mouse,\n"
+        "                        cursor, gamepads and joysticks. Input passes then advance\n"
+        "                        a fixed clock of 1/60 s each, so that a script gives the\n"
+        "                        same actions pass by pass on any machine. 'quit' in the\n"
+        "                        file ends the run (the world is saved as on Ctrl+C).\n"
+        "  --print-actions       After each input pass in which some controller action\n"
+        "                        changed, print one line with the changed ones:\n"
+        "                          actions pass 12 t=0.200 AvatarTranslateForward 0->1\n"
         "  --help                Show this text.\n"
         "\n"
         "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
@@ -184,6 +193,14 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
                 return std::nullopt;
             }
             options.seed = static_cast<uint64_t>(seed);
+        } else if (argument == "--input") {
+            if (!value(options.inputPath)) return std::nullopt;
+            if (options.inputPath.empty()) {
+                error.message = "--input needs a file name";
+                return std::nullopt;
+            }
+        } else if (argument == "--print-actions") {
+            options.printActions = true;
         } else {
             error.message = "unknown option '" + argument + "' (see tessara --help)";
             return std::nullopt;

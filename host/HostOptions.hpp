@@ -28,6 +28,8 @@ struct HostOptions {
     std::string tracePath;                    ///< Write a CSV trace of the entities here; empty: none.
     std::vector<std::string> traceTypes;      ///< Item types to trace; empty: every entity.
     std::optional<uint64_t> seed;             ///< Seed of the physics step's random sampling.
+    std::string inputPath;                    ///< Replay this input script in a headless window; empty: none.
+    bool printActions = false;                ///< Print the controller's actions that changed, pass by pass.
     bool help = false;                        ///< Print the usage and exit.
 };
 
