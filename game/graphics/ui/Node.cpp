@@ -82,4 +82,12 @@ bool Node::operator==(Node const& other) const { return id == other.id; }
 
 void Node::OnDoubleClick() {}
 
+std::string const& Node::IdText() {
+    if (idTextOf != id) {
+        idText = static_cast<std::string>(id);
+        idTextOf = id;
+    }
+    return idText;
+}
+
 } // namespace game::graphics::ui

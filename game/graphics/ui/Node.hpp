@@ -77,6 +77,16 @@ public:
     int32_t draggingInput = -1;  ///< Input whose pin is being dragged, else -1.
     bool draggingOutput = false; ///< The output pin is being dragged.
     bool disconnectOutput = false; ///< Request to cut every link from the output when it is next drawn.
+
+private:
+    friend class NodeEditor;
+
+    /// `id` in text form, formatted again only when `id` has changed, so that
+    /// drawing a node each frame does not build the text anew.
+    std::string const& IdText();
+
+    UniqueId idTextOf;  ///< The id that `idText` was made from.
+    std::string idText; ///< Text form of `idTextOf`.
 };
 
 } // namespace game::graphics::ui

@@ -7,6 +7,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace game::graphics::ui {
@@ -92,6 +93,66 @@ public:
 
     static nlohmann::json clipboard;      ///< Nodes copied by any editor, as serialized.
     static NodeEditor* clipboardFrom;     ///< The editor that filled `clipboard`.
+
+private:
+    /// The window being drawn into, as Render found it at the start of the frame.
+    struct Canvas {
+        ImVec2 origin;        ///< Screen position of the window's corner.
+        ImVec2 size;          ///< Window size in pixels.
+        float scale = 1.0f;   ///< Pixels per logical unit: zoom times the UI scaling.
+        float pin = 16.0f;    ///< Side of a pin square in pixels.
+    };
+
+    /// A curve from an output pin to an input pin, screen space.
+    struct Link {
+        ImVec2 output;
+        ImVec2 input;
+        bool highlighted = false;
+    };
+
+    /// Ends a click or a move when the left button is let go.
+    void HandleLeftRelease();
+    /// Starts, follows and ends the selection rectangle, and draws it.
+    void UpdateBoxSelection(Canvas const& canvas);
+    /// Draws one node with its title, corner and pins and handles their input.
+    /// Returns whether "Delete Node" was chosen; the caller then destroys it.
+    bool DrawNode(Node* node, Canvas const& canvas, ImVec2& mousePos);
+    /// The title button: selection toggle, double click, moving, and its menu.
+    /// Returns whether "Delete Node" was chosen.
+    bool DrawTitle(Node* node, Canvas const& canvas);
+    /// Moves `node` to follow the pointer and records the step in `moveDelta`.
+    void MoveNode(Node* node, Canvas const& canvas);
+    /// The resize grip in the bottom right corner.
+    void DrawResizeCorner(Node* node, Canvas const& canvas);
+    /// The input pins, with linking by drag and their menus.
+    void DrawInputPins(Node* node, Canvas const& canvas, ImVec2& mousePos);
+    /// The output pin, with linking by drag, disconnecting and its menu.
+    void DrawOutputPin(Node* node, Canvas const& canvas, ImVec2& mousePos);
+    /// Links input `input` of `node` to the output whose pin holds `point`, if allowed.
+    void ConnectInputAt(Node* node, int input, ImVec2 point, float pin);
+    /// Links the output of `node` to the first other input whose pin holds `point`, if allowed.
+    void ConnectOutputAt(Node* node, ImVec2 point, float pin);
+    /// Cuts every link from the output of `node` and clears its request flag.
+    void DisconnectOutput(Node* node);
+    /// Moves the other selected nodes along with the dragged one.
+    void ApplyMoves();
+    /// Copy, paste and delete chords.
+    void HandleKeys(Canvas const& canvas);
+    /// Replaces the clipboard with the selected nodes.
+    void CopySelection();
+    /// Adds the clipboard's nodes under new ids, centred on the pointer.
+    void PasteClipboard(Canvas const& canvas);
+    /// Destroys every selected node.
+    void DeleteSelection();
+    /// Collects the links between drawn pins and draws them with the dragged ones.
+    void DrawLinks(Canvas const& canvas, bool focused);
+    /// Pans with a right or middle drag and zooms with the wheel.
+    void HandlePanAndZoom(Canvas const& canvas);
+    /// The node of `nodes` with this id, through `nodeIndex` (built by DrawLinks).
+    Node* IndexedNode(UniqueId const& id) const;
+
+    std::vector<Link> links;                         ///< This frame's links; reused.
+    std::vector<std::pair<UniqueId, Node*>> nodeIndex; ///< `nodes` sorted by id for link lookups; reused.
 };
 
 } // namespace game::graphics::ui
