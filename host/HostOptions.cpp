@@ -41,6 +41,7 @@ bool IsWorldName(std::string const& name) {
 std::string UsageText() {
     return
         "Usage: tessara [options]\n"
+        "       tessara nodes compile FILE   (see tessara nodes --help)\n"
         "\n"
         "Runs the Tessara game module. Without a renderer this is the headless server:\n"
         "it loads the modules, starts the game, runs server ticks and stops cleanly on\n"

@@ -2,9 +2,11 @@
 // to, and drives the game's loops. See `tessara --help`.
 #include "HeadlessRun.hpp"
 #include "HostOptions.hpp"
+#include "NodesCommand.hpp"
 
 #include <filesystem>
 #include <iostream>
+#include <string_view>
 
 namespace {
 
@@ -22,6 +24,8 @@ void EnterRunDirectory() {
 } // namespace
 
 int main(int argc, char** argv) try {
+    // Tools work on the files they are given, relative to where they were started.
+    if (argc >= 2 && std::string_view(argv[1]) == "nodes") return host::RunNodesCommand(argc - 1, argv + 1);
     EnterRunDirectory();
     host::UsageError error;
     auto options = host::ParseCommandLine(argc, argv, error);
