@@ -8,11 +8,24 @@ namespace game::graphics::ui {
 Node::Node(std::string title, ImVec2 pos, std::vector<UniqueId> inputs)
     : id(UniqueId::Generate("NODE")), title(std::move(title)), pos(pos), inputs(std::move(inputs)) {}
 
+namespace {
+
+/// A number of a "pos" or "size" object. The library would read true as 1:
+/// anything but a number is refused as a wrong type.
+float Coordinate(nlohmann::json const& object, char const* key) {
+    nlohmann::json const& value = object.at(key);
+    if (!value.is_number())
+        throw nlohmann::json::type_error::create(302, std::string("\"") + key + "\" must be a number", &value);
+    return value.get<float>();
+}
+
+} // namespace
+
 Node::Node(nlohmann::json const& json)
     : id(json.at("id").get<std::string>()),
       title(json.at("title").get<std::string>()),
-      pos(json.at("pos").at("x").get<float>(), json.at("pos").at("y").get<float>()),
-      size(json.at("size").at("x").get<float>(), json.at("size").at("y").get<float>()) {
+      pos(Coordinate(json.at("pos"), "x"), Coordinate(json.at("pos"), "y")),
+      size(Coordinate(json.at("size"), "x"), Coordinate(json.at("size"), "y")) {
     nlohmann::json const& list = json.at("inputs");
     if (!list.is_array())
         throw nlohmann::json::type_error::create(302, "\"inputs\" must be an array", &list);

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iostream>
 #include <string>
 #include <unordered_set>
 
@@ -379,8 +380,10 @@ bool NodeEditor::DrawTitle(Node* node, Canvas const& canvas) {
         if (node->movable) {
             if (ImGui::IsMouseDown(kLeft)) {
                 mouseBusy = true;
-                // A pan or zoom in the middle of a move lets go of the node; take it again.
-                if (movingNode != node) {
+                // The node is taken when the press starts. A pan or zoom in the
+                // middle of a move clears movingNode; the node still follows the
+                // pointer with the offset taken at the press.
+                if (ImGui::IsItemActivated()) {
                     movingNode = node;
                     grabOffset = ImGui::GetIO().MousePos - canvas.origin - node->pos * s;
                 }
@@ -626,7 +629,7 @@ void NodeEditor::HandleKeys(Canvas const& canvas) {
         } else {
             pasteArmed = true;
         }
-        if (ImGui::IsKeyPressed(GLFW_KEY_DELETE, false)) DeleteSelection();
+        if (ImGui::IsKeyDown(GLFW_KEY_DELETE)) DeleteSelection();
     }
 }
 
@@ -641,6 +644,23 @@ void NodeEditor::CopySelection() {
     if (!clipboard.empty() && Game::window != nullptr) Game::window->SetClipboardText("");
 }
 
+namespace {
+
+/// Whether entry has what pasting reads before the node is rebuilt: a text
+/// "id" and a numeric "pos". Anything else put on the shared clipboard is left
+/// out, as is an id that does not parse.
+bool IsPastable(nlohmann::json const& entry) {
+    if (!entry.is_object()) return false;
+    auto const id = entry.find("id");
+    auto const pos = entry.find("pos");
+    if (id == entry.end() || !id->is_string() || pos == entry.end() || !pos->is_object()) return false;
+    auto const x = pos->find("x");
+    auto const y = pos->find("y");
+    return x != pos->end() && x->is_number() && y != pos->end() && y->is_number();
+}
+
+} // namespace
+
 void NodeEditor::PasteClipboard(Canvas const& canvas) {
     struct Renamed {
         UniqueId old;
@@ -651,26 +671,47 @@ void NodeEditor::PasteClipboard(Canvas const& canvas) {
     std::vector<Renamed> renamed;
     renamed.reserve(clipboard.size());
     ImVec2 sum(0.0f, 0.0f);
-    for (nlohmann::json& entry : clipboard) {
+    size_t pastable = 0;
+    std::vector<bool> taken(clipboard.size(), false);
+    for (size_t i = 0; i < clipboard.size(); ++i) {
+        nlohmann::json& entry = clipboard[i];
+        if (!IsPastable(entry)) continue;
         Renamed name;
-        name.oldText = entry.at("id").get<std::string>();
-        name.old = UniqueId(name.oldText);
+        name.oldText = entry["id"].get<std::string>();
+        try {
+            name.old = UniqueId(name.oldText);
+        } catch (std::exception const&) {
+            continue; // not an id of ours
+        }
+        taken[i] = true;
         name.fresh = UniqueId::Generate("NODE");
         name.freshText = static_cast<std::string>(name.fresh);
         entry["id"] = name.freshText;
-        sum.x += entry.at("pos").at("x").get<float>();
-        sum.y += entry.at("pos").at("y").get<float>();
+        sum.x += entry["pos"]["x"].get<float>();
+        sum.y += entry["pos"]["y"].get<float>();
         renamed.push_back(std::move(name));
+        ++pastable;
     }
-    ImVec2 const centre = sum / static_cast<float>(clipboard.size());
+    if (pastable < clipboard.size())
+        std::cerr << "NodeEditor: left out " << clipboard.size() - pastable
+                  << " clipboard entries without a node's \"id\" and numeric \"pos\"\n";
+    if (pastable == 0) return;
+    ImVec2 const centre = sum / static_cast<float>(pastable);
 
     ImGuiIO const& io = ImGui::GetIO();
     // Without a pointer the group lands in the middle of the window.
     ImVec2 const at = ImGui::IsMousePosValid(&io.MousePos) ? io.MousePos - canvas.origin : canvas.size * 0.5f;
     ImVec2 const offset = at / canvas.scale - pan - centre;
 
-    for (nlohmann::json& entry : clipboard) {
-        Node* node = DeserializeNode(entry);
+    for (size_t i = 0; i < clipboard.size(); ++i) {
+        if (!taken[i]) continue;
+        nlohmann::json& entry = clipboard[i];
+        Node* node = nullptr;
+        try {
+            node = DeserializeNode(entry);
+        } catch (std::exception const& error) {
+            std::cerr << "NodeEditor: left out a clipboard entry: " << error.what() << '\n';
+        }
         // The entry's links follow the new ids too, so that pasting again keeps them.
         auto const inputs = entry.find("inputs");
         if (inputs != entry.end() && inputs->is_array())

@@ -155,6 +155,21 @@ TEST_F(NodeClipboard, NothingToPasteDoesNothing) {
     EXPECT_EQ(editor.nodes.size(), 3u);
 }
 
+TEST_F(NodeClipboard, ForeignEntriesAreLeftOutAndTheRestIsPasted) {
+    nlohmann::json good = a->Serialize();
+    nlohmann::json badInputs = b->Serialize();
+    badInputs["inputs"] = {"not an id"};
+    NodeEditor::clipboard = nlohmann::json::array(
+        {42, nlohmann::json{{"id", "short"}, {"pos", {{"x", 0}, {"y", 0}}}}, nlohmann::json{{"id", 7}}, badInputs, good});
+    Chord(GLFW_KEY_V);
+    ASSERT_EQ(editor.nodes.size(), 4u) << "only the well-formed node is pasted";
+    EXPECT_EQ(editor.nodes.back()->title, "A");
+    EXPECT_NE(editor.nodes.back()->id, a->id);
+    EXPECT_EQ(NodeEditor::clipboard[1].at("id"), "short") << "entries left out keep their ids";
+    EXPECT_TRUE(editor.changed);
+    Draw(); // the frame after still draws and ends cleanly
+}
+
 TEST_F(NodeClipboard, CtrlDDuplicatesTheSelection) {
     SelectPair();
     Chord(GLFW_KEY_D);
@@ -229,11 +244,12 @@ TEST_F(NodeClipboard, KeysTypedIntoATextFieldLeaveTheGraphAlone) {
     EXPECT_EQ(editor.nodes.size(), 3u);
     EXPECT_TRUE(NodeEditor::clipboard.empty());
     // The field lets go while the chord is still held: nothing fires until it is released.
+    Key(GLFW_KEY_DELETE, false);
     Draw();
     EXPECT_TRUE(NodeEditor::clipboard.empty());
+    EXPECT_EQ(editor.nodes.size(), 3u);
     Key(GLFW_KEY_C, false);
     Key(GLFW_KEY_LEFT_CONTROL, false);
-    Key(GLFW_KEY_DELETE, false);
     Draw();
     Chord(GLFW_KEY_C);
     EXPECT_EQ(NodeEditor::clipboard.size(), 1u);

@@ -135,6 +135,34 @@ TEST_F(NodeEditing, DraggingATitleMovesTheNodeAndTheOtherSelectedNodes) {
     EXPECT_FALSE(editor.boxSelecting);
 }
 
+TEST_F(NodeEditing, AZoomInTheMiddleOfAMoveKeepsTheGrabOfThePress) {
+    ImVec2 const from = Title(a);
+    MoveTo(from);
+    Draw();
+    Mouse(0, true);
+    Draw();
+    ImVec2 const grab = editor.grabOffset;
+    MoveTo(from + ImVec2(40.0f, 0.0f));
+    Draw();
+    EXPECT_FLOAT_EQ(a->pos.x, 140.0f);
+    EXPECT_EQ(editor.movingNode, a);
+    Wheel(1.0f);
+    Draw();
+    EXPECT_EQ(editor.movingNode, nullptr) << "the zoom lets go of the node";
+    // The title is still held: the node follows the pointer with the offset
+    // taken when the press started, now at the new scale.
+    ImVec2 const to = from + ImVec2(100.0f, 30.0f);
+    MoveTo(to);
+    Draw();
+    EXPECT_EQ(editor.grabOffset.x, grab.x);
+    EXPECT_EQ(editor.grabOffset.y, grab.y);
+    EXPECT_NEAR(a->pos.x, (to.x - kOrigin.x - grab.x) / editor.Scale(), 1e-3f);
+    EXPECT_NEAR(a->pos.y, (to.y - kOrigin.y - grab.y) / editor.Scale(), 1e-3f);
+    EXPECT_EQ(editor.movingNode, nullptr) << "taken only when a press starts";
+    Mouse(0, false);
+    Draw();
+}
+
 TEST_F(NodeEditing, DraggingAtZoomMovesInLogicalUnits) {
     editor.zoom = 2.0f;
     editor.pan = ImVec2(-50.0f, -50.0f);

@@ -81,6 +81,9 @@ TEST(NodeSaveFormat, WrongTypesRaiseTheJsonLibrarysError) {
     broken["pos"]["x"] = "left";
     EXPECT_THROW(Node{broken}, nlohmann::json::type_error);
     broken = json;
+    broken["size"]["y"] = true; // the library alone would read it as 1
+    EXPECT_THROW(Node{broken}, nlohmann::json::type_error);
+    broken = json;
     broken["inputs"] = nlohmann::json::object({{"a", ""}});
     EXPECT_THROW(Node{broken}, nlohmann::json::type_error);
     broken = json;
