@@ -1,25 +1,9 @@
 // Drawing frames of a settled node editor allocates nothing: every operator new
 // in this program is counted.
 #include "EditorHarness.hpp"
+#include "support/CountedAllocations.hpp"
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-std::atomic<long> allocations{0};
-}
-
-// GCC cannot see that these pairs match once they are inlined into the library's allocators.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+using testsupport::allocations;
 
 namespace nodetest {
 namespace {
