@@ -1,0 +1,110 @@
+#include "nerox/vk/Buffer.hpp"
+
+#include "nerox/vk/Check.hpp"
+
+#include <utility>
+
+namespace nerox::vk {
+
+namespace {
+
+bool WantsHostAccess(MemoryUsage usage, uint32_t flags)
+{
+    if (flags & (AllocationHostAccessSequentialWrite | AllocationHostAccessRandom | AllocationMapped))
+        return true;
+    return usage == MemoryUsage::CpuOnly || usage == MemoryUsage::CpuToGpu || usage == MemoryUsage::GpuToCpu ||
+           usage == MemoryUsage::CpuCopy;
+}
+
+} // namespace
+
+Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, MemoryUsage memoryUsage,
+               uint32_t allocationFlags, std::string const& name, VkDeviceSize alignment)
+    : _device(&device), _size(size), _name(name)
+{
+    NEROX_ASSERT(size > 0);
+    NEROX_ASSERT((alignment & (alignment - 1)) == 0);
+    VkBufferCreateInfo info{VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO};
+    info.size = size;
+    info.usage = usage | VK_BUFFER_USAGE_SHADER_DEVICE_ADDRESS_BIT;
+    info.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
+    NEROX_VK_CHECK(vkCreateBuffer(device, &info, nullptr, &_buffer));
+    try {
+        VkMemoryRequirements requirements;
+        vkGetBufferMemoryRequirements(device, _buffer, &requirements);
+
+        bool const host = WantsHostAccess(memoryUsage, allocationFlags);
+        VkMemoryPropertyFlags required = 0, preferred = 0;
+        if (host) {
+            required = VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT;
+            if (memoryUsage == MemoryUsage::GpuToCpu || (allocationFlags & AllocationHostAccessRandom))
+                preferred = VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
+            else if (memoryUsage != MemoryUsage::AutoPreferHost && memoryUsage != MemoryUsage::CpuOnly &&
+                     memoryUsage != MemoryUsage::CpuCopy)
+                preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
+        } else if (memoryUsage != MemoryUsage::AutoPreferHost) {
+            preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
+        }
+        uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, required, preferred);
+        _hostVisible = (device.MemoryTypeFlags(type) & VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT) != 0;
+
+        // An allocation of its own starts at offset 0, which meets any alignment.
+        VkMemoryAllocateFlagsInfo flags{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_FLAGS_INFO};
+        flags.flags = VK_MEMORY_ALLOCATE_DEVICE_ADDRESS_BIT;
+        VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO, &flags};
+        allocate.allocationSize = requirements.size;
+        allocate.memoryTypeIndex = type;
+        NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
+        NEROX_VK_CHECK(vkBindBufferMemory(device, _buffer, _memory, 0));
+
+        VkBufferDeviceAddressInfo address{VK_STRUCTURE_TYPE_BUFFER_DEVICE_ADDRESS_INFO};
+        address.buffer = _buffer;
+        _address = vkGetBufferDeviceAddress(device, &address);
+        NEROX_ASSERT(alignment == 0 || _address % alignment == 0);
+        device.SetName(VK_OBJECT_TYPE_BUFFER, reinterpret_cast<uint64_t>(_buffer), name);
+        if (allocationFlags & AllocationMapped)
+            Map();
+    } catch (...) {
+        if (_memory != VK_NULL_HANDLE)
+            vkFreeMemory(device, _memory, nullptr);
+        vkDestroyBuffer(device, _buffer, nullptr);
+        throw;
+    }
+}
+
+Buffer::Buffer(Buffer&& other) noexcept
+    : _device(other._device), _buffer(std::exchange(other._buffer, VK_NULL_HANDLE)),
+      _memory(std::exchange(other._memory, VK_NULL_HANDLE)), _size(other._size),
+      _address(std::exchange(other._address, 0)), _mapped(std::exchange(other._mapped, nullptr)),
+      _hostVisible(other._hostVisible), _name(std::move(other._name))
+{
+}
+
+Buffer::~Buffer()
+{
+    if (_buffer == VK_NULL_HANDLE)
+        return;
+    if (_mapped != nullptr)
+        vkUnmapMemory(*_device, _memory);
+    vkDestroyBuffer(*_device, _buffer, nullptr);
+    vkFreeMemory(*_device, _memory, nullptr);
+}
+
+void* Buffer::Map()
+{
+    if (!_hostVisible)
+        throw std::runtime_error("Buffer \"" + _name + "\" is not host-visible and cannot be mapped");
+    if (_mapped == nullptr)
+        NEROX_VK_CHECK(vkMapMemory(*_device, _memory, 0, VK_WHOLE_SIZE, 0, &_mapped));
+    return _mapped;
+}
+
+void Buffer::Unmap()
+{
+    if (_mapped == nullptr)
+        return;
+    vkUnmapMemory(*_device, _memory);
+    _mapped = nullptr;
+}
+
+} // namespace nerox::vk

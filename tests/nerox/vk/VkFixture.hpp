@@ -1,0 +1,37 @@
+#pragma once
+// One Vulkan device for the whole test program, with validation on: a test
+// fails when the layers report an error while it runs.
+#include "nerox/vk/Device.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace vktest {
+
+class VkTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (!device) {
+            nerox::vk::DeviceOptions options;
+            options.applicationName = "nerox_vk_tests";
+            options.validation = 1;
+            device = std::make_unique<nerox::vk::Device>(options);
+        }
+    }
+    void SetUp() override { errorsBefore = nerox::vk::Device::ValidationErrorCount(); }
+    void TearDown() override
+    {
+        EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore + expectedErrors)
+            << "validation errors while the test ran (printed above)";
+    }
+
+    nerox::vk::Device& Dev() { return *device; }
+
+    inline static std::unique_ptr<nerox::vk::Device> device;
+    uint64_t errorsBefore = 0;
+    uint64_t expectedErrors = 0; ///< Set by a test that provokes errors on purpose.
+};
+
+} // namespace vktest
