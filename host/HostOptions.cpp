@@ -80,6 +80,13 @@ std::string UsageText() {
         "  --print-actions       After each input pass in which some controller action\n"
         "                        changed, print one line with the changed ones:\n"
         "                          actions pass 12 t=0.200 AvatarTranslateForward 0->1\n"
+        "  --client              Client mode: open a window with the Vulkan renderer and run\n"
+        "                        frames until the window is closed (or --frames).\n"
+        "  --offscreen           In client mode, render into an image instead of a window\n"
+        "                        (no display needed).\n"
+        "  --frames N            In client mode, stop after N frames.\n"
+        "  --screenshot FILE     In client mode, save the last frame to FILE (PNG).\n"
+        "  --size WxH            Client output size in pixels (default 1280x720).\n"
         "  --help                Show this text.\n"
         "\n"
         "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
@@ -111,9 +118,37 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             options.help = true;
         } else if (argument == "--headless") {
             options.headless = true;
+            options.client = false;
         } else if (argument == "--client") {
-            error.message = "client mode needs the renderer, which this build does not have yet; use --headless";
-            return std::nullopt;
+            options.client = true;
+            options.headless = false;
+        } else if (argument == "--offscreen") {
+            options.offscreen = true;
+        } else if (argument == "--frames") {
+            long long frames = 0;
+            if (!value(text)) return std::nullopt;
+            if (!ParseNumber(text, frames) || frames < 1) {
+                error.message = "--frames needs a whole number of at least 1, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.frames = frames;
+        } else if (argument == "--screenshot") {
+            if (!value(options.screenshotPath)) return std::nullopt;
+            if (options.screenshotPath.empty()) {
+                error.message = "--screenshot needs a file name";
+                return std::nullopt;
+            }
+        } else if (argument == "--size") {
+            if (!value(text)) return std::nullopt;
+            size_t const x = text.find('x');
+            int width = 0, height = 0;
+            if (x == std::string::npos || !ParseNumber(text.substr(0, x), width) ||
+                !ParseNumber(text.substr(x + 1), height) || width < 16 || height < 16 || width > 16384 || height > 16384) {
+                error.message = "--size needs WIDTHxHEIGHT, each 16 to 16384 pixels, not '" + text + "'";
+                return std::nullopt;
+            }
+            options.width = width;
+            options.height = height;
         } else if (argument == "--ticks") {
             long long ticks = 0;
             if (!value(text)) return std::nullopt;
@@ -206,6 +241,15 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             error.message = "unknown option '" + argument + "' (see tessara --help)";
             return std::nullopt;
         }
+    }
+    bool const clientOnly = options.offscreen || options.frames || !options.screenshotPath.empty();
+    if (clientOnly && !options.client) {
+        error.message = "--offscreen, --frames and --screenshot belong to client mode: add --client";
+        return std::nullopt;
+    }
+    if (options.client && (!options.inputPath.empty() || options.ticks)) {
+        error.message = "--input and --ticks belong to the headless server, not to --client";
+        return std::nullopt;
     }
     return options;
 }

@@ -30,6 +30,12 @@ struct HostOptions {
     std::optional<uint64_t> seed;             ///< Seed of the physics step's random sampling.
     std::string inputPath;                    ///< Replay this input script in a headless window; empty: none.
     bool printActions = false;                ///< Print the controller's actions that changed, pass by pass.
+    bool client = false;                      ///< Open a renderer and run frames (client mode).
+    bool offscreen = false;                   ///< In client mode, render into an image instead of a window.
+    std::optional<long long> frames;          ///< In client mode, stop after this many frames.
+    std::string screenshotPath;               ///< In client mode, save the last frame here; empty: none.
+    int width = 1280;                         ///< Client output width in pixels.
+    int height = 720;                         ///< Client output height in pixels.
     bool help = false;                        ///< Print the usage and exit.
 };
 

@@ -1,5 +1,6 @@
 // tessara: the host program. It loads game.so (linked in), the modules it is told
 // to, and drives the game's loops. See `tessara --help`.
+#include "ClientRun.hpp"
 #include "HeadlessRun.hpp"
 #include "HostOptions.hpp"
 #include "NodesCommand.hpp"
@@ -41,6 +42,7 @@ int main(int argc, char** argv) try {
         std::cerr << "tessara: " << error.message << std::endl;
         return 2;
     }
+    if (options->client) return host::RunClient(*options);
     return host::RunHeadless(*options);
 } catch (std::exception const& failure) {
     std::cerr << "tessara: " << failure.what() << std::endl;

@@ -14,7 +14,7 @@ packages=(
   libglfw3-dev libvulkan-dev vulkan-validationlayers mesa-vulkan-drivers glslc
   libstb-dev libgtest-dev libgmock-dev libbenchmark-dev libbullet-dev
   gnuplot-nox
-  xvfb xauth
+  xvfb xauth x11-apps
 )
 
 if [ "${1:-}" = "--fuzz" ]; then

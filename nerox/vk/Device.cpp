@@ -403,28 +403,38 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     vkGetPhysicalDeviceFeatures2(_physical, &haveHead);
     have.core = haveHead.features;
     size_t coreCount = sizeof(VkPhysicalDeviceFeatures) / sizeof(VkBool32);
-    int dropped = Intersect(reinterpret_cast<VkBool32*>(&asked.core), reinterpret_cast<VkBool32 const*>(&have.core), coreCount);
-    dropped += IntersectBlock(asked.storage16Bit, have.storage16Bit);
-    dropped += IntersectBlock(asked.vulkan12, have.vulkan12);
-    dropped += IntersectBlock(asked.vulkan13, have.vulkan13);
+    int dropped = 0;
+    std::string where;
+    auto count = [&dropped, &where](int lacking, char const* block) {
+        if (lacking == 0)
+            return;
+        dropped += lacking;
+        where += std::string(where.empty() ? "" : ", ") + std::to_string(lacking) + " of " + block;
+    };
+    count(Intersect(reinterpret_cast<VkBool32*>(&asked.core), reinterpret_cast<VkBool32 const*>(&have.core), coreCount),
+          "Vulkan 1.0");
+    count(IntersectBlock(asked.storage16Bit, have.storage16Bit), "16-bit storage");
+    count(IntersectBlock(asked.vulkan12, have.vulkan12), "Vulkan 1.2");
+    count(IntersectBlock(asked.vulkan13, have.vulkan13), "Vulkan 1.3");
     if (shaderClock)
-        dropped += IntersectBlock(asked.shaderClock, have.shaderClock);
+        count(IntersectBlock(asked.shaderClock, have.shaderClock), "shader clock");
     else
         asked.shaderClock = PhysicalDevice::Features().shaderClock;
     if (rayTracing) {
-        dropped += IntersectBlock(asked.rayTracingPipeline, have.rayTracingPipeline);
-        dropped += IntersectBlock(asked.accelerationStructure, have.accelerationStructure);
+        count(IntersectBlock(asked.rayTracingPipeline, have.rayTracingPipeline), "ray-tracing pipeline");
+        count(IntersectBlock(asked.accelerationStructure, have.accelerationStructure), "acceleration structure");
     } else {
         PhysicalDevice::Features const none;
         asked.rayTracingPipeline = none.rayTracingPipeline;
         asked.accelerationStructure = none.accelerationStructure;
     }
     if (rayQuery)
-        dropped += IntersectBlock(asked.rayQuery, have.rayQuery);
+        count(IntersectBlock(asked.rayQuery, have.rayQuery), "ray query");
     else
         asked.rayQuery = PhysicalDevice::Features().rayQuery;
     if (dropped > 0)
-        std::cout << "Vulkan: " << Name() << " lacks " << dropped << " of the asked features; they stay off\n";
+        std::cout << "Vulkan: " << Name() << " lacks " << dropped << " of the asked features (" << where
+                  << "); they stay off\n";
     ResetHeaders(asked);
 
     float const priority = 1.0f;

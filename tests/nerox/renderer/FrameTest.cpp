@@ -1,0 +1,119 @@
+// One frame's stages, the output image, screenshots and resizing.
+#include "RendererFixture.hpp"
+
+#include "nerox/graphics/Texture.hpp"
+
+#include <imgui.h>
+
+#include <cstdio>
+
+namespace rendertest {
+namespace {
+
+using FrameLoop = RendererTest;
+
+TEST_F(FrameLoop, OneFrameRunsEveryStageInItsOrder) {
+    renderer->StartRendering();
+    ASSERT_TRUE(renderer->IsRendering());
+    EXPECT_FALSE(renderer->HasSwapchain()) << "a headless window renders offscreen";
+    renderer->Frame();
+    std::vector<std::string> const expected = {
+        "BeginFrame",          "FrameInit",          "FrameCollectGarbage", "FrameUpdateUi",
+        "FrameBeforeUpdate",   "FrameUpdate",        "FrameAfterUpdate",    "FrameUpdateDescriptorSets",
+        "FrameBeforeRender",   "FramePushCommands",  "FrameBuildCommands",  "FrameRenderCommands",
+        "FrameAfterRender",    "FrameResolveCommands", "FrameBeforePost",   "FrameBlitCommands",
+        "FramePostCommands",   "FrameOverlayCommands", "EndFrame"};
+    EXPECT_EQ(renderer->stages, expected);
+    EXPECT_EQ(renderer->FrameIndex(), 1u);
+    EXPECT_EQ(renderer->CurrentCommandBuffer(), VK_NULL_HANDLE) << "no command buffer between frames";
+    renderer->stages.clear();
+    for (int i = 0; i < 4; ++i) renderer->Frame();
+    EXPECT_EQ(renderer->stages.size(), 4 * expected.size()) << "frames in flight are reused";
+    EXPECT_EQ(renderer->FrameIndex(), 5u);
+}
+
+TEST_F(FrameLoop, TheOutputFollowsTheWindowsSizeAndItsFormat) {
+    renderer->StartRendering();
+    EXPECT_EQ(renderer->GetOutputImageExtent().width, 64u);
+    EXPECT_EQ(renderer->GetOutputImageExtent().height, 48u);
+    EXPECT_EQ(renderer->GetOutputImageFormat(), VK_FORMAT_R8G8B8A8_UNORM);
+    ASSERT_NE(renderer->GetOutputImage(), nullptr);
+    EXPECT_EQ(renderer->GetOutputVkImage(), renderer->GetOutputImage()->Handle());
+    EXPECT_TRUE(renderer->GetOutputImageUsage() & VK_IMAGE_USAGE_TRANSFER_SRC_BIT);
+    window->SetSize(40, 30);
+    renderer->Frame();
+    EXPECT_EQ(renderer->GetOutputImageExtent().width, 40u);
+    EXPECT_EQ(renderer->GetOutputImageExtent().height, 30u);
+}
+
+TEST_F(FrameLoop, AScreenshotDecodesToTheRenderedPixels) {
+    renderer->clearColor = VkClearColorValue{{1.0f, 0.5f, 0.0f, 1.0f}};
+    renderer->StartRendering();
+    renderer->Frame();
+    std::string const path = TempPath("clear.png");
+    ASSERT_TRUE(renderer->SaveOutputImage(path));
+    nerox::graphics::ImageData const image = nerox::graphics::Texture::LoadFile(path, 4);
+    ASSERT_EQ(image.width, 64);
+    ASSERT_EQ(image.height, 48);
+    ASSERT_EQ(image.pixels.size(), 64u * 48u * 4u);
+    for (size_t i = 0; i < image.pixels.size(); i += 4) {
+        ASSERT_EQ(image.pixels[i], 255) << i;
+        ASSERT_NEAR(image.pixels[i + 1], 128, 1) << i;
+        ASSERT_EQ(image.pixels[i + 2], 0) << i;
+        ASSERT_EQ(image.pixels[i + 3], 255) << i;
+    }
+    std::remove(path.c_str());
+}
+
+TEST_F(FrameLoop, TheInterfaceIsDrawnOverTheFrame) {
+    renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 0.0f, 1.0f}};
+    renderer->ui = [] {
+        // A window over the whole output, its body in green.
+        ImGui::SetNextWindowPos(ImVec2(0.0f, 0.0f));
+        ImGui::SetNextWindowSize(ImGui::GetIO().DisplaySize);
+        ImGui::PushStyleColor(ImGuiCol_WindowBg, ImVec4(0.0f, 1.0f, 0.0f, 1.0f));
+        ImGui::Begin("green", nullptr, ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoDecoration);
+        ImGui::End();
+        ImGui::PopStyleColor();
+    };
+    renderer->StartRendering();
+    renderer->Frame();
+    std::string const path = TempPath("ui.png");
+    ASSERT_TRUE(renderer->SaveOutputImage(path));
+    nerox::graphics::ImageData const image = nerox::graphics::Texture::LoadFile(path, 4);
+    ASSERT_EQ(image.width, 64);
+    size_t const centre = (24u * 64u + 32u) * 4u;
+    EXPECT_EQ(image.pixels[centre], 0);
+    EXPECT_EQ(image.pixels[centre + 1], 255);
+    EXPECT_EQ(image.pixels[centre + 2], 0);
+    std::remove(path.c_str());
+}
+
+TEST_F(FrameLoop, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
+    renderer->StartRendering();
+    renderer->throwIn = "FrameRenderCommands";
+    EXPECT_THROW(renderer->Frame(), std::runtime_error);
+    EXPECT_EQ(renderer->stages.back(), "EndFrame") << "the frame is still ended and submitted";
+    renderer->throwIn = "FrameUpdateUi";
+    EXPECT_THROW(renderer->Frame(), std::runtime_error);
+    renderer->throwIn.clear();
+    renderer->stages.clear();
+    renderer->Frame();
+    renderer->Frame();
+    EXPECT_EQ(renderer->stages.back(), "EndFrame");
+    EXPECT_EQ(renderer->FrameIndex(), 4u);
+}
+
+TEST_F(FrameLoop, StoppingAndStartingAgainWorks) {
+    renderer->StartRendering();
+    renderer->Frame();
+    renderer->StopRendering();
+    EXPECT_FALSE(renderer->IsRendering());
+    renderer->StopRendering(); // twice is harmless
+    renderer->StartRendering();
+    renderer->Frame();
+    EXPECT_EQ(renderer->FrameIndex(), 1u) << "counted anew";
+}
+
+} // namespace
+} // namespace rendertest
