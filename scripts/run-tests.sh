@@ -9,7 +9,8 @@ shift || true
 dir="$("$root/scripts/build.sh" "$flavour" | tail -n 1)"
 case "$flavour" in
   tsan) export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1 second_deadlock_stack=1}" ;;
-  asan) export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1}" UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1}" ;;
+  asan) export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1}" UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1}"
+        export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$root/tests/lsan.supp}" ;;
 esac
 cd "$dir"
 ctest --output-on-failure -j "${TESSARA_JOBS:-$(nproc)}" "$@"

@@ -2,8 +2,12 @@
 
 #include "nerox/vk/Check.hpp"
 
+#include <dlfcn.h>
+#include <link.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -105,6 +109,30 @@ VkPhysicalDeviceFeatures2 Chain(PhysicalDevice::Features& f, bool shaderClock, b
     return head;
 }
 
+/// Paths of the shared libraries loaded now.
+std::set<std::string> LoadedLibraries()
+{
+    std::set<std::string> names;
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t, void* data) {
+            if (info->dlpi_name != nullptr && info->dlpi_name[0] != '\0')
+                static_cast<std::set<std::string>*>(data)->insert(info->dlpi_name);
+            return 0;
+        },
+        &names);
+    return names;
+}
+
+/// Keeps the libraries loaded since before (the drivers the loader opened)
+/// for the rest of the process: a later device does not load them again, and
+/// what they allocate once stays theirs rather than being lost at unloading.
+void KeepDriversLoaded(std::set<std::string> const& before)
+{
+    for (std::string const& name : LoadedLibraries())
+        if (before.count(name) == 0)
+            dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 bool HasDeviceExtension(std::vector<VkExtensionProperties> const& available, char const* name)
 {
     return std::any_of(available.begin(), available.end(),
@@ -167,6 +195,10 @@ bool PhysicalDevice::Features::WantsRayTracing() const
 
 Device::Device(DeviceOptions const& options)
 {
+    static std::once_flag driversKept;
+    bool first = false;
+    std::call_once(driversKept, [&first] { first = true; });
+    std::set<std::string> const before = first ? LoadedLibraries() : std::set<std::string>();
     try {
         CreateInstance(options);
         if (options.createSurface) {
@@ -175,6 +207,8 @@ Device::Device(DeviceOptions const& options)
                 throw std::runtime_error("Vulkan: the window gave no surface");
         }
         ChoosePhysicalDevice();
+        if (first)
+            KeepDriversLoaded(before);
         CreateLogicalDevice(options);
     } catch (...) {
         Destroy();
