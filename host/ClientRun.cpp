@@ -70,6 +70,10 @@ int RunClient(HostOptions const& options)
         window->PollEvents();
         if (window->ShouldClose())
             break;
+        // A window's frame is presented and gone: keep a copy of each while a
+        // screenshot is wanted, since the last one is known only afterwards.
+        if (!options.screenshotPath.empty() && renderer.HasSwapchain())
+            renderer.CaptureNextFrame();
         renderer.Frame();
         ++frames;
         if (options.frames && frames >= *options.frames)

@@ -464,7 +464,11 @@ bool VulkanRenderer::BeginFrame()
     FrameSlot& slot = _frames[_frameSlot];
     NEROX_VK_CHECK(vkWaitForFences(device, 1, &slot.done, VK_TRUE, UINT64_MAX));
 
-    bool const resized = window != nullptr && window->GetWidth() > 0 && window->GetHeight() > 0 &&
+    if (window != nullptr && (window->GetWidth() <= 0 || window->GetHeight() <= 0))
+        return false; // minimised: nothing to draw into
+    // A swapchain reports a new size itself (out of date or suboptimal); an
+    // offscreen output follows the window's.
+    bool const resized = !_surfaceWindow && window != nullptr &&
                          (static_cast<uint32_t>(window->GetWidth()) != _extent.width ||
                           static_cast<uint32_t>(window->GetHeight()) != _extent.height);
     if (resized)
@@ -513,6 +517,10 @@ void VulkanRenderer::EndFrame()
         ImGui_ImplVulkan_RenderDrawData(drawData, slot.commands);
         vkCmdEndRenderPass(slot.commands);
     }
+    bool const captured = _captureNext && (_usage & VK_IMAGE_USAGE_TRANSFER_SRC_BIT);
+    if (captured)
+        RecordCapture(slot.commands, target.image, VK_IMAGE_LAYOUT_GENERAL);
+    _captureNext = false;
     if (_swapchain != VK_NULL_HANDLE) {
         vk::Image::Transition(slot.commands, target.image, VK_IMAGE_LAYOUT_GENERAL, VK_IMAGE_LAYOUT_PRESENT_SRC_KHR);
         target.layout = VK_IMAGE_LAYOUT_PRESENT_SRC_KHR;
@@ -547,47 +555,66 @@ void VulkanRenderer::EndFrame()
     }
     _frameSlot = (_frameSlot + 1) % FramesInFlight;
     ++_frameIndex;
+    if (captured)
+        _capturedFrame = _frameIndex;
     if (presented == VK_ERROR_OUT_OF_DATE_KHR || presented == VK_SUBOPTIMAL_KHR)
         RefreshViewport();
     else
         NEROX_VK_CHECK(presented);
 }
 
+void VulkanRenderer::RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout)
+{
+    VkDeviceSize const bytes = static_cast<VkDeviceSize>(_extent.width) * _extent.height * 4;
+    if (!_capture || _capture->Size() != bytes)
+        _capture = std::make_unique<vk::Buffer>(*_device, bytes, VK_BUFFER_USAGE_TRANSFER_DST_BIT, vk::MemoryUsage::GpuToCpu,
+                                                vk::AllocationHostAccessRandom, "Output capture");
+    vk::Image::Transition(commands, image, layout, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+    VkBufferImageCopy copy{};
+    copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+    copy.imageExtent = {_extent.width, _extent.height, 1};
+    vkCmdCopyImageToBuffer(commands, image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, *_capture, 1, &copy);
+    vk::Image::Transition(commands, image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, layout);
+    _capturedFormat = _format;
+    _capturedExtent = _extent;
+}
+
 bool VulkanRenderer::SaveOutputImage(std::string const& path)
 {
-    if (_targets.empty() || _recording) {
+    if (_recording || _frameIndex == 0) {
         std::cerr << "SaveOutputImage: no finished frame to save\n";
+        return false;
+    }
+    if (!(_usage & VK_IMAGE_USAGE_TRANSFER_SRC_BIT)) {
+        std::cerr << "SaveOutputImage: the output images cannot be copied from\n";
         return false;
     }
     try {
         vk::Device& device = *_device;
         vkDeviceWaitIdle(device);
-        Target const& target = _targets[_targetIndex];
-        if (!(_usage & VK_IMAGE_USAGE_TRANSFER_SRC_BIT)) {
-            std::cerr << "SaveOutputImage: the output images cannot be copied from\n";
-            return false;
+        if (_capturedFrame != _frameIndex) {
+            if (_swapchain != VK_NULL_HANDLE || _targets.empty()) {
+                std::cerr << "SaveOutputImage: the last frame was presented without a copy; call CaptureNextFrame before it\n";
+                return false;
+            }
+            // Offscreen, the output image still holds the last frame.
+            Target const& target = _targets[_targetIndex];
+            vk::CommandBuffer::Run(device, device.GraphicsQueue(), [&](VkCommandBuffer commands) {
+                RecordCapture(commands, target.image, target.layout);
+            }, "SaveOutputImage");
+            _capturedFrame = _frameIndex;
         }
-        size_t const pixels = static_cast<size_t>(_extent.width) * _extent.height;
-        vk::MappedBuffer<uint32_t, 4, vk::AllocationHostAccessRandom> buffer(device, pixels,
-                                                                             VK_BUFFER_USAGE_TRANSFER_DST_BIT, "Screenshot");
-        VkImageLayout const layout = target.layout == VK_IMAGE_LAYOUT_UNDEFINED ? VK_IMAGE_LAYOUT_GENERAL : target.layout;
-        vk::CommandBuffer::Run(device, device.GraphicsQueue(), [&](VkCommandBuffer commands) {
-            vk::Image::Transition(commands, target.image, layout, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
-            VkBufferImageCopy copy{};
-            copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-            copy.imageExtent = {_extent.width, _extent.height, 1};
-            vkCmdCopyImageToBuffer(commands, target.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, buffer, 1, &copy);
-            vk::Image::Transition(commands, target.image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, layout);
-        }, "SaveOutputImage");
-        bool const bgra = _format == VK_FORMAT_B8G8R8A8_UNORM || _format == VK_FORMAT_B8G8R8A8_SRGB;
-        uint32_t* data = buffer.Data();
-        for (size_t i = 0; i < pixels; ++i) {
-            uint32_t p = data[i];
+        size_t const pixels = static_cast<size_t>(_capturedExtent.width) * _capturedExtent.height;
+        bool const bgra = _capturedFormat == VK_FORMAT_B8G8R8A8_UNORM || _capturedFormat == VK_FORMAT_B8G8R8A8_SRGB;
+        uint32_t const* captured = static_cast<uint32_t const*>(_capture->Map());
+        std::vector<uint32_t> data(captured, captured + pixels);
+        for (uint32_t& p : data) {
             if (bgra)
                 p = (p & 0xFF00FF00u) | ((p & 0xFFu) << 16) | ((p >> 16) & 0xFFu);
-            data[i] = p | 0xFF000000u; // screenshots are opaque
+            p |= 0xFF000000u; // screenshots are opaque
         }
-        return Texture::SaveFile(path, static_cast<int>(_extent.width), static_cast<int>(_extent.height), 4, false, data, 95);
+        return Texture::SaveFile(path, static_cast<int>(_capturedExtent.width), static_cast<int>(_capturedExtent.height), 4,
+                                 false, data.data(), 95);
     } catch (std::exception const& error) {
         std::cerr << "SaveOutputImage: " << error.what() << '\n';
         return false;

@@ -3,6 +3,7 @@
 // swapchain or an offscreen image, per-frame command buffers, and the Dear
 // ImGui pass drawn on top of each frame.
 #include "nerox/graphics/Window.hpp"
+#include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/DeviceInterface.hpp"
 #include "nerox/vk/Image.hpp"
 
@@ -74,9 +75,13 @@ public:
     /// The render pass Dear ImGui draws in (load, store, on the output).
     VkRenderPass UiRenderPass() const { return _uiRenderPass; }
 
-    /// Waits for the device, then copies the current output image into a file
-    /// (PNG, or by the path's extension) as 8-bit RGBA. Returns false with a
-    /// message on failure.
+    /// Has the next frame copy its output before it is presented, for
+    /// SaveOutputImage with a swapchain (a presented image is no longer ours).
+    void CaptureNextFrame() { _captureNext = true; }
+    /// Saves the last finished frame into a file (PNG, or JPEG by the path's
+    /// extension) as opaque 8-bit RGBA. Offscreen it reads the output image;
+    /// with a swapchain it needs CaptureNextFrame before that frame. Returns
+    /// false with a message on failure.
     bool SaveOutputImage(std::string const& path);
 
     Window* window;                    ///< The window drawn into, or null.
@@ -105,6 +110,7 @@ private:
     };
 
     void CreateSwapchain();
+    void RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout);
     void CreateUiRenderPass();
     void StartUi();
     void StopUi();
@@ -119,6 +125,11 @@ private:
     uint32_t _targetIndex = 0;
     uint64_t _frameIndex = 0;
     bool _uiFrameOpen = false;
+    bool _captureNext = false;
+    uint64_t _capturedFrame = 0;     ///< FrameIndex() after the frame in _capture, 0 for none.
+    VkFormat _capturedFormat = VK_FORMAT_UNDEFINED;
+    VkExtent2D _capturedExtent{0, 0};
+    std::unique_ptr<vk::Buffer> _capture;
     double _lastUiTime = 0.0;
     VkExtent2D _extent{0, 0};
     VkFormat _format = VK_FORMAT_R8G8B8A8_UNORM;

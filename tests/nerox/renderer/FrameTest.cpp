@@ -65,6 +65,28 @@ TEST_F(FrameLoop, AScreenshotDecodesToTheRenderedPixels) {
     std::remove(path.c_str());
 }
 
+TEST_F(FrameLoop, ACapturedFrameIsSavedAndNothingBeforeTheFirstFrame) {
+    renderer->StartRendering();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(renderer->SaveOutputImage(TempPath("none.png")));
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("no finished frame"), std::string::npos);
+    renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 1.0f, 1.0f}};
+    renderer->CaptureNextFrame();
+    renderer->Frame();
+    std::string const path = TempPath("captured.png");
+    ASSERT_TRUE(renderer->SaveOutputImage(path));
+    nerox::graphics::ImageData const image = nerox::graphics::Texture::LoadFile(path, 4);
+    ASSERT_EQ(image.pixels.size(), 64u * 48u * 4u);
+    EXPECT_EQ(image.pixels[0], 0);
+    EXPECT_EQ(image.pixels[2], 255);
+    // A later frame of another colour, not captured: offscreen it is read back itself.
+    renderer->clearColor = VkClearColorValue{{0.0f, 1.0f, 0.0f, 1.0f}};
+    renderer->Frame();
+    ASSERT_TRUE(renderer->SaveOutputImage(path));
+    EXPECT_EQ(nerox::graphics::Texture::LoadFile(path, 4).pixels[1], 255);
+    std::remove(path.c_str());
+}
+
 TEST_F(FrameLoop, TheInterfaceIsDrawnOverTheFrame) {
     renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 0.0f, 1.0f}};
     renderer->ui = [] {
