@@ -1,0 +1,203 @@
+#include "nerox/vk/Pipeline.hpp"
+
+#include "nerox/vk/Check.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace nerox::vk {
+
+namespace {
+
+constexpr uint32_t SpirvMagic = 0x07230203;
+/// Words of a SPIR-V module header: magic, version, generator, bound, schema.
+constexpr size_t SpirvHeaderWords = 5;
+
+[[noreturn]] void CannotLoad(std::string const& file, std::string const& why)
+{
+    throw std::runtime_error("Cannot load shader " + file + ": " + why);
+}
+
+VkShaderModule CreateModule(Device& device, std::string const& file)
+{
+    std::vector<uint32_t> const code = LoadSpirv(file);
+    VkShaderModuleCreateInfo info{VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO};
+    info.codeSize = code.size() * sizeof(uint32_t);
+    info.pCode = code.data();
+    VkShaderModule module = VK_NULL_HANDLE;
+    NEROX_VK_CHECK(vkCreateShaderModule(device, &info, nullptr, &module));
+    device.SetName(VK_OBJECT_TYPE_SHADER_MODULE, reinterpret_cast<uint64_t>(module), file);
+    return module;
+}
+
+} // namespace
+
+std::vector<uint32_t> LoadSpirv(std::string const& file)
+{
+    std::error_code error;
+    std::filesystem::file_status const status = std::filesystem::status(file, error);
+    if (status.type() == std::filesystem::file_type::not_found)
+        CannotLoad(file, "no such file");
+    if (error)
+        CannotLoad(file, error.message());
+    if (!std::filesystem::is_regular_file(status))
+        CannotLoad(file, "not a regular file");
+    std::ifstream stream(file, std::ios::binary | std::ios::ate);
+    if (!stream)
+        CannotLoad(file, std::strerror(errno));
+    std::streamoff const size = stream.tellg();
+    if (size < 0)
+        CannotLoad(file, "cannot read its size");
+    if (size == 0 || size % 4 != 0)
+        CannotLoad(file, "its size of " + std::to_string(size) + " bytes is not a non-zero multiple of 4");
+    if (static_cast<size_t>(size) < SpirvHeaderWords * 4)
+        CannotLoad(file, "its " + std::to_string(size) + " bytes are too few for a SPIR-V header");
+    std::vector<uint32_t> words(static_cast<size_t>(size) / 4);
+    stream.seekg(0);
+    if (!stream.read(reinterpret_cast<char*>(words.data()), size))
+        CannotLoad(file, "reading failed");
+    if (words[0] != SpirvMagic)
+        CannotLoad(file, "not SPIR-V (no magic number)");
+    return words;
+}
+
+// ---------------------------------------------------------------- layout
+
+PipelineLayout::PipelineLayout(Device& device, std::vector<VkDescriptorSetLayout> const& sets,
+                               std::vector<VkPushConstantRange> const& pushConstants, std::string const& name)
+    : _device(&device)
+{
+    VkPipelineLayoutCreateInfo info{VK_STRUCTURE_TYPE_PIPELINE_LAYOUT_CREATE_INFO};
+    info.setLayoutCount = static_cast<uint32_t>(sets.size());
+    info.pSetLayouts = sets.data();
+    info.pushConstantRangeCount = static_cast<uint32_t>(pushConstants.size());
+    info.pPushConstantRanges = pushConstants.data();
+    NEROX_VK_CHECK(vkCreatePipelineLayout(device, &info, nullptr, &_layout));
+    device.SetName(VK_OBJECT_TYPE_PIPELINE_LAYOUT, reinterpret_cast<uint64_t>(_layout), name);
+}
+
+PipelineLayout::~PipelineLayout() { vkDestroyPipelineLayout(*_device, _layout, nullptr); }
+
+// ---------------------------------------------------------------- pipeline
+
+GraphicsPipeline::GraphicsPipeline(Device& device, PipelineLayout const& layout, Renderpass const& renderpass,
+                                   std::string const& shaderPath, GraphicsPipelineOptions const& options)
+    : _device(&device), _layout(layout.Handle()), _name(shaderPath), _options(options)
+{
+    try {
+        _vertex = CreateModule(device, shaderPath + ".vert.spv");
+        _fragment = CreateModule(device, shaderPath + ".frag.spv");
+        _pipeline = Build(renderpass);
+    } catch (...) {
+        DestroyModules();
+        throw;
+    }
+}
+
+GraphicsPipeline::~GraphicsPipeline()
+{
+    vkDestroyPipeline(*_device, _pipeline, nullptr);
+    DestroyModules();
+}
+
+void GraphicsPipeline::DestroyModules()
+{
+    vkDestroyShaderModule(*_device, _vertex, nullptr);
+    vkDestroyShaderModule(*_device, _fragment, nullptr);
+    _vertex = _fragment = VK_NULL_HANDLE;
+}
+
+void GraphicsPipeline::RefreshViewport(Renderpass const& renderpass)
+{
+    VkPipeline const rebuilt = Build(renderpass);
+    vkDestroyPipeline(*_device, _pipeline, nullptr);
+    _pipeline = rebuilt;
+}
+
+void GraphicsPipeline::Bind(VkCommandBuffer commandBuffer) const
+{
+    vkCmdBindPipeline(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, _pipeline);
+}
+
+VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const
+{
+    VkPipelineShaderStageCreateInfo stages[2]{};
+    stages[0].sType = stages[1].sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO;
+    stages[0].stage = VK_SHADER_STAGE_VERTEX_BIT;
+    stages[0].module = _vertex;
+    stages[0].pName = "main";
+    stages[1].stage = VK_SHADER_STAGE_FRAGMENT_BIT;
+    stages[1].module = _fragment;
+    stages[1].pName = "main";
+
+    VkPipelineVertexInputStateCreateInfo vertexInput{VK_STRUCTURE_TYPE_PIPELINE_VERTEX_INPUT_STATE_CREATE_INFO};
+    vertexInput.vertexBindingDescriptionCount = static_cast<uint32_t>(_options.vertexBindings.size());
+    vertexInput.pVertexBindingDescriptions = _options.vertexBindings.data();
+    vertexInput.vertexAttributeDescriptionCount = static_cast<uint32_t>(_options.vertexAttributes.size());
+    vertexInput.pVertexAttributeDescriptions = _options.vertexAttributes.data();
+
+    VkPipelineInputAssemblyStateCreateInfo assembly{VK_STRUCTURE_TYPE_PIPELINE_INPUT_ASSEMBLY_STATE_CREATE_INFO};
+    assembly.topology = _options.topology;
+
+    VkPipelineViewportStateCreateInfo viewport{VK_STRUCTURE_TYPE_PIPELINE_VIEWPORT_STATE_CREATE_INFO};
+    viewport.viewportCount = 1; // both dynamic
+    viewport.scissorCount = 1;
+
+    VkPipelineRasterizationStateCreateInfo raster{VK_STRUCTURE_TYPE_PIPELINE_RASTERIZATION_STATE_CREATE_INFO};
+    raster.polygonMode = _options.polygonMode;
+    raster.cullMode = _options.cullMode;
+    raster.frontFace = _options.frontFace;
+    raster.lineWidth = _options.lineWidth;
+
+    VkPipelineMultisampleStateCreateInfo multisample{VK_STRUCTURE_TYPE_PIPELINE_MULTISAMPLE_STATE_CREATE_INFO};
+    multisample.rasterizationSamples = VK_SAMPLE_COUNT_1_BIT;
+
+    VkPipelineDepthStencilStateCreateInfo depth{VK_STRUCTURE_TYPE_PIPELINE_DEPTH_STENCIL_STATE_CREATE_INFO};
+    depth.depthCompareOp = VK_COMPARE_OP_ALWAYS; // tests and writes stay off
+
+    VkPipelineColorBlendAttachmentState blendAttachment{};
+    blendAttachment.colorWriteMask =
+        VK_COLOR_COMPONENT_R_BIT | VK_COLOR_COMPONENT_G_BIT | VK_COLOR_COMPONENT_B_BIT | VK_COLOR_COMPONENT_A_BIT;
+    if (_options.alphaBlending) {
+        blendAttachment.blendEnable = VK_TRUE;
+        blendAttachment.srcColorBlendFactor = VK_BLEND_FACTOR_SRC_ALPHA;
+        blendAttachment.dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+        blendAttachment.colorBlendOp = VK_BLEND_OP_ADD;
+        blendAttachment.srcAlphaBlendFactor = VK_BLEND_FACTOR_ONE;
+        blendAttachment.dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+        blendAttachment.alphaBlendOp = VK_BLEND_OP_ADD;
+    }
+    VkPipelineColorBlendStateCreateInfo blend{VK_STRUCTURE_TYPE_PIPELINE_COLOR_BLEND_STATE_CREATE_INFO};
+    blend.attachmentCount = 1;
+    blend.pAttachments = &blendAttachment;
+
+    VkDynamicState const dynamicStates[] = {VK_DYNAMIC_STATE_VIEWPORT, VK_DYNAMIC_STATE_SCISSOR};
+    VkPipelineDynamicStateCreateInfo dynamic{VK_STRUCTURE_TYPE_PIPELINE_DYNAMIC_STATE_CREATE_INFO};
+    dynamic.dynamicStateCount = 2;
+    dynamic.pDynamicStates = dynamicStates;
+
+    VkGraphicsPipelineCreateInfo info{VK_STRUCTURE_TYPE_GRAPHICS_PIPELINE_CREATE_INFO};
+    info.stageCount = 2;
+    info.pStages = stages;
+    info.pVertexInputState = &vertexInput;
+    info.pInputAssemblyState = &assembly;
+    info.pViewportState = &viewport;
+    info.pRasterizationState = &raster;
+    info.pMultisampleState = &multisample;
+    info.pDepthStencilState = &depth;
+    info.pColorBlendState = &blend;
+    info.pDynamicState = &dynamic;
+    info.layout = _layout;
+    info.renderPass = renderpass;
+    info.subpass = 0;
+    VkPipeline pipeline = VK_NULL_HANDLE;
+    NEROX_VK_CHECK(vkCreateGraphicsPipelines(*_device, VK_NULL_HANDLE, 1, &info, nullptr, &pipeline));
+    _device->SetName(VK_OBJECT_TYPE_PIPELINE, reinterpret_cast<uint64_t>(pipeline), _name);
+    return pipeline;
+}
+
+} // namespace nerox::vk

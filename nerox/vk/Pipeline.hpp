@@ -1,0 +1,90 @@
+#pragma once
+// Pipeline layouts and graphics pipelines built from compiled shader files.
+#include "nerox/vk/Device.hpp"
+#include "nerox/vk/Renderpass.hpp"
+
+#include <vulkan/vulkan.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace nerox::vk {
+
+/// Descriptor-set layouts and push-constant ranges of a pipeline.
+class PipelineLayout {
+public:
+    /// A layout of sets (in set-number order) and pushConstants; throws std::runtime_error when Vulkan refuses.
+    PipelineLayout(Device& device, std::vector<VkDescriptorSetLayout> const& sets,
+                   std::vector<VkPushConstantRange> const& pushConstants, std::string const& name = {});
+    ~PipelineLayout();
+    PipelineLayout(PipelineLayout const&) = delete;
+    PipelineLayout& operator=(PipelineLayout const&) = delete;
+
+    VkPipelineLayout Handle() const { return _layout; }   ///< The Vulkan pipeline layout.
+    operator VkPipelineLayout() const { return _layout; } ///< The Vulkan pipeline layout.
+
+private:
+    Device* _device;
+    VkPipelineLayout _layout = VK_NULL_HANDLE;
+};
+
+/// Fixed-function state of a GraphicsPipeline. Viewport and scissor are always
+/// dynamic (Renderpass::Begin sets them) and there is no depth test.
+struct GraphicsPipelineOptions {
+    std::vector<VkVertexInputBindingDescription> vertexBindings;     ///< Vertex buffers read; none by default.
+    std::vector<VkVertexInputAttributeDescription> vertexAttributes; ///< Vertex inputs; none by default.
+    VkPrimitiveTopology topology = VK_PRIMITIVE_TOPOLOGY_TRIANGLE_LIST; ///< Primitive assembly.
+    VkPolygonMode polygonMode = VK_POLYGON_MODE_FILL;  ///< Fill, lines or points (the last two need fillModeNonSolid).
+    float lineWidth = 1.0f;                            ///< Width of lines; other than 1 needs wideLines.
+    VkCullModeFlags cullMode = VK_CULL_MODE_NONE;      ///< Faces dropped.
+    VkFrontFace frontFace = VK_FRONT_FACE_COUNTER_CLOCKWISE; ///< Winding of front faces.
+    /// "Over" blending: colour = src * srcAlpha + dst * (1 - srcAlpha), alpha =
+    /// srcAlpha + dstAlpha * (1 - srcAlpha). Off writes the fragment as it is.
+    bool alphaBlending = true;
+};
+
+/// A graphics pipeline of a vertex and a fragment shader for subpass 0 of a
+/// Renderpass. The shaders are read once, from shaderPath + ".vert.spv" and
+/// shaderPath + ".frag.spv" (relative to the working directory unless
+/// absolute), with entry points "main"; their modules are kept for rebuilds.
+class GraphicsPipeline {
+public:
+    /// Builds the pipeline; the layout must outlive it. Throws
+    /// std::runtime_error "Cannot load shader <file>: <why>" when a shader file
+    /// is missing or not SPIR-V, and std::runtime_error when Vulkan refuses.
+    GraphicsPipeline(Device& device, PipelineLayout const& layout, Renderpass const& renderpass,
+                     std::string const& shaderPath, GraphicsPipelineOptions const& options = {});
+    ~GraphicsPipeline();
+    GraphicsPipeline(GraphicsPipeline const&) = delete;
+    GraphicsPipeline& operator=(GraphicsPipeline const&) = delete;
+
+    /// Rebuilds the pipeline for renderpass (after the swapchain changed). The
+    /// old pipeline is destroyed: no submitted work may still use it. On
+    /// failure it throws and the old pipeline stays.
+    void RefreshViewport(Renderpass const& renderpass);
+
+    VkPipeline Handle() const { return _pipeline; }   ///< The Vulkan pipeline.
+    operator VkPipeline() const { return _pipeline; } ///< The Vulkan pipeline.
+    /// Binds the pipeline for drawing.
+    void Bind(VkCommandBuffer commandBuffer) const;
+
+private:
+    VkPipeline Build(VkRenderPass renderpass) const;
+    void DestroyModules();
+
+    Device* _device;
+    VkPipelineLayout _layout;
+    std::string _name;
+    GraphicsPipelineOptions _options;
+    VkShaderModule _vertex = VK_NULL_HANDLE;
+    VkShaderModule _fragment = VK_NULL_HANDLE;
+    VkPipeline _pipeline = VK_NULL_HANDLE;
+};
+
+/// The SPIR-V words of file. Throws std::runtime_error "Cannot load shader
+/// <file>: <why>" when it cannot be read, its size is not a non-zero multiple of
+/// 4 holding at least the header, or it lacks the SPIR-V magic number.
+std::vector<uint32_t> LoadSpirv(std::string const& file);
+
+} // namespace nerox::vk
