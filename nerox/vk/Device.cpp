@@ -211,6 +211,8 @@ Device::Device(DeviceOptions const& options)
             KeepDriversLoaded(before);
         CreateLogicalDevice(options);
     } catch (...) {
+        if (first)
+            KeepDriversLoaded(before);
         Destroy();
         throw;
     }
