@@ -44,6 +44,7 @@ vk::DeviceOptions MakeOptions(Window* window, char const* name, uint32_t version
     options.features.vulkan12.descriptorBindingSampledImageUpdateAfterBind = VK_TRUE;
     options.features.vulkan12.shaderSampledImageArrayNonUniformIndexing = VK_TRUE;
     if (GlfwWindow* glfw = AsGlfw(window)) {
+        vk::Device::KeepDriversLoaded(); // before GLFW loads and unloads them to list extensions
         uint32_t count = 0;
         char const** names = glfwGetRequiredInstanceExtensions(&count);
         if (names == nullptr)

@@ -126,7 +126,7 @@ std::set<std::string> LoadedLibraries()
 /// Keeps the libraries loaded since before (the drivers the loader opened)
 /// for the rest of the process: a later device does not load them again, and
 /// what they allocate once stays theirs rather than being lost at unloading.
-void KeepDriversLoaded(std::set<std::string> const& before)
+void PinLibrariesSince(std::set<std::string> const& before)
 {
     for (std::string const& name : LoadedLibraries())
         if (before.count(name) == 0)
@@ -195,10 +195,7 @@ bool PhysicalDevice::Features::WantsRayTracing() const
 
 Device::Device(DeviceOptions const& options)
 {
-    static std::once_flag driversKept;
-    bool first = false;
-    std::call_once(driversKept, [&first] { first = true; });
-    std::set<std::string> const before = first ? LoadedLibraries() : std::set<std::string>();
+    KeepDriversLoaded();
     try {
         CreateInstance(options);
         if (options.createSurface) {
@@ -207,18 +204,33 @@ Device::Device(DeviceOptions const& options)
                 throw std::runtime_error("Vulkan: the window gave no surface");
         }
         ChoosePhysicalDevice();
-        if (first)
-            KeepDriversLoaded(before);
         CreateLogicalDevice(options);
     } catch (...) {
-        if (first)
-            KeepDriversLoaded(before);
         Destroy();
         throw;
     }
 }
 
 Device::~Device() { Destroy(); }
+
+void Device::KeepDriversLoaded()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        std::set<std::string> const before = LoadedLibraries();
+        VkApplicationInfo app{VK_STRUCTURE_TYPE_APPLICATION_INFO};
+        app.apiVersion = VK_API_VERSION_1_0;
+        VkInstanceCreateInfo info{VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO};
+        info.pApplicationInfo = &app;
+        VkInstance instance = VK_NULL_HANDLE;
+        if (vkCreateInstance(&info, nullptr, &instance) != VK_SUCCESS)
+            return; // the device's own creation reports what is wrong
+        uint32_t count = 0;
+        vkEnumeratePhysicalDevices(instance, &count, nullptr); // loads the drivers
+        PinLibrariesSince(before);
+        vkDestroyInstance(instance, nullptr);
+    });
+}
 
 void Device::Destroy()
 {

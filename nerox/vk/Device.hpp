@@ -95,6 +95,12 @@ public:
     /// Gives object a name that validation messages and debuggers show; no-op without debug utils.
     void SetName(VkObjectType type, uint64_t object, std::string const& name) const;
 
+    /// Loads the Vulkan drivers once and keeps them loaded for the rest of the
+    /// process, so that later instances do not load them again and what they
+    /// allocate once stays theirs. Devices call it; call it first when
+    /// something else (a window library) talks to Vulkan before a Device exists.
+    static void KeepDriversLoaded();
+
     /// Validation errors reported by every Device of the process so far.
     static uint64_t ValidationErrorCount() { return _validationErrors.load(); }
 
