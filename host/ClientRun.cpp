@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <thread>
 
 namespace host {
 
@@ -74,7 +75,13 @@ int RunClient(HostOptions const& options)
         // screenshot is wanted, since the last one is known only afterwards.
         if (!options.screenshotPath.empty() && renderer.HasSwapchain())
             renderer.CaptureNextFrame();
+        uint64_t const before = renderer.FrameIndex();
         renderer.Frame();
+        if (renderer.FrameIndex() == before) {
+            // Skipped (a minimised window): wait a little rather than spin.
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            continue;
+        }
         ++frames;
         if (options.frames && frames >= *options.frames)
             break;

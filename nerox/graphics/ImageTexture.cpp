@@ -27,17 +27,33 @@ size_t BytesPerPixel(VkFormat format)
 
 } // namespace
 
-ImageTexture::ImageTexture(vk::Device& device, uint32_t width, uint32_t height, VkFormat format, void const* pixels,
-                           size_t bytes, std::string const& name)
-    : _image(device, width, height, format, VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, name)
+namespace {
+
+/// Checks what the pixels must be before any Vulkan object is made.
+uint32_t CheckedWidth(uint32_t width, uint32_t height, VkFormat format, void const* pixels, size_t bytes,
+                      std::string const& name)
 {
     size_t const perPixel = BytesPerPixel(format);
     if (perPixel == 0)
         throw std::runtime_error("ImageTexture \"" + name + "\": unsupported format " + std::to_string(format));
+    if (width == 0 || height == 0)
+        throw std::runtime_error("ImageTexture \"" + name + "\": empty size " + std::to_string(width) + "x" +
+                                 std::to_string(height));
     size_t const expected = static_cast<size_t>(width) * height * perPixel;
     if (pixels == nullptr || bytes != expected)
         throw std::runtime_error("ImageTexture \"" + name + "\": " + std::to_string(bytes) + " bytes given, " +
                                  std::to_string(expected) + " needed");
+    return width;
+}
+
+} // namespace
+
+ImageTexture::ImageTexture(vk::Device& device, uint32_t width, uint32_t height, VkFormat format, void const* pixels,
+                           size_t bytes, std::string const& name)
+    : _image(device, CheckedWidth(width, height, format, pixels, bytes, name), height, format,
+             VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, name)
+{
+    size_t const expected = bytes;
     vk::MappedBuffer<unsigned char, 2, vk::AllocationHostAccessSequentialWrite> staging(
         device, expected, VK_BUFFER_USAGE_TRANSFER_SRC_BIT, name + " upload", 16);
     std::memcpy(staging.Data(), pixels, expected);

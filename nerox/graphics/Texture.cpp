@@ -71,8 +71,10 @@ ImageData Texture::LoadFile(std::string const& path, int desiredChannels)
     int fileChannels = 0;
     if (stbi_is_hdr(path.c_str())) {
         float* pixels = stbi_loadf(path.c_str(), &image.width, &image.height, &fileChannels, desiredChannels);
-        if (pixels == nullptr)
-            throw std::runtime_error("Cannot load image file " + path + ": " + stbi_failure_reason());
+        if (pixels == nullptr) {
+            char const* reason = stbi_failure_reason();
+            throw std::runtime_error("Cannot load image file " + path + ": " + (reason != nullptr ? reason : "unknown error"));
+        }
         image.isFloat = true;
         image.channels = desiredChannels != 0 ? desiredChannels : fileChannels;
         size_t const bytes = static_cast<size_t>(image.width) * image.height * image.channels * sizeof(float);

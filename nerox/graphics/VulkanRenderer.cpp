@@ -170,6 +170,12 @@ void VulkanRenderer::CreateSwapchain()
     }
     extent.width = std::clamp(extent.width, caps.minImageExtent.width, caps.maxImageExtent.width);
     extent.height = std::clamp(extent.height, caps.minImageExtent.height, caps.maxImageExtent.height);
+    if (extent.width == 0 || extent.height == 0) {
+        // Minimised: no swapchain until the window has a size again (BeginFrame retries).
+        _extent = extent;
+        _targets.clear();
+        return;
+    }
     uint32_t images = caps.minImageCount + 1;
     if (caps.maxImageCount > 0)
         images = std::min(images, caps.maxImageCount);
@@ -262,7 +268,7 @@ void VulkanRenderer::CreateUiRenderPass()
 void VulkanRenderer::DestroySwapchainDependantObjects()
 {
     vk::Device& device = *_device;
-    vkDeviceWaitIdle(device);
+    device.WaitIdle();
     for (Target& target : _targets) {
         if (target.framebuffer != VK_NULL_HANDLE)
             vkDestroyFramebuffer(device, target.framebuffer, nullptr);
@@ -321,6 +327,24 @@ void VulkanRenderer::StartRendering()
 {
     if (_rendering)
         return;
+    // From here StopRendering can undo whatever part was made.
+    _rendering = true;
+    _frameIndex = 0;
+    _frameSlot = 0;
+    _capturedFrame = 0;
+    _captureNext = false;
+    try {
+        StartFrameSlots();
+        CreateSwapchainDependantObjects();
+        StartUi();
+    } catch (...) {
+        StopRendering();
+        throw;
+    }
+}
+
+void VulkanRenderer::StartFrameSlots()
+{
     vk::Device& device = *_device;
     for (FrameSlot& slot : _frames) {
         VkCommandPoolCreateInfo pool{VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO};
@@ -338,11 +362,6 @@ void VulkanRenderer::StartRendering()
         VkSemaphoreCreateInfo semaphore{VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO};
         NEROX_VK_CHECK(vkCreateSemaphore(device, &semaphore, nullptr, &slot.acquired));
     }
-    CreateSwapchainDependantObjects();
-    StartUi();
-    _rendering = true;
-    _frameIndex = 0;
-    _frameSlot = 0;
 }
 
 void VulkanRenderer::StopRendering()
@@ -350,13 +369,16 @@ void VulkanRenderer::StopRendering()
     if (!_rendering)
         return;
     vk::Device& device = *_device;
-    vkDeviceWaitIdle(device);
+    device.WaitIdle();
     StopUi();
     DestroySwapchainDependantObjects();
     if (_uiRenderPass != VK_NULL_HANDLE) {
         vkDestroyRenderPass(device, _uiRenderPass, nullptr);
         _uiRenderPass = VK_NULL_HANDLE;
     }
+    _capture.reset();
+    _capturedFrame = 0;
+    _captureNext = false;
     for (FrameSlot& slot : _frames) {
         vkDestroySemaphore(device, slot.acquired, nullptr);
         vkDestroyFence(device, slot.done, nullptr);
@@ -388,6 +410,7 @@ void VulkanRenderer::StartUi()
     _glfwUi = glfw != nullptr && io.BackendPlatformUserData == nullptr;
     if (_glfwUi)
         ImGui_ImplGlfw_InitForVulkan(glfw->GetHandle(), true);
+    _uiStarted = true; // from here StopUi undoes it
 
     ImGui_ImplVulkan_InitInfo init{};
     init.Instance = device.Instance();
@@ -400,8 +423,11 @@ void VulkanRenderer::StartUi()
     init.ImageCount = std::max<uint32_t>(FramesInFlight, static_cast<uint32_t>(_targets.size()));
     init.MSAASamples = VK_SAMPLE_COUNT_1_BIT;
     init.CheckVkResultFn = &CheckUiResult;
-    if (!ImGui_ImplVulkan_Init(&init, _uiRenderPass))
+    if (!ImGui_ImplVulkan_Init(&init, _uiRenderPass)) {
+        _uiBackend = false;
         throw std::runtime_error("Dear ImGui: the Vulkan backend did not start");
+    }
+    _uiBackend = true;
     vk::CommandBuffer::Run(device, device.GraphicsQueue(),
                            [](VkCommandBuffer commands) { ImGui_ImplVulkan_CreateFontsTexture(commands); },
                            "Dear ImGui fonts");
@@ -417,7 +443,9 @@ void VulkanRenderer::StopUi()
         ImGui::EndFrame();
         _uiFrameOpen = false;
     }
-    ImGui_ImplVulkan_Shutdown();
+    if (_uiBackend)
+        ImGui_ImplVulkan_Shutdown();
+    _uiBackend = false;
     if (_glfwUi)
         ImGui_ImplGlfw_Shutdown();
     _glfwUi = false;
@@ -472,8 +500,10 @@ bool VulkanRenderer::BeginFrame()
     bool const resized = !_surfaceWindow && window != nullptr &&
                          (static_cast<uint32_t>(window->GetWidth()) != _extent.width ||
                           static_cast<uint32_t>(window->GetHeight()) != _extent.height);
-    if (resized)
+    if (resized || _targets.empty())
         RefreshViewport();
+    if (_targets.empty())
+        return false; // still nothing to draw into
     if (_swapchain != VK_NULL_HANDLE) {
         VkResult const result = vkAcquireNextImageKHR(device, _swapchain, UINT64_MAX, slot.acquired, VK_NULL_HANDLE, &_targetIndex);
         if (result == VK_ERROR_OUT_OF_DATE_KHR) {
@@ -486,7 +516,14 @@ bool VulkanRenderer::BeginFrame()
         _targetIndex = 0;
     }
     NEROX_VK_CHECK(vkResetFences(device, 1, &slot.done));
-    NEROX_VK_CHECK(vkResetCommandPool(device, slot.pool, 0));
+    BeginRecording();
+    return true;
+}
+
+void VulkanRenderer::BeginRecording()
+{
+    FrameSlot& slot = _frames[_frameSlot];
+    NEROX_VK_CHECK(vkResetCommandPool(*_device, slot.pool, 0));
     VkCommandBufferBeginInfo begin{VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO};
     begin.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
     NEROX_VK_CHECK(vkBeginCommandBuffer(slot.commands, &begin));
@@ -498,7 +535,12 @@ bool VulkanRenderer::BeginFrame()
     vk::Image::Transition(slot.commands, target.image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_GENERAL);
     target.layout = VK_IMAGE_LAYOUT_GENERAL;
     _recording = true;
-    return true;
+}
+
+void VulkanRenderer::RestartRecording()
+{
+    NEROX_ASSERT(_recording);
+    BeginRecording(); // resetting the pool drops what was recorded
 }
 
 void VulkanRenderer::EndFrame()
@@ -570,6 +612,12 @@ void VulkanRenderer::RecordCapture(VkCommandBuffer commands, VkImage image, VkIm
     if (!_capture || _capture->Size() != bytes)
         _capture = std::make_unique<vk::Buffer>(*_device, bytes, VK_BUFFER_USAGE_TRANSFER_DST_BIT, vk::MemoryUsage::GpuToCpu,
                                                 vk::AllocationHostAccessRandom, "Output capture");
+    // The frame before may still be copying into the same buffer.
+    VkMemoryBarrier buffer{VK_STRUCTURE_TYPE_MEMORY_BARRIER};
+    buffer.srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
+    buffer.dstAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
+    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_TRANSFER_BIT, 0, 1, &buffer, 0,
+                         nullptr, 0, nullptr);
     vk::Image::Transition(commands, image, layout, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
     VkBufferImageCopy copy{};
     copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
@@ -592,7 +640,7 @@ bool VulkanRenderer::SaveOutputImage(std::string const& path)
     }
     try {
         vk::Device& device = *_device;
-        vkDeviceWaitIdle(device);
+        device.WaitIdle();
         if (_capturedFrame != _frameIndex) {
             if (_swapchain != VK_NULL_HANDLE || _targets.empty()) {
                 std::cerr << "SaveOutputImage: the last frame was presented without a copy; call CaptureNextFrame before it\n";

@@ -93,6 +93,10 @@ protected:
     void BeginUiFrame();
     /// Ends it with ImGui::Render; EndFrame draws the result.
     void EndUiFrame();
+    /// Drops what the frame recorded so far and starts it again from the
+    /// cleared output, so that a frame whose recording broke off can still be
+    /// ended and submitted.
+    void RestartRecording();
 
 private:
     struct FrameSlot {
@@ -110,6 +114,8 @@ private:
     };
 
     void CreateSwapchain();
+    void StartFrameSlots();
+    void BeginRecording();
     void RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout);
     void CreateUiRenderPass();
     void StartUi();
@@ -120,6 +126,7 @@ private:
     bool _recording = false;
     bool _ownsImGuiContext = false;
     bool _uiStarted = false;
+    bool _uiBackend = false;
     bool _glfwUi = false;
     uint32_t _frameSlot = 0;
     uint32_t _targetIndex = 0;

@@ -74,7 +74,7 @@ NeroxRenderer::~NeroxRenderer()
 {
     vk::Device& device = GetDevice();
     StopRendering();
-    vkDeviceWaitIdle(device);
+    device.WaitIdle();
     _textures.clear();
     vkDestroyDescriptorPool(device, _mainPool, nullptr);
     vkDestroyDescriptorSetLayout(device, _mainSetLayout, nullptr);
@@ -139,6 +139,9 @@ void NeroxRenderer::Frame()
             ImGui::ErrorCheckEndFrameRecover(nullptr);
             EndUiFrame();
         }
+        // What the stage recorded may be cut off inside a pass or in another
+        // layout: the frame is submitted as just the cleared output.
+        RestartRecording();
         EndFrame();
         throw;
     }
@@ -158,8 +161,14 @@ uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef,
     if (_textures.size() + textures.size() > MaxTextures)
         throw std::runtime_error("Texture table is full: " + std::to_string(textures.size()) + " more do not fit in " +
                                  std::to_string(MaxTextures));
+    // Everything is loaded before the table changes, so that a file that cannot
+    // be read leaves the table as it was.
+    std::vector<std::shared_ptr<graphics::Texture>> loaded;
+    loaded.reserve(textures.size());
     for (auto const& [texture, sampler] : textures)
-        AddLocked(texture, sampler);
+        loaded.push_back(Resolve(texture));
+    for (size_t i = 0; i < loaded.size(); ++i)
+        AddLocked(graphics::TextureRef(loaded[i]), std::get<1>(textures[i]));
     return first;
 }
 
@@ -168,19 +177,14 @@ uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampl
     if (_textures.size() >= MaxTextures)
         throw std::runtime_error("Texture table is full: " + std::to_string(MaxTextures) + " entries");
     vk::Device& device = GetDevice();
-    std::shared_ptr<graphics::Texture> texture = reference.GetTexture();
-    if (!texture) {
-        if (reference.GetPath().empty())
-            throw std::runtime_error("AddTexture: neither a texture nor a path");
-        texture = graphics::ImageTexture::FromFile(device, reference.GetPath());
-    }
+    std::shared_ptr<graphics::Texture> texture = Resolve(reference);
     if (sampler == VK_NULL_HANDLE)
         sampler = DefaultSampler();
     uint32_t const index = static_cast<uint32_t>(_textures.size());
     VkImageView const view = texture->GetImageView();
     if (view != VK_NULL_HANDLE) {
         if (!_updateAfterBind)
-            vkDeviceWaitIdle(device);
+            device.WaitIdle();
         VkDescriptorImageInfo image{sampler, view, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
         VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
         write.dstSet = _mainSet;
@@ -195,11 +199,20 @@ uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampl
     return index;
 }
 
+std::shared_ptr<graphics::Texture> NeroxRenderer::Resolve(graphics::TextureRef const& reference)
+{
+    if (reference.GetTexture())
+        return reference.GetTexture();
+    if (reference.GetPath().empty())
+        throw std::runtime_error("AddTexture: neither a texture nor a path");
+    return graphics::ImageTexture::FromFile(GetDevice(), reference.GetPath());
+}
+
 void NeroxRenderer::ClearTextures()
 {
     std::lock_guard lock(_texturesMutex);
     // Frames in flight may still sample them.
-    vkDeviceWaitIdle(GetDevice());
+    GetDevice().WaitIdle();
     _textures.clear();
 }
 

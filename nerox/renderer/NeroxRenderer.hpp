@@ -28,6 +28,9 @@ namespace nerox::renderer {
 /// FrameOverlayCommands; EndFrame, which draws the interface and submits.
 /// The command stages record into the frame's command buffer, with the output
 /// image in VK_IMAGE_LAYOUT_GENERAL. The base stages do nothing.
+/// The texture table has its own lock, but it must not change while a frame is
+/// being recorded: change it from the render thread between frames (or in
+/// FrameCollectGarbage), or from another thread while no frame runs.
 class NeroxRenderer : public graphics::VulkanRenderer {
 public:
     /// Entries of the bindless texture table.
@@ -56,7 +59,9 @@ public:
     virtual void FramePostCommands(VkCommandBuffer commandBuffer);    ///< Post effects on the output.
     virtual void FrameOverlayCommands(VkCommandBuffer commandBuffer); ///< Overlays on the output.
     /// One frame through every stage. An exception from a stage ends the frame
-    /// (what was recorded is still submitted) and passes on.
+    /// (submitted as just the cleared output, with the interface as far as it
+    /// got) and passes on. Interface code should not throw from inside a popup
+    /// or with styles pushed: those are not unwound.
     virtual void Frame();
 
     /// Adds texture to the table with sampler (null: DefaultSampler()); a
@@ -64,7 +69,8 @@ public:
     /// 0 since the last ClearTextures. Throws std::runtime_error when the file
     /// cannot be read or the table is full.
     uint32_t AddTexture(graphics::TextureRef const& texture, VkSampler sampler = VK_NULL_HANDLE);
-    /// Adds each entry in order; returns the index of the first.
+    /// Adds each entry in order; returns the index of the first. All files are
+    /// read first: when one fails, nothing is added.
     uint32_t AddTextures(std::vector<std::tuple<graphics::TextureRef, VkSampler>> const& textures);
     /// Empties the table; the next texture added gets index 0.
     void ClearTextures();
@@ -106,6 +112,7 @@ private:
     };
 
     uint32_t AddLocked(graphics::TextureRef const& texture, VkSampler sampler);
+    std::shared_ptr<graphics::Texture> Resolve(graphics::TextureRef const& texture);
 
     std::unique_ptr<vk::Sampler> _defaultSampler;
     VkDescriptorSetLayout _mainSetLayout = VK_NULL_HANDLE;

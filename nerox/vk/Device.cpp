@@ -21,13 +21,26 @@ constexpr char const* ValidationLayer = "VK_LAYER_KHRONOS_validation";
 /// Size of the sType and pNext header of a chained structure.
 constexpr size_t ChainHeader = sizeof(VkBaseOutStructure);
 
+// The last flag of each feature block: the flags run from the end of the
+// header to it, without the block's tail padding.
+VkBool32& LastFlag(VkPhysicalDeviceShaderClockFeaturesKHR& b) { return b.shaderDeviceClock; }
+VkBool32& LastFlag(VkPhysicalDevice16BitStorageFeatures& b) { return b.storageInputOutput16; }
+VkBool32& LastFlag(VkPhysicalDeviceVulkan12Features& b) { return b.subgroupBroadcastDynamicId; }
+VkBool32& LastFlag(VkPhysicalDeviceRayTracingPipelineFeaturesKHR& b) { return b.rayTraversalPrimitiveCulling; }
+VkBool32& LastFlag(VkPhysicalDeviceAccelerationStructureFeaturesKHR& b)
+{
+    return b.descriptorBindingAccelerationStructureUpdateAfterBind;
+}
+VkBool32& LastFlag(VkPhysicalDeviceRayQueryFeaturesKHR& b) { return b.rayQuery; }
+VkBool32& LastFlag(VkPhysicalDeviceVulkan13Features& b) { return b.maintenance4; }
+
 /// The boolean fields of a chained feature block.
 template <class Block>
 VkBool32* Flags(Block& block, size_t& count)
 {
-    static_assert((sizeof(Block) - ChainHeader) % sizeof(VkBool32) == 0);
-    count = (sizeof(Block) - ChainHeader) / sizeof(VkBool32);
-    return reinterpret_cast<VkBool32*>(reinterpret_cast<char*>(&block) + ChainHeader);
+    VkBool32* const first = reinterpret_cast<VkBool32*>(reinterpret_cast<char*>(&block) + ChainHeader);
+    count = static_cast<size_t>(&LastFlag(block) - first) + 1;
+    return first;
 }
 
 /// Copies the boolean fields of from into to, keeping to's header.
@@ -212,6 +225,12 @@ Device::Device(DeviceOptions const& options)
 }
 
 Device::~Device() { Destroy(); }
+
+void Device::WaitIdle()
+{
+    std::lock_guard lock(_queueMutex);
+    vkDeviceWaitIdle(_device);
+}
 
 void Device::KeepDriversLoaded()
 {
@@ -478,6 +497,11 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     }
     if (rayQuery)
         count(IntersectBlock(asked.rayQuery, have.rayQuery), "ray query");
+    // Extensions without their features are no ray tracing.
+    if (rayTracing && !(asked.rayTracingPipeline.rayTracingPipeline && asked.accelerationStructure.accelerationStructure)) {
+        std::cout << "Vulkan: " << Name() << " has the ray-tracing extensions but not their features; ray-traced stages stay off\n";
+        rayTracing = false;
+    }
     else
         asked.rayQuery = PhysicalDevice::Features().rayQuery;
     if (dropped > 0)

@@ -71,6 +71,8 @@ public:
     VkQueue GraphicsQueue() const { return _graphicsQueue; }      ///< Graphics, compute and transfer queue.
     uint32_t GraphicsFamily() const { return _graphicsFamily; }   ///< Its queue family.
     VkSurfaceKHR Surface() const { return _surface; }             ///< The window's surface, or null.
+    /// Waits until the device has finished all submitted work; takes QueueMutex.
+    void WaitIdle();
     /// Held around every submission to the graphics queue.
     std::mutex& QueueMutex() { return _queueMutex; }
 

@@ -2,6 +2,7 @@
 #include "RendererFixture.hpp"
 
 #include "nerox/graphics/Texture.hpp"
+#include "nerox/vk/Renderpass.hpp"
 
 #include <imgui.h>
 
@@ -124,6 +125,27 @@ TEST_F(FrameLoop, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
     renderer->Frame();
     EXPECT_EQ(renderer->stages.back(), "EndFrame");
     EXPECT_EQ(renderer->FrameIndex(), 4u);
+}
+
+TEST_F(FrameLoop, AStageThatThrowsInsideARenderPassStillLeavesAValidFrame) {
+    renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 1.0f, 1.0f}};
+    renderer->StartRendering();
+    nerox::vk::RenderpassOptions options;
+    options.initialLayout = options.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
+    nerox::vk::Renderpass pass(renderer->GetDevice(), renderer->GetOutputImageFormat(), 64, 48,
+                               renderer->GetOutputImageUsage(), options);
+    renderer->render = [&](VkCommandBuffer commands) {
+        pass.Begin(commands, renderer->GetOutputVkImageView());
+        throw std::runtime_error("broke off inside the pass");
+    };
+    EXPECT_THROW(renderer->Frame(), std::runtime_error);
+    renderer->render = nullptr;
+    renderer->Frame();
+    std::string const path = TempPath("after.png");
+    ASSERT_TRUE(renderer->SaveOutputImage(path));
+    EXPECT_EQ(nerox::graphics::Texture::LoadFile(path, 4).pixels[2], 255);
+    std::remove(path.c_str());
+    renderer->StopRendering(); // the pass's framebuffer goes before the output's view
 }
 
 TEST_F(FrameLoop, StoppingAndStartingAgainWorks) {

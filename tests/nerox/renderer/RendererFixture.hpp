@@ -23,6 +23,7 @@ public:
     std::vector<std::string> stages;
     std::string throwIn; ///< Name of a stage that throws std::runtime_error.
     std::function<void()> ui; ///< Run inside FrameUpdateUi.
+    std::function<void(VkCommandBuffer)> render; ///< Run inside FrameRenderCommands.
 
     void Note(char const* stage) {
         stages.emplace_back(stage);
@@ -45,7 +46,10 @@ public:
     void FrameAfterUpdate() override { Note("FrameAfterUpdate"); }
     void FramePushCommands(VkCommandBuffer c) override { NoteCommands("FramePushCommands", c); }
     void FrameBuildCommands(VkCommandBuffer c) override { NoteCommands("FrameBuildCommands", c); }
-    void FrameRenderCommands(VkCommandBuffer c) override { NoteCommands("FrameRenderCommands", c); }
+    void FrameRenderCommands(VkCommandBuffer c) override {
+        if (render) render(c);
+        NoteCommands("FrameRenderCommands", c);
+    }
     void FrameResolveCommands(VkCommandBuffer c) override { NoteCommands("FrameResolveCommands", c); }
     void FrameBlitCommands(VkCommandBuffer c) override { NoteCommands("FrameBlitCommands", c); }
     void FramePostCommands(VkCommandBuffer c) override { NoteCommands("FramePostCommands", c); }

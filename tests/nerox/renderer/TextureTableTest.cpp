@@ -72,11 +72,25 @@ TEST_F(TextureTable, AMissingFileIsAClearErrorAndTakesNoIndex) {
     EXPECT_EQ(renderer->AddTexture(Solid(1)), 0u);
 }
 
+TEST_F(TextureTable, ABatchWithAnUnreadableFileAddsNothing) {
+    renderer->AddTexture(Solid(1));
+    std::vector<std::tuple<TextureRef, VkSampler>> batch;
+    batch.emplace_back(Solid(2), VK_NULL_HANDLE);
+    batch.emplace_back(TextureRef("no/such/file.png"), VK_NULL_HANDLE);
+    EXPECT_THROW(renderer->AddTextures(batch), std::runtime_error);
+    EXPECT_EQ(renderer->TextureCount(), 1u);
+    EXPECT_EQ(renderer->AddTexture(Solid(3)), 1u);
+}
+
 TEST_F(TextureTable, PixelsMustMatchTheSize) {
     std::vector<uint8_t> pixels(10);
     EXPECT_THROW(ImageTexture(renderer->GetDevice(), 4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), pixels.size(), "short"),
                  std::runtime_error);
     EXPECT_THROW(ImageTexture(renderer->GetDevice(), 1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4, "null"),
+                 std::runtime_error);
+    EXPECT_THROW(ImageTexture(renderer->GetDevice(), 0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0, "empty"),
+                 std::runtime_error);
+    EXPECT_THROW(ImageTexture(renderer->GetDevice(), 1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4, "depth"),
                  std::runtime_error);
 }
 
