@@ -5,6 +5,7 @@
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/Check.hpp"
 #include "nerox/vk/CommandBuffer.hpp"
+#include "nerox/vk/Renderpass.hpp"
 
 #include <GLFW/glfw3.h>
 #include <imgui.h>
@@ -112,17 +113,15 @@ void VulkanRenderer::CreateSwapchainDependantObjects()
         _targets[0].image = _offscreen->Handle();
         _targets[0].view = _offscreen->View();
     }
-    if (_uiRenderPass == VK_NULL_HANDLE)
-        CreateUiRenderPass();
+    if (!_targets.empty()) {
+        // The interface draws over the finished frame: load, store, in the general layout.
+        vk::RenderpassOptions ui;
+        ui.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
+        ui.initialLayout = ui.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
+        ui.name = "Dear ImGui pass";
+        _uiPass = std::make_unique<vk::Renderpass>(device, _format, _extent.width, _extent.height, _usage, ui);
+    }
     for (Target& target : _targets) {
-        VkFramebufferCreateInfo info{VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO};
-        info.renderPass = _uiRenderPass;
-        info.attachmentCount = 1;
-        info.pAttachments = &target.view;
-        info.width = _extent.width;
-        info.height = _extent.height;
-        info.layers = 1;
-        NEROX_VK_CHECK(vkCreateFramebuffer(device, &info, nullptr, &target.framebuffer));
         VkSemaphoreCreateInfo semaphore{VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO};
         NEROX_VK_CHECK(vkCreateSemaphore(device, &semaphore, nullptr, &target.rendered));
     }
@@ -223,60 +222,17 @@ void VulkanRenderer::CreateSwapchain()
     }
 }
 
-void VulkanRenderer::CreateUiRenderPass()
-{
-    VkAttachmentDescription attachment{};
-    attachment.format = _format;
-    attachment.samples = VK_SAMPLE_COUNT_1_BIT;
-    attachment.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
-    attachment.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
-    attachment.stencilLoadOp = VK_ATTACHMENT_LOAD_OP_DONT_CARE;
-    attachment.stencilStoreOp = VK_ATTACHMENT_STORE_OP_DONT_CARE;
-    attachment.initialLayout = VK_IMAGE_LAYOUT_GENERAL;
-    attachment.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
-    VkAttachmentReference reference{0, VK_IMAGE_LAYOUT_GENERAL};
-    VkSubpassDescription subpass{};
-    subpass.pipelineBindPoint = VK_PIPELINE_BIND_POINT_GRAPHICS;
-    subpass.colorAttachmentCount = 1;
-    subpass.pColorAttachments = &reference;
-    // Everything recorded before (clears, copies, compute, earlier passes) is
-    // finished before the interface draws, and the interface before what follows.
-    std::array<VkSubpassDependency, 2> dependencies{};
-    dependencies[0].srcSubpass = VK_SUBPASS_EXTERNAL;
-    dependencies[0].dstSubpass = 0;
-    dependencies[0].srcStageMask = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
-    dependencies[0].dstStageMask = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
-    dependencies[0].srcAccessMask = VK_ACCESS_MEMORY_WRITE_BIT;
-    dependencies[0].dstAccessMask = VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT;
-    dependencies[1].srcSubpass = 0;
-    dependencies[1].dstSubpass = VK_SUBPASS_EXTERNAL;
-    dependencies[1].srcStageMask = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
-    dependencies[1].dstStageMask = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
-    dependencies[1].srcAccessMask = VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT;
-    dependencies[1].dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT;
-    VkRenderPassCreateInfo info{VK_STRUCTURE_TYPE_RENDER_PASS_CREATE_INFO};
-    info.attachmentCount = 1;
-    info.pAttachments = &attachment;
-    info.subpassCount = 1;
-    info.pSubpasses = &subpass;
-    info.dependencyCount = static_cast<uint32_t>(dependencies.size());
-    info.pDependencies = dependencies.data();
-    NEROX_VK_CHECK(vkCreateRenderPass(*_device, &info, nullptr, &_uiRenderPass));
-    _device->SetName(VK_OBJECT_TYPE_RENDER_PASS, reinterpret_cast<uint64_t>(_uiRenderPass), "Dear ImGui pass");
-}
-
 void VulkanRenderer::DestroySwapchainDependantObjects()
 {
     vk::Device& device = *_device;
     device.WaitIdle();
     for (Target& target : _targets) {
-        if (target.framebuffer != VK_NULL_HANDLE)
-            vkDestroyFramebuffer(device, target.framebuffer, nullptr);
         if (target.rendered != VK_NULL_HANDLE)
             vkDestroySemaphore(device, target.rendered, nullptr);
         if (_swapchain != VK_NULL_HANDLE && target.view != VK_NULL_HANDLE)
             vkDestroyImageView(device, target.view, nullptr);
     }
+    _uiPass.reset(); // its framebuffers go before the views they hold
     _targets.clear();
     _offscreen.reset();
     if (_swapchain != VK_NULL_HANDLE) {
@@ -290,17 +246,10 @@ void VulkanRenderer::ReCreateSwapchain()
     VkFormat const format = _format;
     DestroySwapchainDependantObjects();
     CreateSwapchainDependantObjects();
-    if (format != _format && _uiRenderPass != VK_NULL_HANDLE) {
+    if (format != _format && _uiStarted) {
         // The interface's pipeline belongs to a pass of the old format.
-        bool const ui = _uiStarted;
-        if (ui)
-            StopUi();
-        DestroySwapchainDependantObjects();
-        vkDestroyRenderPass(*_device, _uiRenderPass, nullptr);
-        _uiRenderPass = VK_NULL_HANDLE;
-        CreateSwapchainDependantObjects();
-        if (ui)
-            StartUi();
+        StopUi();
+        StartUi();
     }
 }
 
@@ -372,10 +321,6 @@ void VulkanRenderer::StopRendering()
     device.WaitIdle();
     StopUi();
     DestroySwapchainDependantObjects();
-    if (_uiRenderPass != VK_NULL_HANDLE) {
-        vkDestroyRenderPass(device, _uiRenderPass, nullptr);
-        _uiRenderPass = VK_NULL_HANDLE;
-    }
     _capture.reset();
     _capturedFrame = 0;
     _captureNext = false;
@@ -423,7 +368,9 @@ void VulkanRenderer::StartUi()
     init.ImageCount = std::max<uint32_t>(FramesInFlight, static_cast<uint32_t>(_targets.size()));
     init.MSAASamples = VK_SAMPLE_COUNT_1_BIT;
     init.CheckVkResultFn = &CheckUiResult;
-    if (!ImGui_ImplVulkan_Init(&init, _uiRenderPass)) {
+    if (!_uiPass)
+        throw std::runtime_error("Dear ImGui: the window has no size to draw into");
+    if (!ImGui_ImplVulkan_Init(&init, _uiPass->Handle())) {
         _uiBackend = false;
         throw std::runtime_error("Dear ImGui: the Vulkan backend did not start");
     }
@@ -552,13 +499,9 @@ void VulkanRenderer::EndFrame()
 
     ImDrawData* const drawData = _uiStarted ? ImGui::GetDrawData() : nullptr;
     if (drawData != nullptr && drawData->Valid && drawData->CmdListsCount > 0) {
-        VkRenderPassBeginInfo pass{VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO};
-        pass.renderPass = _uiRenderPass;
-        pass.framebuffer = target.framebuffer;
-        pass.renderArea.extent = _extent;
-        vkCmdBeginRenderPass(slot.commands, &pass, VK_SUBPASS_CONTENTS_INLINE);
+        _uiPass->Begin(slot.commands, target.view);
         ImGui_ImplVulkan_RenderDrawData(drawData, slot.commands);
-        vkCmdEndRenderPass(slot.commands);
+        _uiPass->End(slot.commands);
     }
     bool const captured = _captureNext && (_usage & VK_IMAGE_USAGE_TRANSFER_SRC_BIT);
     if (captured)

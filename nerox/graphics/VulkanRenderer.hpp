@@ -6,6 +6,7 @@
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/DeviceInterface.hpp"
 #include "nerox/vk/Image.hpp"
+#include "nerox/vk/Renderpass.hpp"
 
 #include <vulkan/vulkan.h>
 
@@ -73,7 +74,7 @@ public:
     /// Frames completed since StartRendering.
     uint64_t FrameIndex() const { return _frameIndex; }
     /// The render pass Dear ImGui draws in (load, store, on the output).
-    VkRenderPass UiRenderPass() const { return _uiRenderPass; }
+    VkRenderPass UiRenderPass() const { return _uiPass ? _uiPass->Handle() : VK_NULL_HANDLE; }
 
     /// Has the next frame copy its output before it is presented, for
     /// SaveOutputImage with a swapchain (a presented image is no longer ours).
@@ -108,7 +109,6 @@ private:
     struct Target {
         VkImage image = VK_NULL_HANDLE;
         VkImageView view = VK_NULL_HANDLE;
-        VkFramebuffer framebuffer = VK_NULL_HANDLE;
         VkSemaphore rendered = VK_NULL_HANDLE;
         VkImageLayout layout = VK_IMAGE_LAYOUT_UNDEFINED;
     };
@@ -117,7 +117,6 @@ private:
     void StartFrameSlots();
     void BeginRecording();
     void RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout);
-    void CreateUiRenderPass();
     void StartUi();
     void StopUi();
 
@@ -145,7 +144,7 @@ private:
     std::unique_ptr<vk::Image> _offscreen;
     std::vector<Target> _targets;
     std::array<FrameSlot, FramesInFlight> _frames{};
-    VkRenderPass _uiRenderPass = VK_NULL_HANDLE;
+    std::unique_ptr<vk::Renderpass> _uiPass;
     VkDescriptorPool _uiDescriptorPool = VK_NULL_HANDLE;
 };
 
