@@ -17,6 +17,34 @@ namespace {
 
 double Now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
+// Entries the texture table can have on device: MaxTextures, or fewer where a
+// shader stage may not see that many samplers. Room is left for the other
+// resources of the pipelines that bind the table.
+uint32_t TableCapacity(vk::Device const& device, bool updateAfterBind)
+{
+    constexpr uint32_t otherResources = 16;
+    VkPhysicalDeviceLimits const& limits = device.Properties().limits;
+    uint32_t capacity = NeroxRenderer::MaxTextures;
+    auto limit = [&capacity](uint32_t value) { capacity = std::min(capacity, value); };
+    if (updateAfterBind) {
+        VkPhysicalDeviceVulkan12Properties v12{VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_VULKAN_1_2_PROPERTIES};
+        VkPhysicalDeviceProperties2 properties{VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PROPERTIES_2, &v12};
+        vkGetPhysicalDeviceProperties2(device.Physical(), &properties);
+        limit(v12.maxPerStageDescriptorUpdateAfterBindSamplers);
+        limit(v12.maxPerStageDescriptorUpdateAfterBindSampledImages);
+        limit(v12.maxDescriptorSetUpdateAfterBindSamplers);
+        limit(v12.maxDescriptorSetUpdateAfterBindSampledImages);
+        limit(v12.maxPerStageUpdateAfterBindResources > otherResources ? v12.maxPerStageUpdateAfterBindResources - otherResources : 1);
+    } else {
+        limit(limits.maxPerStageDescriptorSamplers);
+        limit(limits.maxPerStageDescriptorSampledImages);
+        limit(limits.maxDescriptorSetSamplers);
+        limit(limits.maxDescriptorSetSampledImages);
+        limit(limits.maxPerStageResources > otherResources ? limits.maxPerStageResources - otherResources : 1);
+    }
+    return std::max(capacity, 1u);
+}
+
 } // namespace
 
 NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationName, uint32_t applicationVersion,
@@ -42,10 +70,11 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     VkDescriptorSetLayoutBindingFlagsCreateInfo flags{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_BINDING_FLAGS_CREATE_INFO};
     flags.bindingCount = 1;
     flags.pBindingFlags = &bindingFlags;
+    _capacity = TableCapacity(device, _updateAfterBind);
     VkDescriptorSetLayoutBinding binding{};
     binding.binding = 0;
     binding.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
-    binding.descriptorCount = MaxTextures;
+    binding.descriptorCount = _capacity;
     binding.stageFlags = VK_SHADER_STAGE_ALL;
     VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO, &flags};
     if (_updateAfterBind)
@@ -54,7 +83,7 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     layout.pBindings = &binding;
     NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &layout, nullptr, &_mainSetLayout));
 
-    VkDescriptorPoolSize size{VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, MaxTextures};
+    VkDescriptorPoolSize size{VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, _capacity};
     VkDescriptorPoolCreateInfo pool{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
     if (_updateAfterBind)
         pool.flags = VK_DESCRIPTOR_POOL_CREATE_UPDATE_AFTER_BIND_BIT;
@@ -158,9 +187,9 @@ uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef,
 {
     std::lock_guard lock(_texturesMutex);
     uint32_t const first = static_cast<uint32_t>(_textures.size());
-    if (_textures.size() + textures.size() > MaxTextures)
+    if (_textures.size() + textures.size() > _capacity)
         throw std::runtime_error("Texture table is full: " + std::to_string(textures.size()) + " more do not fit in " +
-                                 std::to_string(MaxTextures));
+                                 std::to_string(_capacity));
     // Everything is loaded before the table changes, so that a file that cannot
     // be read leaves the table as it was.
     std::vector<std::shared_ptr<graphics::Texture>> loaded;
@@ -174,8 +203,8 @@ uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef,
 
 uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampler sampler)
 {
-    if (_textures.size() >= MaxTextures)
-        throw std::runtime_error("Texture table is full: " + std::to_string(MaxTextures) + " entries");
+    if (_textures.size() >= _capacity)
+        throw std::runtime_error("Texture table is full: " + std::to_string(_capacity) + " entries");
     vk::Device& device = GetDevice();
     std::shared_ptr<graphics::Texture> texture = Resolve(reference);
     if (sampler == VK_NULL_HANDLE)

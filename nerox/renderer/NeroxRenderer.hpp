@@ -33,7 +33,8 @@ namespace nerox::renderer {
 /// FrameCollectGarbage), or from another thread while no frame runs.
 class NeroxRenderer : public graphics::VulkanRenderer {
 public:
-    /// Entries of the bindless texture table.
+    /// Entries of the bindless texture table, at most: devices whose limits are
+    /// lower get a smaller table (TextureCapacity).
     static constexpr uint32_t MaxTextures = 1024;
 
     /// Creates the device, the default samplers and the texture table.
@@ -76,6 +77,8 @@ public:
     void ClearTextures();
     /// Entries in the table.
     uint32_t TextureCount() const;
+    /// Entries the table can hold on this device (MaxTextures or fewer).
+    uint32_t TextureCapacity() const { return _capacity; }
     /// The texture at index, or null.
     std::shared_ptr<graphics::Texture> GetTexture(uint32_t index) const;
 
@@ -119,6 +122,7 @@ private:
     VkDescriptorPool _mainPool = VK_NULL_HANDLE;
     VkDescriptorSet _mainSet = VK_NULL_HANDLE;
     bool _updateAfterBind = false;
+    uint32_t _capacity = MaxTextures;
     mutable std::mutex _texturesMutex;
     std::vector<TableEntry> _textures;
     std::array<float, 120> _frameMs{};

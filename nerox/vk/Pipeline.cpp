@@ -157,7 +157,9 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const
     multisample.rasterizationSamples = VK_SAMPLE_COUNT_1_BIT;
 
     VkPipelineDepthStencilStateCreateInfo depth{VK_STRUCTURE_TYPE_PIPELINE_DEPTH_STENCIL_STATE_CREATE_INFO};
-    depth.depthCompareOp = VK_COMPARE_OP_ALWAYS; // tests and writes stay off
+    depth.depthTestEnable = _options.depthTest ? VK_TRUE : VK_FALSE;
+    depth.depthWriteEnable = _options.depthWrite ? VK_TRUE : VK_FALSE;
+    depth.depthCompareOp = _options.depthTest ? _options.depthCompareOp : VK_COMPARE_OP_ALWAYS;
 
     VkPipelineColorBlendAttachmentState blendAttachment{};
     blendAttachment.colorWriteMask =
@@ -168,7 +170,7 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const
         blendAttachment.dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
         blendAttachment.colorBlendOp = VK_BLEND_OP_ADD;
         blendAttachment.srcAlphaBlendFactor = VK_BLEND_FACTOR_ONE;
-        blendAttachment.dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+        blendAttachment.dstAlphaBlendFactor = _options.dstAlphaBlendFactor;
         blendAttachment.alphaBlendOp = VK_BLEND_OP_ADD;
     }
     VkPipelineColorBlendStateCreateInfo blend{VK_STRUCTURE_TYPE_PIPELINE_COLOR_BLEND_STATE_CREATE_INFO};

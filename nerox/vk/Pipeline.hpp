@@ -30,7 +30,8 @@ private:
 };
 
 /// Fixed-function state of a GraphicsPipeline. Viewport and scissor are always
-/// dynamic (Renderpass::Begin sets them) and there is no depth test.
+/// dynamic (Renderpass::Begin sets them). The depth settings take effect only in
+/// a render pass with a depth attachment; without one every fragment passes.
 struct GraphicsPipelineOptions {
     std::vector<VkVertexInputBindingDescription> vertexBindings;     ///< Vertex buffers read; none by default.
     std::vector<VkVertexInputAttributeDescription> vertexAttributes; ///< Vertex inputs; none by default.
@@ -42,6 +43,12 @@ struct GraphicsPipelineOptions {
     /// "Over" blending: colour = src * srcAlpha + dst * (1 - srcAlpha), alpha =
     /// srcAlpha + dstAlpha * (1 - srcAlpha). Off writes the fragment as it is.
     bool alphaBlending = true;
+    /// With alphaBlending, the factor of the destination's alpha: ONE_MINUS_SRC_ALPHA
+    /// as above, or ZERO to write the fragment's alpha as it is.
+    VkBlendFactor dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+    bool depthTest = false;                           ///< Compare with the depth attachment.
+    bool depthWrite = false;                          ///< Write the depth attachment.
+    VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS;  ///< Comparison of the depth test.
 };
 
 /// A graphics pipeline of a vertex and a fragment shader for subpass 0 of a

@@ -142,4 +142,11 @@ void Renderpass::ForgetTarget(VkImageView target)
     }
 }
 
+void Renderpass::ForgetAllTargets()
+{
+    for (auto const& [view, framebuffer] : _framebuffers)
+        vkDestroyFramebuffer(*_device, framebuffer, nullptr);
+    _framebuffers.clear();
+}
+
 } // namespace nerox::vk

@@ -58,6 +58,9 @@ public:
     /// Destroys the framebuffer of target, if any: call before the view is
     /// destroyed, once no submitted work uses it.
     void ForgetTarget(VkImageView target);
+    /// Destroys every framebuffer: call when the target views go away (a new
+    /// swapchain may reuse their handles), once no submitted work uses them.
+    void ForgetAllTargets();
     /// Number of views with a framebuffer.
     size_t TargetCount() const { return _framebuffers.size(); }
 
