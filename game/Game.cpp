@@ -4,6 +4,7 @@
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
 #include "game/entity/ServerSideEntity.hpp"
+#include "game/graphics/GameRenderer.hpp"
 #include "game/input/Controller.hpp"
 #include "game/input/Joystick.hpp"
 #include "game/modules/GAME_Mod.hpp"
@@ -120,6 +121,7 @@ void Game::Start() {
     GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
         if (mod->Game_Start) mod->Game_Start();
     });
+    if (renderer) renderer->StartRendering();
     for (std::string const& name : _mods) {
         TESSARA_Mod::LoadModule(name, false);
     }
@@ -298,6 +300,7 @@ void Game::Synchronize(std::function<void()> function) {
 }
 
 void Game::Stop() {
+    if (renderer) renderer->StopRendering();
     TESSARA_Mod::ForEachModule([](TESSARA_Mod::Ptr& mod) {
         unsigned char scratch = 0;
         if (mod->Unload) mod->Unload(&scratch);
@@ -306,6 +309,8 @@ void Game::Stop() {
     GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
         if (mod->Game_Stop) mod->Game_Stop();
     });
+
+    if (renderer) renderer->Cleanup();
 
     environmentAudio.reset();
     environmentIsLoaded = false;

@@ -1,0 +1,9 @@
+#version 460
+
+layout(location = 0) in vec4 vColor;
+layout(location = 0) out vec4 outColor;
+
+void main()
+{
+    outColor = vColor;
+}

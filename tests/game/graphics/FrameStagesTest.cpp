@@ -1,0 +1,215 @@
+// The frame's stages: which module hooks each one calls and in what order, the
+// settings copied into the base class, and the floating world origin.
+#include "GameRendererFixture.hpp"
+
+#include <glm/gtc/matrix_transform.hpp>
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace rendertest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+std::vector<std::string> RendererHooks()
+{
+    std::vector<std::string> hooks;
+    for (std::string const& event : gametest::EventsWith("GAME_Mod:Renderer_"))
+        hooks.push_back(event.substr(std::string("GAME_Mod:").size()));
+    return hooks;
+}
+
+TEST_F(GameRendererTest, AFrameCallsEveryHookInItsStage)
+{
+    LoadRecorderSortedInto();
+    GameRenderer& r = Make();
+    r.StartRendering();
+    r.Frame();
+    EXPECT_THAT(RendererHooks(), ElementsAreArray(std::vector<std::string>{
+                                     "Renderer_StartRendering",
+                                     "Renderer_FrameInit",
+                                     "Renderer_FrameCollectGarbage",
+                                     "Renderer_FrameUpdateUi",
+                                     "Renderer_FrameBeforeUpdate",
+                                     "Renderer_FrameUpdate",
+                                     "Renderer_FrameAfterUpdate",
+                                     "Renderer_FrameUpdateDescriptorSets",
+                                     "Renderer_FrameBeforeRender",
+                                     "Renderer_FramePushCommands(cb)",
+                                     "Renderer_FrameBuildCommands(cb)",
+                                     "Renderer_FrameRenderCommands(cb)",
+                                     "Renderer_FrameAfterRender",
+                                     "Renderer_FrameResolveCommands(cb)",
+                                     "Renderer_FrameBeforePost",
+                                     "Renderer_FrameBlitCommands(cb)",
+                                     "Renderer_FramePostCommands(cb)",
+                                     "Renderer_FrameOverlayCommands(cb)",
+                                 }));
+    recorder::Clear();
+    window->SetSize(40, 30);
+    r.RefreshViewport();
+    r.StopRendering();
+    EXPECT_THAT(RendererHooks(), ElementsAre("Renderer_RefreshViewport", "Renderer_StopRendering"));
+}
+
+TEST_F(GameRendererTest, StagesOfASortedListSkipModulesLeftOutOfIt)
+{
+    // In the "update" list only: the stages of "all" and "update" call it, the others do not.
+    LoadRecorderSortedInto({"update"});
+    GameRenderer& r = Make();
+    r.StartRendering();
+    r.Frame();
+    EXPECT_THAT(RendererHooks(), ElementsAreArray(std::vector<std::string>{
+                                     "Renderer_StartRendering",
+                                     "Renderer_FrameInit",
+                                     "Renderer_FrameCollectGarbage",
+                                     "Renderer_FrameBeforeUpdate",
+                                     "Renderer_FrameUpdate",
+                                     "Renderer_FrameAfterUpdate",
+                                     "Renderer_FrameUpdateDescriptorSets",
+                                     "Renderer_FramePushCommands(cb)",
+                                     "Renderer_FrameBuildCommands(cb)",
+                                     "Renderer_FrameBeforePost",
+                                 }));
+}
+
+TEST_F(GameRendererTest, AHookThatThrowsEndsTheFrameAndPassesOn)
+{
+    LoadRecorderSortedInto();
+    GameRenderer& r = Make();
+    r.StartRendering();
+    recorder::ThrowIn("Renderer_FrameRenderCommands");
+    EXPECT_THROW(r.Frame(), std::runtime_error);
+    recorder::Clear();
+    r.Frame(); // the next frame runs normally
+    EXPECT_EQ(gametest::IndexOf(RendererHooks(), "Renderer_FrameOverlayCommands(cb)"), 16);
+}
+
+TEST_F(GameRendererTest, ViewportChangesRebuildTheOverlayPass)
+{
+    GameRenderer& r = Make();
+    r.StartRendering();
+    EXPECT_EQ(r.overlayRenderpass->Extent().width, 64u);
+    window->SetSize(40, 30);
+    r.Frame(); // notices the new size
+    EXPECT_EQ(r.overlayRenderpass->Extent().width, 40u);
+    EXPECT_EQ(r.overlayRenderpass->Extent().height, 30u);
+    Game::_mouseLook = true; // draws the crosshair in the rebuilt pass
+    r.Frame();
+}
+
+TEST_F(GameRendererTest, FrameInitCopiesTheSettings)
+{
+    GameRenderer& r = Make();
+    game::GameSettings& s = *Game::settings;
+    s.render_scale = 0.5f;
+    s.final_upscale = 1.5f;
+    s.upscaling_quality_setting = 2;
+    s.upscaling_sharpness = 0.25f;
+    s.brightness = 1.1f;
+    s.contrast = 0.9f;
+    s.gamma = 2.2f;
+    s.fov = 95.0f;
+    s.dev_tools = true;
+    s.upscaling_algo = "none";
+    r.nearClip = 0.05f;
+    r.FrameInit();
+    EXPECT_EQ(r.renderScale, 0.5f);
+    EXPECT_EQ(r.finalUpscale, 1.5f);
+    EXPECT_EQ(r.upscalingQualitySetting, 2);
+    EXPECT_EQ(r.upscalingSharpness, 0.25f);
+    EXPECT_EQ(r.brightness, 1.1f);
+    EXPECT_EQ(r.contrast, 0.9f);
+    EXPECT_EQ(r.gamma, 2.2f);
+    EXPECT_EQ(r.fov, 95.0f);
+    EXPECT_EQ(static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip, 0.05f);
+    EXPECT_TRUE(r.devTools);
+    EXPECT_EQ(s.upscaling_algo, "NONE"); // upper-cased in place
+    EXPECT_EQ(r.upscalingAlgo, nerox::renderer::UPSCALE_ALGO::NONE);
+}
+
+TEST_F(GameRendererTest, TheOptionWordHasOneBitPerOption)
+{
+    GameRenderer& r = Make();
+    game::GameSettings& s = *Game::settings;
+    struct Row {
+        bool toneMapping, taa, debug, dithering;
+        uint32_t word;
+    };
+    // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
+    for (Row row : {Row{false, false, false, false, 0u}, Row{true, false, false, false, 1u},
+                    Row{false, true, false, false, 2u}, Row{false, false, true, false, 8u},
+                    Row{false, false, false, true, 16u}, Row{true, true, true, true, 27u}}) {
+        s.tone_mapping = row.toneMapping;
+        s.taa = row.taa;
+        r.debugFlag = row.debug;
+        s.dithering = row.dithering;
+        r.FrameInit();
+        EXPECT_EQ(r.renderOptions, row.word);
+    }
+}
+
+// The camera at position, looking down -Z.
+void PlaceCamera(GameRenderer& r, glm::dvec3 position)
+{
+    r.cameraPosition = glm::dvec4(position, 1.0);
+    r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), position));
+}
+
+glm::dvec3 CameraInFloatingFrame(GameRenderer const& r) { return glm::dvec3(r.cameraTransform[3]); }
+
+TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThreshold)
+{
+    GameRenderer& r = Make();
+    // Default threshold 1000 m. Exactly at it: the origin stays.
+    PlaceCamera(r, {1000.0, 0.0, 0.0});
+    r.FrameInit();
+    EXPECT_FALSE(r.worldOriginChanged);
+    EXPECT_EQ(r.worldOrigin, glm::dvec4(0.0, 0.0, 0.0, 1.0));
+    EXPECT_NEAR(CameraInFloatingFrame(r).x, 1000.0, 1e-3);
+
+    // The distance is taken over whole metres: 600.4, 800.4 rounds to 600, 800, which is 1000.
+    PlaceCamera(r, {600.4, 800.4, 0.0});
+    r.FrameInit();
+    EXPECT_FALSE(r.worldOriginChanged);
+
+    // Past it: the origin jumps to the camera's whole-metre position.
+    PlaceCamera(r, {1000.6, -20.2, 3.5});
+    r.FrameInit();
+    EXPECT_TRUE(r.worldOriginChanged);
+    EXPECT_EQ(r.worldOrigin, glm::dvec4(1001.0, -20.0, 4.0, 1.0));
+    auto const& integers = static_cast<nerox::renderer::NeroxRenderer&>(r).worldOrigin;
+    EXPECT_EQ(integers[0], 1001);
+    EXPECT_EQ(integers[1], -20);
+    EXPECT_EQ(integers[2], 4);
+    glm::dvec3 const local = CameraInFloatingFrame(r);
+    EXPECT_NEAR(local.x, -0.4, 1e-4);
+    EXPECT_NEAR(local.y, -0.2, 1e-4);
+    EXPECT_NEAR(local.z, -0.5, 1e-4);
+
+    // The next frame nearby keeps the new origin and says it did not move.
+    PlaceCamera(r, {1010.0, 0.0, 0.0});
+    r.FrameInit();
+    EXPECT_FALSE(r.worldOriginChanged);
+    EXPECT_EQ(r.worldOrigin, glm::dvec4(1001.0, -20.0, 4.0, 1.0));
+    EXPECT_NEAR(CameraInFloatingFrame(r).x, 9.0, 1e-4);
+}
+
+TEST_F(GameRendererTest, AThresholdOfZeroPinsTheOriginToTheCamera)
+{
+    GameRenderer& r = Make();
+    game::Options::Set(GameRenderer::WorldOriginThresholdOption, 0.0);
+    for (glm::dvec3 position : {glm::dvec3(0.25, 0.0, 0.0), glm::dvec3(0.25, 0.0, 0.0), glm::dvec3(-5e6, 7.125, 1.5)}) {
+        PlaceCamera(r, position);
+        r.FrameInit();
+        EXPECT_TRUE(r.worldOriginChanged); // every frame, even without a move
+        EXPECT_EQ(r.worldOrigin, glm::dvec4(position, 1.0));
+        EXPECT_NEAR(glm::length(CameraInFloatingFrame(r)), 0.0, 1e-6);
+    }
+}
+
+} // namespace
+} // namespace rendertest

@@ -1,0 +1,79 @@
+#pragma once
+// The game's renderer on a small offscreen output, with validation on, the
+// user's settings in a scratch file and the recording module at hand. A test
+// fails when the layers report an error while it runs.
+#include "../core/GameTestFixture.hpp"
+#include "support/TempDir.hpp"
+
+#include "game/Game.hpp"
+#include "game/GameSettings.hpp"
+#include "game/Options.hpp"
+#include "game/graphics/GameRenderer.hpp"
+#include "nerox/graphics/HeadlessWindow.hpp"
+#include "nerox/vk/Device.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace rendertest {
+
+using game::graphics::GameRenderer;
+
+class GameRendererTest : public gametest::GameTest {
+protected:
+    void SetUp() override
+    {
+        GameTest::SetUp();
+        setenv("NEROX_VK_VALIDATION", "1", 1);
+        errorsBefore = nerox::vk::Device::ValidationErrorCount();
+        settingsPath = scratch.File("settings.ini");
+        Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
+        window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
+    }
+
+    void TearDown() override
+    {
+        if (renderer)
+            renderer->StopRendering();
+        renderer.reset();
+        Game::renderer = nullptr;
+        window.reset();
+        game::Options::Clear();
+        EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
+            << "validation errors while the test ran (printed above)";
+        GameTest::TearDown();
+    }
+
+    /// Creates the renderer (and makes it Game::renderer).
+    GameRenderer& Make()
+    {
+        renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1,
+                                                  nerox::vk::PhysicalDevice::Features{});
+        Game::renderer = renderer.get();
+        return *renderer;
+    }
+
+    /// Loads the recording module and sorts it into the lists named (all five by default).
+    static void LoadRecorderSortedInto(std::initializer_list<char const*> keys = {"update", "render", "post",
+                                                                                  "overlay", "ui"})
+    {
+        ASSERT_TRUE(LoadClientRecorder());
+        auto byName = [](gametest::GAME_Mod::Ptr a, gametest::GAME_Mod::Ptr b) { return a->name < b->name; };
+        for (char const* key : keys)
+            gametest::GAME_Mod::SortModules(key, byName);
+    }
+
+    testsupport::TempDir scratch;
+    std::string settingsPath;
+    std::unique_ptr<nerox::graphics::HeadlessWindow> window;
+    std::unique_ptr<GameRenderer> renderer;
+    uint64_t errorsBefore = 0;
+};
+
+} // namespace rendertest
