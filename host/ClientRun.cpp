@@ -1,8 +1,12 @@
 #include "ClientRun.hpp"
 
+#include "game/Game.hpp"
+#include "game/GameSettings.hpp"
+#include "game/graphics/GameRenderer.hpp"
+#include "game/modules/GAME_Mod.hpp"
+#include "game/modules/TESSARA_Mod.hpp"
 #include "nerox/graphics/GlfwWindow.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
-#include "nerox/renderer/NeroxRenderer.hpp"
 
 #include <imgui.h>
 
@@ -10,6 +14,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <exception>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -18,29 +24,96 @@ namespace host {
 
 namespace {
 
+using game::modules::GAME_Mod;
+
 std::atomic<bool> interrupted{false};
 
 void OnInterrupt(int) { interrupted.store(true); }
 
-/// The host's renderer: the base frame loop with a small status panel, so that
-/// a frame shows that the device, the frame loop and the interface all work.
-class ClientRenderer final : public nerox::renderer::NeroxRenderer {
-public:
-    using NeroxRenderer::NeroxRenderer;
-
-    void FrameUpdateUi() override
+// The Dear ImGui context of the run: made before rendering starts, so that the
+// game's fonts and style are in place for the renderer's first frame.
+struct UiContext {
+    UiContext()
     {
-        ImGui::SetNextWindowPos(ImVec2(20.0f, 20.0f), ImGuiCond_FirstUseEver);
-        ImGui::Begin("Tessara", nullptr, ImGuiWindowFlags_AlwaysAutoResize);
-        ImGui::Text("Client mode on %s", GetDevice().Properties().deviceName);
-        ImGui::Text("Frame %llu", static_cast<unsigned long long>(FrameIndex()));
-        ImGui::Text("Ray tracing: %s", GetDevice().HasRayTracing() ? "available" : "not on this device");
-        ImGui::End();
-        ImGui::SetNextWindowPos(ImVec2(20.0f, 110.0f), ImGuiCond_FirstUseEver);
-        ImGui::SetNextWindowSize(ImVec2(420.0f, 150.0f), ImGuiCond_FirstUseEver);
-        UiShowAdvancedPerformanceMetrics();
+        ImGui::CreateContext();
+        ImGui::GetIO().IniFilename = nullptr;
+        Game::LoadFonts();
+        Game::SetupUiStyle();
+    }
+    ~UiContext() { ImGui::DestroyContext(); }
+    UiContext(UiContext const&) = delete;
+    UiContext& operator=(UiContext const&) = delete;
+};
+
+// What the game holds of this run, given back in every way out of it.
+struct GameGlobals {
+    ~GameGlobals()
+    {
+        GAME_Mod::UnloadModules();
+        Game::renderer = nullptr;
+        Game::window = nullptr;
+        Game::settings.reset();
     }
 };
+
+bool LoadGameModules(HostOptions const& options)
+{
+    bool ok = true;
+    for (std::string const& name : options.gameModules)
+        if (!GAME_Mod::LoadModule(name, true))
+            ok = false;
+    auto byName = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; };
+    for (char const* key : {"update", "render", "post", "overlay", "ui"})
+        GAME_Mod::SortModules(key, byName);
+    return ok;
+}
+
+// Saves the last frame: offscreen straight from the output image, from a
+// window through the copy the frame kept.
+bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& path)
+{
+    if (renderer.HasSwapchain())
+        return renderer.SaveOutputImage(path);
+    return renderer.SaveImage(renderer.GetOutputVkImage(), {0, 0}, renderer.GetOutputImageExtent(),
+                              renderer.GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 95, true);
+}
+
+// Frames until the window closes, Ctrl+C or --frames; one client and input pass
+// before each frame. Returns the frames drawn.
+long long RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer)
+{
+    long long frames = 0;
+    while (!interrupted.load() && Game::isActive.load()) {
+        window.PollEvents();
+        if (window.ShouldClose())
+            break;
+        Game::mainRenderingFramerate.Tick();
+        Game::Update(0.0);
+        Game::ClientUpdate();
+        Game::inputFramerate.Tick();
+        double const inputDelta = Game::inputFramerate.GetDeltaTime();
+        Game::UpdateJoysticks();
+        Game::InputUpdate(inputDelta);
+        if (Game::_inputMode == 1) Game::InputUpdate_Play(inputDelta);
+        else if (Game::_inputMode == 2) Game::InputUpdate_Station(inputDelta);
+        // A window's frame is presented and gone: keep a copy of each while a
+        // screenshot is wanted, since the last one is known only afterwards.
+        if (!options.screenshotPath.empty() && renderer.HasSwapchain())
+            renderer.CaptureNextFrame();
+        uint64_t const before = renderer.FrameIndex();
+        renderer.Frame();
+        Game::mainRenderingFramerate.WorkDone();
+        if (renderer.FrameIndex() == before) {
+            // Skipped (a minimised window): wait a little rather than spin.
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            continue;
+        }
+        ++frames;
+        if (options.frames && frames >= *options.frames)
+            break;
+    }
+    return frames;
+}
 
 } // namespace
 
@@ -58,46 +131,76 @@ int RunClient(HostOptions const& options)
             return 1;
         }
     }
+
+    std::error_code error;
+    std::filesystem::path const settingsPath(options.settingsPath);
+    if (settingsPath.has_parent_path())
+        std::filesystem::create_directories(settingsPath.parent_path(), error);
+    GameGlobals globals;
+    Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
+    Game::window = window.get();
+    Game::audio = nullptr;
+    Game::_mods = options.contentModules;
+    if (!LoadGameModules(options)) {
+        std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
+                     "or check the names with tessara --help\n";
+        return 1;
+    }
+
+    UiContext ui;
     nerox::vk::PhysicalDevice::Features features;
-    ClientRenderer renderer(window.get(), "Tessara", 1, features, true);
+    features.core.largePoints = VK_TRUE; // the crosshair is one point sprite
+    game::graphics::GameRenderer renderer(window.get(), "Tessara", 1, features);
+    Game::renderer = &renderer;
     std::printf("Client mode: %s, %s output %dx%d\n", renderer.GetDevice().Properties().deviceName,
                 options.offscreen ? "offscreen" : "window", options.width, options.height);
     std::signal(SIGINT, OnInterrupt);
     std::signal(SIGTERM, OnInterrupt);
-    renderer.StartRendering();
-    auto const start = std::chrono::steady_clock::now();
-    long long frames = 0;
-    while (!interrupted.load()) {
-        window->PollEvents();
-        if (window->ShouldClose())
-            break;
-        // A window's frame is presented and gone: keep a copy of each while a
-        // screenshot is wanted, since the last one is known only afterwards.
-        if (!options.screenshotPath.empty() && renderer.HasSwapchain())
-            renderer.CaptureNextFrame();
-        uint64_t const before = renderer.FrameIndex();
-        renderer.Frame();
-        if (renderer.FrameIndex() == before) {
-            // Skipped (a minimised window): wait a little rather than spin.
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            continue;
-        }
-        ++frames;
-        if (options.frames && frames >= *options.frames)
-            break;
-    }
-    double const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+
     int status = 0;
-    if (!options.screenshotPath.empty()) {
-        if (renderer.SaveOutputImage(options.screenshotPath)) {
-            std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
-        } else {
-            std::cerr << "tessara: could not save the screenshot " << options.screenshotPath << '\n';
-            status = 1;
+    long long frames = 0;
+    double seconds = 0.0;
+    std::exception_ptr failure;
+    Game::isActive.exchange(true);
+    try {
+        Game::Start();
+        Game::Ready();
+        // Offscreen there is no pointer to free: aim as in play, crosshair and all.
+        if (options.offscreen)
+            Game::SetInputMode_Play();
+        auto const start = std::chrono::steady_clock::now();
+        frames = RunFrames(options, *window, renderer);
+        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (!options.screenshotPath.empty()) {
+            if (SaveScreenshot(renderer, options.screenshotPath)) {
+                std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
+            } else {
+                std::cerr << "tessara: could not save the screenshot " << options.screenshotPath << '\n';
+                status = 1;
+            }
         }
+    } catch (...) {
+        failure = std::current_exception();
     }
-    renderer.StopRendering();
-    std::printf("Rendered %lld frames in %.2f s (%.1f frames/s)\n", frames, seconds, seconds > 0.0 ? frames / seconds : 0.0);
+    Game::Quit();
+    try {
+        Game::Stop();
+    } catch (...) {
+        if (!failure)
+            failure = std::current_exception();
+    }
+    if (failure) {
+        try {
+            std::rethrow_exception(failure);
+        } catch (std::exception const& error) {
+            std::cerr << "tessara: the run ended with an error: " << error.what() << '\n';
+        } catch (...) {
+            std::cerr << "tessara: the run ended with an error\n";
+        }
+        return 1;
+    }
+    std::printf("Rendered %lld frames in %.2f s (%.1f frames/s)\n", frames, seconds,
+                seconds > 0.0 ? frames / seconds : 0.0);
     return status;
 }
 

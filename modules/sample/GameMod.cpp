@@ -4,12 +4,16 @@
 // game looks them up when it loads the library and skips every hook that is
 // missing. Everything here is optional.
 #include "game/Game.hpp"
+#include "game/graphics/GameRenderer.hpp"
+
+#include <imgui.h>
 
 #include <cstdio>
 
 namespace {
 double clientSeconds = 0.0; // Game time seen by this module's Game_Update.
 unsigned long passes = 0;   // Client passes seen.
+unsigned long frames = 0;   // Frames whose interface this module built.
 } // namespace
 
 extern "C" {
@@ -30,6 +34,26 @@ void Game_Ready() { std::printf("[sample] Game_Ready\n"); }
 void Game_Update(double deltaTime) {
     clientSeconds += deltaTime;
     ++passes;
+}
+
+// Each rendered frame, for modules sorted into the "ui" list: a small status
+// panel in Dear ImGui, drawn over the frame.
+void Renderer_FrameUpdateUi() {
+    game::graphics::GameRenderer* renderer = Game::renderer;
+    if (renderer == nullptr) return;
+    ++frames;
+    ImGui::SetNextWindowPos(ImVec2(20.0f, 20.0f), ImGuiCond_FirstUseEver);
+    ImGui::Begin("Tessara", nullptr, ImGuiWindowFlags_AlwaysAutoResize);
+    ImGui::Text("Client on %s", renderer->GetDevice().Properties().deviceName);
+    ImGui::Text("Ray tracing: %s", renderer->GetDevice().HasRayTracing() ? "available" : "not on this device");
+    ImGui::Text("Frame %lu, %lu client passes", frames, passes);
+    ImGui::Text("World origin %.0f, %.0f, %.0f", renderer->worldOrigin.x, renderer->worldOrigin.y,
+                renderer->worldOrigin.z);
+    ImGui::Text("Textures %u, hit shaders %zu", renderer->TextureCount(), renderer->renderableHitShaders.size());
+    ImGui::End();
+    ImGui::SetNextWindowPos(ImVec2(20.0f, 200.0f), ImGuiCond_FirstUseEver);
+    ImGui::SetNextWindowSize(ImVec2(520.0f, 220.0f), ImGuiCond_FirstUseEver);
+    renderer->UiShowAdvancedPerformanceMetrics();
 }
 
 // Game::Stop.
