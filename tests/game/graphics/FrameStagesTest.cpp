@@ -2,6 +2,8 @@
 // settings copied into the base class, and the floating world origin.
 #include "GameRendererFixture.hpp"
 
+#include "nerox/graphics/Texture.hpp"
+
 #include <glm/gtc/matrix_transform.hpp>
 #include <gmock/gmock.h>
 
@@ -99,6 +101,31 @@ TEST_F(GameRendererTest, ViewportChangesRebuildTheOverlayPass)
     EXPECT_EQ(r.overlayRenderpass->Extent().height, 30u);
     Game::_mouseLook = true; // draws the crosshair in the rebuilt pass
     r.Frame();
+}
+
+// The pixel at the centre of the last frame, RGBA.
+std::vector<unsigned char> CentrePixel(GameRenderer& r, std::string const& path)
+{
+    EXPECT_TRUE(r.SaveImage(r.GetOutputVkImage(), {0, 0}, r.GetOutputImageExtent(), r.GetOutputImageFormat(),
+                            VK_IMAGE_LAYOUT_GENERAL, path, 90, true));
+    nerox::graphics::ImageData image = nerox::graphics::Texture::LoadFile(path, 4);
+    size_t const at = (static_cast<size_t>(image.height / 2) * image.width + image.width / 2) * 4;
+    return {image.pixels.begin() + at, image.pixels.begin() + at + 4};
+}
+
+TEST_F(GameRendererTest, TheCrosshairIsDrawnOnlyInMouseLook)
+{
+    GameRenderer& r = Make();
+    r.clearColor = VkClearColorValue{{0.0f, 0.0f, 0.0f, 1.0f}};
+    r.StartRendering();
+    r.Frame();
+    EXPECT_THAT(CentrePixel(r, scratch.File("free.png")), ElementsAre(0, 0, 0, 255));
+    Game::_mouseLook = true;
+    r.Frame();
+    std::vector<unsigned char> const centre = CentrePixel(r, scratch.File("aiming.png"));
+    EXPECT_GT(centre[0], 200);
+    EXPECT_EQ(centre[0], centre[1]);
+    EXPECT_EQ(centre[1], centre[2]);
 }
 
 TEST_F(GameRendererTest, FrameInitCopiesTheSettings)
