@@ -1,0 +1,46 @@
+// The frame's stages allocate nothing of their own in a steady frame.
+#include "GameRendererFixture.hpp"
+#include "support/CountedAllocations.hpp"
+
+namespace rendertest {
+namespace {
+
+TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
+{
+    // A module without hooks: the stages walk the module lists and call nothing.
+    ASSERT_TRUE(gametest::GAME_Mod::LoadModule("MODTEST_empty", true));
+    auto byName = [](gametest::GAME_Mod::Ptr a, gametest::GAME_Mod::Ptr b) { return a->name < b->name; };
+    for (char const* key : {"update", "render", "post", "overlay", "ui"})
+        gametest::GAME_Mod::SortModules(key, byName);
+    GameRenderer& r = Make();
+    r.StartRendering();
+    for (int i = 0; i < 3; ++i) {
+        r.Trash(std::make_shared<int>(i));
+        r.Frame();
+    }
+    r.cameraPosition = glm::dvec4(5000.0, 0.0, 0.0, 1.0); // the origin moves too
+
+    long const before = testsupport::allocations.load();
+    r.FrameInit();
+    r.FrameCollectGarbage();
+    r.FrameUpdateUi();
+    r.FrameBeforeUpdate();
+    r.FrameUpdate();
+    r.FrameAfterUpdate();
+    r.FrameUpdateDescriptorSets();
+    r.FrameBeforeRender();
+    r.FramePushCommands(VK_NULL_HANDLE);
+    r.FrameBuildCommands(VK_NULL_HANDLE);
+    r.FrameRenderCommands(VK_NULL_HANDLE);
+    r.FrameAfterRender();
+    r.FrameResolveCommands(VK_NULL_HANDLE);
+    r.FrameBeforePost();
+    r.FrameBlitCommands(VK_NULL_HANDLE);
+    r.FramePostCommands(VK_NULL_HANDLE);
+    r.CollectTrash();
+    EXPECT_EQ(testsupport::allocations.load() - before, 0);
+    EXPECT_TRUE(r.worldOriginChanged);
+}
+
+} // namespace
+} // namespace rendertest
