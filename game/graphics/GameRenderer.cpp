@@ -35,6 +35,7 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     nerox::vk::PhysicalDevice::Features features = host;
     features.core.vertexPipelineStoresAndAtomics = VK_TRUE;
     features.core.fragmentStoresAndAtomics = VK_TRUE;
+    features.core.largePoints = VK_TRUE; // the crosshair is one point sprite
     return features;
 }
 
@@ -257,7 +258,9 @@ void GameRenderer::DestroySwapchainDependantObjects()
 void GameRenderer::RefreshViewport()
 {
     NeroxRenderer::RefreshViewport();
-    if (GetOutputImageExtent().width > 0 && GetOutputImageExtent().height > 0) {
+    // The new output's CreateSwapchainDependantObjects has usually made the new
+    // pass already; otherwise (same format and size) it is made here.
+    if (!OverlayPassMatchesOutput() && GetOutputImageExtent().width > 0 && GetOutputImageExtent().height > 0) {
         CreateOverlayPass();
         crosshairPipeline->RefreshViewport(*overlayRenderpass);
         colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
@@ -268,12 +271,16 @@ void GameRenderer::RefreshViewport()
 
 void GameRenderer::StartRendering()
 {
+    if (IsRendering())
+        return;
     NeroxRenderer::StartRendering();
     CallAll(&GameModHooks::Renderer_StartRendering);
 }
 
 void GameRenderer::StopRendering()
 {
+    if (!IsRendering())
+        return; // never started, or stopped already: the modules hear of it once
     GetDevice().WaitIdle();
     CallAll(&GameModHooks::Renderer_StopRendering);
     NeroxRenderer::StopRendering();
@@ -377,12 +384,12 @@ void GameRenderer::FramePushCommands(VkCommandBuffer commandBuffer)
     for (std::shared_ptr<nerox::graphics::Texture>& texture : pushTextures) {
         if (!texture)
             continue;
-        if (texture.use_count() == 1) {
-            // Nobody else wants it any more: let it go once the device is done with it.
-            Trash(std::move(texture));
-            continue;
-        }
-        texture->Push(commandBuffer);
+        // Only the list holds it: nobody wants the upload any more.
+        if (texture.use_count() > 1)
+            texture->Push(commandBuffer);
+        // The list's reference goes through the trash, not away at once: if the
+        // other owners let go meanwhile, the upload just recorded must still find it.
+        Trash(std::move(texture));
     }
     pushTextures.clear();
 }
@@ -524,6 +531,18 @@ bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent
         extent.height > INT_MAX || offset.x < 0 || offset.y < 0) {
         std::cerr << "SaveImage: no image, or an empty or negative area, for " << path << '\n';
         return false;
+    }
+    if (layout == VK_IMAGE_LAYOUT_UNDEFINED || layout == VK_IMAGE_LAYOUT_PREINITIALIZED) {
+        std::cerr << "SaveImage: the image has no defined content (layout " << layout << ") for " << path << '\n';
+        return false;
+    }
+    if (image == GetOutputVkImage()) {
+        VkExtent2D const output = GetOutputImageExtent();
+        if (uint64_t(offset.x) + extent.width > output.width || uint64_t(offset.y) + extent.height > output.height) {
+            std::cerr << "SaveImage: the area lies outside the " << output.width << "x" << output.height
+                      << " output for " << path << '\n';
+            return false;
+        }
     }
     uint64_t const pixelCount = static_cast<uint64_t>(extent.width) * extent.height;
     uint64_t const byteCount = pixelCount * pixel.bytesPerPixel;

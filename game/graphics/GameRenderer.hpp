@@ -93,13 +93,16 @@ public:
     /// released by the second CollectTrash after this call.
     void Trash(std::shared_ptr<void> object);
     /// Releases the older generation of trash; the newer one becomes the older.
-    /// Once per frame, by FrameCollectGarbage.
+    /// Once per frame, by FrameCollectGarbage. Collections run on one thread at a
+    /// time and not from a destructor that a collection runs; Trash may be
+    /// called from anywhere, also from those destructors.
     void CollectTrash();
     /// Releases all trash, including what releasing trashes again.
     void CollectAllTrash();
     /// Copies extent pixels at offset of image (in layout) into an image file at
     /// path; see Texture::SaveFile for the file types and quality. opaque sets
-    /// alpha to full for RGBA formats. Supports R8, R8G8, R8G8B8, R8G8B8A8,
+    /// alpha to full for RGBA formats. The area must lie inside the image (checked
+    /// for the output image only); an UNDEFINED layout is refused. Supports R8, R8G8, R8G8B8, R8G8B8A8,
     /// B8G8R8A8 (UNORM) and R32, R32G32, R32G32B32A32 (SFLOAT); returns false for
     /// any other format at once, and false when the file cannot be written.
     bool SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent, VkFormat format, VkImageLayout layout,
@@ -113,7 +116,8 @@ public:
     /// Registers a callable shader (source text or path) and returns its slot; same rule.
     uint32_t AddRenderableCallableShader(std::string const& shader);
     /// Adds texture to the push list: its Push runs in the next FramePushCommands,
-    /// unless the list holds the last reference, in which case it is trashed.
+    /// unless the list holds the last reference by then. Either way the list's
+    /// reference goes to the trash. Push must not call PushTexture.
     void PushTexture(std::shared_ptr<nerox::graphics::Texture> texture);
 
     // ---- members, in the order the engine expects them

@@ -8,11 +8,12 @@
 
 #include <imgui.h>
 
+#include <atomic>
 #include <cstdio>
 
 namespace {
 double clientSeconds = 0.0; // Game time seen by this module's Game_Update.
-unsigned long passes = 0;   // Client passes seen.
+std::atomic<unsigned long> passes{0}; // Client passes seen (read by the frames, which may run on another thread).
 unsigned long frames = 0;   // Frames whose interface this module built.
 } // namespace
 
@@ -46,7 +47,7 @@ void Renderer_FrameUpdateUi() {
     ImGui::Begin("Tessara", nullptr, ImGuiWindowFlags_AlwaysAutoResize);
     ImGui::Text("Client on %s", renderer->GetDevice().Properties().deviceName);
     ImGui::Text("Ray tracing: %s", renderer->GetDevice().HasRayTracing() ? "available" : "not on this device");
-    ImGui::Text("Frame %lu, %lu client passes", frames, passes);
+    ImGui::Text("Frame %lu, %lu client passes", frames, passes.load());
     ImGui::Text("World origin %.0f, %.0f, %.0f", renderer->worldOrigin.x, renderer->worldOrigin.y,
                 renderer->worldOrigin.z);
     ImGui::Text("Textures %u, hit shaders %zu", renderer->TextureCount(), renderer->renderableHitShaders.size());
@@ -58,7 +59,7 @@ void Renderer_FrameUpdateUi() {
 
 // Game::Stop.
 void Game_Stop() {
-    std::printf("[sample] Game_Stop after %lu client passes (%.2f s of client time)\n", passes, clientSeconds);
+    std::printf("[sample] Game_Stop after %lu client passes (%.2f s of client time)\n", passes.load(), clientSeconds);
 }
 
 } // extern "C"

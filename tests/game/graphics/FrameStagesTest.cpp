@@ -24,6 +24,15 @@ std::vector<std::string> RendererHooks()
     return hooks;
 }
 
+// The camera at position, looking down -Z.
+void PlaceCamera(GameRenderer& r, glm::dvec3 position)
+{
+    r.cameraPosition = glm::dvec4(position, 1.0);
+    r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), position));
+}
+
+glm::dvec3 CameraInFloatingFrame(GameRenderer const& r) { return glm::dvec3(r.cameraTransform[3]); }
+
 TEST_F(GameRendererTest, AFrameCallsEveryHookInItsStage)
 {
     LoadRecorderSortedInto();
@@ -32,7 +41,7 @@ TEST_F(GameRendererTest, AFrameCallsEveryHookInItsStage)
     r.Frame();
     EXPECT_THAT(RendererHooks(), ElementsAreArray(std::vector<std::string>{
                                      "Renderer_StartRendering",
-                                     "Renderer_FrameInit",
+                                     "Renderer_FrameInit(kept x=0)",
                                      "Renderer_FrameCollectGarbage",
                                      "Renderer_FrameUpdateUi",
                                      "Renderer_FrameBeforeUpdate",
@@ -57,25 +66,53 @@ TEST_F(GameRendererTest, AFrameCallsEveryHookInItsStage)
     EXPECT_THAT(RendererHooks(), ElementsAre("Renderer_RefreshViewport", "Renderer_StopRendering"));
 }
 
-TEST_F(GameRendererTest, StagesOfASortedListSkipModulesLeftOutOfIt)
+TEST_F(GameRendererTest, EachStageCallsItsOwnList)
 {
-    // In the "update" list only: the stages of "all" and "update" call it, the others do not.
-    LoadRecorderSortedInto({"update"});
+    // The list each frame hook goes through; "" is every loaded module.
+    std::vector<std::pair<std::string, std::string>> const frameHooks = {
+        {"Renderer_FrameInit(kept x=0)", ""},       {"Renderer_FrameCollectGarbage", ""},
+        {"Renderer_FrameUpdateUi", "ui"},           {"Renderer_FrameBeforeUpdate", "update"},
+        {"Renderer_FrameUpdate", "update"},         {"Renderer_FrameAfterUpdate", "update"},
+        {"Renderer_FrameUpdateDescriptorSets", ""}, {"Renderer_FrameBeforeRender", "render"},
+        {"Renderer_FramePushCommands(cb)", ""},     {"Renderer_FrameBuildCommands(cb)", ""},
+        {"Renderer_FrameRenderCommands(cb)", "render"}, {"Renderer_FrameAfterRender", "render"},
+        {"Renderer_FrameResolveCommands(cb)", "post"},  {"Renderer_FrameBeforePost", ""},
+        {"Renderer_FrameBlitCommands(cb)", "post"},     {"Renderer_FramePostCommands(cb)", "post"},
+        {"Renderer_FrameOverlayCommands(cb)", "overlay"},
+    };
     GameRenderer& r = Make();
     r.StartRendering();
-    r.Frame();
-    EXPECT_THAT(RendererHooks(), ElementsAreArray(std::vector<std::string>{
-                                     "Renderer_StartRendering",
-                                     "Renderer_FrameInit",
-                                     "Renderer_FrameCollectGarbage",
-                                     "Renderer_FrameBeforeUpdate",
-                                     "Renderer_FrameUpdate",
-                                     "Renderer_FrameAfterUpdate",
-                                     "Renderer_FrameUpdateDescriptorSets",
-                                     "Renderer_FramePushCommands(cb)",
-                                     "Renderer_FrameBuildCommands(cb)",
-                                     "Renderer_FrameBeforePost",
-                                 }));
+    // The module in one list at a time: a stage calls it when it is in the stage's list.
+    for (char const* key : {"", "ui", "update", "render", "post", "overlay"}) {
+        SCOPED_TRACE(key);
+        gametest::GAME_Mod::UnloadModules();
+        if (*key)
+            LoadRecorderSortedInto({key});
+        else
+            LoadRecorderSortedInto({});
+        recorder::Clear();
+        r.Frame();
+        std::vector<std::string> expected;
+        for (auto const& [hook, list] : frameHooks)
+            if (list.empty() || list == key)
+                expected.push_back(hook);
+        EXPECT_THAT(RendererHooks(), ElementsAreArray(expected));
+    }
+}
+
+TEST_F(GameRendererTest, FrameInitHooksSeeTheOriginDecidedAndTheCameraNotYetDerived)
+{
+    LoadRecorderSortedInto();
+    GameRenderer& r = Make();
+    game::Options::Set(GameRenderer::WorldOriginThresholdOption, 10.0);
+    PlaceCamera(r, {4.0, 0.0, 0.0});
+    r.FrameInit();
+    PlaceCamera(r, {30.0, 0.0, 0.0});
+    recorder::Clear();
+    r.FrameInit();
+    // The hook saw the move, and the camera of the frame before (x 4).
+    EXPECT_THAT(RendererHooks(), ElementsAre("Renderer_FrameInit(moved x=4)"));
+    EXPECT_NEAR(CameraInFloatingFrame(r).x, 0.0, 1e-9);
 }
 
 TEST_F(GameRendererTest, AHookThatThrowsEndsTheFrameAndPassesOn)
@@ -104,12 +141,13 @@ TEST_F(GameRendererTest, ViewportChangesRebuildTheOverlayPass)
 }
 
 // The pixel at the centre of the last frame, RGBA.
-std::vector<unsigned char> CentrePixel(GameRenderer& r, std::string const& path)
+// The pixel dx to the right of the centre of the last frame, RGBA.
+std::vector<unsigned char> CentrePixel(GameRenderer& r, std::string const& path, int dx = 0)
 {
     EXPECT_TRUE(r.SaveImage(r.GetOutputVkImage(), {0, 0}, r.GetOutputImageExtent(), r.GetOutputImageFormat(),
                             VK_IMAGE_LAYOUT_GENERAL, path, 90, true));
     nerox::graphics::ImageData image = nerox::graphics::Texture::LoadFile(path, 4);
-    size_t const at = (static_cast<size_t>(image.height / 2) * image.width + image.width / 2) * 4;
+    size_t const at = (static_cast<size_t>(image.height / 2) * image.width + image.width / 2 + dx) * 4;
     return {image.pixels.begin() + at, image.pixels.begin() + at + 4};
 }
 
@@ -126,6 +164,8 @@ TEST_F(GameRendererTest, TheCrosshairIsDrawnOnlyInMouseLook)
     EXPECT_GT(centre[0], 200);
     EXPECT_EQ(centre[0], centre[1]);
     EXPECT_EQ(centre[1], centre[2]);
+    // The ring, 10 pixels out: the point is drawn at its full size, not as one pixel.
+    EXPECT_GT(CentrePixel(r, scratch.File("ring.png"), 10)[0], 30);
 }
 
 TEST_F(GameRendererTest, FrameInitCopiesTheSettings)
@@ -178,15 +218,6 @@ TEST_F(GameRendererTest, TheOptionWordHasOneBitPerOption)
         EXPECT_EQ(r.renderOptions, row.word);
     }
 }
-
-// The camera at position, looking down -Z.
-void PlaceCamera(GameRenderer& r, glm::dvec3 position)
-{
-    r.cameraPosition = glm::dvec4(position, 1.0);
-    r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), position));
-}
-
-glm::dvec3 CameraInFloatingFrame(GameRenderer const& r) { return glm::dvec3(r.cameraTransform[3]); }
 
 TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThreshold)
 {

@@ -113,6 +113,52 @@ TEST_F(SaveImageTest, Rgba32FloatGoesToRadianceHdr)
     EXPECT_THAT(read, ::testing::ElementsAre(0.5f, 1.0f, 2.0f, 8.0f, 0.125f, 0.0f));
 }
 
+TEST_F(SaveImageTest, NarrowFormatsKeepTheirChannels)
+{
+    Make();
+    // R8 and R8G8 go to grey and grey-alpha PNG files.
+    unsigned char const r8[3] = {0, 128, 255};
+    auto grey = Upload(VK_FORMAT_R8_UNORM, 3, 1, r8, sizeof r8);
+    std::string const greyPath = scratch.File("r8.png");
+    ASSERT_TRUE(renderer->SaveImage(*grey, {0, 0}, {3, 1}, VK_FORMAT_R8_UNORM, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL,
+                                    greyPath, 90, true));
+    nerox::graphics::ImageData saved = nerox::graphics::Texture::LoadFile(greyPath, 0);
+    EXPECT_EQ(saved.channels, 1);
+    EXPECT_EQ(saved.pixels, (std::vector<unsigned char>{0, 128, 255}));
+
+    unsigned char const rg8[4] = {10, 20, 30, 40};
+    auto twoChannels = Upload(VK_FORMAT_R8G8_UNORM, 2, 1, rg8, sizeof rg8);
+    std::string const rgPath = scratch.File("rg8.png");
+    ASSERT_TRUE(renderer->SaveImage(*twoChannels, {0, 0}, {2, 1}, VK_FORMAT_R8G8_UNORM,
+                                    VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, rgPath, 90, true)); // opaque: no alpha to set
+    saved = nerox::graphics::Texture::LoadFile(rgPath, 0);
+    EXPECT_EQ(saved.channels, 2);
+    EXPECT_EQ(saved.pixels, (std::vector<unsigned char>{10, 20, 30, 40}));
+
+    // R32 and R32G32 go to Radiance files, which hold the first channel as grey.
+    float const r32[3] = {0.25f, 4.0f, 1.0f};
+    auto single = Upload(VK_FORMAT_R32_SFLOAT, 3, 1, r32, sizeof r32);
+    std::string const r32Path = scratch.File("r32.hdr");
+    ASSERT_TRUE(renderer->SaveImage(*single, {0, 0}, {3, 1}, VK_FORMAT_R32_SFLOAT,
+                                    VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, r32Path, 0, false));
+    saved = nerox::graphics::Texture::LoadFile(r32Path, 1);
+    ASSERT_EQ(saved.pixels.size(), sizeof r32);
+    float read[3];
+    std::memcpy(read, saved.pixels.data(), sizeof read);
+    EXPECT_THAT(read, ::testing::ElementsAre(0.25f, 4.0f, 1.0f));
+
+    float const rg32[4] = {2.0f, 9.0f, 0.5f, 9.0f};
+    auto pairs = Upload(VK_FORMAT_R32G32_SFLOAT, 2, 1, rg32, sizeof rg32);
+    std::string const rg32Path = scratch.File("rg32.hdr");
+    ASSERT_TRUE(renderer->SaveImage(*pairs, {0, 0}, {2, 1}, VK_FORMAT_R32G32_SFLOAT,
+                                    VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, rg32Path, 0, false));
+    saved = nerox::graphics::Texture::LoadFile(rg32Path, 1);
+    ASSERT_EQ(saved.pixels.size(), 2 * sizeof(float));
+    float readPairs[2];
+    std::memcpy(readPairs, saved.pixels.data(), sizeof readPairs);
+    EXPECT_THAT(readPairs, ::testing::ElementsAre(2.0f, 0.5f)); // 8 bytes a pixel: the second pixel's red
+}
+
 TEST_F(SaveImageTest, TheFramesOutputCanBeSaved)
 {
     GameRenderer& r = Make();
@@ -141,6 +187,12 @@ TEST_F(SaveImageTest, OtherFormatsAndEmptyAreasWriteNothing)
                                      VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, path, 90, false));
     EXPECT_FALSE(renderer->SaveImage(*image, {-1, 0}, {1, 1}, VK_FORMAT_R8G8B8A8_UNORM,
                                      VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, path, 90, false));
+    EXPECT_FALSE(renderer->SaveImage(*image, {0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, VK_IMAGE_LAYOUT_UNDEFINED, path,
+                                     90, false));
+    renderer->StartRendering();
+    renderer->Frame();
+    EXPECT_FALSE(renderer->SaveImage(renderer->GetOutputVkImage(), {1, 0}, renderer->GetOutputImageExtent(),
+                                     renderer->GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 90, false));
     EXPECT_FALSE(std::filesystem::exists(path));
     // A file the encoder cannot write is its failure.
     EXPECT_FALSE(renderer->SaveImage(*image, {0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM,
