@@ -233,17 +233,22 @@ bool GameRenderer::OverlayPassMatchesOutput() const
 
 // ---------------------------------------------------------------- output and lifecycle
 
+void GameRenderer::FollowOutput()
+{
+    if (OverlayPassMatchesOutput() || GetOutputImageExtent().width == 0 || GetOutputImageExtent().height == 0)
+        return;
+    CreateOverlayPass();
+    crosshairPipeline->RefreshViewport(*overlayRenderpass);
+    colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
+    colliderLinesPipeline->RefreshViewport(*overlayRenderpass);
+}
+
 void GameRenderer::CreateSwapchainDependantObjects()
 {
     NeroxRenderer::CreateSwapchainDependantObjects();
     // An output of another format or size (the first swapchain, or one made
     // again by the base) needs its own overlay pass; the device is idle here.
-    if (!OverlayPassMatchesOutput() && GetOutputImageExtent().width > 0 && GetOutputImageExtent().height > 0) {
-        CreateOverlayPass();
-        crosshairPipeline->RefreshViewport(*overlayRenderpass);
-        colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
-        colliderLinesPipeline->RefreshViewport(*overlayRenderpass);
-    }
+    FollowOutput();
 }
 
 void GameRenderer::DestroySwapchainDependantObjects()
@@ -258,14 +263,9 @@ void GameRenderer::DestroySwapchainDependantObjects()
 void GameRenderer::RefreshViewport()
 {
     NeroxRenderer::RefreshViewport();
-    // The new output's CreateSwapchainDependantObjects has usually made the new
-    // pass already; otherwise (same format and size) it is made here.
-    if (!OverlayPassMatchesOutput() && GetOutputImageExtent().width > 0 && GetOutputImageExtent().height > 0) {
-        CreateOverlayPass();
-        crosshairPipeline->RefreshViewport(*overlayRenderpass);
-        colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
-        colliderLinesPipeline->RefreshViewport(*overlayRenderpass);
-    }
+    // The new output's CreateSwapchainDependantObjects has made the new pass
+    // already, unless a subclass of the base made the output another way.
+    FollowOutput();
     CallAll(&GameModHooks::Renderer_RefreshViewport);
 }
 

@@ -174,6 +174,7 @@ private:
     void CreateOverlayPass();
     void CreateOverlayPipelines();
     bool OverlayPassMatchesOutput() const;
+    void FollowOutput(); // a new overlay pass and pipelines for an output of another format or size
     void ReleaseTrashGeneration();
 
     // The list CollectTrash releases, moved out of trash under the lock so that a
