@@ -115,9 +115,18 @@ class ModuleFailureTest : public ModuleTest {
 protected:
     void TearDown() override {
         ModuleTest::TearDown();
-        std::filesystem::remove_all("modules/MODTEST_broken");
-        std::filesystem::remove_all("modules/MODTEST_late");
+        for (std::string const& folder : _madeFolders) std::filesystem::remove_all(folder);
     }
+
+    // Makes a module folder that this test alone removes: tests run in parallel
+    // processes, so a shared clean-up would pull folders from under another test.
+    void MakeModuleFolder(std::string const& folder) {
+        std::filesystem::create_directories(folder);
+        _madeFolders.push_back(folder);
+    }
+
+private:
+    std::vector<std::string> _madeFolders;
 };
 
 TEST_F(ModuleFailureTest, MissingFileIsReportedByTheDefaultCallback) {
@@ -143,7 +152,7 @@ TEST_F(ModuleFailureTest, FailedLoadIsTriedAgainByTheNextLoad) {
     EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", true), nullptr);
     EXPECT_EQ(failures, 2);
 
-    std::filesystem::create_directories("modules/MODTEST_late");
+    MakeModuleFolder("modules/MODTEST_late");
     std::filesystem::copy_file(kAlphaPath, "modules/MODTEST_late/MODTEST_late.GAME_Mod.so");
     GAME_Mod::Ptr const mod = GAME_Mod::LoadModule("MODTEST_late", true);
     ASSERT_NE(mod, nullptr);
@@ -164,7 +173,7 @@ TEST_F(ModuleFailureTest, WithoutReportFailureNothingIsReported) {
 }
 
 TEST_F(ModuleFailureTest, FileThatIsNoLibraryGivesDlerrorText) {
-    std::filesystem::create_directories("modules/MODTEST_broken");
+    MakeModuleFolder("modules/MODTEST_broken");
     std::ofstream("modules/MODTEST_broken/MODTEST_broken.GAME_Mod.so") << "not a shared library\n";
 
     std::vector<std::string> reports;
