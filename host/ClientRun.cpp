@@ -1,4 +1,5 @@
 #include "ClientRun.hpp"
+#include "ModuleSetup.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
@@ -56,18 +57,6 @@ struct GameGlobals {
     }
 };
 
-bool LoadGameModules(HostOptions const& options)
-{
-    bool ok = true;
-    for (std::string const& name : options.gameModules)
-        if (!GAME_Mod::LoadModule(name, true))
-            ok = false;
-    auto byName = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; };
-    for (char const* key : {"update", "render", "post", "overlay", "ui"})
-        GAME_Mod::SortModules(key, byName);
-    return ok;
-}
-
 // Saves the last frame: offscreen straight from the output image, from a
 // window through the copy the frame kept.
 bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& path)
@@ -93,9 +82,7 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
         Game::inputFramerate.Tick();
         double const inputDelta = Game::inputFramerate.GetDeltaTime();
         Game::UpdateJoysticks();
-        Game::InputUpdate(inputDelta);
-        if (Game::_inputMode == 1) Game::InputUpdate_Play(inputDelta);
-        else if (Game::_inputMode == 2) Game::InputUpdate_Station(inputDelta);
+        RunInputPass(inputDelta);
         // A window's frame is presented and gone: keep a copy of each while a
         // screenshot is wanted, since the last one is known only afterwards.
         if (!options.screenshotPath.empty() && renderer.HasSwapchain())
@@ -141,7 +128,9 @@ int RunClient(HostOptions const& options)
     Game::window = window.get();
     Game::audio = nullptr;
     Game::_mods = options.contentModules;
-    if (!LoadGameModules(options)) {
+    bool const loaded = LoadModules<GAME_Mod>(options.gameModules);
+    SortClientModuleLists();
+    if (!loaded) {
         std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
                      "or check the names with tessara --help\n";
         return 1;

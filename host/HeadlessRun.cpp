@@ -1,5 +1,6 @@
 #include "HeadlessRun.hpp"
 #include "InputScript.hpp"
+#include "ModuleSetup.hpp"
 #include "Trace.hpp"
 
 #include "game/Game.hpp"
@@ -95,22 +96,6 @@ std::string Describe(std::exception_ptr const& failure) {
     } catch (...) {
         return "an exception that is no std::exception";
     }
-}
-
-template <class ModuleClass>
-bool LoadAll(std::vector<std::string> const& names) {
-    bool ok = true;
-    for (std::string const& name : names) {
-        if (!ModuleClass::LoadModule(name, true)) ok = false;
-    }
-    return ok;
-}
-
-void SortAll() {
-    // A stable, readable order: by module name. Modules that need another order
-    // among themselves are sorted again by whoever knows it.
-    auto byName = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; };
-    for (char const* key : {"update", "render", "post", "overlay", "ui"}) GAME_Mod::SortModules(key, byName);
 }
 
 // A folder as the user can find it: absolute, without "..".
@@ -246,9 +231,7 @@ void ClientLoop(RunStats& stats, ClientInput const& input) {
                 std::printf("Input script: quit at pass %lld (t=%.3f)\n", pass, inputClock);
         }
         Game::UpdateJoysticks();
-        Game::InputUpdate(inputDelta);
-        if (Game::_inputMode == 1) Game::InputUpdate_Play(inputDelta);
-        else if (Game::_inputMode == 2) Game::InputUpdate_Station(inputDelta);
+        RunInputPass(inputDelta);
         if (input.printer != nullptr) input.printer->Print(pass, inputClock, stdout);
         if (input.player == nullptr) inputClock += inputDelta;
         Game::gameFramerate.WorkDone();
@@ -331,8 +314,8 @@ int RunHeadless(HostOptions const& options) {
             std::cerr << "tessara: content module '" << name << "' not found (" << path << "), skipped" << std::endl;
     }
 
-    bool loaded = LoadAll<GAME_Mod>(options.gameModules);
-    loaded = LoadAll<SERVER_Mod>(options.serverModules) && loaded;
+    bool loaded = LoadModules<GAME_Mod>(options.gameModules);
+    loaded = LoadModules<SERVER_Mod>(options.serverModules) && loaded;
     if (!loaded) {
         std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
                      "or check the names with tessara --help" << std::endl;
@@ -342,7 +325,7 @@ int RunHeadless(HostOptions const& options) {
         Game::window = nullptr;
         return 1;
     }
-    SortAll();
+    SortClientModuleLists();
     std::printf("Loaded %zu client and %zu server modules; %zu content modules to load\n", GAME_Mod::Count(),
                 SERVER_Mod::Count(), Game::_mods.size());
     if (GAME_Mod::Count() == 0 && SERVER_Mod::Count() == 0 && Game::_mods.empty())
