@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Configures and builds the tree. Usage: scripts/build.sh [plain|asan|tsan] [ninja targets...]
+# Configures and builds the tree. Usage: scripts/build.sh [plain|asan|tsan|coverage] [ninja targets...]
 # Build output goes to stderr; the last line on stdout is the build folder.
-# plain builds into build/, asan into build-asan/, tsan into build-tsan/.
+# plain builds into build/, asan into build-asan/, tsan into build-tsan/,
+# coverage (gcov instrumentation, for scripts/coverage.sh) into build-coverage/.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 flavour="${1:-plain}"
@@ -10,7 +11,8 @@ case "$flavour" in
   plain) dir="$root/build"; flags=() ;;
   asan)  dir="$root/build-asan"; flags=(-DTESSARA_ASAN=ON -DTESSARA_BUILD_BENCH=OFF) ;;
   tsan)  dir="$root/build-tsan"; flags=(-DTESSARA_TSAN=ON -DTESSARA_BUILD_BENCH=OFF) ;;
-  *) echo "usage: scripts/build.sh [plain|asan|tsan] [targets...]" >&2; exit 2 ;;
+  coverage) dir="$root/build-coverage"; flags=(-DTESSARA_COVERAGE=ON -DTESSARA_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug) ;;
+  *) echo "usage: scripts/build.sh [plain|asan|tsan|coverage] [targets...]" >&2; exit 2 ;;
 esac
 jobs="${TESSARA_JOBS:-$(nproc)}"
 cmake -S "$root" -B "$dir" -G Ninja "${flags[@]}" >&2
