@@ -197,6 +197,68 @@ void StickLook(std::shared_ptr<Joystick> const& gamepad, GameSettings const& set
     }
 }
 
+/// Where an action's keyboard and mouse binding counts; see TESSARA_CONTROLLER_ACTIONS.
+enum class Keys { None, Inventory, Play };
+/// Where an action's gamepad and joystick binding counts; see TESSARA_CONTROLLER_ACTIONS.
+enum class Pad { None, Any, AnyTrigger, Avatar, AvatarTrigger, AvatarJoystick, Vehicle, VehicleTrigger, VehicleSteer };
+/// Which gamepad record a pad rule reads: the first gamepad, none (the named
+/// joystick only), or the gamepad unless its stick turns the view.
+enum class PadDevice { Gamepad, JoystickOnly, Steering };
+
+struct PadRule {
+    int mode;          ///< The input mode it counts in; -1 for all.
+    bool unsignedAxis; ///< Axes read as 0 to 1 (double actions only).
+    PadDevice device;
+};
+
+constexpr PadRule RuleOf(Pad pad)
+{
+    switch (pad) {
+    case Pad::Any: return {-1, false, PadDevice::Gamepad};
+    case Pad::AnyTrigger: return {-1, true, PadDevice::Gamepad};
+    case Pad::Avatar: return {1, false, PadDevice::Gamepad};
+    case Pad::AvatarTrigger: return {1, true, PadDevice::Gamepad};
+    case Pad::AvatarJoystick: return {1, false, PadDevice::JoystickOnly};
+    case Pad::Vehicle: return {2, false, PadDevice::Gamepad};
+    case Pad::VehicleTrigger: return {2, true, PadDevice::Gamepad};
+    case Pad::VehicleSteer: return {2, false, PadDevice::Steering};
+    case Pad::None: break;
+    }
+    return {-1, false, PadDevice::JoystickOnly};
+}
+
+/// One action of the record with its binding and rules; exactly one of flag
+/// and amount is set.
+struct ActionRow {
+    bool ControllerState::*flag;
+    double ControllerState::*amount;
+    Keys keys;
+    Pad pad;
+    InputBinding GameSettings::*binding;
+};
+
+constexpr ActionRow Row(bool ControllerState::*flag, Keys keys, Pad pad, InputBinding GameSettings::*binding = nullptr)
+{
+    return {flag, nullptr, keys, pad, binding};
+}
+
+constexpr ActionRow Row(double ControllerState::*amount, Keys keys, Pad pad,
+                        InputBinding GameSettings::*binding = nullptr)
+{
+    return {nullptr, amount, keys, pad, binding};
+}
+
+#define TESSARA_CONTROLLER_ROW(type, name, keys, pad, ...) \
+    Row(&ControllerState::name, Keys::keys, Pad::pad __VA_OPT__(, &GameSettings::input_binding_##__VA_ARGS__)),
+ActionRow const ActionRows[] = {
+    TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_ROW)
+    Row(&ControllerState::VehicleGamepadLookToggle, Keys::Play, Pad::Vehicle,
+        &GameSettings::input_binding_vehicle_gamepad_look_toggle),
+};
+#undef TESSARA_CONTROLLER_ROW
+
+std::shared_ptr<Joystick> const NoJoystick;
+
 } // namespace
 
 template <>
@@ -239,165 +301,46 @@ void Controller::InputUpdate(double deltaTime)
 
     if (settings != nullptr) {
         GameSettings const& s = *settings;
-        auto key = [](bool& out, InputBinding const& binding) { InputBindingState<bool>(out, binding); };
-        auto keyAxis = [](double& out, InputBinding const& binding) { InputBindingState<double>(out, binding); };
-
-        if (Game::_inputMode != 0) {
-            key(next.AvatarInventory, s.input_binding_avatar_inventory_toggle);
-            key(next.AvatarInventorySelectNext, s.input_binding_avatar_inventory_select_next);
-            key(next.AvatarInventorySelectPrev, s.input_binding_avatar_inventory_select_prev);
-            key(next.AvatarInventorySelect1, s.input_binding_avatar_inventory_select_1);
-            key(next.AvatarInventorySelect2, s.input_binding_avatar_inventory_select_2);
-            key(next.AvatarInventorySelect3, s.input_binding_avatar_inventory_select_3);
-            key(next.AvatarInventorySelect4, s.input_binding_avatar_inventory_select_4);
-            key(next.AvatarInventorySelect5, s.input_binding_avatar_inventory_select_5);
-            key(next.AvatarInventorySelect6, s.input_binding_avatar_inventory_select_6);
-            key(next.AvatarInventorySelect7, s.input_binding_avatar_inventory_select_7);
-            key(next.AvatarInventorySelect8, s.input_binding_avatar_inventory_select_8);
-            key(next.AvatarInventorySelect9, s.input_binding_avatar_inventory_select_9);
-            key(next.AvatarInventoryDeselect, s.input_binding_avatar_inventory_deselect);
-
-            if (Game::_mouseLook && window != nullptr) {
-                double x = 0.0;
-                double y = 0.0;
-                window->GetCursorPos(&x, &y);
-                window->SetCursorPos(0.0, 0.0);
-                double const height = window->GetHeight() > 0 ? window->GetHeight() : 1.0;
-                next.AvatarYaw += 0.5 * x / height;
-                if (s.avatar_mouselook_invert_y)
-                    next.AvatarPitch -= 0.5 * y / height;
-                else
-                    next.AvatarPitch += 0.5 * y / height;
-            }
-
-            if (!ImGuiWindowFocused()) {
-                key(next.Sit, s.input_binding_sit);
-                key(next.ThirdPerson, s.input_binding_third_person);
-                key(next.Zoom, s.input_binding_zoom);
-                key(next.AvatarLight, s.input_binding_avatar_light);
-                key(next.AvatarSprint, s.input_binding_avatar_sprint);
-                key(next.AvatarCrouch, s.input_binding_avatar_crouch);
-                key(next.AvatarJetpack, s.input_binding_avatar_jetpack);
-                key(next.AvatarInteract, s.input_binding_avatar_interact);
-                key(next.AvatarToolConfigure, s.input_binding_avatar_tool_configure);
-                key(next.AvatarToolSpecialMode, s.input_binding_avatar_tool_special_mode);
-                key(next.GetInfo, s.input_binding_get_info);
-                key(next.AvatarLookToggle, s.input_binding_avatar_look_toggle);
-                keyAxis(next.AvatarJump, s.input_binding_avatar_jump);
-                keyAxis(next.AvatarTranslateForward, s.input_binding_avatar_translate_forward);
-                keyAxis(next.AvatarTranslateBackward, s.input_binding_avatar_translate_backward);
-                keyAxis(next.AvatarTranslateRight, s.input_binding_avatar_translate_right);
-                keyAxis(next.AvatarTranslateLeft, s.input_binding_avatar_translate_left);
-                keyAxis(next.AvatarRollLeft, s.input_binding_avatar_roll_left);
-                keyAxis(next.AvatarRollRight, s.input_binding_avatar_roll_right);
-                keyAxis(next.AvatarToolPrimary, s.input_binding_avatar_tool_primary);
-                keyAxis(next.AvatarToolSecondary, s.input_binding_avatar_tool_secondary);
-                key(next.VehicleAux0, s.input_binding_vehicle_aux_0);
-                key(next.VehicleAux1, s.input_binding_vehicle_aux_1);
-                key(next.VehicleAux2, s.input_binding_vehicle_aux_2);
-                key(next.VehicleAux3, s.input_binding_vehicle_aux_3);
-                key(next.VehicleAux4, s.input_binding_vehicle_aux_4);
-                key(next.VehicleAux5, s.input_binding_vehicle_aux_5);
-                key(next.VehicleAux6, s.input_binding_vehicle_aux_6);
-                key(next.VehicleAux7, s.input_binding_vehicle_aux_7);
-                key(next.VehicleAux8, s.input_binding_vehicle_aux_8);
-                key(next.VehicleAux9, s.input_binding_vehicle_aux_9);
-                keyAxis(next.VehicleTranslateForward, s.input_binding_vehicle_translate_forward);
-                keyAxis(next.VehicleTranslateBackward, s.input_binding_vehicle_translate_backward);
-                keyAxis(next.VehicleTranslateRight, s.input_binding_vehicle_translate_right);
-                keyAxis(next.VehicleTranslateLeft, s.input_binding_vehicle_translate_left);
-                keyAxis(next.VehicleTranslateUp, s.input_binding_vehicle_translate_up);
-                keyAxis(next.VehicleTranslateDown, s.input_binding_vehicle_translate_down);
-                keyAxis(next.VehicleMainThrust, s.input_binding_vehicle_main_thrust);
-                keyAxis(next.VehicleRollRight, s.input_binding_vehicle_roll_right);
-                keyAxis(next.VehicleRollLeft, s.input_binding_vehicle_roll_left);
-                keyAxis(next.VehiclePitchUp, s.input_binding_vehicle_pitch_up);
-                keyAxis(next.VehiclePitchDown, s.input_binding_vehicle_pitch_down);
-                keyAxis(next.VehicleYawRight, s.input_binding_vehicle_yaw_right);
-                keyAxis(next.VehicleYawLeft, s.input_binding_vehicle_yaw_left);
-                key(next.VehicleGamepadLookToggle, s.input_binding_vehicle_gamepad_look_toggle);
-            }
+        if (Game::_inputMode != 0 && Game::_mouseLook && window != nullptr) {
+            double x = 0.0;
+            double y = 0.0;
+            window->GetCursorPos(&x, &y);
+            window->SetCursorPos(0.0, 0.0);
+            double const height = window->GetHeight() > 0 ? window->GetHeight() : 1.0;
+            next.AvatarYaw += 0.5 * x / height;
+            if (s.avatar_mouselook_invert_y)
+                next.AvatarPitch -= 0.5 * y / height;
+            else
+                next.AvatarPitch += 0.5 * y / height;
         }
 
         std::shared_ptr<Joystick> const gamepad = Game::GetFirstGamepad();
-        std::shared_ptr<Joystick> const none;
         if (gamepad && gamepad->GetGamepadButton(MenuButton))
             next.Escape = true;
-        auto pad = [](std::shared_ptr<Joystick> const& device, bool& out, InputBinding const& binding) {
-            InputBindingState<bool>(device, out, binding);
-        };
-        auto padAxis = [](std::shared_ptr<Joystick> const& device, double& out, InputBinding const& binding,
-                          bool unsignedAxis) { InputBindingState<double>(device, out, binding, unsignedAxis); };
 
-        pad(gamepad, next.Sit, s.input_binding_sit);
-        pad(gamepad, next.ThirdPerson, s.input_binding_third_person);
-        pad(gamepad, next.Zoom, s.input_binding_zoom);
-
-        if (Game::_inputMode == 1) {
-            pad(gamepad, next.AvatarInventory, s.input_binding_avatar_inventory_toggle);
-            pad(gamepad, next.AvatarInventorySelectNext, s.input_binding_avatar_inventory_select_next);
-            pad(gamepad, next.AvatarInventorySelectPrev, s.input_binding_avatar_inventory_select_prev);
-            pad(gamepad, next.AvatarInventorySelect1, s.input_binding_avatar_inventory_select_1);
-            pad(gamepad, next.AvatarInventorySelect2, s.input_binding_avatar_inventory_select_2);
-            pad(gamepad, next.AvatarInventorySelect3, s.input_binding_avatar_inventory_select_3);
-            pad(gamepad, next.AvatarInventorySelect4, s.input_binding_avatar_inventory_select_4);
-            pad(gamepad, next.AvatarInventorySelect5, s.input_binding_avatar_inventory_select_5);
-            pad(gamepad, next.AvatarInventorySelect6, s.input_binding_avatar_inventory_select_6);
-            pad(gamepad, next.AvatarInventorySelect7, s.input_binding_avatar_inventory_select_7);
-            pad(gamepad, next.AvatarInventorySelect8, s.input_binding_avatar_inventory_select_8);
-            pad(gamepad, next.AvatarInventorySelect9, s.input_binding_avatar_inventory_select_9);
-            pad(gamepad, next.AvatarInventoryDeselect, s.input_binding_avatar_inventory_deselect);
-
-            padAxis(gamepad, next.AvatarTranslateForward, s.input_binding_avatar_translate_forward, false);
-            padAxis(gamepad, next.AvatarTranslateBackward, s.input_binding_avatar_translate_backward, false);
-            padAxis(gamepad, next.AvatarTranslateRight, s.input_binding_avatar_translate_right, false);
-            padAxis(gamepad, next.AvatarTranslateLeft, s.input_binding_avatar_translate_left, false);
-            padAxis(gamepad, next.AvatarRollLeft, s.input_binding_avatar_roll_left, false);
-            padAxis(gamepad, next.AvatarRollRight, s.input_binding_avatar_roll_right, false);
-            padAxis(gamepad, next.AvatarJump, s.input_binding_avatar_jump, true);
-
-            // The gamepad's sprint is latched below; here only the joystick counts.
-            pad(none, next.AvatarSprint, s.input_binding_avatar_sprint);
-            pad(gamepad, next.AvatarCrouch, s.input_binding_avatar_crouch);
-            pad(gamepad, next.AvatarJetpack, s.input_binding_avatar_jetpack);
-            pad(gamepad, next.AvatarInteract, s.input_binding_avatar_interact);
-            pad(gamepad, next.AvatarToolConfigure, s.input_binding_avatar_tool_configure);
-            pad(gamepad, next.AvatarToolSpecialMode, s.input_binding_avatar_tool_special_mode);
-        }
-
-        pad(gamepad, next.GetInfo, s.input_binding_get_info);
-        pad(gamepad, next.AvatarLight, s.input_binding_avatar_light);
-        pad(gamepad, next.AvatarLookToggle, s.input_binding_avatar_look_toggle);
-        padAxis(gamepad, next.AvatarToolPrimary, s.input_binding_avatar_tool_primary, true);
-        padAxis(gamepad, next.AvatarToolSecondary, s.input_binding_avatar_tool_secondary, true);
-
-        if (Game::_inputMode == 2) {
-            padAxis(gamepad, next.VehicleTranslateForward, s.input_binding_vehicle_translate_forward, false);
-            padAxis(gamepad, next.VehicleTranslateBackward, s.input_binding_vehicle_translate_backward, false);
-            padAxis(gamepad, next.VehicleTranslateRight, s.input_binding_vehicle_translate_right, false);
-            padAxis(gamepad, next.VehicleTranslateLeft, s.input_binding_vehicle_translate_left, false);
-            padAxis(gamepad, next.VehicleTranslateUp, s.input_binding_vehicle_translate_up, false);
-            padAxis(gamepad, next.VehicleTranslateDown, s.input_binding_vehicle_translate_down, false);
-            padAxis(gamepad, next.VehicleMainThrust, s.input_binding_vehicle_main_thrust, true);
-            // With the stick turning the view, only the joystick steers.
-            std::shared_ptr<Joystick> const& steering = vehicleGamepadLookMode ? none : gamepad;
-            padAxis(steering, next.VehiclePitchUp, s.input_binding_vehicle_pitch_up, false);
-            padAxis(steering, next.VehiclePitchDown, s.input_binding_vehicle_pitch_down, false);
-            padAxis(steering, next.VehicleYawRight, s.input_binding_vehicle_yaw_right, false);
-            padAxis(steering, next.VehicleYawLeft, s.input_binding_vehicle_yaw_left, false);
-            padAxis(gamepad, next.VehicleRollRight, s.input_binding_vehicle_roll_right, false);
-            padAxis(gamepad, next.VehicleRollLeft, s.input_binding_vehicle_roll_left, false);
-            pad(gamepad, next.VehicleAux0, s.input_binding_vehicle_aux_0);
-            pad(gamepad, next.VehicleAux1, s.input_binding_vehicle_aux_1);
-            pad(gamepad, next.VehicleAux2, s.input_binding_vehicle_aux_2);
-            pad(gamepad, next.VehicleAux3, s.input_binding_vehicle_aux_3);
-            pad(gamepad, next.VehicleAux4, s.input_binding_vehicle_aux_4);
-            pad(gamepad, next.VehicleAux5, s.input_binding_vehicle_aux_5);
-            pad(gamepad, next.VehicleAux6, s.input_binding_vehicle_aux_6);
-            pad(gamepad, next.VehicleAux7, s.input_binding_vehicle_aux_7);
-            pad(gamepad, next.VehicleAux8, s.input_binding_vehicle_aux_8);
-            pad(gamepad, next.VehicleAux9, s.input_binding_vehicle_aux_9);
-            pad(gamepad, next.VehicleGamepadLookToggle, s.input_binding_vehicle_gamepad_look_toggle);
+        bool const inventoryKeys = Game::_inputMode != 0;
+        bool const playKeys = inventoryKeys && !ImGuiWindowFocused();
+        for (ActionRow const& row : ActionRows) {
+            if (row.binding == nullptr)
+                continue;
+            InputBinding const& binding = s.*row.binding;
+            bool const keys = row.keys == Keys::Inventory ? inventoryKeys : row.keys == Keys::Play && playKeys;
+            PadRule const pad = RuleOf(row.pad);
+            bool const padded = row.pad != Pad::None && (pad.mode < 0 || pad.mode == Game::_inputMode);
+            bool const withGamepad = pad.device == PadDevice::Gamepad ||
+                                     (pad.device == PadDevice::Steering && !vehicleGamepadLookMode);
+            std::shared_ptr<Joystick> const& device = withGamepad ? gamepad : NoJoystick;
+            if (row.flag != nullptr) {
+                if (keys)
+                    InputBindingState<bool>(next.*row.flag, binding);
+                if (padded)
+                    InputBindingState<bool>(device, next.*row.flag, binding);
+            } else {
+                if (keys)
+                    InputBindingState<double>(next.*row.amount, binding);
+                if (padded)
+                    InputBindingState<double>(device, next.*row.amount, binding, pad.unsignedAxis);
+            }
         }
 
         if (gamepad && (Game::_inputMode == 1 || (Game::_inputMode == 2 && vehicleGamepadLookMode)))
@@ -425,7 +368,7 @@ void Controller::InputUpdate(double deltaTime)
     // Every 0-to-1 action is clamped; the look stays as it is.
     double const pitch = next.AvatarPitch;
     double const yaw = next.AvatarYaw;
-#define TESSARA_CONTROLLER_CLAMP(type, name) ClampAction(next.name);
+#define TESSARA_CONTROLLER_CLAMP(type, name, ...) ClampAction(next.name);
     TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_CLAMP)
 #undef TESSARA_CONTROLLER_CLAMP
     next.AvatarPitch = pitch;
@@ -475,7 +418,7 @@ std::string Controller::BindingStr(InputBinding const& binding)
 
 void Controller::ForEachAction(std::function<void(char const* name, double value, double previous)> const& visit)
 {
-#define TESSARA_CONTROLLER_VISIT(type, name) \
+#define TESSARA_CONTROLLER_VISIT(type, name, ...) \
     visit(#name, static_cast<double>(state.name), static_cast<double>(previousState.name));
     TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_VISIT)
 #undef TESSARA_CONTROLLER_VISIT
@@ -492,7 +435,7 @@ void Controller::Reset()
 }
 
 // The six accessors of every action. Each _Hold has its own timer and counter.
-#define TESSARA_CONTROLLER_DEFINE(type, name)                                                         \
+#define TESSARA_CONTROLLER_DEFINE(type, name, ...)                                                         \
     type Controller::Get##name() { return state.name; }                                               \
     bool Controller::Get##name##_Pressed() { return state.name != 0 && previousState.name == 0; }     \
     bool Controller::Get##name##_Released() { return state.name == 0 && previousState.name != 0; }    \
