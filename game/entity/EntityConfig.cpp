@@ -39,8 +39,7 @@ bool ReadFlag(std::istringstream& line)
 }
 
 /// Reads the keys that every node section shares. Returns false for any other key.
-template <class Record>
-bool ReadNodeKey(std::string const& key, std::istringstream& line, Record& record)
+bool ReadNodeKey(std::string const& key, std::istringstream& line, EntityConfig::NodeFields& record)
 {
     if (key == "parent") {
         line >> record.parent;
@@ -97,6 +96,193 @@ glm::quat const& NormalRotation()
     return rotation;
 }
 
+using Lines = std::vector<std::istringstream>;
+
+/// Reads every line of a node section: the shared keys into record, any other
+/// key through more(key, line).
+template <class More>
+void ReadNodeLines(Lines& lines, EntityConfig::NodeFields& record, More const& more)
+{
+    for (std::istringstream& line : lines) {
+        std::string key;
+        line >> key;
+        if (!ReadNodeKey(key, line, record))
+            more(key, line);
+    }
+}
+
+/// Finishes a node section: its transform, its node in the tree, and its record
+/// in the table of its kind.
+template <class Record>
+void AddNode(EntityConfig& config, std::string const& keyword, std::string const& name, Record& record,
+             std::map<std::string, Record>& table)
+{
+    record.transform = EntityConfig::TransformFromBlender(record.position, record.rotation);
+    EntityConfig::Node& node = config.nodes[name];
+    node.transform = record.transform;
+    node.parent = record.parent;
+    node.type = keyword;
+    table[name] = std::move(record);
+}
+
+void ParseEntity(EntityConfig& config, std::string const&, std::string const&, Lines& lines)
+{
+    for (std::istringstream& line : lines) {
+        std::string key;
+        line >> key;
+        if (key == "mass") {
+            line >> config.mass;
+        } else if (key == "base_planes") {
+            config.base_planes.clear();
+            std::string plane;
+            while (line >> plane)
+                config.base_planes.push_back(plane);
+        } else if (key == "airtight") {
+            config.airtight = ReadFlag(line);
+        }
+    }
+}
+
+void ParseCamera(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    EntityConfig::Camera camera;
+    ReadNodeLines(lines, camera, [&](std::string const& key, std::istringstream& line) {
+        if (key == "znear")
+            line >> camera.znear;
+    });
+    AddNode(config, keyword, name, camera, config.cameras);
+}
+
+void ParseJoint(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    static char const* const linearKeys[3] = {"linear_x", "linear_y", "linear_z"};
+    static char const* const angularKeys[3] = {"angular_x", "angular_y", "angular_z"};
+    EntityConfig::Joint joint;
+    bool* const hasLinear[3] = {&joint.has_linear_x, &joint.has_linear_y, &joint.has_linear_z};
+    bool* const hasAngular[3] = {&joint.has_angular_x, &joint.has_angular_y, &joint.has_angular_z};
+    ReadNodeLines(lines, joint, [&](std::string const& key, std::istringstream& line) {
+        for (int axis = 0; axis < 3; ++axis) {
+            if (key == linearKeys[axis]) {
+                line >> joint.linear_min[axis] >> joint.linear_default[axis] >> joint.linear_max[axis];
+                *hasLinear[axis] = true;
+            } else if (key == angularKeys[axis]) {
+                line >> joint.angular_min[axis] >> joint.angular_default[axis] >> joint.angular_max[axis];
+                *hasAngular[axis] = true;
+            }
+        }
+    });
+    // An axis the file does not give is fixed at the joint's own position or rotation.
+    for (int axis = 0; axis < 3; ++axis) {
+        if (!*hasLinear[axis]) {
+            joint.linear_min[axis] = joint.position[axis];
+            joint.linear_default[axis] = joint.position[axis];
+            joint.linear_max[axis] = joint.position[axis];
+        }
+        if (!*hasAngular[axis]) {
+            joint.angular_min[axis] = joint.rotation[axis];
+            joint.angular_default[axis] = joint.rotation[axis];
+            joint.angular_max[axis] = joint.rotation[axis];
+        }
+    }
+    AddNode(config, keyword, name, joint, config.joints);
+}
+
+/// A section with the shared keys only: TARGET and RENDERABLE.
+template <class Record, std::map<std::string, Record> EntityConfig::*Table>
+void ParsePlainNode(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    Record record;
+    ReadNodeLines(lines, record, [](std::string const&, std::istringstream&) {});
+    AddNode(config, keyword, name, record, config.*Table);
+}
+
+void ParseCollider(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    EntityConfig::Collider collider;
+    auto const warnAbout = [&](char const* what, size_t capacity) {
+        return [&config, &name, what, capacity]() {
+            std::cerr << config.GetPath() << ": collider '" << name << "' lists more than " << capacity << ' '
+                      << what << "; the rest are ignored" << std::endl;
+        };
+    };
+    ReadNodeLines(lines, collider, [&](std::string const& key, std::istringstream& line) {
+        if (key == "is_build_block") {
+            collider.is_build_block = ReadFlag(line);
+        } else if (key == "displacement_volume") {
+            line >> collider.displacement_volume;
+        } else if (key == "box_min") {
+            ReadVec3(line, collider.box_min);
+        } else if (key == "box_max") {
+            ReadVec3(line, collider.box_max);
+        } else if (key == "vertices") {
+            collider.nb_vertices = ReadList(
+                line, collider.vertices,
+                [](std::istringstream& in, glm::vec3& vertex) {
+                    ReadVec3(in, vertex);
+                    vertex = ToGameAxes(vertex);
+                },
+                warnAbout("vertices", EntityConfig::MaxColliderVertices));
+        } else if (key == "faces_normal") {
+            collider.nb_faces = ReadList(
+                line, collider.faces_normal, [](std::istringstream& in, glm::vec3& normal) { ReadVec3(in, normal); },
+                warnAbout("face normals", EntityConfig::MaxColliderFaces));
+        } else if (key == "triangles") {
+            collider.nb_triangles = ReadList(
+                line, collider.triangles,
+                [](std::istringstream& in, glm::u16vec3& triangle) { in >> triangle.x >> triangle.y >> triangle.z; },
+                warnAbout("triangles", EntityConfig::MaxColliderTriangles));
+        }
+    });
+    for (size_t i = 0; i < collider.nb_faces; ++i) {
+        glm::vec3 const rotated = NormalRotation() * collider.faces_normal[i];
+        float const length = glm::length(rotated);
+        // A zero normal (e.g. from a trailing blank) stays zero instead of turning into NaN.
+        collider.faces_normal[i] = length > 0.0f ? rotated / length : rotated;
+    }
+    ConvertBox(collider.box_min, collider.box_max);
+    AddNode(config, keyword, name, collider, config.colliders);
+}
+
+void ParseAdapter(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    EntityConfig::Adapter adapter;
+    ReadNodeLines(lines, adapter, [&](std::string const& key, std::istringstream& line) {
+        if (key == "type")
+            line >> adapter.type;
+    });
+    AddNode(config, keyword, name, adapter, config.adapters);
+}
+
+void ParseLightBox(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
+{
+    EntityConfig::LightBox lightBox;
+    ReadNodeLines(lines, lightBox, [&](std::string const& key, std::istringstream& line) {
+        if (key == "box_min")
+            ReadVec3(line, lightBox.box_min);
+        else if (key == "box_max")
+            ReadVec3(line, lightBox.box_max);
+    });
+    ConvertBox(lightBox.box_min, lightBox.box_max);
+    AddNode(config, keyword, name, lightBox, config.lightBoxes);
+}
+
+/// The section keywords and what reads each; other keywords are ignored.
+struct SectionKind {
+    std::string_view keyword;
+    void (*parse)(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines);
+};
+
+constexpr SectionKind SectionKinds[] = {
+    {"ENTITY", ParseEntity},
+    {"CAMERA", ParseCamera},
+    {"JOINT", ParseJoint},
+    {"TARGET", ParsePlainNode<EntityConfig::Target, &EntityConfig::targets>},
+    {"RENDERABLE", ParsePlainNode<EntityConfig::Renderable, &EntityConfig::renderables>},
+    {"COLLIDER", ParseCollider},
+    {"ADAPTER", ParseAdapter},
+    {"LIGHT_BOX", ParseLightBox},
+};
+
 } // namespace
 
 EntityConfig::EntityConfig(std::string const& path, std::optional<int> reloadInterval)
@@ -146,172 +332,11 @@ void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::ist
     else
         name = name.substr(first, name.find_last_not_of(NameBlanks) - first + 1);
 
-    // Sets the transform of a finished section and stores its node.
-    auto const addNode = [&](auto& record) {
-        record.transform = TransformFromBlender(record.position, record.rotation);
-        Node& node = nodes[name];
-        node.transform = record.transform;
-        node.parent = record.parent;
-        node.type = keyword;
-    };
-
-    if (keyword == "ENTITY") {
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (key == "mass") {
-                line >> mass;
-            } else if (key == "base_planes") {
-                base_planes.clear();
-                std::string plane;
-                while (line >> plane)
-                    base_planes.push_back(plane);
-            } else if (key == "airtight") {
-                airtight = ReadFlag(line);
-            }
+    for (SectionKind const& kind : SectionKinds) {
+        if (kind.keyword == keyword) {
+            kind.parse(*this, keyword, name, lines);
+            return;
         }
-    } else if (keyword == "CAMERA") {
-        Camera camera;
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (ReadNodeKey(key, line, camera))
-                continue;
-            if (key == "znear")
-                line >> camera.znear;
-        }
-        addNode(camera);
-        cameras[name] = std::move(camera);
-    } else if (keyword == "JOINT") {
-        static char const* const linearKeys[3] = {"linear_x", "linear_y", "linear_z"};
-        static char const* const angularKeys[3] = {"angular_x", "angular_y", "angular_z"};
-        Joint joint;
-        bool* const hasLinear[3] = {&joint.has_linear_x, &joint.has_linear_y, &joint.has_linear_z};
-        bool* const hasAngular[3] = {&joint.has_angular_x, &joint.has_angular_y, &joint.has_angular_z};
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (ReadNodeKey(key, line, joint))
-                continue;
-            for (int axis = 0; axis < 3; ++axis) {
-                if (key == linearKeys[axis]) {
-                    line >> joint.linear_min[axis] >> joint.linear_default[axis] >> joint.linear_max[axis];
-                    *hasLinear[axis] = true;
-                } else if (key == angularKeys[axis]) {
-                    line >> joint.angular_min[axis] >> joint.angular_default[axis] >> joint.angular_max[axis];
-                    *hasAngular[axis] = true;
-                }
-            }
-        }
-        addNode(joint);
-        // An axis the file does not give is fixed at the joint's own position or rotation.
-        for (int axis = 0; axis < 3; ++axis) {
-            if (!*hasLinear[axis]) {
-                joint.linear_min[axis] = joint.position[axis];
-                joint.linear_default[axis] = joint.position[axis];
-                joint.linear_max[axis] = joint.position[axis];
-            }
-            if (!*hasAngular[axis]) {
-                joint.angular_min[axis] = joint.rotation[axis];
-                joint.angular_default[axis] = joint.rotation[axis];
-                joint.angular_max[axis] = joint.rotation[axis];
-            }
-        }
-        joints[name] = std::move(joint);
-    } else if (keyword == "TARGET") {
-        Target target;
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            ReadNodeKey(key, line, target);
-        }
-        addNode(target);
-        targets[name] = std::move(target);
-    } else if (keyword == "RENDERABLE") {
-        Renderable renderable;
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            ReadNodeKey(key, line, renderable);
-        }
-        addNode(renderable);
-        renderables[name] = std::move(renderable);
-    } else if (keyword == "COLLIDER") {
-        Collider collider;
-        auto const warnAbout = [&](char const* what, size_t capacity) {
-            return [this, &name, what, capacity]() {
-                std::cerr << GetPath() << ": collider '" << name << "' lists more than " << capacity << ' ' << what
-                          << "; the rest are ignored" << std::endl;
-            };
-        };
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (ReadNodeKey(key, line, collider))
-                continue;
-            if (key == "is_build_block") {
-                collider.is_build_block = ReadFlag(line);
-            } else if (key == "displacement_volume") {
-                line >> collider.displacement_volume;
-            } else if (key == "box_min") {
-                ReadVec3(line, collider.box_min);
-            } else if (key == "box_max") {
-                ReadVec3(line, collider.box_max);
-            } else if (key == "vertices") {
-                collider.nb_vertices = ReadList(
-                    line, collider.vertices,
-                    [](std::istringstream& in, glm::vec3& vertex) {
-                        ReadVec3(in, vertex);
-                        vertex = ToGameAxes(vertex);
-                    },
-                    warnAbout("vertices", MaxColliderVertices));
-            } else if (key == "faces_normal") {
-                collider.nb_faces = ReadList(
-                    line, collider.faces_normal, [](std::istringstream& in, glm::vec3& normal) { ReadVec3(in, normal); },
-                    warnAbout("face normals", MaxColliderFaces));
-            } else if (key == "triangles") {
-                collider.nb_triangles = ReadList(
-                    line, collider.triangles,
-                    [](std::istringstream& in, glm::u16vec3& triangle) { in >> triangle.x >> triangle.y >> triangle.z; },
-                    warnAbout("triangles", MaxColliderTriangles));
-            }
-        }
-        for (size_t i = 0; i < collider.nb_faces; ++i) {
-            glm::vec3 const rotated = NormalRotation() * collider.faces_normal[i];
-            float const length = glm::length(rotated);
-            // A zero normal (e.g. from a trailing blank) stays zero instead of turning into NaN.
-            collider.faces_normal[i] = length > 0.0f ? rotated / length : rotated;
-        }
-        ConvertBox(collider.box_min, collider.box_max);
-        addNode(collider);
-        colliders[name] = std::move(collider);
-    } else if (keyword == "ADAPTER") {
-        Adapter adapter;
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (ReadNodeKey(key, line, adapter))
-                continue;
-            if (key == "type")
-                line >> adapter.type;
-        }
-        addNode(adapter);
-        adapters[name] = std::move(adapter);
-    } else if (keyword == "LIGHT_BOX") {
-        LightBox lightBox;
-        for (std::istringstream& line : lines) {
-            std::string key;
-            line >> key;
-            if (ReadNodeKey(key, line, lightBox))
-                continue;
-            if (key == "box_min")
-                ReadVec3(line, lightBox.box_min);
-            else if (key == "box_max")
-                ReadVec3(line, lightBox.box_max);
-        }
-        ConvertBox(lightBox.box_min, lightBox.box_max);
-        addNode(lightBox);
-        lightBoxes[name] = std::move(lightBox);
     }
 }
 

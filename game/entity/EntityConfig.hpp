@@ -34,22 +34,22 @@ namespace game::entity {
 /// thread may run. The constructor reads nothing and starts no thread.
 class EntityConfig : public nerox::filesystem::ConfigFile {
 public:
-    /// A camera mount.
-    struct Camera {
+    /// What every node section has: its place in the node tree.
+    struct NodeFields {
         std::string parent;              ///< Name of the parent node; empty for the root.
         glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
         glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        float znear = 0.0f;              ///< Near clipping distance.
         glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
+    };
+
+    /// A camera mount.
+    struct Camera : NodeFields {
+        float znear = 0.0f;              ///< Near clipping distance.
     };
 
     /// A movable joint. The ranges stay in the file's axes: component x of each
     /// vector belongs to the file's x axis, and so on.
-    struct Joint {
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
+    struct Joint : NodeFields {
         glm::vec3 linear_min{0.0f};      ///< Smallest offset per axis, metres.
         glm::vec3 linear_default{0.0f};  ///< Resting offset per axis, metres.
         glm::vec3 linear_max{0.0f};      ///< Largest offset per axis, metres.
@@ -65,20 +65,10 @@ public:
     };
 
     /// A named point, e.g. where a tool aims.
-    struct Target {
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
-    };
+    struct Target : NodeFields {};
 
     /// A part of the mesh that is drawn with its node's transform.
-    struct Renderable {
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
-    };
+    struct Renderable : NodeFields {};
 
     /// Most hull vertices a collider holds.
     static constexpr size_t MaxColliderVertices = 8;
@@ -88,10 +78,7 @@ public:
     static constexpr size_t MaxColliderTriangles = 12;
 
     /// A convex collision hull, or a box when it lists no vertices.
-    struct Collider {
-        std::string parent;                                   ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};                             ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};                             ///< Degrees, as the file gives them, in the file's axes.
+    struct Collider : NodeFields {
         bool is_build_block = false;                          ///< Counts as a building block.
         float displacement_volume = 0.0f;                     ///< Volume that displaces fluids.
         glm::vec3 box_min{0.0f};                              ///< Box corner, game axes, the smaller per axis.
@@ -102,26 +89,17 @@ public:
         std::array<glm::vec3, MaxColliderVertices> vertices{};      ///< Hull vertices, game axes.
         std::array<glm::vec3, MaxColliderFaces> faces_normal{};     ///< Unit face normals, game axes.
         std::array<glm::u16vec3, MaxColliderTriangles> triangles{}; ///< Vertex indices, three per triangle.
-        glm::mat4 transform{1.0f};                            ///< TransformFromBlender(position, rotation).
     };
 
     /// A place where another item can be attached.
-    struct Adapter {
+    struct Adapter : NodeFields {
         std::string type;                ///< Kind of attachment; interpreted by the content modules.
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
     };
 
     /// A box that bounds a light's effect.
-    struct LightBox {
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
+    struct LightBox : NodeFields {
         glm::vec3 box_min{0.0f};         ///< Box corner, game axes, the smaller per axis.
         glm::vec3 box_max{0.0f};         ///< Box corner, game axes, the larger per axis.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
     };
 
     /// One node of the tree that every section but ENTITY adds.
