@@ -2,6 +2,7 @@
 
 #include "nerox/filesystem/ConfigFile.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <sstream>
@@ -36,10 +37,184 @@ bool IsWorldName(std::string const& name) {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
+// Value checks shared by the options: each reads text into out or says what it needs.
+bool WholeAtLeast(std::string const& text, long long least, long long& out) {
+    return ParseNumber(text, out) && out >= least;
+}
+
+bool FileName(std::string const& text, std::string& out) {
+    out = text;
+    return !text.empty();
+}
+
+// Loads module NAME in every class it has a library for; the folder must exist.
+bool AddModuleEverywhere(HostOptions& o, std::string const& name, std::string& error) {
+    for (char const* cls : {"GAME_Mod", "SERVER_Mod", "TESSARA_Mod"}) {
+        if (!std::filesystem::exists("modules/" + name + "/" + name + "." + cls + ".so")) continue;
+        std::string const c = cls;
+        (c == "GAME_Mod" ? o.gameModules : c == "SERVER_Mod" ? o.serverModules : o.contentModules).push_back(name);
+    }
+    if (!std::filesystem::exists("modules/" + name)) {
+        error = "module '" + name + "' not found: there is no folder modules/" + name + " in " +
+                std::filesystem::current_path().string();
+        return false;
+    }
+    return true;
+}
+
+// One command-line option: its name, the name of its value (none for a switch),
+// its lines of help, what a refused value needs, and what it does. apply returns
+// false with error set, or with error empty for the message made from `needs`:
+// "OPTION needs NEEDS, not 'VALUE'".
+struct Option {
+    char const* name;
+    char const* value;
+    char const* help;
+    char const* needs;
+    bool (*apply)(HostOptions& o, std::string const& text, std::string& error);
+};
+
+Option const Options[] = {
+    {"--headless", nullptr, "Run without window, renderer or audio (the default).", nullptr,
+     [](HostOptions& o, std::string const&, std::string&) { o.headless = true, o.client = false; return true; }},
+    {"--ticks", "N", "Run N server ticks as fast as possible, then stop.", "a whole number of at least 0",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         long long n = 0;
+         return WholeAtLeast(t, 0, n) && (o.ticks = n, true);
+     }},
+    {"--tick-rate", "HZ", "Server ticks per second in real time (default 60).",
+     "a number of ticks per second above 0",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         return ParseNumber(t, o.tickRate) && o.tickRate > 0.0 && o.tickRate <= 100000.0 && (o.tickRateGiven = true);
+     }},
+    {"--substeps", "N", "Physics substeps per server tick (default 4).", "a whole number of at least 1",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         return ParseNumber(t, o.substeps) && o.substeps >= 1 && (o.substepsGiven = true);
+     }},
+    {"--world", "NAME",
+     "World to run (default \"demo\"). Its entities are saved in\n"
+     "../Tessara-data/server/worlds/NAME/entities/, beside the\n"
+     "run directory; a new world is created on first use.",
+     "a folder name without '/'",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.world = t;
+         return IsWorldName(t) && (o.worldGiven = true);
+     }},
+    {"--module", "NAME",
+     "Load module NAME in every class it has a library for:\n"
+     "modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"
+     "NAME.TESSARA_Mod.so. May be repeated.",
+     nullptr,
+     [](HostOptions& o, std::string const& t, std::string& error) {
+         o.modulesGiven = true;
+         return AddModuleEverywhere(o, t, error);
+     }},
+    {"--game-mod", "NAME", "Load modules/NAME/NAME.GAME_Mod.so. May be repeated.", nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.gameModules.push_back(t);
+         return o.modulesGiven = true;
+     }},
+    {"--server-mod", "NAME", "Load modules/NAME/NAME.SERVER_Mod.so. May be repeated.", nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.serverModules.push_back(t);
+         return o.modulesGiven = true;
+     }},
+    {"--content-mod", "NAME", "Have the game load modules/NAME/NAME.TESSARA_Mod.so. May be repeated.", nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.contentModules.push_back(t);
+         return o.modulesGiven = true;
+     }},
+    {"--config", "FILE",
+     "Host configuration file (default: tessara.ini if present).\n"
+     "Modules named on the command line replace the file's.",
+     nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.configPath = t;
+         return o.configGiven = true;
+     }},
+    {"--settings", "FILE", "The user's settings file (default ../Tessara-data/settings.ini).", nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.settingsPath = t;
+         return true;
+     }},
+    {"--no-profile", nullptr, "Do not collect profiler scopes.", nullptr,
+     [](HostOptions& o, std::string const&, std::string&) {
+         o.profile = false;
+         return true;
+     }},
+    {"--trace", "FILE",
+     "After every tick, write each entity's place and velocity\n"
+     "to the CSV file FILE (plot it with scripts/plot-trace.sh).",
+     "a file name", [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.tracePath); }},
+    {"--trace-type", "TYPE", "Trace only entities of item type TYPE. May be repeated.", nullptr,
+     [](HostOptions& o, std::string const& t, std::string&) {
+         o.traceTypes.push_back(t);
+         return true;
+     }},
+    {"--seed", "N",
+     "Seed the physics step's random sampling, so that runs of\n"
+     "the same world repeat exactly.",
+     "a whole number of at least 0",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         long long n = 0;
+         return WholeAtLeast(t, 0, n) && (o.seed = static_cast<uint64_t>(n), true);
+     }},
+    {"--input", "FILE",
+     "Replay the input script FILE (see README, \"Replaying\n"
+     "input\") in a headless 1280x720 window: its keys, mouse,\n"
+     "cursor, gamepads and joysticks. Input passes then advance\n"
+     "a fixed clock of 1/60 s each, so that a script gives the\n"
+     "same actions pass by pass on any machine. 'quit' in the\n"
+     "file ends the run (the world is saved as on Ctrl+C).",
+     "a file name", [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.inputPath); }},
+    {"--print-actions", nullptr,
+     "After each input pass in which some controller action\n"
+     "changed, print one line with the changed ones:\n"
+     "  actions pass 12 t=0.200 AvatarTranslateForward 0->1",
+     nullptr,
+     [](HostOptions& o, std::string const&, std::string&) { return o.printActions = true; }},
+    {"--client", nullptr,
+     "Client mode: open a window with the Vulkan renderer and run\n"
+     "frames until the window is closed (or --frames).",
+     nullptr, [](HostOptions& o, std::string const&, std::string&) { o.headless = false; return o.client = true; }},
+    {"--offscreen", nullptr,
+     "In client mode, render into an image instead of a window\n"
+     "(no display needed).",
+     nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.offscreen = true; }},
+    {"--frames", "N", "In client mode, stop after N frames.", "a whole number of at least 1",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         long long n = 0;
+         return WholeAtLeast(t, 1, n) && (o.frames = n, true);
+     }},
+    {"--screenshot", "FILE", "In client mode, save the last frame to FILE (PNG).", "a file name",
+     [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.screenshotPath); }},
+    {"--size", "WxH", "Client output size in pixels (default 1280x720).", nullptr,
+     [](HostOptions& o, std::string const& t, std::string& error) {
+         size_t const x = t.find('x');
+         int width = 0, height = 0;
+         if (x == std::string::npos || !ParseNumber(t.substr(0, x), width) || !ParseNumber(t.substr(x + 1), height) ||
+             width < 16 || height < 16 || width > 16384 || height > 16384) {
+             error = "--size needs WIDTHxHEIGHT, each 16 to 16384 pixels, not '" + t + "'";
+             return false;
+         }
+         o.width = width;
+         o.height = height;
+         return true;
+     }},
+    {"--help", nullptr, "Show this text.", nullptr,
+     [](HostOptions& o, std::string const&, std::string&) { return o.help = true; }},
+};
+
+Option const* FindOption(std::string const& name) {
+    for (Option const& option : Options)
+        if (name == option.name || (name == "-h" && std::string(option.name) == "--help")) return &option;
+    return nullptr;
+}
+
 } // namespace
 
 std::string UsageText() {
-    return
+    std::string text =
         "Usage: tessara [options]\n"
         "       tessara nodes compile FILE   (see tessara nodes --help)\n"
         "\n"
@@ -48,197 +223,51 @@ std::string UsageText() {
         "Ctrl+C (or after --ticks), then prints a summary with the profiler's scopes.\n"
         "Run it from the run directory (build/run), which holds game.so and modules/.\n"
         "\n"
-        "Options:\n"
-        "  --headless            Run without window, renderer or audio (the default).\n"
-        "  --ticks N             Run N server ticks as fast as possible, then stop.\n"
-        "  --tick-rate HZ        Server ticks per second in real time (default 60).\n"
-        "  --substeps N          Physics substeps per server tick (default 4).\n"
-        "  --world NAME          World to run (default \"demo\"). Its entities are saved in\n"
-        "                        ../Tessara-data/server/worlds/NAME/entities/, beside the\n"
-        "                        run directory; a new world is created on first use.\n"
-        "  --module NAME         Load module NAME in every class it has a library for:\n"
-        "                        modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"
-        "                        NAME.TESSARA_Mod.so. May be repeated.\n"
-        "  --game-mod NAME       Load modules/NAME/NAME.GAME_Mod.so. May be repeated.\n"
-        "  --server-mod NAME     Load modules/NAME/NAME.SERVER_Mod.so. May be repeated.\n"
-        "  --content-mod NAME    Have the game load modules/NAME/NAME.TESSARA_Mod.so. May be repeated.\n"
-        "  --config FILE         Host configuration file (default: tessara.ini if present).\n"
-        "                        Modules named on the command line replace the file's.\n"
-        "  --settings FILE       The user's settings file (default ../Tessara-data/settings.ini).\n"
-        "  --no-profile          Do not collect profiler scopes.\n"
-        "  --trace FILE          After every tick, write each entity's place and velocity\n"
-        "                        to the CSV file FILE (plot it with scripts/plot-trace.sh).\n"
-        "  --trace-type TYPE     Trace only entities of item type TYPE. May be repeated.\n"
-        "  --seed N              Seed the physics step's random sampling, so that runs of\n"
-        "                        the same world repeat exactly.\n"
-        "  --input FILE          Replay the input script FILE (see README, \"Replaying\n"
-        "                        input\") in a headless 1280x720 window: its keys, mouse,\n"
-        "                        cursor, gamepads and joysticks. Input passes then advance\n"
-        "                        a fixed clock of 1/60 s each, so that a script gives the\n"
-        "                        same actions pass by pass on any machine. 'quit' in the\n"
-        "                        file ends the run (the world is saved as on Ctrl+C).\n"
-        "  --print-actions       After each input pass in which some controller action\n"
-        "                        changed, print one line with the changed ones:\n"
-        "                          actions pass 12 t=0.200 AvatarTranslateForward 0->1\n"
-        "  --client              Client mode: open a window with the Vulkan renderer and run\n"
-        "                        frames until the window is closed (or --frames).\n"
-        "  --offscreen           In client mode, render into an image instead of a window\n"
-        "                        (no display needed).\n"
-        "  --frames N            In client mode, stop after N frames.\n"
-        "  --screenshot FILE     In client mode, save the last frame to FILE (PNG).\n"
-        "  --size WxH            Client output size in pixels (default 1280x720).\n"
-        "  --help                Show this text.\n"
-        "\n"
-        "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
-        "  [modules]\n"
-        "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
-        "  game = TESSARA_sample\n"
-        "  server = TESSARA_sample\n"
-        "  content = TESSARA_sample\n"
-        "  [server]\n"
-        "  tick_rate = 60\n"
-        "  substeps = 4\n"
-        "  world = demo\n";
+        "Options:\n";
+    for (Option const& option : Options) {
+        std::string head = "  " + std::string(option.name) + (option.value ? std::string(" ") + option.value : "");
+        head.resize(std::max<size_t>(head.size() + 1, 24), ' ');
+        std::istringstream lines(option.help);
+        bool first = true;
+        for (std::string line; std::getline(lines, line); first = false)
+            text += (first ? head : std::string(24, ' ')) + line + "\n";
+    }
+    return text +
+           "\n"
+           "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
+           "  [modules]\n"
+           "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
+           "  game = TESSARA_sample\n"
+           "  server = TESSARA_sample\n"
+           "  content = TESSARA_sample\n"
+           "  [server]\n"
+           "  tick_rate = 60\n"
+           "  substeps = 4\n"
+           "  world = demo\n";
 }
 
 std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& error) {
     HostOptions options;
     for (int i = 1; i < argc; ++i) {
-        std::string argument = argv[i];
-        auto value = [&](std::string& out) {
+        std::string const argument = argv[i];
+        Option const* option = FindOption(argument);
+        if (option == nullptr) {
+            error.message = "unknown option '" + argument + "' (see tessara --help)";
+            return std::nullopt;
+        }
+        std::string text;
+        if (option->value != nullptr) {
             if (i + 1 >= argc) {
                 error.message = "option " + argument + " needs a value";
-                return false;
-            }
-            out = argv[++i];
-            return true;
-        };
-        std::string text;
-        if (argument == "--help" || argument == "-h") {
-            options.help = true;
-        } else if (argument == "--headless") {
-            options.headless = true;
-            options.client = false;
-        } else if (argument == "--client") {
-            options.client = true;
-            options.headless = false;
-        } else if (argument == "--offscreen") {
-            options.offscreen = true;
-        } else if (argument == "--frames") {
-            long long frames = 0;
-            if (!value(text)) return std::nullopt;
-            if (!ParseNumber(text, frames) || frames < 1) {
-                error.message = "--frames needs a whole number of at least 1, not '" + text + "'";
                 return std::nullopt;
             }
-            options.frames = frames;
-        } else if (argument == "--screenshot") {
-            if (!value(options.screenshotPath)) return std::nullopt;
-            if (options.screenshotPath.empty()) {
-                error.message = "--screenshot needs a file name";
-                return std::nullopt;
-            }
-        } else if (argument == "--size") {
-            if (!value(text)) return std::nullopt;
-            size_t const x = text.find('x');
-            int width = 0, height = 0;
-            if (x == std::string::npos || !ParseNumber(text.substr(0, x), width) ||
-                !ParseNumber(text.substr(x + 1), height) || width < 16 || height < 16 || width > 16384 || height > 16384) {
-                error.message = "--size needs WIDTHxHEIGHT, each 16 to 16384 pixels, not '" + text + "'";
-                return std::nullopt;
-            }
-            options.width = width;
-            options.height = height;
-        } else if (argument == "--ticks") {
-            long long ticks = 0;
-            if (!value(text)) return std::nullopt;
-            if (!ParseNumber(text, ticks) || ticks < 0) {
-                error.message = "--ticks needs a whole number of at least 0, not '" + text + "'";
-                return std::nullopt;
-            }
-            options.ticks = ticks;
-        } else if (argument == "--tick-rate") {
-            if (!value(text)) return std::nullopt;
-            if (!ParseNumber(text, options.tickRate) || !(options.tickRate > 0.0) || options.tickRate > 100000.0) {
-                error.message = "--tick-rate needs a number of ticks per second above 0, not '" + text + "'";
-                return std::nullopt;
-            }
-            options.tickRateGiven = true;
-        } else if (argument == "--substeps") {
-            if (!value(text)) return std::nullopt;
-            if (!ParseNumber(text, options.substeps) || options.substeps < 1) {
-                error.message = "--substeps needs a whole number of at least 1, not '" + text + "'";
-                return std::nullopt;
-            }
-            options.substepsGiven = true;
-        } else if (argument == "--world") {
-            if (!value(options.world)) return std::nullopt;
-            if (!IsWorldName(options.world)) {
-                error.message = "--world needs a folder name without '/', not '" + options.world + "'";
-                return std::nullopt;
-            }
-            options.worldGiven = true;
-        } else if (argument == "--module") {
-            if (!value(text)) return std::nullopt;
-            options.modulesGiven = true;
-            for (char const* cls : {"GAME_Mod", "SERVER_Mod", "TESSARA_Mod"}) {
-                std::string path = "modules/" + text + "/" + text + "." + cls + ".so";
-                if (!std::filesystem::exists(path)) continue;
-                if (std::string(cls) == "GAME_Mod") options.gameModules.push_back(text);
-                else if (std::string(cls) == "SERVER_Mod") options.serverModules.push_back(text);
-                else options.contentModules.push_back(text);
-            }
-            if (!std::filesystem::exists("modules/" + text)) {
-                error.message = "module '" + text + "' not found: there is no folder modules/" + text +
-                                " in " + std::filesystem::current_path().string();
-                return std::nullopt;
-            }
-        } else if (argument == "--game-mod") {
-            if (!value(text)) return std::nullopt;
-            options.modulesGiven = true;
-            options.gameModules.push_back(text);
-        } else if (argument == "--server-mod") {
-            if (!value(text)) return std::nullopt;
-            options.modulesGiven = true;
-            options.serverModules.push_back(text);
-        } else if (argument == "--content-mod") {
-            if (!value(text)) return std::nullopt;
-            options.modulesGiven = true;
-            options.contentModules.push_back(text);
-        } else if (argument == "--config") {
-            if (!value(options.configPath)) return std::nullopt;
-            options.configGiven = true;
-        } else if (argument == "--settings") {
-            if (!value(options.settingsPath)) return std::nullopt;
-        } else if (argument == "--no-profile") {
-            options.profile = false;
-        } else if (argument == "--trace") {
-            if (!value(options.tracePath)) return std::nullopt;
-            if (options.tracePath.empty()) {
-                error.message = "--trace needs a file name";
-                return std::nullopt;
-            }
-        } else if (argument == "--trace-type") {
-            if (!value(text)) return std::nullopt;
-            options.traceTypes.push_back(text);
-        } else if (argument == "--seed") {
-            if (!value(text)) return std::nullopt;
-            long long seed = 0;
-            if (!ParseNumber(text, seed) || seed < 0) {
-                error.message = "--seed needs a whole number of at least 0, not '" + text + "'";
-                return std::nullopt;
-            }
-            options.seed = static_cast<uint64_t>(seed);
-        } else if (argument == "--input") {
-            if (!value(options.inputPath)) return std::nullopt;
-            if (options.inputPath.empty()) {
-                error.message = "--input needs a file name";
-                return std::nullopt;
-            }
-        } else if (argument == "--print-actions") {
-            options.printActions = true;
-        } else {
-            error.message = "unknown option '" + argument + "' (see tessara --help)";
+            text = argv[++i];
+        }
+        std::string message;
+        if (!option->apply(options, text, message)) {
+            error.message = !message.empty() ? message
+                            : text.empty()    ? argument + " needs " + option->needs
+                                              : argument + " needs " + option->needs + ", not '" + text + "'";
             return std::nullopt;
         }
     }
