@@ -191,7 +191,157 @@ void ReadIdentity(LineReader& reader, InputEvent& event, char const* defaultName
     event.name = reader.HasMore() ? reader.Rest() : std::string(defaultName);
 }
 
-char const* const EventList = "mode, key, mouse, cursor, focus, gamepad, joystick, disconnect or quit";
+/// One line being read, with the devices the script has plugged in so far.
+struct ScriptLine {
+    LineReader& reader;
+    std::array<DeviceSlot, InputScript::LastDevice + 1>& slots;
+
+    /// A device number and what the script has plugged in there.
+    DeviceSlot& Device() {
+        std::string_view const word = reader.Next("device number");
+        int id = 0;
+        if (!LineReader::ParseInt(word, id) || id < 0 || id > InputScript::LastDevice)
+            reader.Fail("device number must be a whole number from 0 to " + std::to_string(InputScript::LastDevice) +
+                        ", not '" + std::string(word) + "'");
+        return slots[static_cast<size_t>(id)];
+    }
+
+    int IdOf(DeviceSlot const& slot) const { return static_cast<int>(&slot - slots.data()); }
+
+    void Connected(DeviceSlot const& slot, DeviceSlot::Type type) const {
+        std::string const id = std::to_string(IdOf(slot));
+        if (slot.type == DeviceSlot::Type::None) reader.Fail("no device is connected at " + id + " (connect one first)");
+        if (slot.type != type) {
+            bool const isPad = slot.type == DeviceSlot::Type::Gamepad;
+            reader.Fail("device " + id + " is a " + (isPad ? "gamepad" : "joystick") + ": use '" +
+                        (isPad ? "gamepad " : "joystick ") + id + " ...'");
+        }
+    }
+
+    /// A raw axis, button or hat of a joystick: its number, or AXIS_N, BUTTON_N.
+    int IndexOn(char const* what, int count, int id, char const* kind) {
+        std::string_view const word = reader.Next(what);
+        int value = 0;
+        if (kind != nullptr) value = nerox::input::code_from_string(kind, std::string(word));
+        else if (!LineReader::ParseInt(word, value)) value = -1;
+        if (value < 0) reader.Fail(std::string(what) + " must be a whole number from 0, not '" + std::string(word) + "'");
+        if (value >= count)
+            reader.Fail(std::string(what) + " " + std::string(word) + " is past the " + std::to_string(count) +
+                        " that device " + std::to_string(id) + " was connected with");
+        return value;
+    }
+};
+
+void ReadGamepad(ScriptLine& in, InputEvent& event) {
+    DeviceSlot& slot = in.Device();
+    event.device = in.IdOf(slot);
+    size_t const what = in.reader.Choice("gamepad event", {"connect", "button", "axis"});
+    if (what == 0) {
+        event.kind = InputEvent::Kind::GamepadConnect;
+        event.axes = GamepadAxes;
+        event.buttons = GamepadButtons;
+        ReadIdentity(in.reader, event, "Scripted gamepad");
+        slot = {DeviceSlot::Type::Gamepad, GamepadAxes, GamepadButtons, 0};
+        return;
+    }
+    in.Connected(slot, DeviceSlot::Type::Gamepad);
+    if (what == 1) {
+        event.kind = InputEvent::Kind::GamepadButton;
+        event.index = in.reader.Code(nerox::input::KindGamepadButton, "gamepad button", GamepadButtons - 1);
+        event.down = in.reader.DownOrUp();
+    } else {
+        event.kind = InputEvent::Kind::GamepadAxis;
+        event.index = in.reader.Code(nerox::input::KindGamepadAxis, "gamepad axis", GamepadAxes - 1);
+        event.x = in.reader.Number("axis value", -1.0, 1.0);
+    }
+}
+
+void ReadJoystick(ScriptLine& in, InputEvent& event) {
+    DeviceSlot& slot = in.Device();
+    event.device = in.IdOf(slot);
+    size_t const what = in.reader.Choice("joystick event", {"connect", "axis", "button", "hat"});
+    if (what == 0) {
+        event.kind = InputEvent::Kind::JoystickConnect;
+        event.axes = in.reader.Whole("number of axes", 0, InputScript::MaxAxes);
+        event.buttons = in.reader.Whole("number of buttons", 0, InputScript::MaxButtons);
+        event.hats = in.reader.Whole("number of hats", 0, InputScript::MaxHats);
+        ReadIdentity(in.reader, event, "Scripted joystick");
+        slot = {DeviceSlot::Type::Joystick, event.axes, event.buttons, event.hats};
+        return;
+    }
+    in.Connected(slot, DeviceSlot::Type::Joystick);
+    if (what == 1) {
+        event.kind = InputEvent::Kind::JoystickAxis;
+        event.index = in.IndexOn("axis", slot.axes, event.device, nerox::input::KindJoystickAxis);
+        event.x = in.reader.Number("axis value", -1.0, 1.0);
+    } else if (what == 2) {
+        event.kind = InputEvent::Kind::JoystickButton;
+        event.index = in.IndexOn("button", slot.buttons, event.device, nerox::input::KindJoystickButton);
+        event.down = in.reader.DownOrUp();
+    } else {
+        event.kind = InputEvent::Kind::JoystickHat;
+        event.index = in.IndexOn("hat", slot.hats, event.device, nullptr);
+        event.value = ParseHat(in.reader);
+    }
+}
+
+/// The events of a script line, after its time, and how each reads the rest of the line.
+struct EventCommand {
+    char const* name;
+    void (*read)(ScriptLine& in, InputEvent& event);
+};
+
+EventCommand const EventCommands[] = {
+    {"mode",
+     [](ScriptLine& in, InputEvent& event) {
+         event.kind = InputEvent::Kind::Mode;
+         event.value = static_cast<int>(in.reader.Choice("mode", {"ui", "play", "station"}));
+     }},
+    {"key",
+     [](ScriptLine& in, InputEvent& event) {
+         event.kind = InputEvent::Kind::Key;
+         event.index = in.reader.Code(nerox::input::KindKey, "key", GLFW_KEY_LAST);
+         event.down = in.reader.DownOrUp();
+     }},
+    {"mouse",
+     [](ScriptLine& in, InputEvent& event) {
+         event.kind = InputEvent::Kind::Mouse;
+         event.index = in.reader.Code(nerox::input::KindMouse, "mouse button", GLFW_MOUSE_BUTTON_LAST);
+         event.down = in.reader.DownOrUp();
+     }},
+    {"cursor",
+     [](ScriptLine& in, InputEvent& event) {
+         event.kind = InputEvent::Kind::Cursor;
+         event.x = in.reader.Number("cursor x", -InputScript::MaxCursor, InputScript::MaxCursor);
+         event.y = in.reader.Number("cursor y", -InputScript::MaxCursor, InputScript::MaxCursor);
+     }},
+    {"focus",
+     [](ScriptLine& in, InputEvent& event) {
+         event.kind = InputEvent::Kind::Focus;
+         event.down = in.reader.Choice("focus", {"on", "off"}) == 0;
+     }},
+    {"gamepad", ReadGamepad},
+    {"joystick", ReadJoystick},
+    {"disconnect",
+     [](ScriptLine& in, InputEvent& event) {
+         DeviceSlot& slot = in.Device();
+         if (slot.type == DeviceSlot::Type::None)
+             in.reader.Fail("no device is connected at " + std::to_string(in.IdOf(slot)) + " to disconnect");
+         event.kind = InputEvent::Kind::Disconnect;
+         event.device = in.IdOf(slot);
+         slot = DeviceSlot{};
+     }},
+    {"quit", [](ScriptLine&, InputEvent& event) { event.kind = InputEvent::Kind::Quit; }},
+};
+
+/// "mode, key, ... or quit", for the message about an unknown event.
+std::string EventList() {
+    std::string list;
+    size_t const count = std::size(EventCommands);
+    for (size_t i = 0; i < count; ++i)
+        list += (i == 0 ? "" : i + 1 == count ? " or " : ", ") + std::string(EventCommands[i].name);
+    return list;
+}
 
 } // namespace
 
@@ -251,119 +401,13 @@ InputScript InputScript::Parse(std::string_view text, std::string const& fileNam
             lastTimeLine = lineNumber;
         }
 
-        // A device number and what the script has plugged in there.
-        auto device = [&reader, &slots]() -> DeviceSlot& {
-            std::string_view const word = reader.Next("device number");
-            int id = 0;
-            if (!LineReader::ParseInt(word, id) || id < 0 || id > LastDevice)
-                reader.Fail("device number must be a whole number from 0 to " + std::to_string(LastDevice) +
-                            ", not '" + std::string(word) + "'");
-            return slots[static_cast<size_t>(id)];
-        };
-        auto idOf = [&slots](DeviceSlot const& slot) { return static_cast<int>(&slot - slots.data()); };
-        auto connected = [&reader, &idOf](DeviceSlot const& slot, DeviceSlot::Type type) {
-            std::string const id = std::to_string(idOf(slot));
-            if (slot.type == DeviceSlot::Type::None)
-                reader.Fail("no device is connected at " + id + " (connect one first)");
-            if (slot.type != type) {
-                bool const isPad = slot.type == DeviceSlot::Type::Gamepad;
-                reader.Fail("device " + id + " is a " + (isPad ? "gamepad" : "joystick") + ": use '" +
-                            (isPad ? "gamepad " : "joystick ") + id + " ...'");
-            }
-        };
-        // A raw axis or button: its number, or AXIS_N, BUTTON_N.
-        auto indexOn = [&reader](char const* what, int count, int id, char const* kind) {
-            std::string_view const word = reader.Next(what);
-            int value = 0;
-            if (kind != nullptr) value = nerox::input::code_from_string(kind, std::string(word));
-            else if (!LineReader::ParseInt(word, value)) value = -1;
-            if (value < 0)
-                reader.Fail(std::string(what) + " must be a whole number from 0, not '" + std::string(word) + "'");
-            if (value >= count)
-                reader.Fail(std::string(what) + " " + std::string(word) + " is past the " + std::to_string(count) +
-                            " that device " + std::to_string(id) + " was connected with");
-            return value;
-        };
-
         std::string const name = Lower(reader.Next("event"));
-        if (name == "mode") {
-            event.kind = InputEvent::Kind::Mode;
-            event.value = static_cast<int>(reader.Choice("mode", {"ui", "play", "station"}));
-        } else if (name == "key") {
-            event.kind = InputEvent::Kind::Key;
-            event.index = reader.Code(nerox::input::KindKey, "key", GLFW_KEY_LAST);
-            event.down = reader.DownOrUp();
-        } else if (name == "mouse") {
-            event.kind = InputEvent::Kind::Mouse;
-            event.index = reader.Code(nerox::input::KindMouse, "mouse button", GLFW_MOUSE_BUTTON_LAST);
-            event.down = reader.DownOrUp();
-        } else if (name == "cursor") {
-            event.kind = InputEvent::Kind::Cursor;
-            event.x = reader.Number("cursor x", -MaxCursor, MaxCursor);
-            event.y = reader.Number("cursor y", -MaxCursor, MaxCursor);
-        } else if (name == "focus") {
-            event.kind = InputEvent::Kind::Focus;
-            event.down = reader.Choice("focus", {"on", "off"}) == 0;
-        } else if (name == "gamepad") {
-            DeviceSlot& slot = device();
-            event.device = idOf(slot);
-            size_t const what = reader.Choice("gamepad event", {"connect", "button", "axis"});
-            if (what == 0) {
-                event.kind = InputEvent::Kind::GamepadConnect;
-                event.axes = GamepadAxes;
-                event.buttons = GamepadButtons;
-                ReadIdentity(reader, event, "Scripted gamepad");
-                slot = {DeviceSlot::Type::Gamepad, GamepadAxes, GamepadButtons, 0};
-            } else if (what == 1) {
-                connected(slot, DeviceSlot::Type::Gamepad);
-                event.kind = InputEvent::Kind::GamepadButton;
-                event.index = reader.Code(nerox::input::KindGamepadButton, "gamepad button", GamepadButtons - 1);
-                event.down = reader.DownOrUp();
-            } else {
-                connected(slot, DeviceSlot::Type::Gamepad);
-                event.kind = InputEvent::Kind::GamepadAxis;
-                event.index = reader.Code(nerox::input::KindGamepadAxis, "gamepad axis", GamepadAxes - 1);
-                event.x = reader.Number("axis value", -1.0, 1.0);
-            }
-        } else if (name == "joystick") {
-            DeviceSlot& slot = device();
-            event.device = idOf(slot);
-            size_t const what = reader.Choice("joystick event", {"connect", "axis", "button", "hat"});
-            if (what == 0) {
-                event.kind = InputEvent::Kind::JoystickConnect;
-                event.axes = reader.Whole("number of axes", 0, MaxAxes);
-                event.buttons = reader.Whole("number of buttons", 0, MaxButtons);
-                event.hats = reader.Whole("number of hats", 0, MaxHats);
-                ReadIdentity(reader, event, "Scripted joystick");
-                slot = {DeviceSlot::Type::Joystick, event.axes, event.buttons, event.hats};
-            } else {
-                connected(slot, DeviceSlot::Type::Joystick);
-                if (what == 1) {
-                    event.kind = InputEvent::Kind::JoystickAxis;
-                    event.index = indexOn("axis", slot.axes, event.device, nerox::input::KindJoystickAxis);
-                    event.x = reader.Number("axis value", -1.0, 1.0);
-                } else if (what == 2) {
-                    event.kind = InputEvent::Kind::JoystickButton;
-                    event.index = indexOn("button", slot.buttons, event.device, nerox::input::KindJoystickButton);
-                    event.down = reader.DownOrUp();
-                } else {
-                    event.kind = InputEvent::Kind::JoystickHat;
-                    event.index = indexOn("hat", slot.hats, event.device, nullptr);
-                    event.value = ParseHat(reader);
-                }
-            }
-        } else if (name == "disconnect") {
-            DeviceSlot& slot = device();
-            if (slot.type == DeviceSlot::Type::None)
-                reader.Fail("no device is connected at " + std::to_string(idOf(slot)) + " to disconnect");
-            event.kind = InputEvent::Kind::Disconnect;
-            event.device = idOf(slot);
-            slot = DeviceSlot{};
-        } else if (name == "quit") {
-            event.kind = InputEvent::Kind::Quit;
-        } else {
-            reader.Fail("unknown event '" + name + "' (events: " + EventList + ")");
-        }
+        EventCommand const* command = nullptr;
+        for (EventCommand const& candidate : EventCommands)
+            if (name == candidate.name) command = &candidate;
+        if (command == nullptr) reader.Fail("unknown event '" + name + "' (events: " + EventList() + ")");
+        ScriptLine in{reader, slots};
+        command->read(in, event);
         reader.End();
         script._events.push_back(std::move(event));
     }
