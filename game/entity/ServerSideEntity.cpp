@@ -91,6 +91,26 @@ bool Overrides(Interface const&, MemberFunction)
 /// Longest parent chain walked; guards against a cycle read from damaged files.
 constexpr int MaxParentDepth = 4096;
 
+/// Walks up from start while the entity in hand is a component whose parent is
+/// in the registry, at most MaxParentDepth links, calling leave(component) for
+/// each component it climbs out of. Returns where it stopped; holder keeps that
+/// entity alive when it is not start.
+template <class Leave>
+ServerSideEntity const* ClimbComponents(ServerSideEntity const* start, ServerSideEntity::Ptr& holder,
+                                        Leave const& leave)
+{
+    ServerSideEntity const* current = start;
+    for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
+        ServerSideEntity::Ptr parent = ServerSideEntity::Get(current->parentEntity);
+        if (!parent)
+            break;
+        leave(*current);
+        holder = std::move(parent);
+        current = holder.get();
+    }
+    return current;
+}
+
 std::string WorldFolder() { return "../Tessara-data/server/worlds/" + Game::_current_world; }
 
 } // namespace
@@ -234,41 +254,31 @@ void ServerSideEntity::RemoveChild(Ptr& entity)
 ServerSideEntity::Ptr ServerSideEntity::GetFirstNonComponentParent() const
 {
     Ptr parent = Get(parentEntity);
-    for (int depth = 0; parent && parent->isComponent && depth < MaxParentDepth; ++depth)
-        parent = Get(parent->parentEntity);
-    return parent && !parent->isComponent ? parent : Ptr();
+    if (!parent)
+        return Ptr();
+    Ptr holder;
+    ServerSideEntity const* const top = ClimbComponents(parent.get(), holder, [](ServerSideEntity const&) {});
+    if (top->isComponent)
+        return Ptr();
+    return holder ? holder : parent;
 }
 
 glm::dmat4 ServerSideEntity::GetTransformInPhysicsParent() const
 {
-    // Walks up while the chain is made of components: the product of their
-    // transforms places this one in the body that carries them all.
+    // The product of the components' transforms places this one in the body
+    // that carries them all.
     glm::dmat4 transform(1.0);
-    ServerSideEntity const* current = this;
     Ptr holder;
-    for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
-        Ptr parent = Get(current->parentEntity);
-        if (!parent)
-            break;
-        transform = current->GetTransform() * transform;
-        holder = std::move(parent);
-        current = holder.get();
-    }
+    ClimbComponents(this, holder, [&transform](ServerSideEntity const& component) {
+        transform = component.GetTransform() * transform;
+    });
     return transform;
 }
 
 Id ServerSideEntity::GetVehicleID() const
 {
-    ServerSideEntity const* current = this;
     Ptr holder;
-    for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
-        Ptr parent = Get(current->parentEntity);
-        if (!parent)
-            break;
-        holder = std::move(parent);
-        current = holder.get();
-    }
-    return current->id;
+    return ClimbComponents(this, holder, [](ServerSideEntity const&) {})->id;
 }
 
 glm::dmat3 ServerSideEntity::GetInertiaTensorWorld() const

@@ -157,6 +157,32 @@ void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes)
     }
 }
 
+/// The fields that state and checkpoint files both hold, read whole before
+/// any of them is applied, so that a damaged file leaves the entity as it was.
+/// The two formats keep them in different orders.
+struct SavedPlacement {
+    Id parent;
+    glm::dvec3 position{0.0};
+    glm::dquat orientation{1.0, 0.0, 0.0, 0.0};
+    glm::dvec3 linearVelocity{0.0};
+    glm::dvec3 angularVelocity{0.0};
+    EnvironmentId environment = 0;
+    EnvironmentId orbitEnvironment = 0;
+    bool dynamic = false;
+
+    void ApplyTo(ServerSideEntity& entity) const
+    {
+        entity.parentEntity = parent;
+        entity.position = position;
+        entity.orientation = orientation;
+        entity.linearVelocity = linearVelocity;
+        entity.angularVelocity = angularVelocity;
+        entity.environmentId = environment;
+        entity.orbitEnvironmentId = orbitEnvironment;
+        entity.isDynamic = dynamic;
+    }
+};
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -210,14 +236,15 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
         module.vendor = file.Get<uint64_t>();
         module.name = file.Get<uint64_t>();
         std::string type = file.GetString();
-        EnvironmentId const environment = file.Get<uint64_t>();
-        EnvironmentId const orbitEnvironment = file.Get<uint64_t>();
-        Id const parent = file.GetId();
-        glm::dvec3 const savedPosition = file.GetVector();
-        glm::dquat const savedOrientation = file.GetQuaternion();
-        bool const dynamic = file.GetBool();
-        glm::dvec3 const savedLinearVelocity = file.GetVector();
-        glm::dvec3 const savedAngularVelocity = file.GetVector();
+        SavedPlacement saved;
+        saved.environment = file.Get<uint64_t>();
+        saved.orbitEnvironment = file.Get<uint64_t>();
+        saved.parent = file.GetId();
+        saved.position = file.GetVector();
+        saved.orientation = file.GetQuaternion();
+        saved.dynamic = file.GetBool();
+        saved.linearVelocity = file.GetVector();
+        saved.angularVelocity = file.GetVector();
         double const savedBoundingRadius = file.Get<double>();
         bool const atRest = file.GetBool();
         if (!file.Matches(MAGICSTR_INTERFACE, sizeof(MAGICSTR_INTERFACE)))
@@ -227,14 +254,7 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
 
         moduleId = module;
         itemType = std::move(type);
-        environmentId = environment;
-        orbitEnvironmentId = orbitEnvironment;
-        parentEntity = parent;
-        position = savedPosition;
-        orientation = savedOrientation;
-        isDynamic = dynamic;
-        linearVelocity = savedLinearVelocity;
-        angularVelocity = savedAngularVelocity;
+        saved.ApplyTo(*this);
         boundingRadius = savedBoundingRadius;
         if (atRest)
             restTime = 2.0; // at rest since before the load
@@ -319,24 +339,18 @@ void ServerSideEntity::DeserializeCheckpoint()
             std::cerr << "Invalid checkpoint parent entity ID" << std::endl;
             return;
         }
-        glm::dvec3 const savedPosition = file.GetVector();
-        glm::dquat const savedOrientation = file.GetQuaternion();
-        glm::dvec3 const savedLinearVelocity = file.GetVector();
-        glm::dvec3 const savedAngularVelocity = file.GetVector();
-        Id const parent = file.GetId();
-        EnvironmentId const environment = file.Get<uint64_t>();
-        EnvironmentId const orbitEnvironment = file.Get<uint64_t>();
-        bool const dynamic = file.GetBool();
+        SavedPlacement saved;
+        saved.position = file.GetVector();
+        saved.orientation = file.GetQuaternion();
+        saved.linearVelocity = file.GetVector();
+        saved.angularVelocity = file.GetVector();
+        saved.parent = file.GetId();
+        saved.environment = file.Get<uint64_t>();
+        saved.orbitEnvironment = file.Get<uint64_t>();
+        saved.dynamic = file.GetBool();
         ReadOnlyStream blob = file.GetBlob();
 
-        position = savedPosition;
-        orientation = savedOrientation;
-        linearVelocity = savedLinearVelocity;
-        angularVelocity = savedAngularVelocity;
-        parentEntity = parent;
-        environmentId = environment;
-        orbitEnvironmentId = orbitEnvironment;
-        isDynamic = dynamic;
+        saved.ApplyTo(*this);
         if (isDynamic)
             restTime = 0.0;
         if (_interface && (_overriddenHooks & HookDeserializeState))
