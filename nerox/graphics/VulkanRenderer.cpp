@@ -6,6 +6,7 @@
 #include "nerox/vk/Check.hpp"
 #include "nerox/vk/CommandBuffer.hpp"
 #include "nerox/vk/Renderpass.hpp"
+#include "nerox/ScopeGuard.hpp"
 
 #include <GLFW/glfw3.h>
 #include <imgui.h>
@@ -282,14 +283,10 @@ void VulkanRenderer::StartRendering()
     _frameSlot = 0;
     _capturedFrame = 0;
     _captureNext = false;
-    try {
-        StartFrameSlots();
-        CreateSwapchainDependantObjects();
-        StartUi();
-    } catch (...) {
-        StopRendering();
-        throw;
-    }
+    nerox::OnFailure undo([&] { StopRendering(); });
+    StartFrameSlots();
+    CreateSwapchainDependantObjects();
+    StartUi();
 }
 
 void VulkanRenderer::StartFrameSlots()

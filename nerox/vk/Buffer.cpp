@@ -1,6 +1,7 @@
 #include "nerox/vk/Buffer.hpp"
 
 #include "nerox/vk/Check.hpp"
+#include "nerox/ScopeGuard.hpp"
 
 #include <utility>
 
@@ -29,47 +30,45 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
     info.usage = usage | VK_BUFFER_USAGE_SHADER_DEVICE_ADDRESS_BIT;
     info.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
     NEROX_VK_CHECK(vkCreateBuffer(device, &info, nullptr, &_buffer));
-    try {
-        VkMemoryRequirements requirements;
-        vkGetBufferMemoryRequirements(device, _buffer, &requirements);
-
-        bool const host = WantsHostAccess(memoryUsage, allocationFlags);
-        VkMemoryPropertyFlags required = 0, preferred = 0;
-        if (host) {
-            required = VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT;
-            if (memoryUsage == MemoryUsage::GpuToCpu || (allocationFlags & AllocationHostAccessRandom))
-                preferred = VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
-            else if (memoryUsage != MemoryUsage::AutoPreferHost && memoryUsage != MemoryUsage::CpuOnly &&
-                     memoryUsage != MemoryUsage::CpuCopy)
-                preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
-        } else if (memoryUsage != MemoryUsage::AutoPreferHost) {
-            preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
-        }
-        uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, required, preferred);
-        _hostVisible = (device.MemoryTypeFlags(type) & VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT) != 0;
-
-        // An allocation of its own starts at offset 0, which meets any alignment.
-        VkMemoryAllocateFlagsInfo flags{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_FLAGS_INFO};
-        flags.flags = VK_MEMORY_ALLOCATE_DEVICE_ADDRESS_BIT;
-        VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO, &flags};
-        allocate.allocationSize = requirements.size;
-        allocate.memoryTypeIndex = type;
-        NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
-        NEROX_VK_CHECK(vkBindBufferMemory(device, _buffer, _memory, 0));
-
-        VkBufferDeviceAddressInfo address{VK_STRUCTURE_TYPE_BUFFER_DEVICE_ADDRESS_INFO};
-        address.buffer = _buffer;
-        _address = vkGetBufferDeviceAddress(device, &address);
-        NEROX_ASSERT(alignment == 0 || _address % alignment == 0);
-        device.SetName(VK_OBJECT_TYPE_BUFFER, reinterpret_cast<uint64_t>(_buffer), name);
-        if (allocationFlags & AllocationMapped)
-            Map();
-    } catch (...) {
+    nerox::OnFailure undo([&] {
         if (_memory != VK_NULL_HANDLE)
             vkFreeMemory(device, _memory, nullptr);
         vkDestroyBuffer(device, _buffer, nullptr);
-        throw;
+    });
+    VkMemoryRequirements requirements;
+    vkGetBufferMemoryRequirements(device, _buffer, &requirements);
+
+    bool const host = WantsHostAccess(memoryUsage, allocationFlags);
+    VkMemoryPropertyFlags required = 0, preferred = 0;
+    if (host) {
+        required = VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT;
+        if (memoryUsage == MemoryUsage::GpuToCpu || (allocationFlags & AllocationHostAccessRandom))
+            preferred = VK_MEMORY_PROPERTY_HOST_CACHED_BIT;
+        else if (memoryUsage != MemoryUsage::AutoPreferHost && memoryUsage != MemoryUsage::CpuOnly &&
+                 memoryUsage != MemoryUsage::CpuCopy)
+            preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
+    } else if (memoryUsage != MemoryUsage::AutoPreferHost) {
+        preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT;
     }
+    uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, required, preferred);
+    _hostVisible = (device.MemoryTypeFlags(type) & VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT) != 0;
+
+    // An allocation of its own starts at offset 0, which meets any alignment.
+    VkMemoryAllocateFlagsInfo flags{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_FLAGS_INFO};
+    flags.flags = VK_MEMORY_ALLOCATE_DEVICE_ADDRESS_BIT;
+    VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO, &flags};
+    allocate.allocationSize = requirements.size;
+    allocate.memoryTypeIndex = type;
+    NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
+    NEROX_VK_CHECK(vkBindBufferMemory(device, _buffer, _memory, 0));
+
+    VkBufferDeviceAddressInfo address{VK_STRUCTURE_TYPE_BUFFER_DEVICE_ADDRESS_INFO};
+    address.buffer = _buffer;
+    _address = vkGetBufferDeviceAddress(device, &address);
+    NEROX_ASSERT(alignment == 0 || _address % alignment == 0);
+    device.SetName(VK_OBJECT_TYPE_BUFFER, reinterpret_cast<uint64_t>(_buffer), name);
+    if (allocationFlags & AllocationMapped)
+        Map();
 }
 
 Buffer::Buffer(Buffer&& other) noexcept

@@ -1,6 +1,7 @@
 #include "nerox/vk/Device.hpp"
 
 #include "nerox/vk/Check.hpp"
+#include "nerox/ScopeGuard.hpp"
 
 #include <dlfcn.h>
 #include <link.h>
@@ -209,19 +210,15 @@ bool PhysicalDevice::Features::WantsRayTracing() const
 Device::Device(DeviceOptions const& options)
 {
     KeepDriversLoaded();
-    try {
-        CreateInstance(options);
-        if (options.createSurface) {
-            _surface = options.createSurface(_instance);
-            if (_surface == VK_NULL_HANDLE)
-                throw std::runtime_error("Vulkan: the window gave no surface");
-        }
-        ChoosePhysicalDevice();
-        CreateLogicalDevice(options);
-    } catch (...) {
-        Destroy();
-        throw;
+    nerox::OnFailure undo([&] { Destroy(); });
+    CreateInstance(options);
+    if (options.createSurface) {
+        _surface = options.createSurface(_instance);
+        if (_surface == VK_NULL_HANDLE)
+            throw std::runtime_error("Vulkan: the window gave no surface");
     }
+    ChoosePhysicalDevice();
+    CreateLogicalDevice(options);
 }
 
 Device::~Device() { Destroy(); }

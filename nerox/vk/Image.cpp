@@ -2,6 +2,7 @@
 
 #include "nerox/Assert.hpp"
 #include "nerox/vk/Check.hpp"
+#include "nerox/ScopeGuard.hpp"
 
 #include <algorithm>
 
@@ -25,35 +26,33 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
     info.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
     info.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
     NEROX_VK_CHECK(vkCreateImage(device, &info, nullptr, &_image));
-    try {
-        VkMemoryRequirements requirements;
-        vkGetImageMemoryRequirements(device, _image, &requirements);
-        VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO};
-        allocate.allocationSize = requirements.size;
-        allocate.memoryTypeIndex = device.FindMemoryType(requirements.memoryTypeBits, 0, options.memory);
-        NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
-        NEROX_VK_CHECK(vkBindImageMemory(device, _image, _memory, 0));
-
-        // Only a usage that reads or writes through a view may have one.
-        VkImageUsageFlags const viewed = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_STORAGE_BIT |
-                                         VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT |
-                                         VK_IMAGE_USAGE_INPUT_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSIENT_ATTACHMENT_BIT;
-        device.SetName(VK_OBJECT_TYPE_IMAGE, reinterpret_cast<uint64_t>(_image), name);
-        if ((usage & viewed) == 0)
-            return;
-        VkImageViewCreateInfo view{VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO};
-        view.image = _image;
-        view.viewType = VK_IMAGE_VIEW_TYPE_2D;
-        view.format = format;
-        view.subresourceRange = {_aspect, 0, _mipLevels, 0, 1};
-        NEROX_VK_CHECK(vkCreateImageView(device, &view, nullptr, &_view));
-        device.SetName(VK_OBJECT_TYPE_IMAGE_VIEW, reinterpret_cast<uint64_t>(_view), name);
-    } catch (...) {
+    nerox::OnFailure undo([&] {
         if (_memory != VK_NULL_HANDLE)
             vkFreeMemory(device, _memory, nullptr);
         vkDestroyImage(device, _image, nullptr);
-        throw;
-    }
+    });
+    VkMemoryRequirements requirements;
+    vkGetImageMemoryRequirements(device, _image, &requirements);
+    VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO};
+    allocate.allocationSize = requirements.size;
+    allocate.memoryTypeIndex = device.FindMemoryType(requirements.memoryTypeBits, 0, options.memory);
+    NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
+    NEROX_VK_CHECK(vkBindImageMemory(device, _image, _memory, 0));
+
+    // Only a usage that reads or writes through a view may have one.
+    VkImageUsageFlags const viewed = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_STORAGE_BIT |
+                                     VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT |
+                                     VK_IMAGE_USAGE_INPUT_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSIENT_ATTACHMENT_BIT;
+    device.SetName(VK_OBJECT_TYPE_IMAGE, reinterpret_cast<uint64_t>(_image), name);
+    if ((usage & viewed) == 0)
+        return;
+    VkImageViewCreateInfo view{VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO};
+    view.image = _image;
+    view.viewType = VK_IMAGE_VIEW_TYPE_2D;
+    view.format = format;
+    view.subresourceRange = {_aspect, 0, _mipLevels, 0, 1};
+    NEROX_VK_CHECK(vkCreateImageView(device, &view, nullptr, &_view));
+    device.SetName(VK_OBJECT_TYPE_IMAGE_VIEW, reinterpret_cast<uint64_t>(_view), name);
 }
 
 Image::~Image()

@@ -1,6 +1,7 @@
 #include "nerox/vk/Pipeline.hpp"
 
 #include "nerox/vk/Check.hpp"
+#include "nerox/ScopeGuard.hpp"
 
 #include <cerrno>
 #include <cstring>
@@ -88,14 +89,10 @@ GraphicsPipeline::GraphicsPipeline(Device& device, PipelineLayout const& layout,
                                    std::string const& shaderPath, GraphicsPipelineOptions const& options)
     : _device(&device), _layout(layout.Handle()), _name(shaderPath), _options(options)
 {
-    try {
-        _vertex = CreateModule(device, shaderPath + ".vert.spv");
-        _fragment = CreateModule(device, shaderPath + ".frag.spv");
-        _pipeline = Build(renderpass);
-    } catch (...) {
-        DestroyModules();
-        throw;
-    }
+    nerox::OnFailure undo([&] { DestroyModules(); });
+    _vertex = CreateModule(device, shaderPath + ".vert.spv");
+    _fragment = CreateModule(device, shaderPath + ".frag.spv");
+    _pipeline = Build(renderpass);
 }
 
 GraphicsPipeline::~GraphicsPipeline()
