@@ -41,7 +41,6 @@ std::vector<Case> Cases() {
 TEST(MoleculeConcurrency, ConstructionAndDensityFromSeveralThreads) {
     std::vector<Case> const cases = Cases();
     constexpr int threadCount = 4;
-    constexpr int rounds = 3;
     std::vector<std::vector<double>> densities(threadCount, std::vector<double>(cases.size()));
     std::vector<int> mismatches(threadCount, 0);
     std::latch start(threadCount);
@@ -50,7 +49,7 @@ TEST(MoleculeConcurrency, ConstructionAndDensityFromSeveralThreads) {
     for (int t = 0; t < threadCount; ++t) {
         threads.emplace_back([&, t] {
             start.arrive_and_wait();
-            for (int round = 0; round < rounds; ++round) {
+            for (int round = 0; round < 3; ++round) {
                 // Each thread walks the cases from a different place, so that first
                 // parses and lookups of the same formula overlap.
                 for (size_t i = 0; i < cases.size(); ++i) {
