@@ -1,7 +1,7 @@
 #pragma once
-// Shared set-up of the game tests: the recording module loaded in the classes a
-// test asks for, the recorder emptied, and the game's run state reset after.
-#include "Recorder.hpp"
+// Shared set-up of the game tests: the recording module at hand, the recorder
+// emptied, and the game's run state reset after.
+#include "support/Recorder.hpp"
 
 #include "game/Game.hpp"
 #include "game/modules/GAME_Mod.hpp"
@@ -20,16 +20,9 @@ namespace gametest {
 using game::modules::GAME_Mod;
 using game::modules::SERVER_Mod;
 using game::modules::TESSARA_Mod;
+using recorder::EventsWith;
 
 inline constexpr char const* recorderName = "TEST_recorder";
-
-/// Events of the recorder that start with a prefix, e.g. "GAME_Mod:".
-inline std::vector<std::string> EventsWith(std::string const& prefix) {
-    std::vector<std::string> matching;
-    for (auto const& event : recorder::Events())
-        if (event.rfind(prefix, 0) == 0) matching.push_back(event);
-    return matching;
-}
 
 /// Index of the first event equal to `event`, or -1.
 inline int IndexOf(std::vector<std::string> const& events, std::string const& event) {
@@ -66,8 +59,14 @@ protected:
         recorder::Clear();
     }
 
-    static GAME_Mod::Ptr LoadClientRecorder() { return GAME_Mod::LoadModule(recorderName, true); }
-    static SERVER_Mod::Ptr LoadServerRecorder() { return SERVER_Mod::LoadModule(recorderName, true); }
+    /// Loads the recording module as a client module and empties the log.
+    static GAME_Mod::Ptr LoadClientRecorder() { return Cleared(GAME_Mod::LoadModule(recorderName, true)); }
+    static SERVER_Mod::Ptr LoadServerRecorder() { return Cleared(SERVER_Mod::LoadModule(recorderName, true)); }
+    template <class P>
+    static P Cleared(P mod) {
+        recorder::Clear();
+        return mod;
+    }
 };
 
 } // namespace gametest

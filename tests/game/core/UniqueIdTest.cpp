@@ -14,14 +14,13 @@ TEST(UniqueId, TextFormRoundTripsAndHoldsTagOwnerAndLittleEndianWords) {
     UniqueId::SetThisOwner(0x01020304u);
     UniqueId id = UniqueId::Generate("ENTT");
     UniqueId::SetThisOwner(0);
-
     std::string text = id;
     ASSERT_EQ(text.size(), 28u);
-    EXPECT_EQ(text.substr(0, 4), "ENTT");
-    EXPECT_EQ(text.substr(4, 8), "04030201") << "owner bytes in memory order";
+    EXPECT_EQ(text.substr(0, 12), "ENTT04030201") << "owner bytes in memory order";
     EXPECT_EQ(UniqueId(text), id);
     EXPECT_EQ(id.Tag(), "ENTT");
     EXPECT_EQ(id.Owner(), 0x01020304u);
+    EXPECT_EQ(game::entity::Id::Generate().Tag(), "ENTT");
 }
 
 TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
@@ -30,9 +29,7 @@ TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
     std::unordered_set<uint64_t> times;
     for (int i = 0; i < 20000; ++i) {
         UniqueId id = UniqueId::Generate("TEST");
-        uint64_t random = id.second >> 50;
-        ASSERT_GE(random, 1u);
-        ASSERT_LE(random, 16383u);
+        ASSERT_GE(id.second >> 50, 1u);
         seen.insert(id);
         times.insert(id.second & ((uint64_t(1) << 50) - 1));
     }
@@ -42,31 +39,27 @@ TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
 
 TEST(UniqueId, ParsingRejectsBadLengthsAndDigits) {
     EXPECT_EQ(UniqueId(std::string()), UniqueId());
-    EXPECT_EQ(static_cast<std::string>(UniqueId()), "");
-    try {
-        UniqueId(std::string(27, 'A'));
-        FAIL() << "27 characters accepted";
-    } catch (std::runtime_error const& error) {
-        EXPECT_STREQ(error.what(), "UniqueId string length should be 28");
+    for (size_t length : {27, 29}) {
+        try {
+            UniqueId(std::string(length, 'A'));
+            ADD_FAILURE() << length << " characters accepted";
+        } catch (std::runtime_error const& error) {
+            EXPECT_STREQ(error.what(), "UniqueId string length should be 28");
+        }
     }
-    EXPECT_THROW(UniqueId(std::string(29, 'A')), std::runtime_error);
     try {
         UniqueId("ENTT0000000a0000000000000001");
-        FAIL() << "lower-case digit accepted";
+        ADD_FAILURE() << "lower-case digit accepted";
     } catch (std::invalid_argument const& error) {
         EXPECT_STREQ(error.what(), "not a hex digit");
     }
 }
 
 TEST(UniqueId, HashIsTheSecondWordAndIdsWithAZeroWordPrintEmpty) {
-    UniqueId id(0x1234, 0xABCDEF);
-    EXPECT_EQ(std::hash<UniqueId>{}(id), 0xABCDEFu);
-    EXPECT_EQ(std::hash<game::entity::Id>{}(game::entity::Id(id)), 0xABCDEFu);
-    EXPECT_EQ(static_cast<std::string>(UniqueId(0, 5)), "");
-    EXPECT_EQ(static_cast<std::string>(UniqueId(5, 0)), "");
+    EXPECT_EQ(std::hash<UniqueId>{}(UniqueId(0x1234, 0xABCDEF)), 0xABCDEFu);
+    EXPECT_EQ(std::hash<game::entity::Id>{}(game::entity::Id(UniqueId(0x1234, 0xABCDEF))), 0xABCDEFu);
+    for (UniqueId id : {UniqueId(), UniqueId(0, 5), UniqueId(5, 0)}) EXPECT_EQ(static_cast<std::string>(id), "");
     EXPECT_FALSE(UniqueId(0, 5).IsSet());
-    EXPECT_TRUE(game::entity::Id::Generate().IsSet());
-    EXPECT_EQ(game::entity::Id::Generate().Tag(), "ENTT");
 }
 
 } // namespace

@@ -5,25 +5,20 @@
 #include "../core/GameTestFixture.hpp"
 #include "support/TempDir.hpp"
 
-#include "game/Game.hpp"
 #include "game/GameSettings.hpp"
 #include "game/Options.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
 #include "nerox/vk/Device.hpp"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
-#include <optional>
-#include <string>
 
 namespace rendertest {
 
 using game::graphics::GameRenderer;
+using gametest::GAME_Mod;
 
 class GameRendererTest : public gametest::GameTest {
 protected:
@@ -32,18 +27,14 @@ protected:
         GameTest::SetUp();
         setenv("NEROX_VK_VALIDATION", "1", 1);
         errorsBefore = nerox::vk::Device::ValidationErrorCount();
-        settingsPath = scratch.File("settings.ini");
         Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
-        window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
     }
 
     void TearDown() override
     {
-        if (renderer)
-            renderer->StopRendering();
+        if (renderer) renderer->StopRendering();
         renderer.reset();
         Game::renderer = nullptr;
-        window.reset();
         game::Options::Clear();
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
             << "validation errors while the test ran (printed above)";
@@ -64,14 +55,13 @@ protected:
                                                                                   "overlay", "ui"})
     {
         ASSERT_TRUE(LoadClientRecorder());
-        auto byName = [](gametest::GAME_Mod::Ptr a, gametest::GAME_Mod::Ptr b) { return a->name < b->name; };
         for (char const* key : keys)
-            gametest::GAME_Mod::SortModules(key, byName);
+            GAME_Mod::SortModules(key, [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
     }
 
     testsupport::TempDir scratch;
-    std::string settingsPath;
-    std::unique_ptr<nerox::graphics::HeadlessWindow> window;
+    std::string const settingsPath = scratch.File("settings.ini");
+    std::unique_ptr<nerox::graphics::HeadlessWindow> window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
     std::unique_ptr<GameRenderer> renderer;
     uint64_t errorsBefore = 0;
 };

@@ -8,10 +8,9 @@ namespace {
 TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
 {
     // A module without hooks: the stages walk the module lists and call nothing.
-    ASSERT_TRUE(gametest::GAME_Mod::LoadModule("MODTEST_empty", true));
-    auto byName = [](gametest::GAME_Mod::Ptr a, gametest::GAME_Mod::Ptr b) { return a->name < b->name; };
+    ASSERT_TRUE(GAME_Mod::LoadModule("MODTEST_empty", true));
     for (char const* key : {"update", "render", "post", "overlay", "ui"})
-        gametest::GAME_Mod::SortModules(key, byName);
+        GAME_Mod::SortModules(key, [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
     GameRenderer& r = Make();
     r.StartRendering();
     for (int i = 0; i < 3; ++i) {

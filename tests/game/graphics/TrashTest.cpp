@@ -4,14 +4,12 @@
 #include "nerox/graphics/Texture.hpp"
 
 #include <atomic>
-#include <memory>
 #include <thread>
-#include <vector>
 
 namespace rendertest {
 namespace {
 
-// Counts its live instances; optionally trashes another object when it goes.
+// Counts its live instances; optionally does something when it goes.
 struct Tracked {
     static inline std::atomic<int> alive{0};
     Tracked() { ++alive; }
@@ -35,64 +33,33 @@ struct PushCounter : nerox::graphics::Texture {
     VkCommandBuffer lastCommandBuffer = VK_NULL_HANDLE;
 };
 
-class TrashTest : public GameRendererTest {
-protected:
-    void SetUp() override
-    {
-        GameRendererTest::SetUp();
-        Tracked::alive = 0;
-    }
-};
+using TrashTest = GameRendererTest;
 
-TEST_F(TrashTest, AnObjectDiesAtTheSecondCollectionAfterItsTrash)
+TEST_F(TrashTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndFramesCollectOnceEach)
 {
     GameRenderer& r = Make();
-    std::weak_ptr<Tracked> watch;
-    {
-        auto object = std::make_shared<Tracked>();
-        watch = object;
-        r.Trash(std::move(object));
-    }
-    EXPECT_FALSE(watch.expired()); // in trash
+    Tracked::alive = 0;
+    r.Trash(std::make_shared<Tracked>());
     r.CollectTrash();
-    EXPECT_FALSE(watch.expired()); // in trashPrevious
+    EXPECT_EQ(Tracked::alive, 1); // in trashPrevious
     EXPECT_EQ(r.trashPrevious.size(), 1u);
     r.CollectTrash();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_TRUE(r.trash.empty());
-    EXPECT_TRUE(r.trashPrevious.empty());
-}
+    EXPECT_EQ(Tracked::alive, 0);
+    EXPECT_TRUE(r.trash.empty() && r.trashPrevious.empty());
 
-TEST_F(TrashTest, FramesCollectOnceEach)
-{
-    GameRenderer& r = Make();
     r.StartRendering();
     r.Frame();
-    std::weak_ptr<Tracked> watch;
-    {
-        auto object = std::make_shared<Tracked>();
-        watch = object;
-        r.Trash(object); // in frame N, after its collection
-    }
-    r.Frame(); // N + 1
-    EXPECT_FALSE(watch.expired());
-    r.Frame(); // N + 2
-    EXPECT_TRUE(watch.expired());
-}
-
-TEST_F(TrashTest, AnObjectStillOwnedElsewhereOutlivesItsTrash)
-{
-    GameRenderer& r = Make();
-    auto object = std::make_shared<Tracked>();
-    r.Trash(object);
-    r.CollectAllTrash();
+    r.Trash(std::make_shared<Tracked>()); // in frame N, after its collection
+    r.Frame();                            // N + 1
     EXPECT_EQ(Tracked::alive, 1);
-    EXPECT_EQ(object.use_count(), 1);
+    r.Frame(); // N + 2
+    EXPECT_EQ(Tracked::alive, 0);
 }
 
 TEST_F(TrashTest, AReleaseThatTrashesAgainIsFollowed)
 {
     GameRenderer& r = Make();
+    Tracked::alive = 0;
     // The outer object, when released, trashes the inner one.
     auto makeChain = [&r] {
         auto inner = std::make_shared<Tracked>();
@@ -118,6 +85,7 @@ TEST_F(TrashTest, AReleaseThatTrashesAgainIsFollowed)
 TEST_F(TrashTest, OtherThreadsTrashWhileFramesCollect)
 {
     GameRenderer& r = Make();
+    Tracked::alive = 0;
     std::atomic<bool> done{false};
     std::thread producer([&] {
         for (int i = 0; i < 2000; ++i)
@@ -131,40 +99,31 @@ TEST_F(TrashTest, OtherThreadsTrashWhileFramesCollect)
     EXPECT_EQ(Tracked::alive, 0);
 }
 
-TEST_F(TrashTest, PushedTexturesArePushedOnceWithTheFramesCommandBuffer)
+TEST_F(TrashTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsIsTrashedNotPushed)
 {
     GameRenderer& r = Make();
     r.StartRendering();
     auto kept = std::make_shared<PushCounter>();
+    std::weak_ptr<PushCounter> orphan;
+    {
+        auto texture = std::make_shared<PushCounter>();
+        orphan = texture;
+        r.PushTexture(std::move(texture));
+    }
     r.PushTexture(kept);
     r.PushTexture(nullptr); // ignored
-    r.Frame();
+    r.Frame(); // the orphan is trashed in its push stage, after this frame's collection
     EXPECT_EQ(kept->pushes, 1);
     EXPECT_NE(kept->lastCommandBuffer, VK_NULL_HANDLE);
     EXPECT_TRUE(r.pushTextures.empty());
+    ASSERT_FALSE(orphan.expired());
+    EXPECT_EQ(orphan.lock()->pushes, 0);
     r.Frame();
     EXPECT_EQ(kept->pushes, 1); // not pushed again unless asked
+    EXPECT_FALSE(orphan.expired());
     r.Frame();
+    EXPECT_TRUE(orphan.expired());
     EXPECT_EQ(kept.use_count(), 1); // the list's reference went through the trash
-}
-
-TEST_F(TrashTest, ATextureOnlyTheListHoldsIsTrashedNotPushed)
-{
-    GameRenderer& r = Make();
-    r.StartRendering();
-    std::weak_ptr<PushCounter> watch;
-    {
-        auto orphan = std::make_shared<PushCounter>();
-        watch = orphan;
-        r.PushTexture(std::move(orphan));
-    }
-    r.Frame(); // trashed in its push stage, after this frame's collection
-    ASSERT_FALSE(watch.expired());
-    EXPECT_EQ(watch.lock()->pushes, 0);
-    r.Frame();
-    EXPECT_FALSE(watch.expired());
-    r.Frame();
-    EXPECT_TRUE(watch.expired());
 }
 
 } // namespace

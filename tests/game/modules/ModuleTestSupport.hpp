@@ -1,27 +1,36 @@
 #pragma once
-// Shared setup of the module tests: the working folder that holds modules/, the event log
-// of the fixture libraries, and a test base that leaves every module class as it found it.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
+// Shared setup of the module tests: the working folder that holds modules/, the
+// recorder's event log, and a base that leaves every module class as it found it.
+#include "support/Recorder.hpp"
 
 #include "game/modules/GAME_Init.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
 namespace game::modules::testing {
 
-/// The events recorded so far, in order.
-std::vector<std::string> RecordedEvents();
-/// Forgets all recorded events.
-void ClearRecordedEvents();
-/// Appends an event from the test side, e.g. from a callback.
-void Record(std::string const& event);
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using recorder::Record;
+using Events = std::vector<std::string>;
 
-/// Puts every module class back to its start state: no modules, no lists, default callbacks.
+/// Whether the table's lock is free (nothing holds it shared or exclusive).
+template <class T>
+bool IsUnlocked() {
+    if (!T::_mutexForLoadedModules.try_lock()) return false;
+    T::_mutexForLoadedModules.unlock();
+    return true;
+}
+
+/// Puts a module class back to its start state: no modules, no lists, default callbacks.
 template <class T>
 void ResetModuleClass() {
     T::UnloadModules();
@@ -30,23 +39,18 @@ void ResetModuleClass() {
     T::ModulesSetLoadErrorCallback(&ReportModuleLoadError);
 }
 
-/// Base of the tests that load modules: runs in the folder that holds modules/ and
-/// unloads everything afterwards.
 class ModuleTest : public ::testing::Test {
 protected:
     void SetUp() override {
         std::filesystem::current_path(TESSARA_TEST_RUN_DIR);
-        ResetAll();
+        TearDown();
     }
-
-    void TearDown() override { ResetAll(); }
-
-    static void ResetAll() {
+    void TearDown() override {
         ResetModuleClass<GAME_Init>();
         ResetModuleClass<GAME_Mod>();
         ResetModuleClass<SERVER_Mod>();
         ResetModuleClass<TESSARA_Mod>();
-        ClearRecordedEvents();
+        recorder::Clear();
     }
 };
 
