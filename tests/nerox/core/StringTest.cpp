@@ -10,39 +10,23 @@ namespace {
 
 using nerox::String;
 
-TEST(StringFromDoubleTest, DefaultPrecisionDropsTrailingZerosAndPoint) {
-    EXPECT_EQ(String::FromDouble(1.5, -1), "1.5");
-    EXPECT_EQ(String::FromDouble(2.0, -1), "2");
-    EXPECT_EQ(String::FromDouble(0.0, -1), "0");
-    EXPECT_EQ(String::FromDouble(-3.25, -1), "-3.25");
-    EXPECT_EQ(String::FromDouble(1.0 / 3.0, -1), "0.333333") << "default stream precision is 6";
-    EXPECT_EQ(String::FromDouble(100.0, -1), "100") << "zeros before the point stay";
-    EXPECT_EQ(String::FromDouble(1200.0, -1), "1200");
-}
-
-TEST(StringFromDoubleTest, PrecisionCountsSignificantDigits) {
-    EXPECT_EQ(String::FromDouble(3.14159265, 3), "3.14");
-    EXPECT_EQ(String::FromDouble(0.1, 17), "0.10000000000000001");
-    EXPECT_EQ(String::FromDouble(2.5, 10), "2.5");
-    EXPECT_EQ(String::FromDouble(1.04, 2), "1") << "no trailing point or zero";
+TEST(StringTest, FromDoubleDropsTrailingZerosButNotExponentsOrIntegerZeros) {
+    double const infinity = std::numeric_limits<double>::infinity();
+    struct Case {
+        double value;
+        int precision; // -1: the stream's default of 6
+        char const* text;
+    } const cases[] = {
+        {1.5, -1, "1.5"}, {2.0, -1, "2"}, {0.0, -1, "0"}, {-3.25, -1, "-3.25"}, {1.0 / 3.0, -1, "0.333333"},
+        {1200.0, -1, "1200"}, {3.14159265, 3, "3.14"}, {0.1, 17, "0.10000000000000001"}, {2.5, 10, "2.5"},
+        {1.04, 2, "1"}, {1e20, -1, "1e+20"}, {1e-7, -1, "1e-07"}, {1.5e30, 10, "1.5e+30"},
+        {infinity, -1, "inf"}, {-infinity, -1, "-inf"}, {std::numeric_limits<double>::quiet_NaN(), -1, "nan"},
+    };
+    for (Case const& c : cases) EXPECT_EQ(String::FromDouble(c.value, c.precision), c.text) << c.value;
     EXPECT_EQ(String::FromDouble(0.1, 1000), String::FromDouble(0.1, 64)) << "huge precision is cut";
 }
 
-TEST(StringFromDoubleTest, ExponentFormIsLeftAlone) {
-    EXPECT_EQ(String::FromDouble(1e20, -1), "1e+20");
-    EXPECT_EQ(String::FromDouble(1e-7, -1), "1e-07");
-    EXPECT_EQ(String::FromDouble(1.5e-7, -1), "1.5e-07");
-    EXPECT_EQ(String::FromDouble(1.5e30, 10), "1.5e+30");
-}
-
-TEST(StringFromDoubleTest, SpecialValues) {
-    EXPECT_EQ(String::FromDouble(std::numeric_limits<double>::infinity(), -1), "inf");
-    EXPECT_EQ(String::FromDouble(-std::numeric_limits<double>::infinity(), -1), "-inf");
-    EXPECT_EQ(String::FromDouble(std::numeric_limits<double>::quiet_NaN(), -1), "nan");
-}
-
-TEST(StringFromDoubleTest, UsesPointWhateverTheGlobalLocale) {
-    // A locale with a comma as decimal point, built in place.
+TEST(StringTest, FromDoubleUsesAPointWhateverTheGlobalLocale) {
     struct Comma : std::numpunct<char> {
         char do_decimal_point() const override { return ','; }
     };
@@ -52,46 +36,28 @@ TEST(StringFromDoubleTest, UsesPointWhateverTheGlobalLocale) {
     EXPECT_EQ(text, "0.5");
 }
 
-TEST(StringTrimTest, TrimLeftRemovesOnlyLeadingCharactersOfTheSet) {
-    std::string text = " \t-x- \t";
-    String::TrimLeft(text, " \t-");
-    EXPECT_EQ(text, "x- \t");
-    std::string untouched = "abc ";
-    String::TrimLeft(untouched, " ");
-    EXPECT_EQ(untouched, "abc ");
-}
-
-TEST(StringTrimTest, TrimRightRemovesOnlyTrailingCharactersOfTheSet) {
-    std::string text = " \t-x- \t";
-    String::TrimRight(text, " \t-");
-    EXPECT_EQ(text, " \t-x");
-    std::string untouched = " abc";
-    String::TrimRight(untouched, " ");
-    EXPECT_EQ(untouched, " abc");
-}
-
-TEST(StringTrimTest, OnlyTrimmableCharactersLeavesEmptyText) {
-    std::string left = "   \t ";
-    String::TrimLeft(left, " \t");
-    EXPECT_EQ(left, "");
-    std::string right = "xxxx";
-    String::TrimRight(right, "x");
-    EXPECT_EQ(right, "");
-    std::string empty;
-    String::TrimLeft(empty, " ");
-    String::TrimRight(empty, " ");
-    EXPECT_EQ(empty, "");
-}
-
-TEST(StringTrimTest, EmptySetAndDefaultSet) {
-    std::string text = "  a  ";
-    String::TrimLeft(text, "");
-    String::TrimRight(text, "");
-    EXPECT_EQ(text, "  a  ");
+TEST(StringTest, TrimRemovesOnlyCharactersOfTheSetAtItsEnd) {
+    struct Case {
+        char const* text;
+        char const* set;
+        char const* left;
+        char const* right;
+    } const cases[] = {
+        {" \t-x- \t", " \t-", "x- \t", " \t-x"}, {"abc", " ", "abc", "abc"}, {"   \t ", " \t", "", ""},
+        {"", " ", "", ""}, {"  a  ", "", "  a  ", "  a  "},
+    };
+    for (Case const& c : cases) {
+        std::string left = c.text;
+        std::string right = c.text;
+        String::TrimLeft(left, c.set);
+        String::TrimRight(right, c.set);
+        EXPECT_EQ(left, c.left) << '"' << c.text << '"';
+        EXPECT_EQ(right, c.right) << '"' << c.text << '"';
+    }
     std::string line = " \t value\r\n";
     String::TrimLeft(line);
     String::TrimRight(line);
-    EXPECT_EQ(line, "value");
+    EXPECT_EQ(line, "value") << "the default set holds blanks and line ends";
 }
 
 } // namespace
