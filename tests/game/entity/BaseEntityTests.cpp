@@ -1,61 +1,66 @@
+// Entity ids, the nodes and colliders an entity takes from its description,
+// its bounds, its transform, and the joint solver that moves the nodes.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include "support/GlmChecks.hpp"
+#include "support/Golden.hpp"
+#include "support/TempDir.hpp"
+
+#include <cmath>
 #include <functional>
 #include <memory>
-#include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <unordered_set>
+#include <vector>
 
 #include <glm/glm.hpp>
 #include <glm/gtc/matrix_transform.hpp>
-#include <glm/gtc/quaternion.hpp>
 
 #include "game/entity/BaseEntity.hpp"
 #include "game/entity/EntityConfig.hpp"
 #include "game/entity/Id.hpp"
+#include "game/entity/JointSolver.hpp"
 
 using game::entity::BaseEntity;
 using game::entity::ConvexMeshCollider;
 using game::entity::EntityConfig;
 using game::entity::Id;
+using testsupport::ExpectMatNear;
+using testsupport::ExpectVecNear;
 
 namespace {
 
-std::string DataPath(std::string const& name)
+std::shared_ptr<EntityConfig> LoadConfig(std::string const& path)
 {
-    return std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/" + name;
-}
-
-std::shared_ptr<EntityConfig> LoadConfig(std::string const& name)
-{
-    auto config = std::make_shared<EntityConfig>(DataPath(name));
+    auto config = std::make_shared<EntityConfig>(path);
     config->Load();
     return config;
 }
 
-void ExpectVec3(glm::dvec3 const& actual, glm::dvec3 const& expected, double tolerance = 1e-6)
+std::shared_ptr<EntityConfig> DataConfig(std::string const& name)
 {
-    EXPECT_NEAR(actual.x, expected.x, tolerance) << "x of (" << actual.x << ", " << actual.y << ", " << actual.z << ")";
-    EXPECT_NEAR(actual.y, expected.y, tolerance) << "y of (" << actual.x << ", " << actual.y << ", " << actual.z << ")";
-    EXPECT_NEAR(actual.z, expected.z, tolerance) << "z of (" << actual.x << ", " << actual.y << ", " << actual.z << ")";
+    return LoadConfig(std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/" + name);
 }
 
-void ExpectMat4(glm::dmat4 const& actual, glm::dmat4 const& expected, double tolerance = 1e-9)
+/// An entity of config after InitNodes.
+std::unique_ptr<BaseEntity> MakeEntity(std::shared_ptr<EntityConfig> const& config)
 {
-    for (int column = 0; column < 4; ++column)
-        for (int row = 0; row < 4; ++row)
-            EXPECT_NEAR(actual[column][row], expected[column][row], tolerance)
-                << "element [" << column << "][" << row << "]";
+    auto entity = std::make_unique<BaseEntity>();
+    entity->config = config;
+    entity->InitNodes();
+    return entity;
 }
 
-glm::dvec3 Apply(glm::dmat4 const& transform, glm::dvec3 const& point)
-{
-    return glm::dvec3(transform * glm::dvec4(point, 1.0));
-}
+glm::dmat4 Translation(glm::dvec3 const& offset) { return glm::translate(glm::dmat4(1.0), offset); }
+
+glm::dmat4 Rotation(double degrees, glm::dvec3 const& axis) { return glm::rotate(glm::dmat4(1.0), glm::radians(degrees), axis); }
+
+glm::dvec3 Apply(glm::dmat4 const& transform, glm::dvec3 const& point) { return glm::dvec3(transform * glm::dvec4(point, 1.0)); }
 
 /// A box collider from low to high, placed by transform.
-ConvexMeshCollider BoxCollider(glm::vec3 const& low, glm::vec3 const& high, glm::dmat4 const& transform)
+ConvexMeshCollider BoxCollider(glm::vec3 const& low, glm::vec3 const& high, glm::dmat4 const& transform = glm::dmat4(1.0))
 {
     ConvexMeshCollider collider;
     collider.box_min = low;
@@ -64,178 +69,82 @@ ConvexMeshCollider BoxCollider(glm::vec3 const& low, glm::vec3 const& high, glm:
     return collider;
 }
 
-// ---------------------------------------------------------------- identity
-
-TEST(EntityId, IsSetOnlyWhenBothWordsAreNonZero)
+/// Three components, rounded so that float noise and the sign of zero do not show.
+template <class V>
+std::string Text(V const& v)
 {
-    EXPECT_FALSE(Id().IsSet());
-    EXPECT_FALSE(Id(5, 0).IsSet());
-    EXPECT_FALSE(Id(0, 5).IsSet());
-    EXPECT_TRUE(Id(1, 2).IsSet());
-    EXPECT_TRUE(Id::Generate().IsSet());
+    std::ostringstream out;
+    for (int i = 0; i < 3; ++i)
+        out << (i ? " " : "(") << std::round(double(v[i]) * 1e5) / 1e5 + 0.0;
+    return out.str() + ")";
 }
 
-TEST(EntityId, EqualityComparesBothWordsAndHashIsTheSecondWord)
+// ---------------------------------------------------------------- ids
+
+TEST(EntityId, SetEqualityHashAndTag)
 {
-    EXPECT_EQ(Id(1, 2), Id(1, 2));
+    for (Id const id : {Id(), Id(5, 0), Id(0, 5)})
+        EXPECT_FALSE(id.IsSet()) << "both words must be non-zero";
+    EXPECT_TRUE(Id(1, 2).IsSet());
+    EXPECT_EQ(Id::Generate().Tag(), "ENTT");
     EXPECT_NE(Id(1, 2), Id(3, 2));
     EXPECT_NE(Id(1, 2), Id(1, 3));
     EXPECT_EQ(std::hash<Id>()(Id(7, 0x1234567890ABCDEFull)), static_cast<size_t>(0x1234567890ABCDEFull));
-    EXPECT_EQ(std::hash<Id>()(Id(1, 9)), std::hash<Id>()(Id(2, 9)));
-
     // Ids with the same second word share a hash but stay distinct keys.
-    std::unordered_set<Id> set{Id(1, 9), Id(2, 9)};
-    EXPECT_EQ(set.size(), 2u);
-}
-
-TEST(EntityId, GeneratedIdsCarryTheEntityTag)
-{
-    EXPECT_EQ(Id::Generate().Tag(), "ENTT");
-}
-
-// ---------------------------------------------------------------- defaults
-
-TEST(BaseEntityDefaults, FreshEntityIsAtRestAtTheOrigin)
-{
-    BaseEntity entity;
-    EXPECT_EQ(entity.orientation.w, 1.0);
-    EXPECT_EQ(entity.orientation.x, 0.0);
-    EXPECT_EQ(entity.orientation.y, 0.0);
-    EXPECT_EQ(entity.orientation.z, 0.0);
-    EXPECT_EQ(entity.mass, 0.0);
-    EXPECT_FALSE(entity.parentEntity.IsSet());
-    EXPECT_FALSE(entity.config);
-    ExpectMat4(entity.GetTransform(), glm::dmat4(1.0));
-}
-
-TEST(BaseEntityDefaults, ColliderDefaults)
-{
-    ConvexMeshCollider collider;
-    EXPECT_TRUE(collider.enabled);
-    ExpectMat4(collider.transform, glm::dmat4(1.0));
-    EXPECT_EQ(collider.fill, 1.0);
-    EXPECT_EQ(collider.friction, 0.2);
-    EXPECT_FALSE(collider.reducedQuery);
-    EXPECT_FALSE(collider.exactEdges);
-    ASSERT_TRUE(collider.subColliders);
-    EXPECT_TRUE(collider.subColliders->empty());
-    EXPECT_FALSE(collider.onContact);
-    EXPECT_EQ(collider.verticesCount, 0u);
-    EXPECT_EQ(collider.reserved0, 0u);
+    EXPECT_EQ((std::unordered_set<Id>{Id(1, 9), Id(2, 9)}.size()), 2u);
 }
 
 // ---------------------------------------------------------------- InitNodes
 
-TEST(BaseEntityInitNodes, WithoutConfigNothingChanges)
+TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsAndColliders)
 {
-    BaseEntity entity;
-    entity.mass = 3.0;
-    entity.centerOfMass = {1.0, 2.0, 3.0};
-    entity.InitNodes();
-    EXPECT_EQ(entity.mass, 3.0);
-    EXPECT_TRUE(entity.nodeTransforms.empty());
-    EXPECT_TRUE(entity.jointStates.empty());
-    EXPECT_TRUE(entity.colliders.empty());
-    ExpectVec3(entity.centerOfMass, {1.0, 2.0, 3.0});
-}
-
-TEST(BaseEntityInitNodes, RoverTakesMassNodesAndJointDefaults)
-{
-    BaseEntity entity;
-    entity.config = LoadConfig("rover.txt");
-    entity.InitNodes();
-
-    EXPECT_EQ(entity.mass, 120.5);
-    // Joints, colliders, adapters and targets get nodes; renderables, light boxes and cameras do not.
-    std::set<std::string> names;
-    for (auto const& entry : entity.nodeTransforms)
-        names.insert(entry.first);
-    EXPECT_EQ(names, (std::set<std::string>{"chassis_box", "drill_tip", "hitch", "roof_rack", "wheel_fl", "wheel_fr",
-                                             "wheel_rl", "wheel_rr"}));
-    for (auto const& [name, transform] : entity.nodeTransforms)
-        ExpectMat4(transform, entity.config->GetAbsoluteTransform(name));
-
-    ASSERT_EQ(entity.jointStates.size(), 4u);
-    for (auto const& [name, state] : entity.jointStates) {
-        ExpectVec3(state.rotation, glm::dvec3(entity.config->joints.at(name).angular_default));
-        ExpectVec3(state.position, glm::dvec3(entity.config->joints.at(name).linear_default));
+    std::string report;
+    for (char const* file : {"rover.txt", "arm.txt"}) {
+        SCOPED_TRACE(file);
+        std::unique_ptr<BaseEntity> const entity = MakeEntity(DataConfig(file));
+        EntityConfig const& config = *entity->config;
+        std::ostringstream out;
+        out << "== " << file << "\nmass " << entity->mass << ", bounds " << Text(entity->boundsMin) << " "
+            << Text(entity->boundsMax) << ", size " << Text(entity->box_size) << ", centre " << Text(entity->boundsCenter)
+            << ", centre of mass " << Text(entity->centerOfMass) << ", radius " << entity->boundingRadius << "\n";
+        // Joints, colliders, adapters and targets get nodes; renderables, light boxes and cameras do not.
+        for (auto const& [name, transform] : entity->nodeTransforms) {
+            ExpectMatNear(transform, config.GetAbsoluteTransform(name));
+            out << "node " << name << " at " << Text(Apply(transform, glm::dvec3(0.0))) << "\n";
+        }
+        for (auto const& [name, state] : entity->jointStates) {
+            EXPECT_EQ(state.rotation, config.joints.at(name).angular_default) << name;
+            out << "joint " << name << " position " << Text(state.position) << " rotation " << Text(state.rotation) << "\n";
+        }
+        for (auto const& [name, c] : entity->colliders) {
+            ExpectMatNear(c.transform, config.GetAbsoluteTransform(name));
+            out << "collider " << name << " box " << Text(c.box_min) << " " << Text(c.box_max) << " radius " << c.radius
+                << "\n  vertices";
+            for (size_t i = 0; i < c.verticesCount; ++i)
+                out << " " << Text(c.vertices[i]);
+            out << "\n  normals";
+            for (size_t i = 0; i < c.normalsCount; ++i)
+                out << " " << Text(c.normals[i]);
+            out << "\n  triangles";
+            for (size_t i = 0; i < c.trianglesCount; ++i)
+                out << " " << Text(c.triangles[i]);
+            out << "\n";
+        }
+        report += out.str();
     }
-    // The front left wheel sits at file (0.8, 1.1, -0.3) below the chassis at file height 0.5.
-    ExpectVec3(entity.jointStates.at("wheel_fl").position, {0.8, 1.1, -0.3});
-    ExpectVec3(Apply(entity.nodeTransforms.at("wheel_fl"), glm::dvec3(0.0)), {0.8, 0.2, -1.1});
+    testsupport::ExpectGolden(report, "entity/initial_nodes.txt");
 }
 
-TEST(BaseEntityInitNodes, ListedHullIsCopiedAndBoundsFollowIt)
+TEST(BaseEntityInitNodes, WithoutConfigNothingChangesAndModuleSettingsStay)
 {
+    BaseEntity bare;
+    bare.mass = 3.0;
+    bare.InitNodes();
+    EXPECT_EQ(bare.mass, 3.0);
+    EXPECT_TRUE(bare.nodeTransforms.empty() && bare.jointStates.empty() && bare.colliders.empty());
+
     BaseEntity entity;
-    entity.config = LoadConfig("rover.txt");
-    entity.InitNodes();
-
-    ASSERT_EQ(entity.colliders.size(), 1u);
-    ConvexMeshCollider const& box = entity.colliders.at("chassis_box");
-    EntityConfig::Collider const& described = entity.config->colliders.at("chassis_box");
-    EXPECT_EQ(box.name, "chassis_box");
-    EXPECT_EQ(box.verticesCount, 8u);
-    EXPECT_EQ(box.normalsCount, 6u);
-    EXPECT_EQ(box.trianglesCount, 12u);
-    for (size_t i = 0; i < 8; ++i)
-        EXPECT_EQ(box.vertices[i], described.vertices[i]) << "vertex " << i;
-    for (size_t i = 0; i < 6; ++i)
-        EXPECT_EQ(box.normals[i], described.faces_normal[i]) << "normal " << i;
-    for (size_t i = 0; i < 12; ++i)
-        EXPECT_EQ(box.triangles[i], described.triangles[i]) << "triangle " << i;
-    ExpectMat4(box.transform, entity.config->GetAbsoluteTransform("chassis_box"));
-
-    // The hull spans file x 2, y 1, z 0.6: in game axes x 2, y 0.6, z 1.
-    ExpectVec3(box.box_min, {-1.0, -0.3, -0.5});
-    ExpectVec3(box.box_max, {1.0, 0.3, 0.5});
-    double const radius = 0.5 * glm::length(glm::dvec3(2.0, 0.6, 1.0));
-    EXPECT_NEAR(box.radius, radius, 1e-6);
-
-    // The chassis lifts the box to game height 0.5.
-    ExpectVec3(entity.boundsMin, {-1.0, 0.2, -0.5});
-    ExpectVec3(entity.boundsMax, {1.0, 0.8, 0.5});
-    ExpectVec3(entity.box_size, {2.0, 0.6, 1.0});
-    ExpectVec3(entity.boundsCenter, {0.0, 0.5, 0.0});
-    ExpectVec3(entity.centerOfMass, {0.0, 0.5, 0.0});
-    EXPECT_NEAR(entity.boundingRadius, radius, 1e-6);
-}
-
-TEST(BaseEntityInitNodes, ColliderWithoutVerticesBecomesItsBox)
-{
-    BaseEntity entity;
-    entity.config = LoadConfig("arm.txt");
-    entity.InitNodes();
-
-    EXPECT_EQ(entity.mass, 42.0);
-    ConvexMeshCollider const& base = entity.colliders.at("base");
-    EXPECT_EQ(base.verticesCount, 8u);
-    EXPECT_EQ(base.normalsCount, 3u);
-    EXPECT_EQ(base.trianglesCount, 12u);
-    // File box (-0.5 -0.5 -0.25)..(0.5 0.5 0.25) is (-0.5 -0.25 -0.5)..(0.5 0.25 0.5) in game axes.
-    glm::vec3 const low(-0.5f, -0.25f, -0.5f);
-    glm::vec3 const high(0.5f, 0.25f, 0.5f);
-    for (int corner = 0; corner < 8; ++corner) {
-        glm::vec3 const expected((corner & 4) ? high.x : low.x, (corner & 2) ? high.y : low.y,
-                                 (corner & 1) ? high.z : low.z);
-        EXPECT_EQ(base.vertices[corner], expected) << "corner " << corner;
-    }
-    EXPECT_EQ(base.normals[0], glm::vec3(1.0f, 0.0f, 0.0f));
-    EXPECT_EQ(base.normals[1], glm::vec3(0.0f, 1.0f, 0.0f));
-    EXPECT_EQ(base.normals[2], glm::vec3(0.0f, 0.0f, 1.0f));
-    uint16_t const triangles[12][3] = {{0, 1, 2}, {1, 3, 2}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
-                                       {2, 3, 6}, {3, 7, 6}, {0, 2, 4}, {2, 6, 4}, {1, 3, 5}, {3, 7, 5}};
-    for (int i = 0; i < 12; ++i)
-        EXPECT_EQ(base.triangles[i], glm::u16vec3(triangles[i][0], triangles[i][1], triangles[i][2])) << i;
-    EXPECT_EQ(base.box_min, low);
-    EXPECT_EQ(base.box_max, high);
-    EXPECT_NEAR(base.radius, 0.5 * glm::length(glm::dvec3(1.0, 0.5, 1.0)), 1e-6);
-}
-
-TEST(BaseEntityInitNodes, KeepsColliderSettingsAModuleMade)
-{
-    BaseEntity entity;
-    entity.config = LoadConfig("arm.txt");
+    entity.config = DataConfig("arm.txt");
     entity.colliders["base"].friction = 0.9;
     entity.colliders["base"].enabled = false;
     entity.InitNodes();
@@ -244,127 +153,235 @@ TEST(BaseEntityInitNodes, KeepsColliderSettingsAModuleMade)
     EXPECT_EQ(entity.colliders.at("base").verticesCount, 8u);
 }
 
-// ---------------------------------------------------------------- UpdateBoundingBox
+// ---------------------------------------------------------------- bounds, Update and the transform
 
-TEST(BaseEntityBounds, NoCollidersGivesZeroBoundsAndKeepsCenterOfMass)
+TEST(BaseEntityBounds, GrowOverAllCollidersAndMoveCenterOfMassOnRequest)
 {
     BaseEntity entity;
-    entity.boundsMin = {-1.0, -1.0, -1.0};
-    entity.boundsMax = {1.0, 1.0, 1.0};
-    entity.box_size = {2.0, 2.0, 2.0};
-    entity.boundsCenter = {5.0, 5.0, 5.0};
-    entity.boundingRadius = 7.0;
-    entity.centerOfMass = {1.0, 2.0, 3.0};
-    entity.UpdateBoundingBox(true);
-    ExpectVec3(entity.boundsMin, glm::dvec3(0.0), 0.0);
-    ExpectVec3(entity.boundsMax, glm::dvec3(0.0), 0.0);
-    ExpectVec3(entity.box_size, glm::dvec3(0.0), 0.0);
-    ExpectVec3(entity.boundsCenter, glm::dvec3(0.0), 0.0);
-    EXPECT_EQ(entity.boundingRadius, 0.0);
-    ExpectVec3(entity.centerOfMass, {1.0, 2.0, 3.0}, 0.0);
-}
-
-TEST(BaseEntityBounds, GrowsOverAllCollidersAndMovesCenterOfMassOnRequest)
-{
-    BaseEntity entity;
-    entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f}, glm::dmat4(1.0));
-    entity.colliders["b"] = BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 2.0f, 1.0f},
-                                        glm::translate(glm::dmat4(1.0), glm::dvec3(4.0, 0.0, 0.0)));
     entity.centerOfMass = {9.0, 9.0, 9.0};
+    entity.boundingRadius = 7.0;
+    entity.UpdateBoundingBox(true);
+    EXPECT_EQ(entity.boundingRadius, 0.0) << "no colliders, no bounds";
+    ExpectVecNear(entity.centerOfMass, {9.0, 9.0, 9.0}, 0.0);
 
+    entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f});
+    entity.colliders["b"] = BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 2.0f, 1.0f}, Translation({4.0, 0.0, 0.0}));
     entity.UpdateBoundingBox(false);
-    ExpectVec3(entity.boundsMin, {-1.0, -1.0, -1.0});
-    ExpectVec3(entity.boundsMax, {5.0, 2.0, 1.0});
-    ExpectVec3(entity.box_size, {6.0, 3.0, 2.0});
-    ExpectVec3(entity.boundsCenter, {2.0, 0.5, 0.0});
+    ExpectVecNear(entity.boundsMin, {-1.0, -1.0, -1.0});
+    ExpectVecNear(entity.boundsMax, {5.0, 2.0, 1.0});
+    ExpectVecNear(entity.box_size, {6.0, 3.0, 2.0});
+    ExpectVecNear(entity.boundsCenter, {2.0, 0.5, 0.0});
     EXPECT_NEAR(entity.boundingRadius, 0.5 * glm::length(glm::dvec3(6.0, 3.0, 2.0)), 1e-12);
-    ExpectVec3(entity.centerOfMass, {9.0, 9.0, 9.0}, 0.0);
-
+    ExpectVecNear(entity.centerOfMass, {9.0, 9.0, 9.0}, 0.0);
     entity.UpdateBoundingBox(true);
-    ExpectVec3(entity.centerOfMass, {2.0, 0.5, 0.0});
+    ExpectVecNear(entity.centerOfMass, {2.0, 0.5, 0.0});
+
+    // Only the two stored corners of a turned collider count: a unit cube turned 45 degrees
+    // about y reaches z = -0.707 at its corner (1, 0, 0), outside the bounds.
+    glm::dmat4 const turn = Rotation(45.0, {0.0, 1.0, 0.0});
+    entity.colliders = {{"cube", BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 1.0f, 1.0f}, turn)}};
+    entity.UpdateBoundingBox(true);
+    ExpectVecNear(entity.boundsMin, {0.0, 0.0, 0.0});
+    ExpectVecNear(entity.boundsMax, Apply(turn, {1.0, 1.0, 1.0}));
 }
 
-TEST(BaseEntityBounds, RotatedColliderCountsOnlyItsTwoStoredCorners)
+TEST(BaseEntityUpdate, OnlyDirtyOrAnimatedNodesMoveCollidersAndBounds)
 {
-    BaseEntity entity;
-    // A unit cube turned 45 degrees about y: its true box reaches x = +-0.707 at
-    // the other corners, but only (0,0,0) and (1,1,1) are placed.
-    glm::dmat4 const turn = glm::rotate(glm::dmat4(1.0), glm::radians(45.0), glm::dvec3(0.0, 1.0, 0.0));
-    entity.colliders["cube"] = BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 1.0f, 1.0f}, turn);
-    entity.UpdateBoundingBox(true);
-
-    glm::dvec3 const far = Apply(turn, {1.0, 1.0, 1.0}); // (1.414, 1, 0)
-    ExpectVec3(entity.boundsMin, {0.0, 0.0, 0.0});
-    ExpectVec3(entity.boundsMax, far);
-    EXPECT_NEAR(entity.box_size.z, 0.0, 1e-12);
-    // The corner (1, 0, 0) goes to z = -0.707, outside the bounds.
-    EXPECT_LT(Apply(turn, {1.0, 0.0, 0.0}).z, entity.boundsMin.z - 0.5);
-}
-
-// ---------------------------------------------------------------- Update
-
-TEST(BaseEntityUpdate, DoesNothingWithoutDirtyOrAnimatedNodes)
-{
-    BaseEntity entity;
-    entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f}, glm::dmat4(1.0));
-    entity.UpdateBoundingBox(true);
-    entity.nodeTransforms["a"] = glm::translate(glm::dmat4(1.0), glm::dvec3(10.0, 0.0, 0.0));
-    entity.Update(0.016);
-    ExpectMat4(entity.colliders.at("a").transform, glm::dmat4(1.0));
-    ExpectVec3(entity.boundsCenter, {0.0, 0.0, 0.0});
-}
-
-TEST(BaseEntityUpdate, DirtyOrAnimatedNodesMoveCollidersAndBounds)
-{
-    for (bool const animated : {false, true}) {
-        SCOPED_TRACE(animated ? "animated" : "dirty");
+    for (int const mode : {0, 1, 2}) { // still, dirty, animated
+        SCOPED_TRACE(mode);
         BaseEntity entity;
-        glm::dmat4 const stay = glm::translate(glm::dmat4(1.0), glm::dvec3(0.0, -3.0, 0.0));
-        entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f}, glm::dmat4(1.0));
+        glm::dmat4 const stay = Translation({0.0, -3.0, 0.0}), moved = Translation({10.0, 0.0, 0.0});
+        entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f});
         entity.colliders["b"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f}, stay);
-        glm::dmat4 const moved = glm::translate(glm::dmat4(1.0), glm::dvec3(10.0, 0.0, 0.0));
         entity.nodeTransforms["a"] = moved; // "b" has no node and keeps its transform
-        entity.nodesAnimated = animated;
-        entity.nodesDirty = !animated;
+        entity.nodesDirty = mode == 1;
+        entity.nodesAnimated = mode == 2;
         entity.Update(0.016);
-        ExpectMat4(entity.colliders.at("a").transform, moved);
-        ExpectMat4(entity.colliders.at("b").transform, stay);
-        ExpectVec3(entity.boundsMin, {-1.0, -4.0, -1.0});
-        ExpectVec3(entity.boundsMax, {11.0, 1.0, 1.0});
-        ExpectVec3(entity.centerOfMass, {5.0, -1.5, 0.0});
-        EXPECT_EQ(entity.nodesDirty, !animated); // clearing is the physics step's job
+        ExpectMatNear(entity.colliders.at("a").transform, mode == 0 ? glm::dmat4(1.0) : moved);
+        ExpectMatNear(entity.colliders.at("b").transform, stay);
+        if (mode != 0) {
+            ExpectVecNear(entity.boundsMin, {-1.0, -4.0, -1.0});
+            ExpectVecNear(entity.boundsMax, {11.0, 1.0, 1.0});
+            ExpectVecNear(entity.centerOfMass, {5.0, -1.5, 0.0});
+        }
+        EXPECT_EQ(entity.nodesDirty, mode == 1) << "clearing is the physics step's job";
     }
 }
-
-// ---------------------------------------------------------------- GetTransform
 
 TEST(BaseEntityTransform, RotatesThenTranslates)
 {
     BaseEntity entity;
     entity.position = {1.0, 2.0, 3.0};
     entity.orientation = glm::angleAxis(glm::radians(90.0), glm::dvec3(0.0, 1.0, 0.0));
-    glm::dmat4 const transform = entity.GetTransform();
-    ExpectVec3(Apply(transform, {0.0, 0.0, 0.0}), {1.0, 2.0, 3.0});
+    ExpectVecNear(Apply(entity.GetTransform(), {0.0, 0.0, 0.0}), {1.0, 2.0, 3.0});
     // A quarter turn about y takes +x to -z.
-    ExpectVec3(Apply(transform, {1.0, 0.0, 0.0}), {1.0, 2.0, 2.0});
-    ExpectVec3(Apply(transform, {0.0, 1.0, 0.0}), {1.0, 3.0, 3.0});
+    ExpectVecNear(Apply(entity.GetTransform(), {1.0, 0.0, 0.0}), {1.0, 2.0, 2.0});
+    ExpectVecNear(Apply(entity.GetTransform(), {0.0, 1.0, 0.0}), {1.0, 3.0, 3.0});
 }
 
-} // namespace
+// ---------------------------------------------------------------- joint solver
 
-namespace {
+TEST(JointSolverTree, IsBuiltWhenTheDescriptionIsReadAndEmptiedWithoutJoints)
+{
+    std::shared_ptr<EntityConfig> const config = DataConfig("arm.txt");
+    auto const& joints = config->jointSolver.GetJoints();
+    ASSERT_EQ(joints.size(), 3u);
+    // The shoulder hangs below the base collider, which is no joint: it is a root.
+    EXPECT_EQ(joints.at("shoulder").parent, "");
+    ExpectMatNear(joints.at("shoulder").offset, config->GetAbsoluteTransform("shoulder"));
+    EXPECT_EQ(joints.at("shoulder").children, (std::vector<std::string>{"elbow"}));
+    ASSERT_EQ(joints.at("shoulder").nodes.size(), 1u);
+    ExpectMatNear(joints.at("shoulder").nodes.at("upper"), glm::dmat4(config->nodes.at("upper").transform));
+    // The elbow hangs on the upper collider, which hangs on the shoulder.
+    EXPECT_EQ(joints.at("elbow").parent, "shoulder");
+    ExpectMatNear(joints.at("elbow").offset,
+                  glm::dmat4(config->nodes.at("upper").transform) * glm::dmat4(config->nodes.at("elbow").transform));
+    EXPECT_TRUE(joints.at("elbow").children.empty());
+    EXPECT_EQ(joints.at("elbow").nodes.size(), 2u);
+    EXPECT_EQ(joints.at("elbow").nodes.count("tip"), 1u);
+    EXPECT_TRUE(joints.at("hatch").nodes.empty());
 
-TEST(EntityOrientation, QuaternionsAreStoredWxyzInMemory) {
-    game::entity::BaseEntity entity;
-    double words[4];
-    static_assert(sizeof(entity.orientation) == sizeof(words));
-    std::memcpy(words, &entity.orientation, sizeof(words));
-    EXPECT_EQ(words[0], 1.0) << "w first";
-    EXPECT_EQ(words[1], 0.0);
-    glm::dquat q(0.5, 0.1, 0.2, 0.3); // w, x, y, z
-    std::memcpy(words, &q, sizeof(words));
-    EXPECT_EQ(words[0], 0.5);
-    EXPECT_EQ(words[3], 0.3);
+    testsupport::TempDir dir;
+    testsupport::WriteText(dir.File("item.txt"), "[JOINT a]\nangular_x -10 0 10\n");
+    std::shared_ptr<EntityConfig> const reread = LoadConfig(dir.File("item.txt"));
+    EXPECT_EQ(reread->jointSolver.GetJoints().size(), 1u);
+    testsupport::WriteText(dir.File("item.txt"), "[ENTITY]\nmass 1\n");
+    reread->Load();
+    EXPECT_TRUE(reread->jointSolver.GetJoints().empty());
+    BaseEntity entity;
+    entity.jointStates["a"].rotation = {5.0f, 0.0f, 0.0f};
+    EXPECT_FALSE(reread->jointSolver(&entity));
+    EXPECT_TRUE(entity.nodeTransforms.empty());
+}
+
+TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
+{
+    testsupport::TempDir dir;
+    testsupport::WriteText(dir.File("item.txt"), "[JOINT lower]\nposition 0 0 1\nangular_z -90 0 90\n\n"
+                                                 "[JOINT upper]\nparent lower\nposition 1 0 0\nrotation 0 0 15\n\n"
+                                                 "[COLLIDER pad]\nparent upper\nposition 0 0 0.5\nbox_min -1 -1 -1\nbox_max 1 1 1\n");
+    std::shared_ptr<EntityConfig> const arm = DataConfig("arm.txt"), rover = DataConfig("rover.txt");
+    std::shared_ptr<EntityConfig> const stacked = LoadConfig(dir.File("item.txt"));
+    /// The rest transform of every node, turned about the joint's own axis by degrees.
+    auto turned = [](EntityConfig const& config, char const* joint, double degrees, glm::dvec3 axis) {
+        glm::dmat4 const rest = config.GetAbsoluteTransform(joint);
+        return rest * Rotation(degrees, axis) * glm::inverse(rest);
+    };
+    struct Case {
+        char const* name;
+        std::shared_ptr<EntityConfig> config;
+        std::function<void(BaseEntity&)> move;
+        std::vector<char const*> moved; // nodes that follow the motion; the others stay at rest
+        glm::dmat4 motion;
+    };
+    Case const cases[] = {
+        {"nothing moved", arm, [](BaseEntity&) {}, {}, glm::dmat4(1.0)},
+        {"wheel", rover, [](BaseEntity& e) { e.jointStates.at("wheel_fl").rotation.x = 90.0f; }, {"wheel_fl"},
+         turned(*rover, "wheel_fl", 90.0, {1.0, 0.0, 0.0})},
+        // The file's z turn is a turn about the game's up axis, in the shoulder's own frame.
+        {"shoulder", arm, [](BaseEntity& e) { e.jointStates.at("shoulder").rotation.z = 20.0f; },
+         {"shoulder", "upper", "elbow", "fore", "tip"}, turned(*arm, "shoulder", 20.0, {0.0, 1.0, 0.0})},
+        {"joint on a joint", stacked, [](BaseEntity& e) { e.jointStates.at("lower").rotation.z = -30.0f; },
+         {"lower", "upper", "pad"}, turned(*stacked, "lower", -30.0, {0.0, 1.0, 0.0})},
+        // A joint without a state rests at its default.
+        {"elbow without a shoulder state", arm,
+         [](BaseEntity& e) { e.jointStates.erase("shoulder"), e.jointStates.at("elbow").rotation.x = 30.0f; },
+         {"elbow", "fore", "tip"}, turned(*arm, "elbow", 30.0, {1.0, 0.0, 0.0})},
+        // The hatch sits as if the file placed it at (1, 0.25, 0): game (1, 0, -0.25).
+        {"hatch slides", arm, [](BaseEntity& e) { e.jointStates.at("hatch").position.y = 0.25f; }, {"hatch"},
+         Translation({0.0, 0.0, -0.25})},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<BaseEntity> const entity = MakeEntity(c.config);
+        size_t const nodes = entity->nodeTransforms.size();
+        // Scramble every node so that the solver has to write them all back.
+        for (auto& [name, transform] : entity->nodeTransforms)
+            transform = glm::dmat4(3.0);
+        c.move(*entity);
+        EXPECT_TRUE(c.config->jointSolver(entity.get()));
+        ASSERT_EQ(entity->nodeTransforms.size(), nodes);
+        for (auto const& [name, transform] : entity->nodeTransforms) {
+            bool const onJoint = c.config->jointSolver.GetJoints().count(name) ||
+                                 std::any_of(c.config->jointSolver.GetJoints().begin(), c.config->jointSolver.GetJoints().end(),
+                                             [&name](auto const& joint) { return joint.second.nodes.count(name) > 0; });
+            if (!onJoint) {
+                ExpectMatNear(transform, glm::dmat4(3.0), 0.0); // nodes on no joint are not the solver's
+                continue;
+            }
+            bool const moves = std::find(c.moved.begin(), c.moved.end(), name) != c.moved.end();
+            ExpectMatNear(transform, (moves ? c.motion : glm::dmat4(1.0)) * c.config->GetAbsoluteTransform(name), 1e-6);
+        }
+    }
+}
+
+TEST(JointSolverSolve, OutOfRangeStatesAreClampedAndStored)
+{
+    std::shared_ptr<EntityConfig> const rover = DataConfig("rover.txt");
+    std::unique_ptr<BaseEntity> const entity = MakeEntity(rover);
+    auto& states = entity->jointStates;
+    states.at("wheel_fl").rotation.x = 500.0f;
+    states.at("wheel_fr").rotation.x = -1000.0f;
+    // Axes the file does not give are fixed at the joint's own values.
+    states.at("wheel_rl").rotation.y = 30.0f;
+    states.at("wheel_rr").position.x = 5.0f;
+    EXPECT_TRUE(rover->jointSolver(entity.get()));
+    EXPECT_EQ(states.at("wheel_fl").rotation.x, 360.0f);
+    EXPECT_EQ(states.at("wheel_fr").rotation.x, -360.0f);
+    EXPECT_EQ(states.at("wheel_rl").rotation.y, 0.0f);
+    EXPECT_EQ(states.at("wheel_rr").position.x, -0.8f);
+    // 360 degrees is a full turn: the wheel is where it started.
+    ExpectMatNear(entity->nodeTransforms.at("wheel_fl"), rover->GetAbsoluteTransform("wheel_fl"), 1e-6);
+
+    // The arm's elbow has its limits written the wrong way round: they still clamp.
+    std::shared_ptr<EntityConfig> const arm = DataConfig("arm.txt");
+    std::unique_ptr<BaseEntity> const bent = MakeEntity(arm);
+    struct Case {
+        float rotation, position, clampedRotation, clampedPosition;
+    };
+    for (Case const& c : {Case{90.0f, 5.0f, 45.0f, 0.2f}, Case{-90.0f, -5.0f, -45.0f, -0.1f}, Case{10.0f, 0.05f, 10.0f, 0.05f}}) {
+        bent->jointStates.at("elbow").rotation.x = c.rotation;
+        bent->jointStates.at("elbow").position.z = c.position;
+        EXPECT_TRUE(arm->jointSolver(bent.get()));
+        EXPECT_EQ(bent->jointStates.at("elbow").rotation.x, c.clampedRotation) << c.rotation;
+        EXPECT_EQ(bent->jointStates.at("elbow").position.z, c.clampedPosition) << c.position;
+    }
+    // Without joint states nothing is solved.
+    BaseEntity bare;
+    bare.nodeTransforms["fore"] = glm::dmat4(2.0);
+    EXPECT_FALSE(arm->jointSolver(&bare));
+    EXPECT_EQ(bare.nodeTransforms.size(), 1u);
+}
+
+TEST(JointSolverSolve, OneSolverServesEntitiesOnManyThreads)
+{
+    std::shared_ptr<EntityConfig> const config = DataConfig("arm.txt");
+    constexpr int Threads = 4;
+    std::vector<std::unique_ptr<BaseEntity>> entities, expected;
+    for (int t = 0; t < Threads; ++t) {
+        entities.push_back(MakeEntity(config));
+        expected.push_back(MakeEntity(config));
+        for (auto* entity : {entities.back().get(), expected.back().get()}) {
+            entity->jointStates.at("shoulder").rotation.z = 10.0f * static_cast<float>(t + 1);
+            entity->jointStates.at("elbow").rotation.x = 100.0f; // clamped to 45
+            entity->jointStates.at("elbow").position.z = -0.05f * static_cast<float>(t);
+        }
+        config->jointSolver(expected.back().get());
+    }
+    std::vector<std::thread> threads;
+    for (auto const& entity : entities)
+        threads.emplace_back([&config, entity = entity.get()] {
+            for (int i = 0; i < 200; ++i)
+                config->jointSolver(entity);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (size_t t = 0; t < entities.size(); ++t) {
+        SCOPED_TRACE(t);
+        EXPECT_EQ(entities[t]->jointStates.at("elbow").rotation.x, 45.0f);
+        for (auto const& [name, transform] : expected[t]->nodeTransforms)
+            ExpectMatNear(entities[t]->nodeTransforms.at(name), transform, 0.0);
+    }
 }
 
 } // namespace
