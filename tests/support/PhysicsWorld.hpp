@@ -1,0 +1,101 @@
+#pragma once
+// A small physics world for tests and benchmarks: an environment with gravity
+// along -y and a flat floor at y = 0 (no air), boxes added in one call, whole
+// steps run as the server runs them. Everything it made is removed when it
+// goes. No test framework here: the benchmark includes it too.
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <glm/glm.hpp>
+#include <glm/gtc/quaternion.hpp>
+
+#include "game/Game.hpp"
+#include "game/entity/ServerSideEntity.hpp"
+#include "game/physics/EnvironmentInfo.hpp"
+#include "nerox/modular/ModuleID.hpp"
+
+namespace testsupport {
+
+/// One box body; designated initialisers name what differs from the default.
+struct BoxSpec {
+    glm::dvec3 size{1.0};
+    double mass = 1.0;
+    glm::dvec3 position{0.0};
+    glm::dquat orientation{1.0, 0.0, 0.0, 0.0};
+    glm::dvec3 velocity{0.0};
+    bool dynamic = true;
+};
+
+class PhysicsWorld {
+public:
+    using Entity = game::entity::ServerSideEntity;
+
+    explicit PhysicsWorld(game::entity::EnvironmentId id = 77, game::physics::EnvironmentFunction environment = Floor())
+        : environmentId(id)
+    {
+        Game::_environmentFunctions[id] = std::move(environment);
+    }
+    ~PhysicsWorld()
+    {
+        Entity::DestroyAll();
+        Game::_environmentFunctions.erase(environmentId);
+        Game::debugServerSidePhysics = false;
+    }
+
+    /// Gravity and flat ground at y = 0 that reports how deep a point lies in it.
+    static game::physics::EnvironmentFunction Floor()
+    {
+        return [](glm::dvec3 const& position, game::EnvironmentInfoFlags flags, double) {
+            game::physics::EnvironmentInfo info;
+            info.gravity = glm::dvec3(0.0, -9.81, 0.0);
+            if (flags & game::EnvironmentTerrain) {
+                info.altitude = position.y;
+                info.surfaceNormal = glm::dvec3(0.0, 1.0, 0.0);
+                info.terrain.depth = std::max(0.0, -position.y);
+            }
+            return info;
+        };
+    }
+
+    /// An entity of this world made of the given colliders (named c0, c1, ...),
+    /// its bounds and centre of mass taken from them.
+    Entity::Ptr Add(double mass, glm::dvec3 const& position, std::vector<game::entity::ConvexMeshCollider> colliders,
+                    bool dynamic = true)
+    {
+        Entity::Ptr entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"),
+                                                          game::entity::Id());
+        entity->deleteFilesOnDestroy = false;
+        for (size_t i = 0; i < colliders.size(); ++i)
+            entity->colliders["c" + std::to_string(i)] = std::move(colliders[i]);
+        entity->UpdateBoundingBox(true);
+        entity->mass = mass;
+        entity->position = position;
+        entity->isDynamic = dynamic;
+        entity->physicsEnabled = true;
+        entity->environmentId = environmentId;
+        return entity;
+    }
+
+    Entity::Ptr AddBox(BoxSpec const& box)
+    {
+        glm::vec3 const half(box.size * 0.5);
+        Entity::Ptr entity =
+            Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic);
+        entity->orientation = box.orientation;
+        entity->linearVelocity = box.velocity;
+        return entity;
+    }
+
+    /// Runs steps whole physics steps of stepSeconds, with as many substeps as the server runs by default.
+    static void Simulate(int steps, int substeps = 4, double stepSeconds = 1.0 / 60.0)
+    {
+        for (int i = 0; i < steps; ++i)
+            Entity::PhysicsUpdate(stepSeconds, substeps);
+    }
+
+    game::entity::EnvironmentId const environmentId;
+};
+
+} // namespace testsupport
