@@ -5,242 +5,146 @@
 #include <cfloat>
 #include <cmath>
 
-#include <glm/glm.hpp>
 #include <glm/gtc/matrix_transform.hpp>
-#include <glm/gtc/quaternion.hpp>
 
-#include "game/entity/ConvexMeshCollider.hpp"
 #include "game/physics/Collision.hpp"
+#include "tests/support/GlmChecks.hpp"
 
 using game::entity::ConvexMeshCollider;
 using game::physics::Collision;
-using game::physics::ConvexCollision;
 using game::physics::PotentialBoxBoxIntersection;
-using game::physics::ProjectOntoAxis;
-using game::physics::RayBoxIntersection;
+using testsupport::ExpectVecNear;
 
 namespace {
 
+glm::dmat4 Place(glm::dvec3 const& position, double degrees = 0.0, glm::dvec3 const& axis = {0, 0, 1})
+{
+    return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(glm::angleAxis(glm::radians(degrees), glm::normalize(axis)));
+}
+
 /// A box collider as the description reader builds it: corners in binary
 /// order (bit 2 x, bit 1 y, bit 0 z), three normals.
-ConvexMeshCollider Box(glm::dvec3 const& size, glm::dmat4 const& transform = glm::dmat4(1.0))
+ConvexMeshCollider Box(glm::dmat4 const& transform, double size = 1.0, double radius = -1.0, bool exactEdges = false)
 {
     ConvexMeshCollider collider = ConvexMeshCollider::Box(glm::vec3(-size * 0.5), glm::vec3(size * 0.5));
     collider.transform = transform;
+    if (radius >= 0.0)
+        collider.radius = radius;
+    collider.exactEdges = exactEdges;
     return collider;
 }
 
-ConvexMeshCollider UnitBoxAt(glm::dvec3 const& position)
+/// A unit box turned 45 degrees about z, and one apart along y by distance turned
+/// so that its z edges run along world x, its section a diamond. The only
+/// separating direction is world y, the cross of their z edges; no face normal
+/// separates them.
+ConvexMeshCollider EdgeA(bool exact) { return Box(Place({0, 0, 0}, 45.0), 1.0, -1.0, exact); }
+ConvexMeshCollider EdgeB(double distance, bool exact)
 {
-    return Box(glm::dvec3(1.0), glm::translate(glm::dmat4(1.0), position));
+    return Box(glm::translate(glm::dmat4(1.0), glm::dvec3(0.0, distance, 0.0)) *
+                   glm::mat4_cast(glm::angleAxis(glm::radians(45.0), glm::dvec3(1, 0, 0)) *
+                                  glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0))),
+               1.0, -1.0, exact);
 }
 
-glm::dmat4 Place(glm::dvec3 const& position, double degrees, glm::dvec3 const& axis)
+TEST(ProjectOntoAxis, VerticesArePlacedByTheTransformAndNoneGiveTheInvertedLimits)
 {
-    return glm::translate(glm::dmat4(1.0), position) *
-           glm::mat4_cast(glm::angleAxis(glm::radians(degrees), glm::normalize(axis)));
+    EXPECT_EQ(game::physics::ProjectOntoAxis(ConvexMeshCollider(), {1, 0, 0}), std::make_pair(DBL_MAX, -DBL_MAX));
+    ConvexMeshCollider box = ConvexMeshCollider::Box({-1.0f, -0.5f, -0.5f}, {1.0f, 0.5f, 0.5f});
+    box.transform = Place({3.0, 0.0, 0.0}, 90.0); // the long side turned onto y
+    auto const [lowX, highX] = game::physics::ProjectOntoAxis(box, {1, 0, 0});
+    auto const [lowY, highY] = game::physics::ProjectOntoAxis(box, {0, 1, 0});
+    ExpectVecNear(glm::dvec4(lowX, highX, lowY, highY), glm::dvec4(2.5, 3.5, -1.0, 1.0), 1e-12);
 }
 
-void ExpectVec3(glm::dvec3 const& actual, glm::dvec3 const& expected, double tolerance = 1e-9)
+TEST(ConvexCollision, ContactsAndMissesAtTheBoundaries)
 {
-    for (int i = 0; i < 3; ++i)
-        EXPECT_NEAR(actual[i], expected[i], tolerance) << "component " << i;
-}
-
-void ExpectNoContact(Collision const& collision)
-{
-    EXPECT_EQ(collision.depth, 0.0);
-    EXPECT_EQ(collision.normal, glm::dvec3(0.0));
-    EXPECT_EQ(collision.point, glm::dvec3(0.0));
-}
-
-/// Two unit boxes whose edges cross: a is turned 45 degrees about z, b turned
-/// so that its local z edges run along world x and its section is a diamond.
-/// The only separating direction is world y, the cross of a z edge of a with
-/// a z edge of b; no face normal separates them.
-struct CrossingEdges {
-    ConvexMeshCollider a;
-    ConvexMeshCollider b;
-    explicit CrossingEdges(double distance)
-        : a(Box(glm::dvec3(1.0), Place(glm::dvec3(0.0), 45.0, {0, 0, 1}))),
-          b(Box(glm::dvec3(1.0), glm::translate(glm::dmat4(1.0), glm::dvec3(0.0, distance, 0.0)) *
-                                     glm::mat4_cast(glm::angleAxis(glm::radians(45.0), glm::dvec3(1, 0, 0)) *
-                                                    glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0)))))
-    {
+    double const h = 1.2, sunk = h - std::sqrt(0.5); // a box standing on an edge
+    glm::dvec3 const none(0.0), up(0, 0, 1);
+    struct Case {
+        char const* name;
+        ConvexMeshCollider a, b;
+        double depth;
+        glm::dvec3 normal, point;
+        bool checkPoint;
+    } const cases[] = {
+        {"touching along x", Box(Place({0, 0, 0})), Box(Place({1, 0, 0})), 0.0, none, none, true},
+        {"touching below", Box(Place({0, 0, 0})), Box(Place({0, 0, -1})), 0.0, none, none, true},
+        // The boxes overlap, but the radii claim the spheres are apart; a distance equal to the sum does not.
+        {"radii apart", Box(Place({0, 0, 0}), 1.0, 0.2), Box(Place({0.5, 0, 0}), 1.0, 0.2), 0.0, none, none, true},
+        {"radii touching", Box(Place({0, 0, 0}), 1.0, 0.25), Box(Place({0.5, 0, 0}), 1.0, 0.25), 0.5, {-1, 0, 0}, none, false},
+        // The normal points from the second towards the first, along the smallest overlap.
+        {"a beside b", Box(Place({0.9, 0.05, 0})), Box(Place({0, 0, 0})), 0.1, {1, 0, 0}, none, false},
+        {"b beside a", Box(Place({0, 0, 0})), Box(Place({0.9, 0.05, 0})), 0.1, {-1, 0, 0}, none, false},
+        // The point averages the deepest vertices of the smaller collider, whichever comes first.
+        {"small on top", Box(Place({0.3, 0.2, 0.7}), 0.5), Box(Place({0, 0, 0})), 0.05, up, {0.3, 0.2, 0.45}, true},
+        {"large under", Box(Place({0, 0, 0})), Box(Place({0.3, 0.2, 0.7}), 0.5), 0.05, -up, {0.3, 0.2, 0.45}, true},
+        {"turned flat face", Box(Place({0, 0, 0.95}, 45.0)), Box(Place({0, 0, 0})), 0.05, up, none, false},
+        {"on an edge", Box(Place({0, 0, h}, 45.0, {1, 0, 0})), Box(Place({0, 0, 0})), 0.5 - sunk, up, {0, 0, sunk}, true},
+        {"edge lifted clear", Box(Place({0, 0, 1.3}, 45.0, {1, 0, 0})), Box(Place({0, 0, 0})), 0.0, none, none, true},
+        // Only the first collider's flag asks for the edge axes.
+        {"edges apart, exact", EdgeA(true), EdgeB(1.45, false), 0.0, none, none, true},
+        {"edges crossing, exact", EdgeA(true), EdgeB(1.4, false), 2.0 * std::sqrt(0.5) - 1.4, {0, -1, 0}, none, false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Collision const contact = game::physics::ConvexCollision(c.a, c.b);
+        EXPECT_NEAR(contact.depth, c.depth, 1e-6);
+        ExpectVecNear(contact.normal, c.normal, 1e-6);
+        if (c.checkPoint)
+            ExpectVecNear(contact.point, c.point, 1e-6);
     }
-};
-
-} // namespace
-
-// ---------------------------------------------------------------------------
-// ProjectOntoAxis
-
-TEST(ProjectOntoAxis, EmptyColliderGivesTheInvertedLimits)
-{
-    ConvexMeshCollider empty;
-    auto const [low, high] = ProjectOntoAxis(empty, glm::dvec3(1.0, 0.0, 0.0));
-    EXPECT_EQ(low, DBL_MAX);
-    EXPECT_EQ(high, -DBL_MAX);
+    // Apart, but face axes alone see an overlap.
+    EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, false)).depth, 0.2);
+    EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, true)).depth, 0.2);
 }
-
-TEST(ProjectOntoAxis, VerticesArePlacedByTheTransformFirst)
-{
-    ConvexMeshCollider box = Box(glm::dvec3(2.0, 1.0, 1.0), Place({3.0, 0.0, 0.0}, 90.0, {0, 0, 1}));
-    // Turned a quarter about z: the long side lies along y.
-    auto const [lowX, highX] = ProjectOntoAxis(box, glm::dvec3(1.0, 0.0, 0.0));
-    EXPECT_NEAR(lowX, 2.5, 1e-12);
-    EXPECT_NEAR(highX, 3.5, 1e-12);
-    auto const [lowY, highY] = ProjectOntoAxis(box, glm::dvec3(0.0, 1.0, 0.0));
-    EXPECT_NEAR(lowY, -1.0, 1e-12);
-    EXPECT_NEAR(highY, 1.0, 1e-12);
-}
-
-// ---------------------------------------------------------------------------
-// ConvexCollision
-
-TEST(ConvexCollision, BoxesTouchingWithZeroOverlapDoNotCollide)
-{
-    ExpectNoContact(ConvexCollision(UnitBoxAt({0.0, 0.0, 0.0}), UnitBoxAt({1.0, 0.0, 0.0})));
-    ExpectNoContact(ConvexCollision(UnitBoxAt({0.0, 0.0, 0.0}), UnitBoxAt({0.0, 0.0, -1.0})));
-}
-
-TEST(ConvexCollision, CentreDistanceBeyondTheRadiiEndsTheTestFirst)
-{
-    // The boxes overlap, but the radii claim the spheres are apart.
-    ConvexMeshCollider a = UnitBoxAt({0.0, 0.0, 0.0});
-    ConvexMeshCollider b = UnitBoxAt({0.5, 0.0, 0.0});
-    a.radius = 0.2;
-    b.radius = 0.2;
-    ExpectNoContact(ConvexCollision(a, b));
-    // A distance equal to the sum does not exceed it: the axes decide.
-    a.radius = 0.25;
-    b.radius = 0.25;
-    EXPECT_NEAR(ConvexCollision(a, b).depth, 0.5, 1e-12);
-}
-
-TEST(ConvexCollision, NormalPointsFromTheSecondTowardsTheFirstWithTheSmallestOverlap)
-{
-    Collision const ab = ConvexCollision(UnitBoxAt({0.9, 0.05, 0.0}), UnitBoxAt({0.0, 0.0, 0.0}));
-    ExpectVec3(ab.normal, {1.0, 0.0, 0.0});
-    EXPECT_NEAR(ab.depth, 0.1, 1e-9);
-
-    Collision const ba = ConvexCollision(UnitBoxAt({0.0, 0.0, 0.0}), UnitBoxAt({0.9, 0.05, 0.0}));
-    ExpectVec3(ba.normal, {-1.0, 0.0, 0.0});
-    EXPECT_NEAR(ba.depth, 0.1, 1e-9);
-}
-
-TEST(ConvexCollision, PointAveragesTheDeepestVerticesOfTheSmallerCollider)
-{
-    ConvexMeshCollider const small = Box(glm::dvec3(0.5), glm::translate(glm::dmat4(1.0), glm::dvec3(0.3, 0.2, 0.7)));
-    ConvexMeshCollider const large = UnitBoxAt({0.0, 0.0, 0.0});
-
-    // The small box sinks 0.05 into the top face: its bottom face is the contact.
-    Collision const onTop = ConvexCollision(small, large);
-    ExpectVec3(onTop.normal, {0.0, 0.0, 1.0});
-    EXPECT_NEAR(onTop.depth, 0.05, 1e-6);
-    ExpectVec3(onTop.point, {0.3, 0.2, 0.45}, 1e-6);
-
-    // The same when the small one is second.
-    Collision const below = ConvexCollision(large, small);
-    ExpectVec3(below.normal, {0.0, 0.0, -1.0});
-    ExpectVec3(below.point, {0.3, 0.2, 0.45}, 1e-6);
-}
-
-TEST(ConvexCollision, RotatedBoxesUseTheirTurnedNormals)
-{
-    ConvexMeshCollider const ground = UnitBoxAt({0.0, 0.0, 0.0});
-
-    // Turned about z and sunk 0.05: still a flat face on a flat face.
-    Collision const flat = ConvexCollision(Box(glm::dvec3(1.0), Place({0.0, 0.0, 0.95}, 45.0, {0, 0, 1})), ground);
-    ExpectVec3(flat.normal, {0.0, 0.0, 1.0});
-    EXPECT_NEAR(flat.depth, 0.05, 1e-6);
-
-    // Turned about x: it stands on an edge, whose two end points average to
-    // the middle of the edge.
-    double const height = 1.2;
-    Collision const edge = ConvexCollision(Box(glm::dvec3(1.0), Place({0.0, 0.0, height}, 45.0, {1, 0, 0})), ground);
-    ExpectVec3(edge.normal, {0.0, 0.0, 1.0});
-    EXPECT_NEAR(edge.depth, 0.5 - (height - std::sqrt(0.5)), 1e-6);
-    ExpectVec3(edge.point, {0.0, 0.0, height - std::sqrt(0.5)}, 1e-6);
-
-    // Turned about x and lifted clear of the ground: a face normal of the
-    // turned box or of the ground separates them.
-    ExpectNoContact(ConvexCollision(Box(glm::dvec3(1.0), Place({0.0, 0.0, 1.3}, 45.0, {1, 0, 0})), ground));
-}
-
-TEST(ConvexCollision, ExactEdgesFindTheEdgeAxisThatFaceAxesMiss)
-{
-    // Apart along y by a little: face axes alone see an overlap.
-    CrossingEdges apart(1.45);
-    EXPECT_GT(ConvexCollision(apart.a, apart.b).depth, 0.2);
-    apart.a.exactEdges = true;
-    ExpectNoContact(ConvexCollision(apart.a, apart.b));
-    // Only the first collider's flag asks for the edge axes.
-    apart.a.exactEdges = false;
-    apart.b.exactEdges = true;
-    EXPECT_GT(ConvexCollision(apart.a, apart.b).depth, 0.2);
-
-    // Crossing: the edge axis gives the shallow contact, along -y from b to a.
-    CrossingEdges crossing(1.4);
-    crossing.a.exactEdges = true;
-    Collision const contact = ConvexCollision(crossing.a, crossing.b);
-    EXPECT_NEAR(contact.depth, 2.0 * std::sqrt(0.5) - 1.4, 1e-6);
-    ExpectVec3(contact.normal, {0.0, -1.0, 0.0}, 1e-6);
-}
-
-// ---------------------------------------------------------------------------
-// PotentialBoxBoxIntersection
 
 TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept)
 {
-    glm::dvec3 const low(-0.5);
-    glm::dvec3 const high(0.5);
-    glm::dmat4 const origin(1.0);
-    EXPECT_FALSE(PotentialBoxBoxIntersection(origin, glm::translate(origin, glm::dvec3(1.01, 0, 0)), low, high, low,
-                                             high, false, false));
-    EXPECT_TRUE(PotentialBoxBoxIntersection(origin, glm::translate(origin, glm::dvec3(1.0, 0, 0)), low, high, low,
-                                            high, false, false));
-    EXPECT_TRUE(PotentialBoxBoxIntersection(origin, glm::translate(origin, glm::dvec3(0.7, 0.7, 0.7)), low, high,
-                                            low, high, false, false));
-    // Boxes off centre in their own space: a spans 1..3 on x.
-    EXPECT_FALSE(PotentialBoxBoxIntersection(origin, origin, glm::dvec3(1, -1, -1), glm::dvec3(3, 1, 1), low, high,
-                                             false, false));
-    // A turned box reaches further along the diagonal: its corner reaches 0.5 * sqrt(2) along x.
-    EXPECT_TRUE(PotentialBoxBoxIntersection(Place({1.2, 0, 0}, 45.0, {0, 0, 1}), origin, low, high, low, high, false,
-                                            false));
-    EXPECT_FALSE(PotentialBoxBoxIntersection(Place({1.25, 0, 0}, 45.0, {0, 0, 1}), origin, low, high, low, high,
-                                             false, false));
+    glm::dvec3 const low(-0.5), high(0.5);
+    struct Case {
+        glm::dmat4 a;
+        glm::dvec3 lowA, highA;
+        bool overlap;
+    } const cases[] = {
+        {Place({1.01, 0, 0}), low, high, false},
+        {Place({1.0, 0, 0}), low, high, true},
+        {Place({0.7, 0.7, 0.7}), low, high, true},
+        {Place({0, 0, 0}), {1, -1, -1}, {3, 1, 1}, false}, // off centre in its own space: 1..3 on x
+        // A turned box reaches further along the diagonal: 0.5 * sqrt(2) along x.
+        {Place({1.2, 0, 0}, 45.0), low, high, true},
+        {Place({1.25, 0, 0}, 45.0), low, high, false},
+    };
+    for (Case const& c : cases)
+        EXPECT_EQ(PotentialBoxBoxIntersection(c.a, glm::dmat4(1.0), c.lowA, c.highA, low, high, false, false), c.overlap)
+            << glm::dvec3(c.a[3]).x;
+    // Edge axes only when either collider asks for them.
+    EXPECT_TRUE(PotentialBoxBoxIntersection(EdgeA(false), EdgeB(1.45, false)));
+    EXPECT_FALSE(PotentialBoxBoxIntersection(EdgeA(false), EdgeB(1.45, true)));
+    EXPECT_TRUE(PotentialBoxBoxIntersection(EdgeA(true), EdgeB(1.4, false)));
 }
-
-TEST(PotentialBoxBoxIntersection, EdgeAxesOnlyWhenAskedFor)
-{
-    CrossingEdges apart(1.45);
-    EXPECT_TRUE(PotentialBoxBoxIntersection(apart.a, apart.b));
-    apart.b.exactEdges = true;
-    EXPECT_FALSE(PotentialBoxBoxIntersection(apart.a, apart.b));
-    CrossingEdges crossing(1.4);
-    crossing.a.exactEdges = true;
-    EXPECT_TRUE(PotentialBoxBoxIntersection(crossing.a, crossing.b));
-}
-
-// ---------------------------------------------------------------------------
-// RayBoxIntersection
 
 TEST(RayBoxIntersection, HitsMissesAndParallelRays)
 {
-    glm::dvec3 const low(-1.0);
-    glm::dvec3 const high(1.0);
-    EXPECT_TRUE(RayBoxIntersection({-5.0, 0.2, 0.3}, {1.0, 0.0, 0.0}, low, high));
-    EXPECT_TRUE(RayBoxIntersection({-5.0, -5.0, 0.0}, {1.0, 1.0, 0.0}, low, high));
-    // Pointing away: the box lies behind the origin.
-    EXPECT_FALSE(RayBoxIntersection({-5.0, 0.0, 0.0}, {-1.0, 0.0, 0.0}, low, high));
-    // Passing beside it.
-    EXPECT_FALSE(RayBoxIntersection({-5.0, 0.0, 0.0}, {1.0, 1.0, 0.0}, low, high));
-    // Parallel to the y and z slabs: inside them it hits, outside it misses.
-    EXPECT_TRUE(RayBoxIntersection({-5.0, 0.99, -0.99}, {2.0, 0.0, 0.0}, low, high));
-    EXPECT_FALSE(RayBoxIntersection({-5.0, 1.01, 0.0}, {2.0, 0.0, 0.0}, low, high));
-    // Starting inside hits whatever the direction.
-    EXPECT_TRUE(RayBoxIntersection({0.5, 0.5, 0.5}, {0.0, 0.0, -1.0}, low, high));
-    EXPECT_TRUE(RayBoxIntersection({0.5, 0.5, 0.5}, {0.0, 0.0, 0.0}, low, high));
-    EXPECT_FALSE(RayBoxIntersection({2.0, 0.0, 0.0}, {0.0, 0.0, 0.0}, low, high));
+    struct Case {
+        glm::dvec3 origin, direction;
+        bool hit;
+    } const cases[] = {
+        {{-5.0, 0.2, 0.3}, {1, 0, 0}, true},
+        {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
+        {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false}, // the box lies behind the origin
+        {{-5.0, 0.0, 0.0}, {1, 1, 0}, false},  // passing beside it
+        // Parallel to the y and z slabs: inside them it hits, outside it misses.
+        {{-5.0, 0.99, -0.99}, {2, 0, 0}, true},
+        {{-5.0, 1.01, 0.0}, {2, 0, 0}, false},
+        // Starting inside hits whatever the direction.
+        {{0.5, 0.5, 0.5}, {0, 0, -1}, true},
+        {{0.5, 0.5, 0.5}, {0, 0, 0}, true},
+        {{2.0, 0.0, 0.0}, {0, 0, 0}, false},
+    };
+    for (Case const& c : cases)
+        EXPECT_EQ(game::physics::RayBoxIntersection(c.origin, c.direction, glm::dvec3(-1.0), glm::dvec3(1.0)), c.hit)
+            << c.origin.x << " " << c.origin.y << " " << c.origin.z << " towards " << c.direction.x << " " << c.direction.y;
 }
+
+} // namespace
