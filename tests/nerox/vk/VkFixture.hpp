@@ -13,12 +13,10 @@ class VkTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        if (!device) {
-            nerox::vk::DeviceOptions options;
-            options.applicationName = "nerox_vk_tests";
-            options.validation = 1;
-            device = std::make_unique<nerox::vk::Device>(options);
-        }
+        nerox::vk::DeviceOptions options;
+        options.applicationName = "nerox_vk_tests";
+        options.validation = 1;
+        if (!device) device = std::make_unique<nerox::vk::Device>(options);
     }
     void SetUp() override { errorsBefore = nerox::vk::Device::ValidationErrorCount(); }
     void TearDown() override
@@ -26,7 +24,6 @@ protected:
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore + expectedErrors)
             << "validation errors while the test ran (printed above)";
     }
-
     nerox::vk::Device& Dev() { return *device; }
 
     inline static std::unique_ptr<nerox::vk::Device> device;
