@@ -1,5 +1,5 @@
-// Code generation: the worked examples, layout, program names, shared inputs,
-// number formatting and input-letter substitution.
+// Code generation: the example programs regenerated whole, layout repairs, program
+// names, number formatting, input-letter substitution and the literal rule.
 #include "ProgramGraph.hpp"
 
 #include <gtest/gtest.h>
@@ -8,132 +8,43 @@ using namespace programtest;
 
 namespace {
 
-// --- worked examples ------------------------------------------------------------------------
+struct ExampleCase {
+    char const* file;
+    char const* program = "test.main.nc";
+};
 
-TEST(ProgramCodeExamples, DoorDelayReproducedLineForLine) {
-    Graph g("door.main.nc");
-    auto* input = g.Input(0, 0);
-    auto* delay = g.Add<Editor::DelayNode>();
-    delay->inputDefaults[0] = "2";
-    Graph::Link(input, delay, 1);
-    auto* output = g.Output(1);
-    Graph::Link(delay, output, 0);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "var $_door_delay1 = 0",
-                            "",
-                            "update",
-                            "\tvar $_input_number_0_0 = input_number(0, 0)",
-                            "\tvar $_door_delay1_ = $_door_delay1 > 0 and $_door_delay1 < time",
-                            "\tif $_input_number_0_0",
-                            "\t\t$_door_delay1 = time + 2",
-                            "\toutput_number(1, 0, $_door_delay1_)",
-                        }));
-}
+// Each file is a program as the editor saves it: the "#NODES " line with the graph, then its code.
+ExampleCase const kExamples[] = {
+    {"door_delay", "door.main.nc"}, {"aliased_lamp", "door.main.nc"}, {"rich", "plant-control.main.nc"},
+    {"pid_two", "plant.main.nc"}, {"empty"}, {"silent_nodes"}, {"block_order"}, {"no_value"}, {"shared_expression"},
+    {"shared_inputs"}, {"input_types"}, {"shared_aliases"}, {"memoised_blinker"}, {"math_twice"},
+    {"output_blank_default"}, {"substitution"}, {"default_types"}, {"constants"}, {"constants_used"},
+    {"var_number_fresh"}, {"var_number_linked"}, {"var_number_typed"}, {"var_wrong_inputs"}, {"var_text_fresh"},
+    {"var_text_reset"}, {"var_text_linked"}, {"output_numbered"}, {"output_aliased"}, {"output_missing_source"},
+    {"print"}, {"print_nothing"}, {"print_fresh"}, {"execute_conditional"}, {"conditional_nested"},
+    {"execute_default"}, {"conditional_number_typed"}, {"include"}, {"math"}, {"math_unknown"},
+    {"math_missing_inputs"}, {"counter_fresh"}, {"counter_limits"}, {"counter_missing_limit"}, {"counter_order"},
+    {"smooth_fresh"}, {"smooth_trigger"}, {"smooth_duration"}, {"pulse_fresh"}, {"toggle_fresh"}, {"pulse_rising"},
+    {"toggle_falling"}, {"pulse_both"}, {"toggle_missing_edge"}, {"switch_number"}, {"switch_text"},
+    {"switch_selector_only"}, {"delay_reset"}, {"delay_shared"}, {"blinker_zero"}, {"blinker_empty"}, {"blinker_half"},
+    {"text_format"}, {"text_no_inputs"}, {"pid_fresh"}, {"pid_limits"},
+};
 
-TEST(ProgramCodeExamples, AliasedLampReproducedLineForLine) {
-    Graph g("door.main.nc");
-    auto* input = g.Input(0, 0);
-    auto* add = g.Add<Editor::MathNode>("ADD");
-    Graph::Link(input, add, 0);
-    add->inputDefaults[1] = ".5";
-    auto* output = g.Output(-1);
-    output->alias = "lamp";
-    Graph::Link(add, output, 0);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "update",
-                            "\tvar $_input_number_0_0 = input_number(0, 0)",
-                            "\toutput_number(\"lamp\", 0, ($_input_number_0_0 + 0.5))",
-                        }));
-}
-
-TEST(ProgramCodeExamples, FirstLineCarriesTheGraphWithSortedKeys) {
-    Graph g;
-    auto* input = g.Input(2, 1);
-    std::string const text = g.Text();
-    std::string const first = text.substr(0, text.find('\n'));
-    ASSERT_EQ(first.rfind("#NODES ", 0), 0u);
-    nlohmann::json const graph = nlohmann::json::parse(first.substr(7));
-    ASSERT_EQ(graph["nodes"].size(), 1u);
-    EXPECT_EQ(graph["nodes"][0], input->Serialize());
-    EXPECT_EQ(first.substr(7), graph.dump()); // compact, keys sorted
-    EXPECT_NE(first.find("\"alias\":\"\",\"channel\":1,\"class\":\"InputNode\""), std::string::npos) << first;
-}
-
-// --- layout ---------------------------------------------------------------------------------
-
-TEST(ProgramCodeLayout, EmptyGraphIsOnlyTheNodesLine) {
-    Graph g;
-    EXPECT_EQ(g.Text(), "#NODES {\"nodes\":[]}\n");
-}
-
-TEST(ProgramCodeLayout, NodesThatWriteNothingGiveNoBlocks) {
-    Graph g;
-    g.Input(0);
-    g.Add<Editor::TimeNode>();
-    g.Add<Editor::MathNode>("SIN");
-    std::string const text = g.Text();
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
-}
-
-TEST(ProgramCodeLayout, BlocksComeInTheirOrderEachAfterAnEmptyLine) {
-    Graph g;
-    // Added in reverse of the block order: the blocks still come out in theirs.
-    auto* delay = g.Add<Editor::DelayNode>();
-    auto* out = g.Output(0);
-    Graph::Link(delay, out, 0);
-    auto* text = g.Add<Editor::ConstTextNode>();
-    text->name = "t";
-    text->value = "x";
-    auto* number = g.Add<Editor::ConstNumberNode>();
-    number->name = "n";
-    number->value = 1.5;
-    auto* include = g.Add<Editor::IncludeNode>();
-    include->path = "lib.nc";
-    auto* pid = g.Add<Editor::PIDControllerNode>();
-    auto* out2 = g.Output(1);
-    Graph::Link(pid, out2, 0);
-    Lines const body = g.Body();
-    Lines const expected{
-        "",
-        "include \"lib.nc\"",
-        "",
-        "const $n = 1.500000",
-        "",
-        "const $t = \"x\"",
-        "",
-        "var $_test_delay1 = 0",
-        "",
-        "function @_test_pid1($_setpoint:number, $_processvalue:number, $_kp:number, $_ki:number, $_kd:number, "
-        "$_integral:number, $_prev_error:number) : number",
-        "\tvar $_error = $_setpoint - $_processvalue",
-        "\tvar $_dt = delta_time",
-        "\tvar $_derivative = ($_error - $_prev_error) / $_dt",
-        "\tvar $_proportional = $_kp * $_error",
-        "\t$_integral += $_error * $_dt",
-        "\t$_prev_error = $_error",
-        "\tvar $_output = $_proportional + $_ki * $_integral + $_kd * $_derivative",
-        "\treturn $_output",
-        "",
-        "update",
-        "\tvar $_test_delay1_ = $_test_delay1 > 0 and $_test_delay1 < time",
-        "\toutput_number(0, 0, $_test_delay1_)",
-        "\tvar $_pid1 = @_test_pid1(0, 0, 1, 0, 0)",
-        "\toutput_number(1, 0, $_pid1)",
-    };
-    EXPECT_EQ(body, expected);
-}
-
-TEST(ProgramCodeLayout, CountersStartAtOneOnEveryRun) {
-    Graph g;
-    auto* expr = g.Add<Editor::ExpressionNode>();
-    expr->text = "1";
-    auto* out = g.Output(0);
-    Graph::Link(expr, out, 0);
-    Lines const first = g.Body();
-    EXPECT_EQ(g.Body(), first);
-    EXPECT_EQ(first.at(2), "\tvar $_expr1 = 1");
+TEST(ProgramCodeExamples, EachExampleOpenedAgainGivesItsOwnText) {
+    for (ExampleCase const& example : kExamples) {
+        std::string const name = std::string("program/") + example.file + ".nc";
+        SCOPED_TRACE(name);
+        Editor e;
+        e.programName = example.program;
+        std::string error;
+        ASSERT_TRUE(e.Load(Example(example.file), &error)) << error;
+        EXPECT_TRUE(e.warnings.empty());
+        e.Serialize(false);
+        std::string const first = e.GetCode();
+        testsupport::ExpectGolden(first, name);
+        e.Serialize(false);
+        EXPECT_EQ(e.GetCode(), first); // the counters start at one on every run
+    }
 }
 
 TEST(ProgramCodeLayout, WrongLengthDefaultsAreRepairedBeforeGeneration) {
@@ -143,7 +54,8 @@ TEST(ProgramCodeLayout, WrongLengthDefaultsAreRepairedBeforeGeneration) {
     auto* out = g.Output(0);
     Graph::Link(add, out, 0);
     out->inputDefaults.clear();
-    EXPECT_EQ(g.Body(), (Lines{"", "update", "\toutput_number(0, 0, (4 + 5))"}));
+    std::string const text = g.Text();
+    EXPECT_EQ(text.substr(text.find('\n')), "\n\nupdate\n\toutput_number(0, 0, (4 + 5))\n");
     EXPECT_EQ(add->inputDefaults.size(), 2u);
     EXPECT_EQ(out->inputDefaults.size(), 1u);
 }
@@ -156,26 +68,32 @@ TEST(ProgramCodeLayout, PlainNodesInTheListAreSkipped) {
     g.editor.nodes.pop_back();
 }
 
-// --- program names --------------------------------------------------------------------------
-
-TEST(ProgramCodeNames, DashesBecomeUnderscoresAndSuffixIsCut) {
-    Graph g("my-prog.main.nc");
-    auto* delay = g.Add<Editor::DelayNode>();
-    auto* out = g.Output(0);
-    Graph::Link(delay, out, 0);
-    EXPECT_EQ(g.Body().at(1), "var $_my_prog_delay1 = 0");
+TEST(ProgramCodeLayout, CycleMadeInCodeDoesNotRecurseForever) {
+    Graph g;
+    auto* a = g.Add<Editor::ExpressionNode>();
+    auto* b = g.Add<Editor::ExpressionNode>();
+    Graph::Link(b, a, 0);
+    Graph::Link(a, b, 0);
+    Graph::Link(a, g.Output(0), 0);
+    std::string const text = g.Text();
+    EXPECT_EQ(text.substr(text.rfind('\t')), "\toutput_number(0, 0, $_expr2)\n");
 }
 
-TEST(ProgramCodeNames, NameWithoutSuffixIsUsedWhole) {
-    std::string cleaned;
-    EXPECT_TRUE(Editor::CleanProgramName("Prog_2", cleaned));
-    EXPECT_EQ(cleaned, "Prog_2");
-    EXPECT_TRUE(Editor::CleanProgramName("a-b-c.main.nc", cleaned));
-    EXPECT_EQ(cleaned, "a_b_c");
-    EXPECT_FALSE(Editor::CleanProgramName("x.main.nc.main.nc", cleaned)); // cut once only
-    EXPECT_FALSE(Editor::CleanProgramName("", cleaned));
-    EXPECT_FALSE(Editor::CleanProgramName("main.nc", cleaned));
-    EXPECT_FALSE(Editor::CleanProgramName("caf\xc3\xa9", cleaned));
+// --- program names --------------------------------------------------------------------------
+
+TEST(ProgramCodeNames, CleanProgramNameCutsTheSuffixOnceAndRefusesOthers) {
+    struct Case {
+        char const* name;
+        char const* cleaned; // null: refused
+    };
+    for (Case const c : {Case{"Prog_2", "Prog_2"}, Case{"a-b-c.main.nc", "a_b_c"}, Case{"x.main.nc.main.nc", nullptr},
+                         Case{"", nullptr}, Case{"main.nc", nullptr}, Case{"caf\xc3\xa9", nullptr}}) {
+        std::string cleaned;
+        EXPECT_EQ(Editor::CleanProgramName(c.name, cleaned), c.cleaned != nullptr) << c.name;
+        if (c.cleaned) {
+            EXPECT_EQ(cleaned, c.cleaned);
+        }
+    }
 }
 
 TEST(ProgramCodeNames, RefusedNameWritesMessageAndChangesNothing) {
@@ -183,217 +101,49 @@ TEST(ProgramCodeNames, RefusedNameWritesMessageAndChangesNothing) {
     g.Add<Editor::TimeNode>();
     g.editor.Serialize(true);
     std::string const before = g.editor.GetCode();
-    ASSERT_EQ(g.editor.undoHistory.size(), 1u);
-
     g.Add<Editor::DelayNode>();
-    g.editor.programName = "my prog";
-    testing::internal::CaptureStderr();
-    g.editor.Serialize(true);
-    std::string const err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, "Invalid program name: my prog\n");
-    EXPECT_EQ(g.editor.GetCode(), before);
-    EXPECT_EQ(g.editor.undoHistory.size(), 1u);
+    for (char const* name : {"my prog", ".main.nc"}) {
+        g.editor.programName = name;
+        testing::internal::CaptureStderr();
+        g.editor.Serialize(true);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("Invalid program name: ") + name + "\n");
+        EXPECT_EQ(g.editor.GetCode(), before);
+        EXPECT_EQ(g.editor.undoHistory.size(), 1u);
+    }
 }
 
-TEST(ProgramCodeNames, ExactlyTheSuffixIsRefused) {
-    Graph g(".main.nc");
-    g.editor.code.SetText("kept");
-    testing::internal::CaptureStderr();
-    g.editor.Serialize(false);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Invalid program name: .main.nc\n");
-    EXPECT_EQ(g.editor.GetCode(), "kept");
+// --- number formatting, substitution, literals ----------------------------------------------
+
+TEST(ProgramCodeText, FormatNumber) {
+    std::pair<char const*, char const*> const cases[] = {
+        {"", "0"},     {"   ", ""},      {" \t\n\r\v\f", ""}, {" 5 ", "5"},  {"\t\n1.0\r\v\f", "1.0"},
+        {".5", "0.5"}, {"  .25", "0.25"}, {"-.5", "-0.5"},    {"+.5", "+0.5"}, {"-.", "-0."},
+        {".", "0."},   {"-5", "-5"},      {"-", "-"},         {"abc", "abc"}, {"1e3", "1e3"}, // no other check
+    };
+    for (auto const& [in, out] : cases) EXPECT_EQ(Editor::FormatNumber(in), out) << '"' << in << '"';
 }
 
-// --- shared inputs and memoised nodes -------------------------------------------------------
-
-TEST(ProgramCodeSharing, TwoOutputsFedByOneExpressionShareOneVariable) {
-    Graph g;
-    auto* input = g.Input(0);
-    auto* expr = g.Add<Editor::ExpressionNode>();
-    expr->SetInputCount(1);
-    expr->text = "a * 2";
-    Graph::Link(input, expr, 0);
-    auto* out = g.Output(0, 2);
-    Graph::Link(expr, out, 0);
-    Graph::Link(expr, out, 1);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "update",
-                            "\tvar $_input_number_0_0 = input_number(0, 0)",
-                            "\tvar $_expr1 = $_input_number_0_0 * 2",
-                            "\toutput_number(0, 0, $_expr1)",
-                            "\toutput_number(0, 1, $_expr1)",
-                        }));
-}
-
-TEST(ProgramCodeSharing, TwoInputNodesWithSameTypeIndexAndChannelShareOneVariable) {
-    Graph g;
-    auto* a = g.Input(3, 1);
-    auto* b = g.Input(3, 1);
-    auto* c = g.Input(3, 2);
-    auto* add = g.Add<Editor::MathNode>("ADD");
-    Graph::Link(a, add, 0);
-    Graph::Link(b, add, 1);
-    auto* out = g.Output(0, 2);
-    Graph::Link(add, out, 0);
-    Graph::Link(c, out, 1);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "update",
-                            "\tvar $_input_number_3_1 = input_number(3, 1)",
-                            "\toutput_number(0, 0, ($_input_number_3_1 + $_input_number_3_1))",
-                            "\tvar $_input_number_3_2 = input_number(3, 2)",
-                            "\toutput_number(0, 1, $_input_number_3_2)",
-                        }));
-}
-
-TEST(ProgramCodeSharing, TextAndNumberInputsOfOnePortAreDistinct) {
-    Graph g;
-    auto* a = g.Input(0, 0, 0);
-    auto* b = g.Input(0, 0, 1);
-    auto* print = g.Add<Editor::PrintNode>();
-    print->SetInputCount(2);
-    Graph::Link(a, print, 0);
-    Graph::Link(b, print, 1);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "update",
-                            "\tvar $_input_number_0_0 = input_number(0, 0)",
-                            "\tvar $_input_text_0_0 = input_text(0, 0)",
-                            "\tprint($_input_number_0_0, $_input_text_0_0)",
-                        }));
-}
-
-TEST(ProgramCodeSharing, AliasedInputsShareByTypeAliasAndChannel) {
-    Graph g;
-    auto* a = g.Input(-1, 0, 1);
-    a->alias = "door";
-    auto* b = g.Input(-1, 0, 1);
-    b->alias = "door";
-    auto* c = g.Input(-1, 2, 1);
-    c->alias = "door";
-    auto* empty = g.Input(-1, 0, 1);
-    auto* emptyNumber = g.Input(-1, 0, 0);
-    auto* print = g.Add<Editor::PrintNode>();
-    print->SetInputCount(5);
-    Graph::Link(a, print, 0);
-    Graph::Link(b, print, 1);
-    Graph::Link(c, print, 2);
-    Graph::Link(empty, print, 3);
-    Graph::Link(emptyNumber, print, 4);
-    EXPECT_EQ(g.Body(), (Lines{
-                            "",
-                            "update",
-                            "\tvar $_input_alias_1 = input_text(\"door\", 0)",
-                            "\tvar $_input_alias_2 = input_text(\"door\", 2)",
-                            "\tprint($_input_alias_1, $_input_alias_1, $_input_alias_2, \"\", 0)",
-                        }));
-}
-
-TEST(ProgramCodeSharing, MemoisedNodeWalksItsInputsAgainWithoutNewLines) {
-    Graph g;
-    auto* input = g.Input(0);
-    auto* blink = g.Add<Editor::BlinkerNode>();
-    Graph::Link(input, blink, 0);
-    auto* out = g.Output(0, 3);
-    for (size_t i = 0; i < 3; ++i) Graph::Link(blink, out, i);
-    Lines const body = g.Body();
-    EXPECT_EQ(body, (Lines{
-                        "",
-                        "update",
-                        "\tvar $_input_number_0_0 = input_number(0, 0)",
-                        "\tvar $_blinker1 = round(time / $_input_number_0_0) % 2 == 0",
-                        "\toutput_number(0, 0, $_blinker1)",
-                        "\toutput_number(0, 1, $_blinker1)",
-                        "\toutput_number(0, 2, $_blinker1)",
-                    }));
-}
-
-TEST(ProgramCodeSharing, MathNodeWithTwoConsumersIsWrittenTwice) {
-    Graph g;
-    auto* mul = g.Add<Editor::MathNode>("MULTIPLY");
-    mul->inputDefaults = {"2", "3"};
-    auto* out = g.Output(0, 2);
-    Graph::Link(mul, out, 0);
-    Graph::Link(mul, out, 1);
-    EXPECT_EQ(g.Body(), (Lines{"", "update", "\toutput_number(0, 0, (2 * 3))", "\toutput_number(0, 1, (2 * 3))"}));
-}
-
-// --- FormatNumber ---------------------------------------------------------------------------
-
-TEST(ProgramCodeFormatNumber, Cases) {
-    EXPECT_EQ(Editor::FormatNumber(""), "0");
-    EXPECT_EQ(Editor::FormatNumber("   "), "");
-    EXPECT_EQ(Editor::FormatNumber(" \t\n\r\v\f"), "");
-    EXPECT_EQ(Editor::FormatNumber(" 5 "), "5");
-    EXPECT_EQ(Editor::FormatNumber("\t\n1.0\r\v\f"), "1.0");
-    EXPECT_EQ(Editor::FormatNumber(".5"), "0.5");
-    EXPECT_EQ(Editor::FormatNumber("  .25"), "0.25");
-    EXPECT_EQ(Editor::FormatNumber("-.5"), "-0.5");
-    EXPECT_EQ(Editor::FormatNumber("+.5"), "+0.5");
-    EXPECT_EQ(Editor::FormatNumber("-."), "-0.");
-    EXPECT_EQ(Editor::FormatNumber("."), "0.");
-    EXPECT_EQ(Editor::FormatNumber("-5"), "-5");
-    EXPECT_EQ(Editor::FormatNumber("-"), "-");
-    EXPECT_EQ(Editor::FormatNumber("abc"), "abc"); // no other check
-    EXPECT_EQ(Editor::FormatNumber("1e3"), "1e3");
-}
-
-TEST(ProgramCodeFormatNumber, BlankDefaultOfAnOutputWritesAnEmptyValue) {
-    Graph g;
-    auto* out = g.Output(0);
-    out->inputDefaults[0] = "  ";
-    EXPECT_EQ(g.Body(), (Lines{"", "update", "\toutput_number(0, 0, )"}));
-}
-
-// --- substitution ---------------------------------------------------------------------------
-
-TEST(ProgramCodeSubstitution, Cases) {
-    Lines const two{"X", "Y"};
-    EXPECT_EQ(Editor::Substitute("a + b", two), "X + Y");
-    EXPECT_EQ(Editor::Substitute("A + B", two), "X + Y");
-    EXPECT_EQ(Editor::Substitute("sin(a)", two), "sin(X)");
-    EXPECT_EQ(Editor::Substitute("ab", two), "aY");
-    EXPECT_EQ(Editor::Substitute("c", two), "c");
-    EXPECT_EQ(Editor::Substitute("a1", two), "X1");
-    EXPECT_EQ(Editor::Substitute("\"a b\" + a", two), "\"a b\" + X");
-    EXPECT_EQ(Editor::Substitute("  a  ", two), "X");
-    EXPECT_EQ(Editor::Substitute(" \t ", two), "");
-    EXPECT_EQ(Editor::Substitute("", two), "");
-    EXPECT_EQ(Editor::Substitute("b", {}), "b");
-    EXPECT_EQ(Editor::Substitute("$a", two), "$X"); // the rule looks at letters only
-
-    Lines fourteen;
+TEST(ProgramCodeText, SubstituteReplacesLoneInputLetters) {
+    std::vector<std::string> const two{"X", "Y"}, none;
+    std::vector<std::string> fourteen;
     for (int i = 0; i < 14; ++i) fourteen.push_back("i" + std::to_string(i));
-    EXPECT_EQ(Editor::Substitute("sin(a)", fourteen), "sii13(i0)");
+    struct Case {
+        char const* text;
+        std::vector<std::string> const& inputs;
+        char const* out;
+    };
+    for (Case const& c : {Case{"a + b", two, "X + Y"}, Case{"A + B", two, "X + Y"}, Case{"sin(a)", two, "sin(X)"},
+                          Case{"ab", two, "aY"}, Case{"c", two, "c"}, Case{"a1", two, "X1"},
+                          Case{"\"a b\" + a", two, "\"a b\" + X"}, Case{"  a  ", two, "X"}, Case{" \t ", two, ""},
+                          Case{"", two, ""}, Case{"b", none, "b"},
+                          Case{"$a", two, "$X"}, // the rule looks at letters only
+                          Case{"sin(a)", fourteen, "sii13(i0)"}})
+        EXPECT_EQ(Editor::Substitute(c.text, c.inputs), c.out) << c.text;
 }
 
-TEST(ProgramCodeSubstitution, ExpressionAndStatementUseInputTexts) {
-    Graph g;
-    auto* time = g.Add<Editor::TimeNode>();
-    auto* expr = g.Add<Editor::ExpressionNode>();
-    expr->text = " a + b ";
-    Graph::Link(time, expr, 0);
-    expr->inputDefaults[1] = ".5";
-    auto* statement = g.Add<Editor::StatementNode>();
-    statement->text = "print(a)";
-    Graph::Link(expr, statement, 0);
-    auto* execute = g.Add<Editor::ExecuteNode>();
-    Graph::Link(statement, execute, 0);
-    EXPECT_EQ(g.Body(), (Lines{"", "update", "\tvar $_expr1 = time + 0.5", "\tprint($_expr1)"}));
-}
-
-TEST(ProgramCodeSubstitution, TextTypedDefaultIsQuotedAndOtherTypesAsTheyStand) {
-    Graph g;
-    auto* expr = g.Add<Editor::ExpressionNode>();
-    expr->SetInputCount(3);
-    expr->text = "a + b + c";
-    expr->inputDefaults = {"hi", "x + 1", ""};
-    expr->inputTypes[0] = 1;
-    expr->inputTypes[1] = 7;
-    auto* out = g.Output(0);
-    Graph::Link(expr, out, 0);
-    EXPECT_EQ(g.Body().at(2), "\tvar $_expr1 = \"hi\" + x + 1 + 0");
+TEST(ProgramCodeText, LiteralLikeRule) {
+    for (char const* text : {"\"x\"", "$a", "0", "9x"}) EXPECT_TRUE(Editor::IsLiteralLike(text)) << text;
+    for (char const* text : {"", "-1", "time", "(1 + 2)", ".5"}) EXPECT_FALSE(Editor::IsLiteralLike(text)) << text;
 }
 
 } // namespace

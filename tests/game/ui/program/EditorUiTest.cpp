@@ -12,8 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <string>
-#include <vector>
+#include <tuple>
 
 using namespace programtest;
 
@@ -21,13 +20,23 @@ namespace {
 
 class ProgramEditorUi : public uitest::ImGuiTest {
 protected:
-    /// One frame with the whole editor in a host window filling the screen.
-    void RenderEditor() {
+    /// One frame with `body` in a host window at the top left.
+    void InHost(std::function<void()> const& body, ImVec2 size = ImVec2(1280.0f, 720.0f)) {
         Frame([&] {
             ImGui::SetNextWindowPos(ImVec2(0.0f, 0.0f));
-            ImGui::SetNextWindowSize(ImVec2(1280.0f, 720.0f));
+            ImGui::SetNextWindowSize(size);
             ImGui::Begin("host", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove);
+            body();
+            ImGui::End();
+        });
+    }
+    /// One frame of the whole editor; with `otherWindow`, a window that appears after it takes the focus.
+    void RenderEditor() {
+        InHost([&] {
             graph.editor.Render();
+            if (!otherWindow) return;
+            ImGui::SetNextWindowPos(ImVec2(700.0f, 0.0f));
+            ImGui::Begin("other");
             ImGui::End();
         });
     }
@@ -35,7 +44,6 @@ protected:
     /// Draws a node's body the way the canvas does at scale 1: in a child of the
     /// node's size, cursor just below the title, after the pins.
     void DrawBody(Node* node) {
-        float const s = 1.0f;
         node->size.x = std::max(node->size.x, node->GetMinimumWidth());
         node->size.y = std::max(node->size.y, node->GetMinimumHeight());
         std::string const id = node->id;
@@ -43,19 +51,15 @@ protected:
         ImGui::PushID(id.c_str());
         ImGui::BeginChild("##", node->size, false, ImGuiWindowFlags_NoScrollbar | ImGuiWindowFlags_NoScrollWithMouse);
         ImGuiWindow const* window = ImGui::GetCurrentWindowRead();
-        int const ids = window->IDStack.Size;
         ImGuiContext const& g = *ImGui::GetCurrentContext();
-        int const styles = g.StyleVarStack.Size;
-        int const colors = g.ColorStack.Size;
-        // The game's font is 16 logical pixels high at scale 1.
-        ImGui::SetWindowFontScale(16.0f / ImGui::GetFontSize());
-        float const pin = 16.0f * s;
+        int const ids = window->IDStack.Size, styles = g.StyleVarStack.Size, colors = g.ColorStack.Size;
+        ImGui::SetWindowFontScale(16.0f / ImGui::GetFontSize()); // the game's font is 16 pixels at scale 1
+        float const pin = 16.0f;
         ImGui::SetCursorPos(ImVec2(pin, 1.5f * ImGui::GetFontSize()));
         node->DrawContent(ImGui::GetWindowDrawList(),
-                          ImVec2(node->size.x * s - 2 * pin, node->size.y * s - 1.5f * ImGui::GetFontSize()), s);
-        EXPECT_EQ(window->IDStack.Size, ids) << node->title;
-        EXPECT_EQ(g.StyleVarStack.Size, styles) << node->title;
-        EXPECT_EQ(g.ColorStack.Size, colors) << node->title;
+                          ImVec2(node->size.x - 2 * pin, node->size.y - 1.5f * ImGui::GetFontSize()), 1.0f);
+        EXPECT_EQ(std::tuple(window->IDStack.Size, g.StyleVarStack.Size, g.ColorStack.Size), std::tuple(ids, styles, colors))
+            << node->title;
         EXPECT_EQ(ImGui::GetCursorPos().x, pin) << node->title; // layout left as given
         // Everything drawn fits the node at its least size (the resize corner keeps 10 free).
         EXPECT_LE(window->DC.CursorMaxPos.y - window->Pos.y, node->size.y - 8.0f) << node->title;
@@ -66,17 +70,7 @@ protected:
         ImGui::EndChild();
         ImGui::PopID();
     }
-
-    /// One frame drawing the bodies of the given nodes in a host window.
-    void DrawBodies(std::vector<Node*> const& list) {
-        Frame([&] {
-            ImGui::SetNextWindowPos(ImVec2(0.0f, 0.0f));
-            ImGui::SetNextWindowSize(ImVec2(1280.0f, 720.0f));
-            ImGui::Begin("host", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove);
-            for (Node* node : list) DrawBody(node);
-            ImGui::End();
-        });
-    }
+    void DrawBodies(std::vector<Node*> const& list) { InHost([&] { for (Node* node : list) DrawBody(node); }); }
 
     /// Clicks at a point: hover, press, release, one frame each.
     void ClickAt(ImVec2 point, std::function<void()> const& frame) {
@@ -89,34 +83,25 @@ protected:
     }
 
     Graph graph;
-    ImVec2 lastItemMin{0, 0};
-    ImVec2 lastItemMax{0, 0};
-    bool opening = false;
-    ImVec2 menuItemMin{0, 0};
-    ImVec2 menuItemMax{0, 0};
+    bool otherWindow = false;
+    ImVec2 lastItemMin{0, 0}, lastItemMax{0, 0};
 };
 
 ImVec2 Centre(ImVec2 a, ImVec2 b) { return ImVec2(0.5f * (a.x + b.x), 0.5f * (a.y + b.y)); }
 
 TEST_F(ProgramEditorUi, EveryClassDrawsItsBodyWithBalancedStacks) {
-    BuildRichGraph(graph);
-    for (auto& entry : Editor::Catalog()) {
-        Node* node = graph.editor.CreateNode(entry.title, ImVec2(0, 0), {});
-        graph.editor.nodes.push_back(node);
-    }
+    LoadRich(graph.editor);
+    for (auto& entry : Editor::Catalog()) graph.editor.nodes.push_back(graph.editor.CreateNode(entry.title, {}, {}));
     graph.editor.nodes.push_back(new Editor::BasicNumberNode());
     float x = 0.0f, y = 0.0f;
     for (Node* node : graph.editor.nodes) {
         node->pos = ImVec2(x, y);
         x += 210.0f;
-        if (x > 1000.0f) {
-            x = 0.0f;
-            y += 60.0f;
-        }
+        if (x > 1000.0f) x = 0.0f, y += 60.0f;
         node->selected = (static_cast<int>(x) / 210) % 2 == 0;
         dynamic_cast<Editor::NeroxNode*>(node)->comment = "note";
+        node->modified = false;
     }
-    for (Node* node : graph.editor.nodes) node->modified = false;
     for (int frame = 0; frame < 3; ++frame) DrawBodies(graph.editor.nodes);
     for (Node* node : graph.editor.nodes) {
         EXPECT_GE(node->size.y, node->GetMinimumHeight());
@@ -125,8 +110,7 @@ TEST_F(ProgramEditorUi, EveryClassDrawsItsBodyWithBalancedStacks) {
 }
 
 TEST_F(ProgramEditorUi, WholeEditorDrawsARichGraphWithoutRecordingChanges) {
-    BuildRichGraph(graph);
-    for (Node* node : graph.editor.nodes) node->modified = false;
+    LoadRich(graph.editor);
     graph.editor.changed = false;
     float y = 0.0f;
     for (Node* node : graph.editor.nodes) {
@@ -135,9 +119,8 @@ TEST_F(ProgramEditorUi, WholeEditorDrawsARichGraphWithoutRecordingChanges) {
     }
     for (int frame = 0; frame < 3; ++frame) {
         RenderEditor();
-        ImGuiContext const& g = *ImGui::GetCurrentContext();
-        EXPECT_EQ(g.StyleVarStack.Size, 0);
-        EXPECT_EQ(g.ColorStack.Size, 0);
+        EXPECT_EQ(ImGui::GetCurrentContext()->StyleVarStack.Size, 0);
+        EXPECT_EQ(ImGui::GetCurrentContext()->ColorStack.Size, 0);
     }
     EXPECT_TRUE(graph.editor.undoHistory.empty());
     EXPECT_FALSE(graph.editor.changed);
@@ -145,74 +128,55 @@ TEST_F(ProgramEditorUi, WholeEditorDrawsARichGraphWithoutRecordingChanges) {
 }
 
 TEST_F(ProgramEditorUi, MinimumSizeMakesRoomForFieldsAndInputs) {
-    Editor::InputNode input;
-    Editor::TimeNode time;
-    Editor::PIDControllerNode pid;
-    Editor::PrintNode print;
-    EXPECT_GT(input.GetMinimumHeight(), time.GetMinimumHeight());
-    EXPECT_GT(pid.GetMinimumHeight(), 55.0f + 7 * 20.0f - 1.0f);
-    EXPECT_GT(print.GetMinimumHeight(), 55.0f); // the +/- row
-    EXPECT_GT(input.GetMinimumWidth(), time.GetMinimumWidth());
+    EXPECT_GT(Editor::InputNode().GetMinimumHeight(), Editor::TimeNode().GetMinimumHeight());
+    EXPECT_GT(Editor::InputNode().GetMinimumWidth(), Editor::TimeNode().GetMinimumWidth());
+    EXPECT_GT(Editor::PIDControllerNode().GetMinimumHeight(), 55.0f + 7 * 20.0f - 1.0f);
+    EXPECT_GT(Editor::PrintNode().GetMinimumHeight(), 55.0f); // the +/- row
 }
 
-TEST_F(ProgramEditorUi, PlusButtonAddsAnInputInStep) {
+TEST_F(ProgramEditorUi, PlusAndMinusButtonsChangeInputsInStepDownToTheMinimum) {
     auto* print = graph.Add<Editor::PrintNode>();
     print->pos = ImVec2(40, 40);
     auto frame = [&] { DrawBodies({print}); };
     frame();
-    ImVec2 const plus = Centre(lastItemMin, lastItemMax);
-    ClickAt(plus, frame);
+    ClickAt(Centre(lastItemMin, lastItemMax), frame);
     ASSERT_EQ(print->inputs.size(), 2u);
     EXPECT_EQ(print->inputDefaults.size(), 2u);
     EXPECT_EQ(print->InputType(1), 1);
     EXPECT_TRUE(print->modified);
-}
-
-TEST_F(ProgramEditorUi, MinusButtonStopsAtTheMinimum) {
-    auto* output = graph.Add<Editor::OutputNode>();
-    output->SetInputCount(2);
-    output->inputTypes[1] = 1;
-    output->pos = ImVec2(40, 40);
-    auto frame = [&] { DrawBodies({output}); };
-    frame();
-    // "-" sits left of "+" on the same row.
-    float const plusWidth = lastItemMax.x - lastItemMin.x;
-    ImVec2 const minus(lastItemMin.x - plusWidth, 0.5f * (lastItemMin.y + lastItemMax.y));
-    ClickAt(minus, frame);
-    ASSERT_EQ(output->inputs.size(), 1u);
-    EXPECT_TRUE(output->inputTypes.empty());
-    ClickAt(minus, frame);
-    EXPECT_EQ(output->inputs.size(), 1u);
+    for (int click = 0; click < 2; ++click) {
+        frame(); // the +/- row moves with the input count; "-" sits left of "+"
+        ClickAt(ImVec2(2 * lastItemMin.x - lastItemMax.x, 0.5f * (lastItemMin.y + lastItemMax.y)), frame);
+        ASSERT_EQ(print->inputs.size(), 1u);
+        EXPECT_EQ(print->inputTypes.size(), 1u);
+    }
 }
 
 TEST_F(ProgramEditorUi, AddMenuSearchAndClickAddsTheNodeCentredOnTheClick) {
     ImVec2 const at(300.0f, 200.0f);
+    bool opening = true;
+    ImVec2 itemMin, itemMax;
     auto frame = [&] {
-        Frame([&] {
-            ImGui::SetNextWindowPos(ImVec2(0.0f, 0.0f));
-            ImGui::SetNextWindowSize(ImVec2(1280.0f, 720.0f));
-            ImGui::Begin("host", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove);
+        InHost([&] {
             if (opening) ImGui::OpenPopup("add");
             opening = false;
             if (ImGui::BeginPopup("add")) {
                 graph.editor.ContextMenu(at);
-                menuItemMin = ImGui::GetItemRectMin();
-                menuItemMax = ImGui::GetItemRectMax();
+                itemMin = ImGui::GetItemRectMin();
+                itemMax = ImGui::GetItemRectMax();
                 ImGui::EndPopup();
             }
-            ImGui::End();
         });
     };
     graph.editor.menuFilter = "stale";
     MouseTo(100.0f, 100.0f);
-    opening = true;
     frame();
     EXPECT_TRUE(graph.editor.menuFilter.empty()); // a new menu starts without search
     frame(); // the search box takes the keyboard
     for (char c : std::string("DeLa")) Type(static_cast<unsigned>(c));
     frame();
     EXPECT_EQ(graph.editor.menuFilter, "DeLa"); // only "Delay" matches
-    ClickAt(Centre(menuItemMin, menuItemMax), frame);
+    ClickAt(Centre(itemMin, itemMax), frame);
     ASSERT_EQ(graph.editor.nodes.size(), 1u);
     auto* delay = dynamic_cast<Editor::DelayNode*>(graph.editor.nodes[0]);
     ASSERT_NE(delay, nullptr);
@@ -231,7 +195,6 @@ TEST_F(ProgramEditorUi, RenderRegeneratesWithAnUndoStepAfterAChange) {
     EXPECT_FALSE(graph.editor.changed);
     ASSERT_EQ(graph.editor.undoHistory.size(), 1u);
     EXPECT_EQ(graph.editor.GetCode().rfind("#NODES {", 0), 0u);
-
     graph.editor.nodes[0]->modified = true;
     RenderEditor();
     EXPECT_FALSE(graph.editor.nodes[0]->modified);
@@ -244,8 +207,7 @@ TEST_F(ProgramEditorUi, CtrlZUndoesCtrlYAndCtrlShiftZRedo) {
     auto* time = graph.Add<Editor::TimeNode>();
     graph.editor.Serialize(true);
     std::string const first = graph.editor.GetCode();
-    auto* out = graph.Output(0);
-    Graph::Link(time, out, 0);
+    Graph::Link(time, graph.Output(0), 0);
     graph.editor.Serialize(true);
     std::string const second = graph.editor.GetCode();
     RenderEditor();
@@ -262,46 +224,19 @@ TEST_F(ProgramEditorUi, CtrlZUndoesCtrlYAndCtrlShiftZRedo) {
     EXPECT_EQ(graph.editor.GetCode(), first);
     EXPECT_EQ(graph.editor.nodes.size(), 1u);
     EXPECT_EQ(graph.editor.undoHistory.size(), 2u); // undoing records nothing
-
     chord({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_Y});
     EXPECT_EQ(graph.editor.undoPosition, 0u);
     EXPECT_EQ(graph.editor.GetCode(), second);
-
     chord({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_Z});
     EXPECT_EQ(graph.editor.undoPosition, 1u);
     chord({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_LEFT_SHIFT, GLFW_KEY_Z});
     EXPECT_EQ(graph.editor.undoPosition, 0u);
     EXPECT_EQ(graph.editor.GetCode(), second);
-
     chord({GLFW_KEY_Z}); // without Ctrl: nothing
     EXPECT_EQ(graph.editor.undoPosition, 0u);
-}
-
-TEST_F(ProgramEditorUi, UndoKeysNeedTheEditorsWindowFocused) {
-    graph.Add<Editor::TimeNode>();
-    graph.editor.Serialize(true);
-    graph.Add<Editor::TimeNode>();
-    graph.editor.Serialize(true);
-    auto frame = [&] {
-        Frame([&] {
-            ImGui::SetNextWindowPos(ImVec2(0.0f, 0.0f));
-            ImGui::SetNextWindowSize(ImVec2(600.0f, 400.0f));
-            ImGui::Begin("host", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove);
-            graph.editor.Render();
-            ImGui::End();
-            ImGui::SetNextWindowPos(ImVec2(700.0f, 0.0f));
-            ImGui::SetNextWindowSize(ImVec2(200.0f, 200.0f));
-            ImGui::Begin("other");
-            ImGui::End();
-        });
-    };
-    frame(); // "other" appears last and takes the focus
-    Key(GLFW_KEY_LEFT_CONTROL, true);
-    Key(GLFW_KEY_Z, true);
-    frame();
-    Key(GLFW_KEY_Z, false);
-    Key(GLFW_KEY_LEFT_CONTROL, false);
-    frame();
+    otherWindow = true;
+    RenderEditor();
+    chord({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_Z}); // the editor's window must have the focus
     EXPECT_EQ(graph.editor.undoPosition, 0u);
 }
 

@@ -1,180 +1,86 @@
-// Saving and loading program graphs: each class read back as written, a program
-// text opened again giving the same text, bad files reported instead of crashing,
-// cycles cut, the node factories, and the Compile entry point.
+// Loading program graphs: each class read back as its own class, bare graph JSON, bad
+// files reported instead of crashing, cycles cut, the node factories, and Compile.
 #include "ProgramGraph.hpp"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
+#include <memory>
 #include <set>
 #include <typeinfo>
 
 using namespace programtest;
-using json = nlohmann::json;
 
 namespace {
 
-TEST(ProgramGraphIo, RichGraphUsesEveryClass) {
-    Graph g;
-    BuildRichGraph(g);
+TEST(ProgramGraphIo, RichExampleHasEveryClassAndEachLoadsAsMadeByItsFactory) {
+    Editor e;
+    LoadRich(e);
     std::set<std::string> classes;
-    for (Node* node : g.editor.nodes) classes.insert(dynamic_cast<Editor::NeroxNode*>(node)->ClassName());
-    EXPECT_EQ(classes.size(), 24u);
-}
-
-TEST(ProgramGraphIo, DeserializeNodeOfEachClassEqualsWhatWasSerialized) {
-    Graph g;
-    BuildRichGraph(g);
-    for (Node* node : g.editor.nodes) {
-        json const saved = node->Serialize();
-        Node* back = g.editor.DeserializeNode(saved);
-        ASSERT_NE(back, nullptr) << saved.dump();
-        EXPECT_EQ(typeid(*back), typeid(*node)) << saved.dump();
-        EXPECT_EQ(back->Serialize(), saved);
-        EXPECT_EQ(back->hasOutput, node->hasOutput) << saved.dump();
-        EXPECT_EQ(back->id, node->id);
-        delete back;
+    for (Node* node : e.nodes) {
+        std::string const name = dynamic_cast<Editor::NeroxNode*>(node)->ClassName();
+        classes.insert(name);
+        std::unique_ptr<Node> const fresh(e.CreateNode(name, ImVec2(0, 0), {}));
+        ASSERT_NE(fresh, nullptr) << name;
+        EXPECT_EQ(typeid(*fresh), typeid(*node)) << name;
+        EXPECT_EQ(fresh->hasOutput, node->hasOutput) << name;
     }
-    EXPECT_TRUE(g.editor.warnings.empty());
-}
-
-TEST(ProgramGraphIo, SerializeAddsClassAndFieldKeys) {
-    Editor::InputNode input;
-    input.index = 4;
-    json const j = input.Serialize();
-    for (char const* key : {"id", "title", "pos", "size", "inputs", "class", "comment", "inputDefaults", "inputTypes",
-                            "type", "index", "channel", "alias"})
-        EXPECT_TRUE(j.contains(key)) << key;
-    EXPECT_EQ(j["class"], "InputNode");
-    EXPECT_EQ(j["title"], "Input");
-
-    Editor::PrintNode print;
-    json const p = print.Serialize();
-    EXPECT_EQ(p["inputTypes"], (json{{"0", 1}}));
-    EXPECT_EQ(p["inputDefaults"], json::array({""}));
-}
-
-TEST(ProgramGraphIo, ProgramTextRoundTripsToTheSameText) {
-    Graph g("plant-control.main.nc");
-    BuildRichGraph(g);
-    std::string const text = g.Text();
-
-    Editor other;
-    other.programName = "plant-control.main.nc";
-    std::string error;
-    ASSERT_TRUE(other.Load(text, &error)) << error;
-    EXPECT_TRUE(other.warnings.empty());
-    ASSERT_EQ(other.nodes.size(), g.editor.nodes.size());
-    for (size_t i = 0; i < other.nodes.size(); ++i) EXPECT_EQ(other.nodes[i]->id, g.editor.nodes[i]->id);
-    other.Serialize(false);
-    EXPECT_EQ(other.GetCode(), text);
+    EXPECT_EQ(classes.size(), 24u);
+    EXPECT_TRUE(e.code.IsReadOnly()); // the code pane only shows what the graph generates
+    EXPECT_EQ(e.code.GetPalette(), *nce::GetNeroxPalette());
 }
 
 TEST(ProgramGraphIo, BareGraphJsonLoadsToo) {
-    Graph g;
-    BuildRichGraph(g);
-    std::string const text = g.Text();
-    json graph;
-    graph["nodes"] = json::array();
-    for (Node* node : g.editor.nodes) graph["nodes"].push_back(node->Serialize());
-
-    Editor other;
-    other.programName = g.editor.programName;
-    ASSERT_TRUE(other.Load(graph.dump(2)));
-    other.Serialize(false);
-    EXPECT_EQ(other.GetCode(), text);
-
-    Editor third;
-    third.programName = g.editor.programName;
-    ASSERT_TRUE(third.LoadGraph(graph));
-    third.Serialize(false);
-    EXPECT_EQ(third.GetCode(), text);
+    std::string const text = Example("rich");
+    json const graph = json::parse(text.substr(7, text.find('\n') - 7));
+    Editor a, b;
+    a.programName = b.programName = kRichProgram;
+    ASSERT_TRUE(a.Load(graph.dump(2)));
+    ASSERT_TRUE(b.LoadGraph(graph));
+    for (Editor* e : {&a, &b}) {
+        e->Serialize(false);
+        EXPECT_EQ(e->GetCode(), text);
+    }
 }
 
-TEST(ProgramGraphIo, NodesLineMayEndWithCarriageReturn) {
-    Editor e;
-    EXPECT_TRUE(e.Load("#NODES {\"nodes\":[]}\r\nupdate\n"));
-    EXPECT_TRUE(e.nodes.empty());
-}
-
-TEST(ProgramGraphIo, LeadingBlanksAndByteOrderMarkAreSkipped) {
+// A load replaces the graph, clears the undo history and marks the editor changed.
+TEST(ProgramGraphIo, ByteOrderMarkLeadingBlanksAndCarriageReturnAreAccepted) {
+    std::string const graph = "{\"nodes\":[" + Editor::TimeNode().Serialize().dump() + "]}";
     Graph g;
-    g.Add<Editor::TimeNode>();
-    std::string const text = g.Text();
-    Editor e;
-    ASSERT_TRUE(e.Load("\xEF\xBB\xBF\n  " + text));
-    EXPECT_EQ(e.nodes.size(), 1u);
-    ASSERT_TRUE(e.Load("\n\t{\"nodes\": []}\n"));
-    EXPECT_TRUE(e.nodes.empty());
-}
-
-TEST(ProgramGraphIo, LoadReplacesTheGraphClearsHistoryAndMarksChanged) {
-    Graph g;
-    g.Add<Editor::TimeNode>();
-    g.editor.Serialize(true);
-    ASSERT_EQ(g.editor.undoHistory.size(), 1u);
-    ASSERT_TRUE(g.editor.Load("{\"nodes\":[]}"));
-    EXPECT_TRUE(g.editor.nodes.empty());
-    EXPECT_TRUE(g.editor.undoHistory.empty());
-    EXPECT_EQ(g.editor.undoPosition, 0u);
-    EXPECT_TRUE(g.editor.changed);
+    for (std::string const& text :
+         {"#NODES " + graph + "\r\nupdate\n", "\xEF\xBB\xBF\n  #NODES " + graph + "\n", "\n\t" + graph + "\n"}) {
+        g.Add<Editor::DelayNode>();
+        g.editor.Serialize(true);
+        ASSERT_TRUE(g.editor.Load(text)) << text;
+        ASSERT_EQ(g.editor.nodes.size(), 1u) << text;
+        EXPECT_NE(dynamic_cast<Editor::TimeNode*>(g.editor.nodes[0]), nullptr);
+        EXPECT_TRUE(g.editor.undoHistory.empty());
+        EXPECT_EQ(g.editor.undoPosition, 0u);
+        EXPECT_TRUE(g.editor.changed);
+        g.editor.changed = false;
+    }
 }
 
 // --- bad input ------------------------------------------------------------------------------
 
-json TimeJson() {
-    Editor::TimeNode time;
-    return time.Serialize();
-}
-
-TEST(ProgramGraphIoErrors, UnknownClassIsSkippedWithAWarning) {
-    json bogus = TimeJson();
-    bogus["class"] = "BogusNode";
-    bogus["title"] = "Bogus";
-    json graph{{"nodes", json::array({bogus, TimeJson()})}};
+// Each bad node of the file is skipped with a warning of its own, also printed; the good ones load.
+TEST(ProgramGraphIoErrors, BadNodesAreSkippedEachWithAWarning) {
     Editor e;
     testing::internal::CaptureStderr();
-    ASSERT_TRUE(e.Load(graph.dump()));
+    ASSERT_TRUE(e.Load(testsupport::ReadText(testsupport::DataFile("program/bad_nodes.json"))));
     std::string const err = testing::internal::GetCapturedStderr();
-    ASSERT_EQ(e.nodes.size(), 1u);
-    EXPECT_NE(dynamic_cast<Editor::TimeNode*>(e.nodes[0]), nullptr);
-    ASSERT_EQ(e.warnings.size(), 1u);
-    EXPECT_NE(e.warnings[0].find("unknown class \"BogusNode\""), std::string::npos) << e.warnings[0];
-    EXPECT_NE(err.find("BogusNode"), std::string::npos) << err;
-}
-
-TEST(ProgramGraphIoErrors, MalformedNodesAreSkippedEachWithAWarning) {
-    Editor::InputNode input;
-    json missing = input.Serialize();
-    missing.erase("index");
-    json badType = input.Serialize();
-    badType["type"] = 5;
-    json wrongKind = input.Serialize();
-    wrongKind["alias"] = 3;
-    json noClass = TimeJson();
-    noClass.erase("class");
-    json badId = TimeJson();
-    badId["id"] = "xyz";
-    json badTypeKey = TimeJson();
-    badTypeKey["inputTypes"] = {{"first", 1}};
-    json stringValue = TimeJson();
-    stringValue["class"] = "ConstNumberNode";
-    stringValue["name"] = "n";
-    stringValue["value"] = "1";
-    json const good = TimeJson();
-    json duplicate = good;
-    json graph{{"nodes", json::array({missing, badType, wrongKind, noClass, badId, badTypeKey, stringValue, 42,
-                                      good, duplicate})}};
-    Editor e;
-    testing::internal::CaptureStderr();
-    ASSERT_TRUE(e.Load("#NODES " + graph.dump() + "\n"));
-    testing::internal::GetCapturedStderr();
-    ASSERT_EQ(e.nodes.size(), 1u);
-    EXPECT_EQ(e.warnings.size(), 9u);
-    EXPECT_NE(e.warnings[0].find("InputNode"), std::string::npos) << e.warnings[0];
-    EXPECT_NE(e.warnings.back().find("repeats"), std::string::npos) << e.warnings.back();
+    std::string listing, printed;
+    for (std::string const& warning : e.warnings) {
+        listing += warning + "\n";
+        printed += "NeroxCodeEditor: " + warning + "\n";
+    }
+    testsupport::ExpectGolden(listing, "program/bad_nodes_warnings.txt");
+    EXPECT_EQ(err, printed);
+    ASSERT_EQ(e.nodes.size(), 2u);
+    EXPECT_TRUE(e.nodes[0]->id.IsSet());
+    e.programName = "p";
     e.Serialize(false); // what is left generates
+    EXPECT_EQ(e.GetCode().rfind("#NODES {\"nodes\":[{", 0), 0u);
+    EXPECT_EQ(e.DeserializeNode(json::array()), nullptr);
 }
 
 TEST(ProgramGraphIoErrors, CycleInAFileIsCutOnLoad) {
@@ -185,21 +91,20 @@ TEST(ProgramGraphIoErrors, CycleInAFileIsCutOnLoad) {
     Graph::Link(a, b, 0);
     Graph::Link(b, a, 0);
     Graph::Link(self, self, 0);
-    auto* out = g.Output(0);
-    Graph::Link(b, out, 0);
+    Graph::Link(b, g.Output(0), 0);
     json graph{{"nodes", json::array()}};
     for (Node* node : g.editor.nodes) graph["nodes"].push_back(node->Serialize());
 
     Editor e;
     e.programName = "x";
-    testing::internal::CaptureStderr();
+    e.printWarnings = false;
     ASSERT_TRUE(e.Load(graph.dump()));
-    testing::internal::GetCapturedStderr();
     ASSERT_EQ(e.warnings.size(), 2u);
-    for (auto const& warning : e.warnings) EXPECT_NE(warning.find("cycle"), std::string::npos) << warning;
+    EXPECT_EQ(e.warnings[0], "cut input 0 of node \"Expression\": the link closed a cycle");
+    EXPECT_EQ(e.warnings[1], "cut input 0 of node \"ABSOLUTE\": the link closed a cycle");
     for (Node* node : e.nodes)
-        for (size_t i = 0; i < node->inputs.size(); ++i) {
-            Node const* source = e.GetNode(node->inputs[i]);
+        for (UniqueId const& input : node->inputs) {
+            Node const* source = e.GetNode(input);
             EXPECT_FALSE(source != nullptr && e.NodeDependsOn(source, node));
         }
     EXPECT_FALSE(e.nodes[2]->inputs[0].IsSet());
@@ -228,235 +133,60 @@ TEST(ProgramGraphIoErrors, UnreadableTextsAreRefusedAndTheGraphKept) {
     EXPECT_FALSE(g.editor.Load("nothing")); // no error pointer is fine
 }
 
-TEST(ProgramGraphIoErrors, NodeWithoutIdGetsANewOne) {
-    json node = TimeJson();
-    node["id"] = "";
-    Editor e;
-    testing::internal::CaptureStderr();
-    ASSERT_TRUE(e.Load(json{{"nodes", {node}}}.dump()));
-    testing::internal::GetCapturedStderr();
-    ASSERT_EQ(e.nodes.size(), 1u);
-    EXPECT_TRUE(e.nodes[0]->id.IsSet());
-    EXPECT_EQ(e.warnings.size(), 1u);
-}
-
-TEST(ProgramGraphIoErrors, DeserializeNodeOfANonObjectIsNull) {
-    Editor e;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(e.DeserializeNode(json::array()), nullptr);
-    EXPECT_EQ(e.DeserializeNode(json("InputNode")), nullptr);
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(e.warnings.size(), 2u);
-}
-
 // --- factories ------------------------------------------------------------------------------
 
-TEST(ProgramNodeFactory, EveryMenuTitleMakesItsClass) {
+// One line per menu entry: its group, whether it has an output, and the fresh node as saved.
+TEST(ProgramNodeFactory, EveryMenuTitleMakesItsFreshNode) {
     Editor e;
+    std::string listing;
     for (Editor::CatalogEntry const& entry : Editor::Catalog()) {
-        Node* node = e.CreateNode(entry.title, ImVec2(5, 6), {});
+        std::unique_ptr<Node> const node(e.CreateNode(entry.title, ImVec2(5, 6), {}));
         ASSERT_NE(node, nullptr) << entry.title;
-        auto* nerox = dynamic_cast<Editor::NeroxNode*>(node);
-        ASSERT_NE(nerox, nullptr);
-        EXPECT_STREQ(nerox->ClassName(), entry.className) << entry.title;
-        EXPECT_EQ(node->title, entry.title);
-        EXPECT_EQ(node->pos.x, 5.0f);
-        EXPECT_EQ(nerox->inputDefaults.size(), node->inputs.size()) << entry.title;
-        EXPECT_FALSE(node->modified);
-        for (UniqueId const& input : node->inputs) EXPECT_FALSE(input.IsSet());
-        delete node;
+        EXPECT_FALSE(node->modified) << entry.title;
+        json saved = node->Serialize();
+        EXPECT_EQ(saved["class"], entry.className);
+        saved.erase("id");
+        listing += std::string(entry.group) + (node->hasOutput ? " | output | " : " | sink | ") + saved.dump() + "\n";
     }
-}
-
-TEST(ProgramNodeFactory, ClassNamesAreTitlesToo) {
-    Editor e;
-    std::set<std::string> seen;
-    for (char const* name : {"InputNode", "OutputNode", "ConstNumberNode", "ConstTextNode", "VarNumberNode",
-                             "VarTextNode", "DelayNode", "BlinkerNode", "CounterNode", "SmoothNode", "ExpressionNode",
-                             "StatementNode", "ExecuteNode", "ConditionalNode", "SwitchNode", "PulseNode",
-                             "PulseToggleNode", "BasicNumberNode", "TimeNode", "PrintNode", "TextNode", "MathNode",
-                             "PIDControllerNode", "IncludeNode"}) {
-        Node* node = e.CreateNode(name, ImVec2(0, 0), {});
-        ASSERT_NE(node, nullptr) << name;
-        EXPECT_STREQ(dynamic_cast<Editor::NeroxNode*>(node)->ClassName(), name);
-        seen.insert(name);
-        delete node;
-    }
-    Node* math = e.CreateNode("MathNode", ImVec2(0, 0), {});
+    testsupport::ExpectGolden(listing, "program/catalog.txt");
+    std::unique_ptr<Node> const math(e.CreateNode("MathNode", ImVec2(0, 0), {}));
     EXPECT_EQ(math->title, "ADD");
-    delete math;
     EXPECT_EQ(e.CreateNode("New Node", ImVec2(0, 0), {}), nullptr);
     EXPECT_EQ(e.CreateNode("", ImVec2(0, 0), {}), nullptr);
 }
 
-TEST(ProgramNodeFactory, InputsAndDefaultsOnCreation) {
-    Editor e;
-    struct Case {
-        char const* title;
-        std::vector<std::string> defaults;
-        std::map<int32_t, int32_t> types;
-        bool output;
-    };
-    std::vector<Case> const cases{
-        {"Input", {}, {}, true},
-        {"Output", {""}, {}, false},
-        {"Print", {""}, {{0, 1}}, false},
-        {"Constant Number", {}, {}, true},
-        {"Number Variable", {"0", "", ""}, {}, true},
-        {"Text Variable", {"", "", ""}, {{0, 1}}, true},
-        {"Time", {}, {}, true},
-        {"Switch", {"0", "", ""}, {}, true},
-        {"Pulse", {"", ""}, {}, true},
-        {"Delay", {"1", "", ""}, {}, true},
-        {"Blinker", {"1"}, {}, true},
-        {"Counter", {"1", "0", "", "", ""}, {}, true},
-        {"Smooth", {"0", "1", ""}, {}, true},
-        {"Expression", {"", ""}, {}, true},
-        {"PID Controller", {"0", "0", "1", "0", "0", "", "", ""}, {}, true},
-        {"Text", {""}, {{0, 1}}, true},
-        {"Conditional", {"", "", ""}, {{1, 2}, {2, 2}}, true},
-        {"Statement", {""}, {}, true},
-        {"Execute", {""}, {{0, 2}}, false},
-        {"Include", {}, {}, false},
-        {"DIVIDE", {"", "1"}, {}, true},
-        {"LERP", {"", "1", "0.5"}, {}, true},
-        {"SQRT", {""}, {}, true},
-    };
-    for (Case const& c : cases) {
-        auto* node = dynamic_cast<Editor::NeroxNode*>(e.CreateNode(c.title, ImVec2(0, 0), {}));
-        ASSERT_NE(node, nullptr) << c.title;
-        EXPECT_EQ(node->inputDefaults, c.defaults) << c.title;
-        EXPECT_EQ(node->inputs.size(), c.defaults.size()) << c.title;
-        std::map<int32_t, int32_t> const types(node->inputTypes.begin(), node->inputTypes.end());
-        EXPECT_EQ(types, c.types) << c.title;
-        EXPECT_EQ(node->hasOutput, c.output) << c.title;
-        delete node;
-    }
-}
-
 TEST(ProgramNodeFactory, GivenInputsLinkTheFirstInputs) {
     Editor e;
-    UniqueId const a = UniqueId::Generate("NODE");
-    UniqueId const b = UniqueId::Generate("NODE");
-    Node* delay = e.CreateNode("Delay", ImVec2(0, 0), {a});
-    ASSERT_EQ(delay->inputs.size(), 3u);
-    EXPECT_EQ(delay->inputs[0], a);
-    delete delay;
-    Node* sqrt = e.CreateNode("SQRT", ImVec2(0, 0), {a, b});
-    ASSERT_EQ(sqrt->inputs.size(), 1u);
-    EXPECT_EQ(sqrt->inputs[0], a);
-    delete sqrt;
-    auto* print = dynamic_cast<Editor::PrintNode*>(e.CreateNode("Print", ImVec2(0, 0), {a, b, UniqueId()}));
-    ASSERT_EQ(print->inputs.size(), 3u);
-    EXPECT_EQ(print->inputs[1], b);
+    UniqueId const a = UniqueId::Generate("NODE"), b = UniqueId::Generate("NODE");
+    std::unique_ptr<Node> const delay(e.CreateNode("Delay", ImVec2(0, 0), {a}));
+    EXPECT_EQ(delay->inputs, (std::vector<UniqueId>{a, UniqueId(), UniqueId()}));
+    std::unique_ptr<Node> const sqrt(e.CreateNode("SQRT", ImVec2(0, 0), {a, b}));
+    EXPECT_EQ(sqrt->inputs, std::vector<UniqueId>{a});
+    std::unique_ptr<Editor::PrintNode> const print(
+        dynamic_cast<Editor::PrintNode*>(e.CreateNode("Print", ImVec2(0, 0), {a, b, UniqueId()})));
+    EXPECT_EQ(print->inputs, (std::vector<UniqueId>{a, b, UniqueId()}));
     EXPECT_EQ(print->inputDefaults.size(), 3u);
     EXPECT_EQ(print->InputType(2), 1);
     EXPECT_FALSE(print->modified);
-    delete print;
-}
-
-TEST(ProgramNodeFactory, CatalogGroupsAreContiguousAndTitlesUnique) {
-    std::set<std::string> titles, groups;
-    std::string last;
-    int mathCount = 0;
-    for (Editor::CatalogEntry const& entry : Editor::Catalog()) {
-        EXPECT_TRUE(titles.insert(entry.title).second) << entry.title;
-        if (entry.group != last) {
-            EXPECT_TRUE(groups.insert(entry.group).second) << entry.group << " is split";
-            last = entry.group;
-        }
-        if (std::string(entry.className) == "MathNode") ++mathCount;
-    }
-    EXPECT_EQ(groups, (std::set<std::string>{"Inputs/Outputs", "Values", "Logic", "Timing", "Math", "Text", "Control"}));
-    EXPECT_EQ(mathCount, 32);
-    for (char const* operation : Editor::MathOperations()) EXPECT_TRUE(titles.count(operation)) << operation;
 }
 
 TEST(ProgramNodeFactory, SearchMatchesNamesCaseInsensitively) {
-    EXPECT_TRUE(Editor::MatchesFilter("Pulse Toggle", "toggle"));
-    EXPECT_TRUE(Editor::MatchesFilter("Smooth", "MOO"));
-    EXPECT_TRUE(Editor::MatchesFilter("Delay", ""));
-    EXPECT_TRUE(Editor::MatchesFilter("ADD", "dd"));
+    for (auto [title, filter] : {std::pair{"Pulse Toggle", "toggle"}, {"Smooth", "MOO"}, {"Delay", ""}, {"ADD", "dd"}})
+        EXPECT_TRUE(Editor::MatchesFilter(title, filter)) << title << " / " << filter;
     EXPECT_FALSE(Editor::MatchesFilter("Delay", "delays"));
     EXPECT_FALSE(Editor::MatchesFilter("Input", "xyz"));
-}
-
-// --- nodes ----------------------------------------------------------------------------------
-
-TEST(ProgramNodes, InputCountKeepsDefaultsAndTypesInStep) {
-    Editor::TextNode text;
-    text.inputDefaults[0] = "keep";
-    text.SetInputCount(3);
-    EXPECT_EQ(text.inputs.size(), 3u);
-    EXPECT_EQ(text.inputDefaults, (std::vector<std::string>{"keep", "", ""}));
-    EXPECT_EQ(text.InputType(2), 1);
-    EXPECT_TRUE(text.modified);
-    text.modified = false;
-    text.inputTypes[7] = 1; // stray entry past the end
-    text.SetInputCount(1);
-    EXPECT_EQ(text.inputDefaults, (std::vector<std::string>{"keep"}));
-    EXPECT_EQ(text.inputTypes.size(), 1u);
-    EXPECT_TRUE(text.modified);
-    text.modified = false;
-    text.SetInputCount(1);
-    EXPECT_FALSE(text.modified);
-}
-
-TEST(ProgramNodes, InputCountStaysWithinLimits) {
-    Editor::OutputNode out;
-    out.SetInputCount(0);
-    EXPECT_EQ(out.inputs.size(), 1u);
-    Editor::ExpressionNode expr;
-    expr.SetInputCount(40);
-    EXPECT_EQ(expr.inputs.size(), 26u);
-    Editor::SwitchNode sw;
-    sw.SetInputCount(0);
-    EXPECT_EQ(sw.inputs.size(), 1u);
-}
-
-TEST(ProgramNodes, OnlyOutputsOfProgramNodesConnect) {
-    Editor::DelayNode delay;
-    Editor::TimeNode time;
-    Editor::IncludeNode include;
-    Node plain("Plain", ImVec2(0, 0), {});
-    EXPECT_TRUE(delay.CanConnectInputToOutput(0, &time));
-    EXPECT_FALSE(delay.CanConnectInputToOutput(0, &include));
-    EXPECT_FALSE(delay.CanConnectInputToOutput(0, &plain));
-    EXPECT_FALSE(delay.CanConnectInputToOutput(3, &time));
-}
-
-TEST(ProgramNodes, TypeTablesAndPalette) {
-    EXPECT_EQ(Editor::TYPES[0], "number");
-    EXPECT_EQ(Editor::TYPES[1], "text");
-    EXPECT_EQ(Editor::DEFAULT_TYPES_VAL[0], "0");
-    EXPECT_EQ(Editor::DEFAULT_TYPES_VAL[1], "\"\"");
-    auto const* palette = nce::GetNeroxPalette();
-    ASSERT_NE(palette, nullptr);
-    EXPECT_EQ(palette, nce::GetNeroxPalette());
-    EXPECT_EQ((*palette)[0], 0xe6e1dcffu);
-    EXPECT_EQ((*palette)[7], 0x72c56bffu);
-    EXPECT_EQ((*palette)[12], 0x00000040u);
-    EXPECT_EQ((*palette)[15], 0xff3000f0u);
-    EXPECT_EQ((*palette)[21], 0xa0a0a040u);
-    Editor e;
-    EXPECT_EQ(e.code.GetPalette(), *palette);
-    EXPECT_TRUE(e.code.IsReadOnly());
 }
 
 // --- Compile --------------------------------------------------------------------------------
 
 TEST(ProgramCompile, GivesTheSameTextAsTheEditor) {
-    Graph g("door.main.nc");
-    BuildRichGraph(g);
-    std::string const text = g.Text();
-    nce::CompileResult const result = nce::Compile(text, "door.main.nc");
-    EXPECT_TRUE(result.ok) << result.error;
+    std::string const text = Example("rich");
+    nce::CompileResult const result = nce::Compile(text, kRichProgram);
+    EXPECT_TRUE(result.ok && result.error.empty() && result.warnings.empty()) << result.error;
     EXPECT_EQ(result.code, text);
-    EXPECT_TRUE(result.warnings.empty());
-    EXPECT_TRUE(result.error.empty());
 }
 
-TEST(ProgramCompile, InvalidProgramName) {
+TEST(ProgramCompile, RefusalsAreErrorsNotCrashes) {
     testing::internal::CaptureStderr();
     nce::CompileResult const result = nce::Compile("{\"nodes\":[]}", "my prog");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -464,23 +194,19 @@ TEST(ProgramCompile, InvalidProgramName) {
     EXPECT_EQ(result.error, "Invalid program name: my prog");
     EXPECT_TRUE(result.code.empty());
     EXPECT_EQ(nce::Compile("{\"nodes\":[]}", ".main.nc").error, "Invalid program name: .main.nc");
-}
-
-TEST(ProgramCompile, UnreadableInputIsAnErrorNotACrash) {
-    nce::CompileResult const result = nce::Compile("#NODES {\"nodes\": [}", "p");
-    EXPECT_FALSE(result.ok);
-    EXPECT_NE(result.error.find("#NODES"), std::string::npos) << result.error;
+    nce::CompileResult const unreadable = nce::Compile("#NODES {\"nodes\": [}", "p");
+    EXPECT_FALSE(unreadable.ok);
+    EXPECT_NE(unreadable.error.find("#NODES"), std::string::npos) << unreadable.error;
     EXPECT_FALSE(nce::Compile("\x01\x02garbage", "p").ok);
 }
 
 TEST(ProgramCompile, WarningsComeBackWithTheCode) {
-    json graph{{"nodes", json::array({json{{"class", "Nope"}}})}};
     testing::internal::CaptureStderr();
-    nce::CompileResult const result = nce::Compile(graph.dump(), "p");
-    testing::internal::GetCapturedStderr();
+    nce::CompileResult const result = nce::Compile("{\"nodes\":[{\"class\":\"Nope\"}]}", "p");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(result.ok);
     EXPECT_EQ(result.code, "#NODES {\"nodes\":[]}\n");
-    EXPECT_EQ(result.warnings.size(), 1u);
+    EXPECT_EQ(result.warnings, std::vector<std::string>{"skipped node without a title: unknown class \"Nope\""});
 }
 
 } // namespace

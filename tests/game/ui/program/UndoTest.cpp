@@ -8,84 +8,43 @@ using namespace programtest;
 
 namespace {
 
-size_t NodeCount(nlohmann::json const& entry) { return entry.at("nodes").size(); }
+size_t NodeCount(json const& entry) { return entry.at("nodes").size(); }
 
-TEST(ProgramUndoHistory, SerializeWithUndoPushesNewestAtFront) {
-    Graph g;
-    g.Add<Editor::TimeNode>();
-    g.editor.Serialize(true);
-    g.Add<Editor::DelayNode>();
-    g.editor.Serialize(true);
-    ASSERT_EQ(g.editor.undoHistory.size(), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 1u);
-    EXPECT_EQ(g.editor.undoPosition, 0u);
-    EXPECT_EQ("#NODES " + g.editor.undoHistory.front().dump() + "\n", g.editor.GetCode());
-}
-
-TEST(ProgramUndoHistory, SerializeWithoutUndoRecordsNothing) {
+TEST(ProgramUndoHistory, SerializeWithUndoPushesNewestAtFrontUpToTheLimit) {
     Graph g;
     g.Add<Editor::TimeNode>();
     g.editor.Serialize(false);
     EXPECT_TRUE(g.editor.undoHistory.empty());
-}
-
-TEST(ProgramUndoHistory, LimitDropsTheOldest) {
-    Graph g;
     g.editor.undoLimit = 2;
     for (int i = 0; i < 3; ++i) {
-        g.Add<Editor::TimeNode>();
         g.editor.Serialize(true);
+        g.Add<Editor::TimeNode>();
     }
-    ASSERT_EQ(g.editor.undoHistory.size(), 2u);
+    ASSERT_EQ(g.editor.undoHistory.size(), 2u); // the oldest dropped
     EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 3u);
     EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 2u);
-}
-
-TEST(ProgramUndoHistory, DefaultLimitIsSensible) {
-    Editor e;
-    EXPECT_GE(e.undoLimit, 20u);
-    EXPECT_LE(e.undoLimit, 1000u);
-}
-
-TEST(ProgramUndoHistory, NewChangeAfterUndoDropsTheUndoneEntries) {
-    Graph g;
-    for (int i = 0; i < 3; ++i) {
-        g.Add<Editor::TimeNode>();
-        g.editor.Serialize(true);
-    }
-    g.editor.Undo();
-    g.editor.Undo();
-    ASSERT_EQ(g.editor.undoPosition, 2u);
-    ASSERT_EQ(g.editor.nodes.size(), 1u);
-    g.Add<Editor::DelayNode>();
-    g.editor.Serialize(true);
     EXPECT_EQ(g.editor.undoPosition, 0u);
-    ASSERT_EQ(g.editor.undoHistory.size(), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 1u);
-    EXPECT_FALSE(g.editor.CanRedo());
+    EXPECT_EQ("#NODES " + g.editor.undoHistory.front().dump() + "\n", g.editor.GetCode());
 }
 
-TEST(ProgramUndoHistory, UndoAndRedoRestoreGraphsAndCode) {
+TEST(ProgramUndoHistory, UndoAndRedoRestoreGraphsAndCodeAndANewChangeDropsTheUndone) {
     Graph g;
     auto* time = g.Add<Editor::TimeNode>();
+    g.editor.Undo(); // an empty history: nothing
+    g.editor.Redo();
+    ASSERT_EQ(g.editor.nodes.size(), 1u);
     UniqueId const timeId = time->id;
     g.editor.Serialize(true);
     std::string const first = g.editor.GetCode();
-
     auto* expr = g.Add<Editor::ExpressionNode>();
     expr->text = "a";
     Graph::Link(time, expr, 0);
-    auto* out = g.Output(0);
-    Graph::Link(expr, out, 0);
+    Graph::Link(expr, g.Output(0), 0);
     g.editor.Serialize(true);
     std::string const second = g.editor.GetCode();
-
     expr->text = "a * 2";
     g.editor.Serialize(true);
     std::string const third = g.editor.GetCode();
-    ASSERT_NE(second, third);
 
     g.editor.Undo();
     EXPECT_EQ(g.editor.GetCode(), second);
@@ -93,7 +52,6 @@ TEST(ProgramUndoHistory, UndoAndRedoRestoreGraphsAndCode) {
     ASSERT_NE(restored, nullptr);
     EXPECT_EQ(restored->text, "a");
     EXPECT_EQ(restored->inputs[0], timeId);
-
     g.editor.Undo();
     EXPECT_EQ(g.editor.GetCode(), first);
     ASSERT_EQ(g.editor.nodes.size(), 1u);
@@ -113,15 +71,17 @@ TEST(ProgramUndoHistory, UndoAndRedoRestoreGraphsAndCode) {
     EXPECT_EQ(g.editor.undoHistory.size(), 3u);
     EXPECT_FALSE(g.editor.changed);
     for (Node* node : g.editor.nodes) EXPECT_FALSE(node->modified);
-}
 
-TEST(ProgramUndoHistory, UndoWithEmptyHistoryDoesNothing) {
-    Graph g;
-    g.Add<Editor::TimeNode>();
+    // A new change after undoing drops the undone entries.
     g.editor.Undo();
-    g.editor.Redo();
-    EXPECT_EQ(g.editor.nodes.size(), 1u);
+    g.editor.Undo();
+    g.Add<Editor::DelayNode>();
+    g.editor.Serialize(true);
     EXPECT_EQ(g.editor.undoPosition, 0u);
+    ASSERT_EQ(g.editor.undoHistory.size(), 2u);
+    EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 2u);
+    EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 1u);
+    EXPECT_FALSE(g.editor.CanRedo());
 }
 
 } // namespace

@@ -1,0 +1,7 @@
+#NODES {"nodes":[{"alias":"","channel":1,"class":"InputNode","comment":"","id":"NODE000000000000000000000001","index":3,"inputDefaults":[],"inputTypes":{},"inputs":[],"pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"Input","type":0},{"alias":"","channel":1,"class":"InputNode","comment":"","id":"NODE000000000000000000000002","index":3,"inputDefaults":[],"inputTypes":{},"inputs":[],"pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"Input","type":0},{"alias":"","channel":2,"class":"InputNode","comment":"","id":"NODE000000000000000000000003","index":3,"inputDefaults":[],"inputTypes":{},"inputs":[],"pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"Input","type":0},{"class":"MathNode","comment":"","id":"NODE000000000000000000000004","inputDefaults":["",""],"inputTypes":{},"inputs":["NODE000000000000000000000001","NODE000000000000000000000002"],"pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"ADD"},{"alias":"","class":"OutputNode","comment":"","id":"NODE000000000000000000000005","index":0,"inputDefaults":["",""],"inputTypes":{},"inputs":["NODE000000000000000000000004","NODE000000000000000000000003"],"pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"Output"}]}
+
+update
+	var $_input_number_3_1 = input_number(3, 1)
+	output_number(0, 0, ($_input_number_3_1 + $_input_number_3_1))
+	var $_input_number_3_2 = input_number(3, 2)
+	output_number(0, 1, $_input_number_3_2)

@@ -1,0 +1,3 @@
+#NODES {"nodes":[{"class":"VarTextNode","comment":"","id":"NODE000000000000000000000001","inputDefaults":["","",""],"inputTypes":{"0":1},"inputs":["","",""],"name":"msg","pos":{"x":0.0,"y":0.0},"size":{"x":0.0,"y":0.0},"title":"Text Variable"}]}
+
+var $msg : text
