@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
+#include <cstring>
 #include <cmath>
 #include <filesystem>
 #include <functional>
@@ -18,7 +20,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -31,6 +32,7 @@
 #include "nerox/filesystem/Stream.hpp"
 #include "nerox/modular/ModuleID.hpp"
 
+using namespace testsupport;
 using game::entity::BaseEntity;
 using game::entity::EntityConfig;
 using game::entity::Id;
@@ -38,14 +40,6 @@ using game::entity::ServerSideEntity;
 using nerox::filesystem::ReadOnlyStream;
 using nerox::filesystem::WriteOnlyStream;
 using nerox::modular::ModuleID;
-using testsupport::At;
-using testsupport::ByteBuilder;
-using testsupport::Bytes;
-using testsupport::ExpectMatNear;
-using testsupport::ExpectVecNear;
-using testsupport::Put;
-using testsupport::ReadBytes;
-using testsupport::WriteBytes;
 using Ptr = ServerSideEntity::Ptr;
 
 namespace fs = std::filesystem;
@@ -57,15 +51,9 @@ ModuleID const Absent("NOBODY_absent");
 Bytes const SavedBlob = {'s', 't', 'a', 't', 'e', 0, 1, 2, 0xFF};
 Bytes const CheckpointBlob = {'c', 'k', 0, 0x80, 7};
 
-std::string DataPath(std::string const& name) { return std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/" + name; }
-
 glm::dquat Rotation(double degrees, glm::dvec3 const& axis) { return glm::angleAxis(glm::radians(degrees), glm::normalize(axis)); }
 
-Bytes BytesOf(nerox::filesystem::Stream const& stream)
-{
-    auto const span = stream.ReadableBytes();
-    return Bytes(span.begin(), span.end());
-}
+Bytes BytesOf(nerox::filesystem::Stream const& stream) { return Bytes(stream.ReadableBytes().begin(), stream.ReadableBytes().end()); }
 
 /// What the interfaces saw, over all of them: hook calls in order ('B', 'U', 'A').
 struct Log {
@@ -85,14 +73,18 @@ public:
     void Update(double) override
     {
         hookLog.calls.emplace_back('U', id);
-        if (auto const owner = entity.lock(); owner && environmentToSet != 0)
+        auto const owner = entity.lock();
+        if (environmentToSet != 0)
             owner->environmentId = environmentToSet;
+        if (bendElbow) {
+            owner->jointStates.at("elbow").rotation.x = 30.0f;
+            owner->nodesDirty = true;
+        }
     }
     void AfterUpdate(double) override
     {
         hookLog.calls.emplace_back('A', id);
-        if (auto const owner = entity.lock())
-            environmentInAfterUpdate = owner->environmentId;
+        environmentInAfterUpdate = entity.lock()->environmentId;
     }
     void SaveState(WriteOnlyStream& stream) override { stream.Write(payload.data(), payload.size()); }
     void LoadState(ReadOnlyStream& stream) override { ++loadCalls, payload = BytesOf(stream); }
@@ -101,6 +93,7 @@ public:
 
     Bytes payload = SavedBlob;
     int loadCalls = 0;
+    bool bendElbow = false;
     game::entity::EnvironmentId environmentToSet = 0, environmentInAfterUpdate = 0;
 };
 /// Inherits the overrides of ProbeInterface without naming them again.
@@ -116,32 +109,15 @@ class PlainInterface : public ServerSideEntity::Interface {
 public:
     void SerializeState(WriteOnlyStream& stream) override { stream.Write(CheckpointBlob.data(), CheckpointBlob.size()); }
 };
-/// Bends the arm's elbow from its Update hook.
-class BendingInterface : public ServerSideEntity::Interface {
-public:
-    void Update(double) override
-    {
-        if (auto const owner = entity.lock()) {
-            owner->jointStates.at("elbow").rotation.x = 30.0f;
-            owner->nodesDirty = true;
-        }
-    }
-};
 
 template <class T>
-T& InterfaceOf(Ptr const& entity)
-{
-    auto* object = dynamic_cast<T*>(entity->GetInterface().get());
-    if (object == nullptr)
-        throw std::logic_error("entity has no interface of the expected class");
-    return *object;
-}
+T& InterfaceOf(Ptr const& entity) { return dynamic_cast<T&>(*entity->GetInterface()); }
 
 /// A fresh entity id; generated ids may repeat within one microsecond.
 Id NextId()
 {
     static uint64_t serial = 0;
-    return Id(game::UniqueId(0x0000000054544E45ull, 0x0100000000000000ull + ++serial)); // tag "ENTT"
+    return Id(0x0000000054544E45ull, 0x0100000000000000ull + ++serial); // tag "ENTT"
 }
 
 /// Registry rows of the test module, a unique world folder and a clean registry afterwards.
@@ -154,12 +130,13 @@ protected:
         world = "../Tessara-data/server/worlds/" + ::Game::_current_world;
         fs::remove_all(world);
         hookLog = Log();
+        auto const arm = std::make_shared<EntityConfig>(std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/arm.txt");
         Register<ProbeInterface>("probe");
+        Register<ProbeInterface>("probearm", arm);
         Register<DerivedProbeInterface>("derived");
         Register<UpdateOnlyInterface>("updateonly");
         Register<PlainInterface>("plain");
-        Register<BendingInterface>("bending", std::make_shared<EntityConfig>(DataPath("arm.txt")));
-        Register<PlainInterface>("arm", std::make_shared<EntityConfig>(DataPath("arm.txt")));
+        Register<PlainInterface>("arm", arm);
     }
     void TearDown() override
     {
@@ -221,66 +198,38 @@ protected:
 
 using ServerSideEntityConstruction = SseTest;
 
-TEST_F(ServerSideEntityConstruction, SetIdIsKeptAndUnsetIdIsGeneratedWithTheEntityTag)
+TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigAndNodes)
 {
     Id const chosen = NextId();
     EXPECT_EQ(Make("plain", chosen)->GetID(), chosen);
-    Ptr const generated = Make("plain", Id());
-    EXPECT_EQ(generated->GetID().Tag(), "ENTT");
     // One zero word makes the id unset: a new one is generated instead.
-    Id const halfSet(game::UniqueId(0x1234, 0));
-    Ptr const replaced = Make("plain", halfSet);
-    EXPECT_TRUE(replaced->GetID().IsSet());
-    EXPECT_NE(replaced->GetID(), halfSet);
-    EXPECT_NE(replaced->GetID(), generated->GetID());
-}
-
-TEST_F(ServerSideEntityConstruction, UnknownModuleOrTypeGivesABareEntity)
-{
-    for (Ptr const& entity : {ServerSideEntity::Create(Absent, "arm", NextId()), Make("notregistered")}) {
-        SCOPED_TRACE(entity->itemType);
-        EXPECT_FALSE(entity->GetInterface());
-        EXPECT_FALSE(entity->config);
-        EXPECT_TRUE(entity->colliders.empty() && entity->nodeTransforms.empty() && entity->jointStates.empty());
+    for (Id const unset : {Id(), Id(0x1234, 0)}) {
+        Ptr const generated = Make("plain", unset);
+        EXPECT_EQ(generated->GetID().Tag(), "ENTT");
+        EXPECT_NE(generated->GetID(), unset);
     }
-}
+    // An unknown module or type gives a bare entity.
+    for (Ptr const& bare : {ServerSideEntity::Create(Absent, "arm", NextId()), Make("notregistered")}) {
+        EXPECT_FALSE(bare->GetInterface() || bare->config) << bare->itemType;
+        EXPECT_TRUE(bare->colliders.empty() && bare->nodeTransforms.empty() && bare->jointStates.empty());
+    }
 
-TEST_F(ServerSideEntityConstruction, RegisteredTypeGetsInterfaceConfigAndTaggedColliders)
-{
     auto& row = ServerSideEntity::_registered_interfaces[TestModule.String()]["arm"];
-    Ptr const entity = Make("arm");
-    ASSERT_NE(dynamic_cast<PlainInterface*>(entity->GetInterface().get()), nullptr);
-    EXPECT_FALSE(entity->GetInterface()->isReady); // attached only later
-    EXPECT_TRUE(row.configLoaded);
-    EXPECT_EQ(entity->config, row.config);
-    EXPECT_EQ(entity->mass, 42.0);
-    std::set<std::string> names;
-    for (auto const& [name, collider] : entity->colliders) {
-        names.insert(name);
-        EXPECT_EQ(collider.entity, entity->GetID()) << name;
-        EXPECT_EQ(collider.name, name);
+    for (Ptr const& entity : {Make("arm"), Make("arm")}) {
+        ASSERT_NO_THROW(InterfaceOf<PlainInterface>(entity));
+        EXPECT_FALSE(entity->GetInterface()->isReady) << "attached only later";
+        EXPECT_TRUE(row.configLoaded);
+        EXPECT_EQ(entity->config, row.config) << "entities of a type share the description";
+        EXPECT_EQ(entity->mass, 42.0);
+        EXPECT_EQ(entity->jointStates.count("elbow"), 1u);
+        std::set<std::string> names;
+        for (auto const& [name, collider] : entity->colliders) {
+            names.insert(name);
+            EXPECT_EQ(collider.entity, entity->GetID()) << name;
+            EXPECT_EQ(collider.name, name);
+        }
+        EXPECT_EQ(names, (std::set<std::string>{"base", "upper", "fore"}));
     }
-    EXPECT_EQ(names, (std::set<std::string>{"base", "upper", "fore"}));
-    EXPECT_EQ(entity->jointStates.count("elbow"), 1u);
-    // A second entity of the type shares the description and tags its own colliders.
-    Ptr const second = Make("arm");
-    EXPECT_EQ(second->config, entity->config);
-    EXPECT_EQ(second->colliders.at("fore").entity, second->GetID());
-}
-
-TEST_F(ServerSideEntityConstruction, AttachLinksTheInterfaceOnceAndListsIt)
-{
-    Ptr const entity = MakeReady("probe");
-    ReadOnlyStream noState;
-    entity->Attach(noState);
-    auto const& object = InterfaceOf<ProbeInterface>(entity);
-    EXPECT_TRUE(object.isReady);
-    EXPECT_EQ(object.entity.lock(), entity);
-    EXPECT_EQ(object.self.lock(), entity->GetInterface());
-    EXPECT_EQ(object.id, entity->GetID());
-    EXPECT_EQ(hookLog.initCalls, 1);
-    ASSERT_EQ(ServerSideEntity::_module_entities[TestModule.String()].size(), 1u);
-    EXPECT_EQ(ServerSideEntity::_module_entities[TestModule.String()][0].lock(), entity->GetInterface());
 }
 
 // ---------------------------------------------------------------------------
@@ -447,13 +396,24 @@ TEST_F(ServerSideEntityLookup, InertiaTensorOfARotatedBox)
 
 using ServerSideEntityHooks = SseTest;
 
-TEST_F(ServerSideEntityHooks, HooksRunOnlyWhenReadyAndOverridden)
+TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenReadyAndOverridden)
 {
     Ptr const entity = Make("probe");
     RunHooks(entity);
     EXPECT_TRUE(hookLog.calls.empty()) << "not attached yet";
-    ReadOnlyStream noState;
-    entity->Attach(noState);
+    // Attaching links the interface once and lists it.
+    for (int i = 0; i < 2; ++i) {
+        ReadOnlyStream noState;
+        entity->Attach(noState);
+    }
+    auto const& object = InterfaceOf<ProbeInterface>(entity);
+    EXPECT_TRUE(object.isReady);
+    EXPECT_EQ(object.entity.lock(), entity);
+    EXPECT_EQ(object.self.lock(), entity->GetInterface());
+    EXPECT_EQ(object.id, entity->GetID());
+    EXPECT_EQ(hookLog.initCalls, 1);
+    ASSERT_EQ(ServerSideEntity::_module_entities[TestModule.String()].size(), 1u);
+    EXPECT_EQ(ServerSideEntity::_module_entities[TestModule.String()][0].lock(), entity->GetInterface());
     RunHooks(entity);
     EXPECT_EQ(hookLog.calls.size(), 3u);
     entity->GetInterface()->isReady = false;
@@ -490,7 +450,8 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenNodesAreDi
     ExpectMatNear(entity->colliders.at("fore").transform, reference.nodeTransforms.at("fore"), 1e-12);
 
     // The hook bends the elbow and marks the nodes: the same Update moves the colliders.
-    Ptr const bending = MakeReady("bending");
+    Ptr const bending = MakeReady("probearm");
+    InterfaceOf<ProbeInterface>(bending).bendElbow = true;
     bending->Update(0.016);
     ExpectMatNear(bending->colliders.at("fore").transform, reference.nodeTransforms.at("fore"), 1e-12);
     EXPECT_GT(std::abs(bending->colliders.at("fore").transform[3][1] - rest[3][1]), 0.05);
@@ -652,32 +613,37 @@ TEST_F(ServerSideEntityWorld, UnloadThenLoadRestoresTheEntities)
     }
 }
 
-TEST_F(ServerSideEntityWorld, OnlyPlacedEntitiesOfLoadedModulesComeBack)
+TEST_F(ServerSideEntityWorld, OnlyPlacedEntitiesOfLoadedModulesComeBackAndDestroyingRemovesTheFiles)
 {
     Ptr const placed = ServerSideEntity::Spawn(TestModule, "probe");
     Ptr const loose = MakeReady("probe"); // worldReferences 0
     Ptr const component = ServerSideEntity::Spawn(TestModule, "probe");
     component->isComponent = true;
     component->parentEntity = placed->GetID();
+    placed->SerializeCheckpoint();
     Ptr absent = ServerSideEntity::Create(Absent, "ghost", NextId());
     absent->Serialize();
     std::string const absentFile = absent->GetStateSaveFile(), looseFile = loose->GetStateSaveFile();
-    std::string const componentFile = component->GetStateSaveFile();
+    std::string const componentFile = component->GetStateSaveFile(), state = placed->GetStateSaveFile();
+    std::string const checkpoint = placed->GetCheckpointSaveFile();
     Id const placedId = placed->GetID(), absentId = absent->GetID();
-    Unload(absent);
-    std::string const before = testsupport::ReadText(absentFile);
+    Unload(absent); // with the flag cleared its file stays
+    std::string const before = ReadText(absentFile);
     ASSERT_FALSE(before.empty());
 
     for (int round = 0; round < 2; ++round) {
         ServerSideEntity::UnloadAllEntities();
-        EXPECT_FALSE(fs::exists(looseFile));
-        EXPECT_FALSE(fs::exists(componentFile));
-        EXPECT_EQ(testsupport::ReadText(absentFile), before) << "the absent module's entity stays on disk untouched";
+        EXPECT_TRUE(fs::exists(state) && fs::exists(checkpoint)) << "unloading keeps the files";
+        EXPECT_FALSE(fs::exists(looseFile) || fs::exists(componentFile));
+        EXPECT_EQ(ReadText(absentFile), before) << "the absent module's entity stays on disk untouched";
         ServerSideEntity::LoadAllEntities();
         EXPECT_EQ(ServerSideEntity::Count(), 1u);
         EXPECT_TRUE(ServerSideEntity::Get(placedId));
         EXPECT_FALSE(ServerSideEntity::Get(absentId));
     }
+    // Destroying the loaded entity (a dismantled one) takes its files away.
+    ASSERT_TRUE(ServerSideEntity::Destroy(placedId));
+    EXPECT_FALSE(fs::exists(state) || fs::exists(checkpoint));
 }
 
 TEST_F(ServerSideEntityWorld, FolderContentsThatAreNoEntities)
@@ -688,8 +654,8 @@ TEST_F(ServerSideEntityWorld, FolderContentsThatAreNoEntities)
     Id const id = ServerSideEntity::Spawn(TestModule, "probe")->GetID();
     ServerSideEntity::UnloadAllEntities();
     std::string const folder = world + "/entities/";
-    testsupport::WriteText(folder + ".entitystate", "not an entity");
-    testsupport::WriteText(folder + "abc.txt", "not an entity either");
+    WriteText(folder + ".entitystate", "not an entity");
+    WriteText(folder + "abc.txt", "not an entity either");
     fs::create_directories(folder + "ABCD0123456789ABCDEF01234567.entitystate"); // a folder, not a file
     testing::internal::CaptureStderr();
     EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities());
@@ -700,36 +666,13 @@ TEST_F(ServerSideEntityWorld, FolderContentsThatAreNoEntities)
 
     // A stem of the wrong length stops the load.
     ServerSideEntity::UnloadAllEntities();
-    testsupport::WriteText(folder + "abc.entitystate", "whatever");
+    WriteText(folder + "abc.entitystate", "whatever");
     try {
         ServerSideEntity::LoadAllEntities();
         FAIL() << "expected an exception";
     } catch (std::runtime_error const& error) {
         EXPECT_STREQ(error.what(), "UniqueId string length should be 28");
     }
-}
-
-TEST_F(ServerSideEntityWorld, DestroyingRemovesTheFilesUnloadingKeepsThem)
-{
-    Ptr entity = ServerSideEntity::Spawn(TestModule, "probe");
-    entity->SerializeCheckpoint();
-    std::string const state = entity->GetStateSaveFile(), checkpoint = entity->GetCheckpointSaveFile();
-    Id const id = entity->GetID();
-    entity.reset();
-    ServerSideEntity::UnloadAllEntities();
-    EXPECT_TRUE(fs::exists(state) && fs::exists(checkpoint));
-
-    // Destroying the loaded entity (a dismantled one) takes both away.
-    ServerSideEntity::LoadAllEntities();
-    ASSERT_TRUE(ServerSideEntity::Destroy(id));
-    EXPECT_FALSE(fs::exists(state) || fs::exists(checkpoint));
-
-    // With the flag cleared they stay.
-    Ptr kept = ServerSideEntity::Spawn(TestModule, "probe");
-    kept->Serialize();
-    std::string const keptState = kept->GetStateSaveFile();
-    Unload(kept);
-    EXPECT_TRUE(fs::exists(keptState));
 }
 
 // ---------------------------------------------------------------------------
@@ -746,7 +689,7 @@ Ptr MakeSaved(std::string const& type = "probe")
     Ptr entity = ServerSideEntity::Create(TestModule, type, NextId());
     entity->environmentId = 0x1122334455667788ull;
     entity->orbitEnvironmentId = 42;
-    entity->parentEntity = Id(game::UniqueId(0x0102030405060708ull, 0x1112131415161718ull));
+    entity->parentEntity = Id(0x0102030405060708ull, 0x1112131415161718ull);
     Place(*entity, {{1.5, -2.25, 3.125}, glm::dquat(0.1, 0.2, 0.3, 0.4), {4.0, 5.0, 6.0}, {-7.0, -8.0, -9.0}});
     entity->isDynamic = true;
     entity->boundingRadius = 12.5;
@@ -900,8 +843,8 @@ TEST_F(EntityFileTest, StateRoundTripRestoresFieldsBlobAndRestState)
 
 TEST_F(EntityFileTest, BoundingRadiusIsSavedButRecomputedOnLoad)
 {
-    testsupport::TempDir dir;
-    testsupport::WriteText(dir.File("box.txt"), "[ENTITY]\nmass 2\n\n[COLLIDER hull]\nbox_min -1 -2 -2\nbox_max 1 2 2\n");
+    TempDir dir;
+    WriteText(dir.File("box.txt"), "[ENTITY]\nmass 2\n\n[COLLIDER hull]\nbox_min -1 -2 -2\nbox_max 1 2 2\n");
     Register<ProbeInterface>("box", std::make_shared<EntityConfig>(dir.File("box.txt")));
     Ptr entity = MakeSaved("box");
     entity->boundingRadius = 99.0;
@@ -947,7 +890,7 @@ TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
                                           {"blob length one past the end", -1, length(Base + 150, blobRoom + 1)},
                                           {"blob length 2^64-1", -1, length(Base + 150, ~uint64_t(0))},
                                           {"item type length of the whole file", -1, length(36, good.size())}};
-    testsupport::ExpectGolden(DamageReport(good, path, lengths, read), "entity/damaged_state_file.txt");
+    ExpectGolden(DamageReport(good, path, lengths, read), "entity/damaged_state_file.txt");
 
     // A damaged file stops loading the world and stays on disk.
     Bytes const damaged = length(16, 9);
@@ -970,7 +913,7 @@ TEST_F(EntityFileTest, SaveReplacesTheOldFileOnlyOnceComplete)
     EXPECT_EQ(files(), 1);
     // A folder where the temporary file would go makes the write fail, for root as well.
     fs::create_directory(path + ".tmp");
-    testsupport::WriteText(path + ".tmp/keep", "x");
+    WriteText(path + ".tmp/keep", "x");
     entity->position = glm::dvec3(100.0, 200.0, 300.0);
     EXPECT_THROW(entity->Serialize(), std::runtime_error);
     EXPECT_EQ(ReadBytes(path), old);
@@ -998,7 +941,8 @@ std::string DeserializeCheckpointOutput(ServerSideEntity& entity)
 
 TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
 {
-    Ptr const entity = MakeSaved(), copy = MakeSaved();
+    // DeserializeState overridden in a base class of the module's class is still called.
+    Ptr const entity = MakeSaved("derived"), copy = MakeSaved("derived");
     for (Ptr const& e : {entity, copy}) {
         e->parentEntity = Id(); // no parent, so the parent walk keeps the environments
         e->isDynamic = false;
@@ -1020,6 +964,13 @@ TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
     EXPECT_EQ(entity->restTime, 1.5) << "a static entity keeps its restTime";
     EXPECT_EQ(hookLog.deserializeCalls, 1);
     EXPECT_EQ(hookLog.deserialized, CheckpointBlob);
+    // The default DeserializeState is skipped; the rest of the checkpoint is still read.
+    Ptr const plain = MakeSaved("plain");
+    plain->SerializeCheckpoint();
+    plain->position = glm::dvec3(0.0);
+    EXPECT_EQ(DeserializeCheckpointOutput(*plain), "");
+    EXPECT_EQ(plain->position, glm::dvec3(1.5, -2.25, 3.125));
+    EXPECT_EQ(hookLog.deserializeCalls, 1);
 
     // A dynamic one wakes.
     entity->isDynamic = true;
@@ -1068,27 +1019,43 @@ TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine)
         return output.substr(0, output.size() - 1);
     };
     std::vector<Variant> const foreign = {{"another entity's checkpoint", -1, ReadBytes(other->GetCheckpointSaveFile())}};
-    testsupport::ExpectGolden(DamageReport(ReadBytes(path), path, foreign, read), "entity/damaged_checkpoint.txt");
+    ExpectGolden(DamageReport(ReadBytes(path), path, foreign, read), "entity/damaged_checkpoint.txt");
 }
 
-TEST_F(EntityFileTest, DeserializeStateIsCalledOnlyWhenOverridden)
+// ---------------------------------------------------------------------------
+// Module binaries call the interface's operations by their place in the
+// virtual table, so the places are part of the module interface.
+
+#if defined(__GXX_ABI_VERSION) && defined(__x86_64__)
+// A pointer to a virtual member function holds 1 + the byte offset of its slot.
+template <class MemberFunction>
+size_t Slot(MemberFunction function)
 {
-    // Overridden in a base class of the module's class: still called.
-    Ptr const derived = MakeSaved("derived");
-    derived->SerializeCheckpoint();
-    derived->DeserializeCheckpoint();
-    EXPECT_EQ(hookLog.deserializeCalls, 1);
-    EXPECT_EQ(hookLog.deserialized, CheckpointBlob);
-
-    // The default is skipped; the rest of the checkpoint is still read.
-    hookLog = Log();
-    Ptr const plain = MakeSaved("plain");
-    plain->SerializeCheckpoint();
-    EXPECT_EQ(ReadBytes(plain->GetCheckpointSaveFile()), ExpectedCheckpoint(*plain));
-    plain->position = glm::dvec3(0.0);
-    EXPECT_EQ(DeserializeCheckpointOutput(*plain), "");
-    EXPECT_EQ(plain->position, glm::dvec3(1.5, -2.25, 3.125));
-    EXPECT_EQ(hookLog.deserializeCalls, 0);
+    struct {
+        uintptr_t pointer;
+        ptrdiff_t adjustment;
+    } representation;
+    static_assert(sizeof(function) == sizeof(representation));
+    std::memcpy(&representation, &function, sizeof(representation));
+    EXPECT_EQ(representation.pointer % 2, 1u) << "not a virtual function";
+    return (representation.pointer - 1) / sizeof(void*);
 }
+
+TEST(ServerSideEntityInterfaceLayout, OperationsSitInTheirSlots)
+{
+    using I = game::entity::ServerSideEntityInterface;
+    EXPECT_EQ(Slot(&I::IsInsideVolume), 2u);
+    EXPECT_EQ(Slot(&I::SaveState), 3u);
+    EXPECT_EQ(Slot(&I::LoadState), 4u);
+    EXPECT_EQ(Slot(&I::SerializeState), 5u);
+    EXPECT_EQ(Slot(&I::DeserializeState), 6u);
+    EXPECT_EQ(Slot(&I::ModuleSlot7), 7u);
+    EXPECT_EQ(Slot(&I::ModuleSlot17), 17u);
+    EXPECT_EQ(Slot(&I::InitInterface), 18u);
+    EXPECT_EQ(Slot(&I::BeforeUpdate), 19u);
+    EXPECT_EQ(Slot(&I::Update), 20u);
+    EXPECT_EQ(Slot(&I::AfterUpdate), 21u);
+}
+#endif
 
 } // namespace
