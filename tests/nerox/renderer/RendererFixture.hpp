@@ -1,12 +1,12 @@
 #pragma once
-// A renderer on an offscreen output, with validation on; a test fails when the
-// layers report an error while it runs.
+// One renderer on an offscreen output for the whole test program (making its
+// device is slow), with validation on; a test fails when the layers report an
+// error while it runs. Each test starts with the output at 64 x 48, not rendering.
 #include "nerox/graphics/HeadlessWindow.hpp"
 #include "nerox/renderer/NeroxRenderer.hpp"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,70 +21,75 @@ public:
     ~RecordingRenderer() override { StopRendering(); }
 
     std::vector<std::string> stages;
-    std::string throwIn; ///< Name of a stage that throws std::runtime_error.
-    std::function<void()> ui; ///< Run inside FrameUpdateUi.
+    std::string throwIn;                         ///< Name of a stage that throws std::runtime_error.
+    std::function<void()> ui;                    ///< Run inside FrameUpdateUi.
     std::function<void(VkCommandBuffer)> render; ///< Run inside FrameRenderCommands.
 
-    void Note(char const* stage) {
+    void Note(char const* stage)
+    {
         stages.emplace_back(stage);
         if (throwIn == stage) throw std::runtime_error(std::string("thrown in ") + stage);
     }
-    bool BeginFrame() override { Note("BeginFrame"); return NeroxRenderer::BeginFrame(); }
-    void EndFrame() override { Note("EndFrame"); NeroxRenderer::EndFrame(); }
-    void FrameCollectGarbage() override { Note("FrameCollectGarbage"); }
-    void FrameUpdateDescriptorSets() override { Note("FrameUpdateDescriptorSets"); }
-    void FrameBeforePost() override { Note("FrameBeforePost"); }
-    void FrameInit() override { Note("FrameInit"); }
-    void FrameUpdateUi() override {
-        Note("FrameUpdateUi");
-        if (ui) ui();
-    }
-    void FrameBeforeUpdate() override { Note("FrameBeforeUpdate"); }
-    void FrameUpdate() override { Note("FrameUpdate"); }
-    void FrameBeforeRender() override { Note("FrameBeforeRender"); }
-    void FrameAfterRender() override { Note("FrameAfterRender"); }
-    void FrameAfterUpdate() override { Note("FrameAfterUpdate"); }
-    void FramePushCommands(VkCommandBuffer c) override { NoteCommands("FramePushCommands", c); }
-    void FrameBuildCommands(VkCommandBuffer c) override { NoteCommands("FrameBuildCommands", c); }
-    void FrameRenderCommands(VkCommandBuffer c) override {
-        if (render) render(c);
-        NoteCommands("FrameRenderCommands", c);
-    }
-    void FrameResolveCommands(VkCommandBuffer c) override { NoteCommands("FrameResolveCommands", c); }
-    void FrameBlitCommands(VkCommandBuffer c) override { NoteCommands("FrameBlitCommands", c); }
-    void FramePostCommands(VkCommandBuffer c) override { NoteCommands("FramePostCommands", c); }
-    void FrameOverlayCommands(VkCommandBuffer c) override { NoteCommands("FrameOverlayCommands", c); }
-
-private:
-    void NoteCommands(char const* stage, VkCommandBuffer commands) {
+    void NoteCommands(char const* stage, VkCommandBuffer commands)
+    {
         EXPECT_NE(commands, VK_NULL_HANDLE) << stage;
         EXPECT_EQ(commands, CurrentCommandBuffer()) << stage;
         Note(stage);
     }
+    bool BeginFrame() override { Note("BeginFrame"); return NeroxRenderer::BeginFrame(); }
+    void EndFrame() override { Note("EndFrame"); NeroxRenderer::EndFrame(); }
+    void FrameUpdateUi() override { Note("FrameUpdateUi"); if (ui) ui(); }
+    void FrameRenderCommands(VkCommandBuffer c) override { if (render) render(c); NoteCommands("FrameRenderCommands", c); }
+#define RECORD(stage) void stage() override { Note(#stage); }
+#define RECORD_COMMANDS(stage) void stage(VkCommandBuffer c) override { NoteCommands(#stage, c); }
+    RECORD(FrameCollectGarbage) RECORD(FrameUpdateDescriptorSets) RECORD(FrameBeforePost) RECORD(FrameInit)
+    RECORD(FrameBeforeUpdate) RECORD(FrameUpdate) RECORD(FrameBeforeRender) RECORD(FrameAfterRender)
+    RECORD(FrameAfterUpdate) RECORD_COMMANDS(FramePushCommands) RECORD_COMMANDS(FrameBuildCommands)
+    RECORD_COMMANDS(FrameResolveCommands) RECORD_COMMANDS(FrameBlitCommands) RECORD_COMMANDS(FramePostCommands)
+    RECORD_COMMANDS(FrameOverlayCommands)
+#undef RECORD
+#undef RECORD_COMMANDS
 };
 
 class RendererTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        setenv("NEROX_VK_VALIDATION", "1", 1);
+    void SetUp() override
+    {
         errorsBefore = nerox::vk::Device::ValidationErrorCount();
-        window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
-        renderer = std::make_unique<RecordingRenderer>(window.get(), "nerox_renderer_tests", 1,
-                                                       nerox::vk::PhysicalDevice::Features{}, false);
+        window->SetSize(64, 48);
+        if (!renderer) {
+            setenv("NEROX_VK_VALIDATION", "1", 1);
+            renderer = std::make_unique<RecordingRenderer>(window.get(), "nerox_renderer_tests", 1,
+                                                           nerox::vk::PhysicalDevice::Features{}, false);
+        }
     }
-    void TearDown() override {
-        renderer.reset();
+    void TearDown() override
+    {
+        renderer->StopRendering();
+        renderer->ClearTextures();
+        renderer->stages.clear();
+        renderer->throwIn.clear();
+        renderer->ui = nullptr;
+        renderer->render = nullptr;
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
             << "validation errors while the test ran (printed above)";
     }
-
-    std::string TempPath(std::string const& name) const {
+    std::string TempPath(std::string const& name) const
+    {
         return ::testing::TempDir() + "nerox_renderer_" + std::to_string(getpid()) + "_" + name;
     }
 
     uint64_t errorsBefore = 0;
-    std::unique_ptr<nerox::graphics::HeadlessWindow> window;
-    std::unique_ptr<RecordingRenderer> renderer;
+
+public:
+    inline static auto window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
+    inline static std::unique_ptr<RecordingRenderer> renderer;
 };
+
+/// Lets the renderer go before the program's statics do.
+struct RendererRelease : ::testing::Environment {
+    void TearDown() override { RendererTest::renderer.reset(); }
+};
+inline ::testing::Environment* const rendererRelease = ::testing::AddGlobalTestEnvironment(new RendererRelease);
 
 } // namespace rendertest
