@@ -50,11 +50,9 @@ TEST_F(ProfilerTest, NestedScopesNameTheirPathAndRepeatsAccumulate) {
     { Profiler render("Render", true); }
     std::map<std::string, uint64_t> counts;
     for (auto const& [path, profile] : Records()) counts[path] = profile.count;
-    EXPECT_EQ(counts, (std::map<std::string, uint64_t>{{"Render", 1},
-                                                       {"ServerUpdate", 2},
-                                                       {"ServerUpdate/ForEachEntity::Update", 2},
-                                                       {"ServerUpdate/ForEachEntity::Update/Physics", 2},
-                                                       {"ServerUpdate/Network", 2}}));
+    EXPECT_EQ(counts, (std::map<std::string, uint64_t>{
+                          {"Render", 1}, {"ServerUpdate", 2}, {"ServerUpdate/ForEachEntity::Update", 2},
+                          {"ServerUpdate/ForEachEntity::Update/Physics", 2}, {"ServerUpdate/Network", 2}}));
 }
 
 TEST_F(ProfilerTest, FirstTimeSetsMinimumAndShorterOnesReplaceIt) {
@@ -115,46 +113,34 @@ TEST_F(ProfilerTest, DisabledProfilerRecordsNothing) {
 }
 
 TEST_F(ProfilerTest, ThreadsKeepTheirOwnPathsAndNames) {
-    // Both threads stay alive until both are recorded, so their ids differ.
-    std::latch opened(2);
-    std::latch recorded(3);
+    std::latch opened(2); // both outer scopes are open at once, so the threads' ids differ
     std::string systemName;
     auto body = [&](std::string const& name, std::string const& outerName) {
-        if (!name.empty()) {
-            Profiler::SetThreadName(name);
-            char buffer[32] = {};
-            pthread_getname_np(pthread_self(), buffer, sizeof buffer);
-            systemName = buffer;
-        }
-        {
-            Profiler outer(outerName, true);
-            opened.arrive_and_wait(); // both outer scopes are open at once
-            Profiler inner("Inner", true);
-        }
-        recorded.arrive_and_wait();
+        if (!name.empty()) Profiler::SetThreadName(name);
+        char buffer[32] = {};
+        pthread_getname_np(pthread_self(), buffer, sizeof buffer);
+        if (!name.empty()) systemName = buffer;
+        Profiler outer(outerName, true);
+        opened.arrive_and_wait();
+        Profiler inner("Inner", true);
     };
     std::thread named(body, "a-rather-long-thread-name", "Named");
     std::thread unnamed(body, "", "Unnamed");
-    recorded.arrive_and_wait();
-    std::map<std::string, std::string> threadOfPath;
-    Records(&threadOfPath);
     named.join();
     unnamed.join();
     { Profiler scope("Main", true); }
-
     EXPECT_EQ(systemName, "a-rather-long-t") << "the system takes 15 characters";
-    std::map<std::string, std::string> again;
-    Records(&again);
-    ASSERT_EQ(again.size(), 5u);
-    EXPECT_EQ(again.at("Named"), "a-rather-long-thread-name");
-    EXPECT_EQ(again.at("Named/Inner"), "a-rather-long-thread-name");
-    std::string const anonymous = again.at("Unnamed");
-    EXPECT_EQ(again.at("Unnamed/Inner"), anonymous);
-    EXPECT_EQ(threadOfPath.at("Unnamed"), anonymous) << "the number is stable";
-    EXPECT_NE(again.at("Main"), anonymous);
-    ASSERT_GT(anonymous.size(), 4u);
+    std::map<std::string, std::string> threadOf;
+    Records(&threadOf);
+    ASSERT_EQ(threadOf.size(), 5u);
+    EXPECT_EQ(threadOf.at("Named"), "a-rather-long-thread-name");
+    EXPECT_EQ(threadOf.at("Named/Inner"), "a-rather-long-thread-name");
+    std::string const anonymous = threadOf.at("Unnamed");
+    EXPECT_EQ(threadOf.at("Unnamed/Inner"), anonymous);
+    EXPECT_NE(threadOf.at("Main"), anonymous);
     EXPECT_EQ(anonymous.substr(0, 4), "----");
     EXPECT_EQ(anonymous.find_first_not_of("0123456789", 4), std::string::npos) << anonymous;
+    EXPECT_GT(anonymous.size(), 4u);
 }
 
 TEST_F(ProfilerTest, ResetWhileScopeIsOpenForgetsIt) {

@@ -56,38 +56,17 @@ TEST(SharedMutexTest, TryLocksFollowTheHolds) {
     EXPECT_EQ(OtherThreadGets(mutex), "exclusive");
 }
 
-TEST(SharedMutexTest, LastUnlockSharedWakesWaitingWriter) {
+// A reader that arrives while a writer waits gets in; the writer gets in only
+// when the last reader hold is released, and that release must wake it.
+TEST(SharedMutexTest, WaitingWriterLetsNewReadersInAndWakesOnTheLastUnlockShared) {
     nerox::SharedMutex mutex;
     mutex.lock_shared();
-    mutex.lock_shared(); // a second reader hold
-    std::atomic<bool> writerIn{false};
-    std::promise<void> acquired;
+    std::promise<void> writerIn;
     std::thread writer([&] {
         std::lock_guard lock(mutex);
-        writerIn = true;
-        acquired.set_value();
-    });
-    // Give the writer the chance to get in wrongly while readers hold the lock.
-    std::this_thread::sleep_for(20ms);
-    mutex.unlock_shared();
-    std::this_thread::sleep_for(20ms);
-    EXPECT_FALSE(writerIn.load()) << "one reader hold is still open";
-    mutex.unlock_shared();
-    EXPECT_EQ(acquired.get_future().wait_for(liveness), std::future_status::ready)
-        << "the last unlock_shared did not wake the writer";
-    writer.join();
-}
-
-TEST(SharedMutexTest, ReaderArrivingWhileWriterWaitsGetsIn) {
-    nerox::SharedMutex mutex;
-    mutex.lock_shared();
-    std::atomic<bool> writerIn{false};
-    std::thread writer([&] {
-        std::lock_guard lock(mutex);
-        writerIn = true;
+        writerIn.set_value();
     });
     std::this_thread::sleep_for(20ms); // let the writer start waiting
-
     std::promise<void> readerIn;
     std::promise<void> readerMayLeave;
     std::thread reader([&] {
@@ -97,13 +76,14 @@ TEST(SharedMutexTest, ReaderArrivingWhileWriterWaitsGetsIn) {
     });
     EXPECT_EQ(readerIn.get_future().wait_for(liveness), std::future_status::ready)
         << "a waiting writer held a new reader back";
+    std::future<void> writerInFuture = writerIn.get_future();
     mutex.unlock_shared();
-    std::this_thread::sleep_for(20ms);
-    EXPECT_FALSE(writerIn.load()) << "writer got in while the second reader holds the lock";
+    EXPECT_EQ(writerInFuture.wait_for(20ms), std::future_status::timeout) << "writer got in beside a reader";
     readerMayLeave.set_value();
+    EXPECT_EQ(writerInFuture.wait_for(liveness), std::future_status::ready)
+        << "the last unlock_shared did not wake the writer";
     reader.join();
     writer.join();
-    EXPECT_TRUE(writerIn.load());
 }
 
 TEST(SharedMutexTest, WriterUnlockWakesAllWaitingReaders) {

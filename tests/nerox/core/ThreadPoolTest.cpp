@@ -98,19 +98,10 @@ TEST(ThreadPoolTest, ShutdownDropsQueuedJobs) {
     }
 }
 
-TEST(ThreadPoolTest, JobsQueuedWithoutThreadsWaitForRunThreads) {
-    ThreadPool<> pool("Later");
-    std::future<int> waiting = pool.Promise([] { return 3; });
-    EXPECT_EQ(waiting.wait_for(10ms), std::future_status::timeout);
-    pool.RunThreads(2);
-    EXPECT_EQ(waiting.get(), 3);
-    pool.Shutdown();
-    pool.RunThreads(1);
-    EXPECT_EQ(pool.Promise([] { return 4; }).get(), 4) << "a pool runs again after Shutdown";
-}
-
-TEST(ThreadPoolTest, RunThreadsShrinksAndGrowsAndNamesNewThreads) {
+TEST(ThreadPoolTest, RunThreadsStartsShrinksAndGrowsAndNamesNewThreads) {
     ThreadPool<> pool("AVeryLongPoolNameIndeed");
+    std::future<int> waiting = pool.Promise([] { return 3; });
+    EXPECT_EQ(waiting.wait_for(10ms), std::future_status::timeout) << "a job ran without threads";
     std::mutex mutex;
     std::multiset<std::string> names;
     auto const init = [&] {
@@ -120,7 +111,7 @@ TEST(ThreadPoolTest, RunThreadsShrinksAndGrowsAndNamesNewThreads) {
         names.insert(name);
     };
     pool.RunThreads(4, init);
-    EXPECT_EQ(pool.GetThreadCount(), 4u);
+    EXPECT_EQ(waiting.get(), 3);
     pool.RunThreads(1);
     EXPECT_EQ(pool.GetThreadCount(), 1u);
     EXPECT_EQ(pool.Promise([] { return 9; }).get(), 9);
@@ -129,6 +120,8 @@ TEST(ThreadPoolTest, RunThreadsShrinksAndGrowsAndNamesNewThreads) {
     pool.Shutdown(); // joins, so every init function has run
     EXPECT_EQ(names.size(), 6u) << "only new threads run the init function";
     EXPECT_EQ(names.count("AVeryLongPoolNa"), 6u) << "the name is cut to 15 characters";
+    pool.RunThreads(1);
+    EXPECT_EQ(pool.Promise([] { return 4; }).get(), 4) << "a pool runs again after Shutdown";
 }
 
 TEST(ThreadPoolTest, CustomJobTypeRunsThroughJobFunctionInQueueOrder) {

@@ -15,7 +15,6 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -247,13 +246,11 @@ TEST(ConfigFileRewrite, KeepsTheRestOfTheFile)
             WriteText(path, ReadText(testsupport::DataFile(std::string("nerox/config/") + c.input)));
         }
         ino_t const before = Inode(path);
-        std::vector<std::string> values;
-        for (auto const& value : c.values)
-            values.push_back(value.second);
+        auto values = c.values;
         ConfigFile config(path, std::nullopt);
         std::vector<Conf> entries;
-        for (size_t i = 0; i < values.size(); ++i)
-            entries.emplace_back(&config, c.values[i].first, values[i]);
+        for (auto& [key, value] : values)
+            entries.emplace_back(&config, key, value);
         if (c.mode == 'w')
             config.WriteToINI(c.section, entries);
         else

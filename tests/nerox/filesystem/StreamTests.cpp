@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "nerox/filesystem/Stream.hpp"
 
@@ -43,61 +42,51 @@ WriteOnlyStream WriteEverything()
     inner.Write(int32_t{7});
     inner.Write("deep"); // a C string goes through the string form
     WriteOnlyStream middle;
-    middle.Write(2.5);
+    middle.Write(-0.0f);
     middle.Write(inner);
     middle.Write(true);
     WriteOnlyStream outer(64);
-    outer.Write(int64_t{-1234567890123});
+    outer.Write(std::numeric_limits<uint64_t>::max());
     outer.Write(BinaryText);
     outer.Write(std::string_view());
     outer.Write(middle);
-    outer.Write(uint16_t{0xBEEF});
+    outer.Write(Packed{42, std::numeric_limits<double>::denorm_min(), 9});
+    outer.Write(int8_t{-5});
     return outer;
 }
 
 void ReadEverything(ReadOnlyStream& stream)
 {
-    EXPECT_EQ(Get<int64_t>(stream), -1234567890123);
+    EXPECT_EQ(Get<uint64_t>(stream), std::numeric_limits<uint64_t>::max());
     EXPECT_EQ(Get<std::string>(stream), BinaryText);
     EXPECT_EQ(Get<std::string>(stream), "");
     ReadOnlyStream middle = stream.ReadStream();
-    EXPECT_EQ(Get<double>(middle), 2.5);
+    EXPECT_TRUE(std::signbit(Get<float>(middle)));
     ReadOnlyStream inner = middle.ReadStream();
     EXPECT_EQ(Get<int32_t>(inner), 7);
     EXPECT_EQ(Get<std::string>(inner), "deep");
     EXPECT_TRUE(inner.AtEnd());
     EXPECT_TRUE(Get<bool>(middle));
     EXPECT_TRUE(middle.AtEnd());
-    EXPECT_EQ(Get<uint16_t>(stream), 0xBEEF);
+    Packed const packed = Get<Packed>(stream);
+    EXPECT_EQ(packed.a, 42);
+    EXPECT_EQ(packed.b, std::numeric_limits<double>::denorm_min());
+    EXPECT_EQ(packed.c, 9);
+    EXPECT_EQ(Get<int8_t>(stream), -5);
 }
 
 } // namespace
 
-TEST(StreamRoundTrip, ValuesComeBackAsWritten)
+TEST(StreamRoundTrip, EveryKindNestedTwoDeepAndEveryShorterPrefixFailsCleanly)
 {
-    std::string const longText(100000, 'x');
-    WriteOnlyStream out;
-    out.Write(int8_t{-5});
-    out.Write(std::numeric_limits<uint64_t>::max());
-    out.Write(-0.0f);
-    out.Write(std::numeric_limits<double>::denorm_min());
-    out.Write(false);
-    out.Write(Packed{42, 1.5, 9});
-    EXPECT_EQ(out.Size(), 1u + 8 + 4 + 8 + 1 + sizeof(Packed)) << "bool is one byte, the rest their native widths";
-    out.Write(longText);
-
-    ReadOnlyStream in(out.Bytes());
-    EXPECT_EQ(Get<int8_t>(in), -5);
-    EXPECT_EQ(Get<uint64_t>(in), std::numeric_limits<uint64_t>::max());
-    EXPECT_TRUE(std::signbit(Get<float>(in)));
-    EXPECT_EQ(Get<double>(in), std::numeric_limits<double>::denorm_min());
-    EXPECT_FALSE(Get<bool>(in));
-    Packed const packed = Get<Packed>(in);
-    EXPECT_EQ(packed.a, 42);
-    EXPECT_EQ(packed.b, 1.5);
-    EXPECT_EQ(packed.c, 9);
-    EXPECT_EQ(Get<std::string>(in), longText);
-    EXPECT_TRUE(in.AtEnd());
+    Bytes const full = WriteEverything().Bytes();
+    ReadOnlyStream complete(full);
+    ReadEverything(complete);
+    EXPECT_TRUE(complete.AtEnd());
+    for (size_t length = 0; length < full.size(); ++length) {
+        ReadOnlyStream truncated(full.data(), length);
+        EXPECT_THROW(ReadEverything(truncated), std::runtime_error) << "prefix of " << length << " bytes";
+    }
 }
 
 TEST(StreamRoundTrip, StreamsWriteWhatRemainsToBeRead)
@@ -132,25 +121,11 @@ TEST(StreamLayout, LengthPrefixesAreLittleEndianAndRawWritesCarryNoTag)
     out.Write(inner);
     out.Write(raw, sizeof(raw));
     out.Write(uint32_t{0x04030201});
-    Bytes const expected = ByteBuilder()
+    EXPECT_EQ(out.Bytes(), ByteBuilder()
                                .Chars("\x2c\x01\0\0\0\0\0\0", 8)
                                .Chars(text.data(), text.size())
-                               .Chars("\x03\0\0\0\0\0\0\0\x11\x22\x33", 11)
-                               .Chars("\1\2\3\1\2\3\4", 7)
-                               .bytes;
-    EXPECT_EQ(out.Bytes(), expected);
-}
-
-TEST(StreamErrors, EveryShorterPrefixFailsCleanly)
-{
-    Bytes const full = WriteEverything().Bytes();
-    ReadOnlyStream complete(full);
-    ReadEverything(complete);
-    EXPECT_TRUE(complete.AtEnd());
-    for (size_t length = 0; length < full.size(); ++length) {
-        ReadOnlyStream truncated(full.data(), length);
-        EXPECT_THROW(ReadEverything(truncated), std::runtime_error) << "prefix of " << length << " bytes";
-    }
+                               .Chars("\x03\0\0\0\0\0\0\0\x11\x22\x33\1\2\3\1\2\3\4", 18)
+                               .bytes);
 }
 
 TEST(StreamErrors, ReadsPastTheEndAndCorruptLengthsAreRefused)
@@ -165,7 +140,6 @@ TEST(StreamErrors, ReadsPastTheEndAndCorruptLengthsAreRefused)
     EXPECT_THROW(in.Skip(3), std::runtime_error);
     in.Skip(2);
     EXPECT_TRUE(in.AtEnd());
-
     // A huge length must fail before allocating; one byte more than remains fails too.
     Bytes const huge = ByteBuilder().Raw(std::numeric_limits<uint64_t>::max()).Chars("abc", 3).bytes;
     ReadOnlyStream hugeText(huge);
@@ -182,11 +156,9 @@ TEST(StreamErrors, WrongDirectionThrows)
     WriteOnlyStream writeOnly;
     writeOnly.Write(int32_t{1});
     EXPECT_THROW(Get<int32_t>(writeOnly), std::runtime_error);
-    EXPECT_THROW(Get<std::string>(writeOnly), std::runtime_error);
     Bytes data = writeOnly.Bytes();
     ReadOnlyStream readOnly(data);
     data[0] = 99; // the stream holds its own copy
     EXPECT_THROW(readOnly.Write(int32_t{2}), std::runtime_error);
-    EXPECT_EQ(readOnly.Size(), 4u);
     EXPECT_EQ(Get<int32_t>(readOnly), 1);
 }
