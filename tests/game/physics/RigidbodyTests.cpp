@@ -1,6 +1,5 @@
-// Rigid body records: construction from entities, integration, impulses,
-// collision response, contact bookkeeping, the contact search over the
-// broadphase lists and the write-back with its parent decisions.
+// Rigid body records: construction, integration, impulses, collision response, contact
+// bookkeeping, the contact search over the broadphase lists and the write-back with its parent decisions.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -91,27 +90,24 @@ TEST_F(RigidbodyConstruction, BodySpaceIsCentredOnTheCentreOfMass)
     EXPECT_NEAR(body.radius, 0.5 * std::sqrt(49.0 + 1.0 + 9.0), 1e-12);
     ExpectVecNear(body.boundsWorldCenter, body.position + glm::dvec3(0.0, -0.5, 1.0));
     ExpectVecNear(glm::dvec3(body.GetTransform() * glm::dvec4(1, 0, 0, 1)), body.position + glm::dvec3(0, 1, 0));
-}
 
-TEST_F(RigidbodyConstruction, DynamicBodyTurnsImpulsesIntoAccelerations)
-{
-    ServerSideEntity::Ptr entity = Make(2.0, {Box({1.0, 2.0, 3.0})});
+    // A moving record turns the gathered impulses into accelerations over the step.
+    entity = Make(2.0, {Box({1.0, 2.0, 3.0})});
     entity->orientation = Turn(30.0, {1, 2, 3});
     entity->linearVelocity = glm::dvec3(3.0, 4.0, 0.0);
     entity->linearImpulse = glm::dvec3(1.0, 0.0, 0.0);
     entity->angularImpulse = glm::dvec3(0.0, 0.0, 0.5);
     entity->aerodynamic = false;
     entity->collisionExclusions.insert(game::entity::Id::Generate());
-
-    Dynamic const body(entity, 0.1);
-    EXPECT_DOUBLE_EQ(body.invMass, 0.5);
-    testsupport::ExpectMatNear(body.invInertiaWorld, glm::inverse(entity->GetInertiaTensorWorld()));
-    EXPECT_FALSE(body.aerodynamic);
-    EXPECT_EQ(body.collisionExclusions, entity->collisionExclusions);
-    ExpectVecNear(body.impulseAcceleration, glm::dvec3(5.0, 0.0, 0.0));
-    ExpectVecNear(body.angularImpulseAcceleration, body.invInertiaWorld * glm::dvec3(0.0, 0.0, 5.0));
-    EXPECT_DOUBLE_EQ(body.largestContactRadius, body.radius);
-    EXPECT_NEAR(body.sweptRadius, 5.0 * 0.1 * 0.5 + body.radius, 1e-12);
+    Dynamic const moving(entity, 0.1);
+    EXPECT_DOUBLE_EQ(moving.invMass, 0.5);
+    testsupport::ExpectMatNear(moving.invInertiaWorld, glm::inverse(entity->GetInertiaTensorWorld()));
+    EXPECT_FALSE(moving.aerodynamic);
+    EXPECT_EQ(moving.collisionExclusions, entity->collisionExclusions);
+    ExpectVecNear(moving.impulseAcceleration, glm::dvec3(5.0, 0.0, 0.0));
+    ExpectVecNear(moving.angularImpulseAcceleration, moving.invInertiaWorld * glm::dvec3(0.0, 0.0, 5.0));
+    EXPECT_DOUBLE_EQ(moving.largestContactRadius, moving.radius);
+    EXPECT_NEAR(moving.sweptRadius, 5.0 * 0.1 * 0.5 + moving.radius, 1e-12);
 }
 
 using RigidbodyConstructionDeathTest = RigidbodyTest;
@@ -165,7 +161,7 @@ TEST_F(RigidbodyMotion, IntegrationTakesTheHalfStepAndImpulsesAddUpOverSubsteps)
     }
 }
 
-TEST_F(RigidbodyMotion, SpinIsAboutTheWorldAxis)
+TEST_F(RigidbodyMotion, SpinIsAboutTheWorldAxisAndAnImpulseOffTheCentreSpinsAndWakes)
 {
     ServerSideEntity::Ptr entity = Cube();
     entity->orientation = Turn(90.0, {1, 0, 0});
@@ -177,17 +173,13 @@ TEST_F(RigidbodyMotion, SpinIsAboutTheWorldAxis)
     glm::dquat const expected = glm::angleAxis(1.0, Up) * Turn(90.0, {1, 0, 0});
     for (glm::dvec3 const& axis : {glm::dvec3(1, 0, 0), glm::dvec3(0, 1, 0), Up})
         ExpectVecNear(body.orientation * axis, expected * axis, 1e-5);
-}
 
-TEST_F(RigidbodyMotion, ImpulseOffTheCentreSpinsAndWakes)
-{
-    ServerSideEntity::Ptr entity = Cube();
-    Dynamic body(entity, Step);
-    body.contactRest = 1.0;
-    body.ApplyImpulse(glm::dvec3(0.0, 1.0, 0.0), glm::dvec3(1.0, 0.0, 0.0));
-    EXPECT_EQ(body.contactRest, 0.0);
-    ExpectVecNear(body.linearVelocity, glm::dvec3(0.0, 1.0, 0.0));
-    ExpectVecNear(body.angularVelocity, glm::dvec3(0.0, 0.0, 6.0)); // a 1 kg unit cube has I = 1/6
+    Dynamic still(entity = Cube(), Step);
+    still.contactRest = 1.0;
+    still.ApplyImpulse(glm::dvec3(0.0, 1.0, 0.0), glm::dvec3(1.0, 0.0, 0.0));
+    EXPECT_EQ(still.contactRest, 0.0);
+    ExpectVecNear(still.linearVelocity, glm::dvec3(0.0, 1.0, 0.0));
+    ExpectVecNear(still.angularVelocity, glm::dvec3(0.0, 0.0, 6.0)); // a 1 kg unit cube has I = 1/6
 }
 
 using RigidbodyResponse = RigidbodyTest;
