@@ -6,6 +6,7 @@
 #include "support/Golden.hpp"
 #include "support/TempDir.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <memory>
