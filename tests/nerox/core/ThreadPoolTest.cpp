@@ -1,6 +1,5 @@
 #include "nerox/cpu/ThreadPool.hpp"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,16 +25,14 @@ TEST(ThreadPoolTest, PromisesDeliverResultsAndExceptions) {
     for (long i = 0; i < 200; ++i) futures.push_back(pool.Promise([i] { return i * i; }));
     auto owned = std::make_unique<int>(41);
     std::future<int> moveOnly = pool.Promise([owned = std::move(owned)] { return *owned + 1; });
-    std::atomic<bool> ran{false};
-    std::future<void> done = pool.Promise([&] { ran = true; });
+    std::future<void> done = pool.Promise([] {});
     testing::internal::CaptureStderr();
     std::future<int> failing = pool.Promise([]() -> int { throw std::runtime_error("bad input"); });
     long sum = 0;
     for (auto& future : futures) sum += future.get();
     EXPECT_EQ(sum, 199L * 200L * 399L / 6L);
     EXPECT_EQ(moveOnly.get(), 42);
-    done.get();
-    EXPECT_TRUE(ran.load());
+    EXPECT_NO_THROW(done.get());
     // Shutdown joins the workers, so the exception is freed on this thread (the
     // thread sanitizer cannot see its reference count inside the standard library).
     failing.wait();
@@ -125,11 +122,9 @@ TEST(ThreadPoolTest, RunThreadsStartsShrinksAndGrowsAndNamesNewThreads) {
 }
 
 TEST(ThreadPoolTest, CustomJobTypeRunsThroughJobFunctionInQueueOrder) {
-    std::mutex mutex;
-    std::vector<int> seen;
+    std::vector<int> seen; // one worker only, read after it is joined
     std::promise<void> all;
     ThreadPool<int> pool("Numbers", [&](int& job) {
-        std::lock_guard guard(mutex);
         seen.push_back(job);
         if (job == 10) all.set_value();
     });
