@@ -157,18 +157,11 @@ std::string Entries(int n)
 TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
 {
     struct Case {
-        char const* name;
-        std::string text;
+        std::string name, text;
     };
-    Case const cases[] = {
+    std::vector<Case> cases = {
         {"no base planes", "[ENTITY]\nmass 3\n"},
         {"base planes replace the list", "[ENTITY]\nbase_planes +X\n"},
-        {"airtight Yes", "[ENTITY]\nairtight Yes\n"},
-        {"airtight TRUE", "[ENTITY]\nairtight TRUE\n"},
-        {"airtight 1", "[ENTITY]\nairtight 1\n"},
-        {"airtight on", "[ENTITY]\nairtight on\n"},
-        {"airtight no", "[ENTITY]\nairtight no\n"},
-        {"airtight empty", "[ENTITY]\nairtight \n"},
         // The file's y axis turns into the game's -z: the corners swap so that min stays below max.
         {"swapped axis", "[COLLIDER hull]\nbox_min 1 1 1\nbox_max 2 2 2\n[LIGHT_BOX lamp]\nbox_min 1 1 1\nbox_max 2 2 2\n"},
         {"joint with angular z only", "[JOINT hinge]\nposition 1 2 3\nrotation 10 20 30\nangular_z -45 5 45\n"},
@@ -186,6 +179,8 @@ TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
         {"unknown keywords and keys", "stray 1 2 3\n[WIDGET spinner]\nparent x\n[   ]\nmass 9\n"
                                       "[ENTITY]\nMass 7\ncolour red\nmass 5\n[JOINT  arm one \t]\nwobble 1 2 3\nposition 1 2 3\n"},
     };
+    for (std::string const word : {"Yes", "TRUE", "1", "on", "no", ""})
+        cases.push_back({"airtight '" + word + "'", "[ENTITY]\nairtight " + word + "\n"});
     TempDir dir;
     std::string report;
     auto read = [&report](std::string const& name, std::string const& path) {
@@ -572,7 +567,7 @@ TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
                                                  "[COLLIDER pad]\nparent upper\nposition 0 0 0.5\nbox_min -1 -1 -1\nbox_max 1 1 1\n");
     std::shared_ptr<EntityConfig> const arm = DataConfig("arm.txt"), rover = DataConfig("rover.txt");
     std::shared_ptr<EntityConfig> const stacked = LoadConfig(dir.File("item.txt"));
-    /// The rest transform of every node, turned about the joint's own axis by degrees.
+    /// How the nodes on a joint move when it turns by degrees about axis in its own frame.
     auto turned = [](EntityConfig const& config, char const* joint, double degrees, glm::dvec3 axis) {
         glm::dmat4 const rest = config.GetAbsoluteTransform(joint);
         return rest * Rotation(degrees, axis) * glm::inverse(rest);
