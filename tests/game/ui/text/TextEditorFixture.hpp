@@ -5,8 +5,8 @@
 
 #include "game/graphics/ui/TextEditor.hpp"
 
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace uitest {
 
@@ -26,56 +26,35 @@ protected:
             ImGui::End();
         });
     }
-    /// A frame that lasts `seconds`, so the next click is no double-click.
-    void Idle(float seconds = 1.0f) {
-        ImGuiIO& io = ImGui::GetIO();
-        float const dt = io.DeltaTime;
-        io.DeltaTime = seconds;
+    /// A frame that lasts a second, so the next click is no double-click.
+    void Idle() {
+        ImGui::GetIO().DeltaTime = 1.0f;
         Draw();
-        io.DeltaTime = dt;
+        ImGui::GetIO().DeltaTime = 1.0f / 60.0f;
     }
-    /// Holds the keys down for one frame, then releases them for one.
-    void Press(std::initializer_list<int> keys) {
+    /// Holds the keys down for one frame with `typed` typed in it, then lets go for one.
+    /// Returns whether the editor reported an edit in the first frame.
+    bool Press(std::vector<int> const& keys, std::u32string const& typed = U"") {
         for (int key : keys) Key(key, true);
+        for (char32_t c : typed) Type(static_cast<unsigned int>(c));
         Draw();
+        bool const changed = editor.IsTextChanged();
         for (int key : keys) Key(key, false);
         Draw();
-    }
-    /// Types the characters in one frame.
-    void TypeText(std::u32string const& text) {
-        for (char32_t c : text) Type(static_cast<unsigned int>(c));
-        Draw();
+        return changed;
     }
     /// A point inside the character at `at`, from the last frame's layout.
     ImVec2 At(Coords at) const {
         ImVec2 const p = editor.GetCharacterScreenPos(at);
         return ImVec2(p.x + 0.25f * editor.GetCharacterWidth(), p.y + 0.5f * editor.GetLineHeight());
     }
-    /// Left click at a point (pressed for a frame, released for one), then a long idle frame.
-    void Click(ImVec2 p, bool shift = false) {
-        if (shift) Key(GLFW_KEY_LEFT_SHIFT, true);
+    /// Presses the left button at `p` for a frame and releases it for one.
+    void Click(ImVec2 p) {
         MouseTo(p.x, p.y);
         Mouse(0, true);
         Draw();
         Mouse(0, false);
         Draw();
-        if (shift) Key(GLFW_KEY_LEFT_SHIFT, false);
-        Idle();
-    }
-    /// Gives the editor the keyboard focus through its own request.
-    void FocusEditor() {
-        editor.Focus();
-        Draw();
-        ASSERT_TRUE(editor.IsFocused());
-    }
-    /// Whether the last frame drew any vertex of this colour.
-    static bool Drew(ImU32 color) {
-        ImDrawData const* data = ImGui::GetDrawData();
-        if (data == nullptr) return false;
-        for (int l = 0; l < data->CmdListsCount; ++l)
-            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer)
-                if (v.col == color) return true;
-        return false;
     }
     /// The clipboard's text, empty when unset.
     static std::string Clipboard() {

@@ -1,431 +1,224 @@
-// The code view in rendered frames: selection by keys and mouse, the clipboard,
-// read-only and editable input, scrolling and drawing.
+// The code view in rendered frames: keys and typing, the mouse, the clipboard,
+// read-only use, scrolling and drawing.
 #include "TextEditorFixture.hpp"
+
+#include <algorithm>
 
 namespace uitest {
 namespace {
 
-// --- selection ----------------------------------------------------------------------------
+constexpr int Ctrl = GLFW_KEY_LEFT_CONTROL, Shift = GLFW_KEY_LEFT_SHIFT, Left = GLFW_KEY_LEFT, Right = GLFW_KEY_RIGHT,
+              Up = GLFW_KEY_UP, Down = GLFW_KEY_DOWN, Home = GLFW_KEY_HOME, End = GLFW_KEY_END, Ins = GLFW_KEY_INSERT,
+              Del = GLFW_KEY_DELETE, Back = GLFW_KEY_BACKSPACE, Enter = GLFW_KEY_ENTER, Tab = GLFW_KEY_TAB,
+              PgUp = GLFW_KEY_PAGE_UP, PgDn = GLFW_KEY_PAGE_DOWN, A = GLFW_KEY_A, C = GLFW_KEY_C, V = GLFW_KEY_V,
+              X = GLFW_KEY_X;
+enum Mode { Focused, ReadOnly, Unfocused };
 
-using TextEditorSelection = TextEditorTest;
-
-TEST_F(TextEditorSelection, ShiftArrowsExtendAndPlainArrowsCollapse) {
-    editor.SetText("abc\ndef\nghi");
-    FocusEditor();
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_RIGHT});
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_RIGHT});
-    EXPECT_EQ(editor.GetSelectedText(), "ab");
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_DOWN});
-    EXPECT_EQ(editor.GetSelectedText(), "abc\nde");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 2}));
-    Press({GLFW_KEY_LEFT});
-    EXPECT_FALSE(editor.HasSelection());
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0})); // collapsed to the selection's start
-    Press({GLFW_KEY_RIGHT});
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_END});
-    EXPECT_EQ(editor.GetSelectedText(), "bc");
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_LEFT_CONTROL, GLFW_KEY_END});
-    EXPECT_EQ(editor.GetSelectedText(), "bc\ndef\nghi");
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_LEFT_CONTROL, GLFW_KEY_HOME});
-    EXPECT_EQ(editor.GetSelectedText(), "a");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
-}
-
-TEST_F(TextEditorSelection, NavigationKeys) {
-    editor.SetText("abc\nde\nfghij");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{0, 3});
-    Press({GLFW_KEY_DOWN});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 2})); // clamped to the shorter line
-    Press({GLFW_KEY_DOWN});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 3})); // keeps the column it came from
-    Press({GLFW_KEY_HOME});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 0}));
-    Press({GLFW_KEY_LEFT});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 2})); // wraps to the line above
-    Press({GLFW_KEY_RIGHT});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 0}));
-    Press({GLFW_KEY_END});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 5}));
-    Press({GLFW_KEY_RIGHT});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 5})); // the end stays the end
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_HOME});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
-    Press({GLFW_KEY_UP});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_END});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 5}));
-    EXPECT_FALSE(editor.HasSelection());
-}
-
-TEST_F(TextEditorSelection, UpAndDownMeasureTabsAsFourColumns) {
-    editor.SetText("\tx\nabcdef");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{0, 1}); // visual column 4
-    Press({GLFW_KEY_DOWN});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 4}));
-    Press({GLFW_KEY_UP});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 1}));
-}
-
-TEST_F(TextEditorSelection, PageKeysMoveByAWindowOfLines) {
+/// From `text` with the selection running from `anchor` to `cursor`, the chords are
+/// pressed one after another (`typed` typed during the last one) and give `after`
+/// (null: unchanged) with the selection from `anchor2` to `cursor2`. The clipboard
+/// holds "XY\r\nZ" before and `clipboard` after (null: unchanged).
+struct KeyCase {
+    char const* name;
     std::string text;
-    for (int i = 0; i < 300; ++i) text += "line " + std::to_string(i) + "\n";
-    editor.SetText(text);
-    FocusEditor();
-    Press({GLFW_KEY_PAGE_DOWN});
-    int const page = editor.GetCursorPosition().line;
-    float const visible = 360.0f / editor.GetLineHeight();
-    EXPECT_GT(page, static_cast<int>(visible) - 4);
-    EXPECT_LE(page, static_cast<int>(visible));
-    Press({GLFW_KEY_PAGE_DOWN});
-    EXPECT_EQ(editor.GetCursorPosition().line, 2 * page);
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_PAGE_UP});
-    EXPECT_EQ(editor.GetCursorPosition().line, page);
-    EXPECT_TRUE(editor.HasSelection());
-    Press({GLFW_KEY_PAGE_UP});
-    Press({GLFW_KEY_PAGE_UP});
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
+    Coords anchor, cursor;
+    std::vector<std::vector<int>> chords;
+    char const* after;
+    Coords anchor2, cursor2;
+    std::u32string typed = U"";
+    char const* clipboard = nullptr;
+    Mode mode = Focused;
+};
+
+std::string Lines(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "line " + std::to_string(i) + "\n";
+    return text;
 }
 
-TEST_F(TextEditorSelection, MouseDragSelects) {
-    editor.SetText("abcdef\nghijkl\nmnopqr");
-    Draw();
-    // Layout sanity: characters are a fixed width apart, lines a line height.
-    ImVec2 const a = editor.GetCharacterScreenPos(Coords{0, 0});
-    ImVec2 const b = editor.GetCharacterScreenPos(Coords{1, 3});
-    EXPECT_FLOAT_EQ(b.x - a.x, 3.0f * ImGui::CalcTextSize("#").x);
-    EXPECT_FLOAT_EQ(b.y - a.y, editor.GetLineHeight());
-    EXPECT_GT(a.x, 0.0f); // the gutter comes first
+using TextEditorKeys = TextEditorTest;
 
-    ImVec2 const from = At(Coords{0, 1});
-    ImVec2 const to = At(Coords{2, 3});
-    MouseTo(from.x, from.y);
-    Mouse(0, true);
-    Draw();
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 1}));
-    MouseTo(0.5f * (from.x + to.x), 0.5f * (from.y + to.y));
-    Draw();
-    MouseTo(to.x, to.y);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_EQ(editor.GetSelectionStart(), (Coords{0, 1}));
-    EXPECT_EQ(editor.GetSelectionEnd(), (Coords{2, 3}));
-    EXPECT_EQ(editor.GetSelectedText(), "bcdef\nghijkl\nmno");
-    EXPECT_TRUE(editor.IsFocused()); // the click focused it
-    // Moving after the release changes nothing.
-    MouseTo(from.x, from.y);
-    Draw();
-    EXPECT_EQ(editor.GetSelectedText(), "bcdef\nghijkl\nmno");
-}
-
-TEST_F(TextEditorSelection, DragBackwardsAndPastTheEnds) {
-    editor.SetText("abcdef\nghijkl");
-    Draw();
-    ImVec2 const from = At(Coords{1, 2});
-    MouseTo(from.x, from.y);
-    Mouse(0, true);
-    Draw();
-    MouseTo(-50.0f, -50.0f); // above and left of the window
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_EQ(editor.GetSelectedText(), "abcdef\ngh");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
-}
-
-TEST_F(TextEditorSelection, ClickPlacesTheCursorAndShiftClickExtends) {
-    editor.SetText("const $speed = 2.5\nvar $x");
-    Draw();
-    Click(At(Coords{0, 3}));
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 3}));
-    EXPECT_FALSE(editor.HasSelection());
-    Click(At(Coords{1, 2}), true);
-    EXPECT_EQ(editor.GetSelectedText(), "st $speed = 2.5\nva");
-    // A click past a line's end lands at its end.
-    ImVec2 const beyond = At(Coords{1, 6});
-    Click(ImVec2(beyond.x + 100.0f, beyond.y));
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 6}));
-}
-
-TEST_F(TextEditorSelection, DoubleClickSelectsAWord) {
-    editor.SetText("const $speed = 2.5");
-    Draw();
-    ImVec2 const p = At(Coords{0, 8});
-    MouseTo(p.x, p.y);
-    Mouse(0, true);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    Mouse(0, true);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_EQ(editor.GetSelectedText(), "$speed");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 12}));
-}
-
-TEST_F(TextEditorSelection, CtrlACtrlCPutsTheWholeTextOnTheClipboard) {
-    std::string const text = "update\n\tprint(text(\"{}\", $x))\n";
-    editor.SetText(text);
-    FocusEditor();
-    ImGui::SetClipboardText("before");
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_A});
-    EXPECT_EQ(editor.GetSelectedText(), text);
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_C});
-    EXPECT_EQ(Clipboard(), text);
-    EXPECT_EQ(editor.GetText(), text);
-}
-
-TEST_F(TextEditorSelection, CtrlInsertCopiesAndNothingSelectedCopiesNothing) {
-    editor.SetText("abc def");
-    FocusEditor();
-    ImGui::SetClipboardText("kept");
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_C});
-    EXPECT_EQ(Clipboard(), "kept");
-    editor.SetSelection(Coords{0, 4}, Coords{0, 7});
-    Press({GLFW_KEY_RIGHT_CONTROL, GLFW_KEY_INSERT});
-    EXPECT_EQ(Clipboard(), "def");
-}
-
-TEST_F(TextEditorSelection, KeysNeedTheFocus) {
+TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
+    std::string const abc = "abc\ndef\nghi", nav = "abc\nde\nfghij", page = Lines(300);
+    std::string const code = "update\n\tprint(text(\"{}\", $x))\n";
+    KeyCase const cases[] = {
+        // Selection and movement.
+        {"Shift+Right extends", abc, {0, 0}, {0, 0}, {{Shift, Right}, {Shift, Right}}, nullptr, {0, 0}, {0, 2}},
+        {"Shift+Down extends by a line", abc, {0, 0}, {0, 2}, {{Shift, Down}}, nullptr, {0, 0}, {1, 2}},
+        {"Left collapses to the selection's start", abc, {0, 0}, {1, 2}, {{Left}}, nullptr, {0, 0}, {0, 0}},
+        {"Right collapses to the selection's end", abc, {1, 2}, {0, 0}, {{Right}}, nullptr, {1, 2}, {1, 2}},
+        {"Shift+End", abc, {0, 1}, {0, 1}, {{Shift, End}}, nullptr, {0, 1}, {0, 3}},
+        {"Shift+Ctrl+End", abc, {0, 1}, {0, 1}, {{Shift, Ctrl, End}}, nullptr, {0, 1}, {2, 3}},
+        {"Shift+Ctrl+Home", abc, {0, 1}, {2, 3}, {{Shift, Ctrl, Home}}, nullptr, {0, 1}, {0, 0}},
+        {"Down clamps to a shorter line", nav, {0, 3}, {0, 3}, {{Down}}, nullptr, {1, 2}, {1, 2}},
+        {"Down keeps the column it came from", nav, {0, 3}, {0, 3}, {{Down}, {Down}}, nullptr, {2, 3}, {2, 3}},
+        {"Down on the last line goes to its end", nav, {2, 1}, {2, 1}, {{Down}}, nullptr, {2, 5}, {2, 5}},
+        {"Up on the first line goes to its start", nav, {0, 2}, {0, 2}, {{Up}}, nullptr, {0, 0}, {0, 0}},
+        {"Home", nav, {2, 3}, {2, 3}, {{Home}}, nullptr, {2, 0}, {2, 0}},
+        {"End", nav, {2, 1}, {2, 1}, {{End}}, nullptr, {2, 5}, {2, 5}},
+        {"Left wraps to the line above", nav, {2, 0}, {2, 0}, {{Left}}, nullptr, {1, 2}, {1, 2}},
+        {"Right wraps to the line below", nav, {1, 2}, {1, 2}, {{Right}}, nullptr, {2, 0}, {2, 0}},
+        {"Right at the end stays", nav, {2, 5}, {2, 5}, {{Right}}, nullptr, {2, 5}, {2, 5}},
+        {"Ctrl+Home", nav, {2, 5}, {2, 5}, {{Ctrl, Home}}, nullptr, {0, 0}, {0, 0}},
+        {"Ctrl+End", nav, {0, 0}, {0, 0}, {{Ctrl, End}}, nullptr, {2, 5}, {2, 5}},
+        {"Ctrl+Right skips a word and blanks", "const $x = 2", {0, 0}, {0, 0}, {{Ctrl, Right}}, nullptr, {0, 6}, {0, 6}},
+        {"Ctrl+Left skips blanks and a word", "const $x = 2", {0, 9}, {0, 9}, {{Ctrl, Left}}, nullptr, {0, 6}, {0, 6}},
+        {"Up and Down count a tab as four columns", "\tx\nabcdef", {0, 1}, {0, 1}, {{Down}}, nullptr, {1, 4}, {1, 4}},
+        {"and back", "\tx\nabcdef", {0, 1}, {0, 1}, {{Down}, {Up}}, nullptr, {0, 1}, {0, 1}},
+        // The view's 344 pixels show 32 whole lines: a page is one less.
+        {"PageDown", page, {0, 0}, {0, 0}, {{PgDn}, {PgDn}}, nullptr, {62, 0}, {62, 0}},
+        {"Shift+PageUp", page, {62, 0}, {62, 0}, {{Shift, PgUp}}, nullptr, {62, 0}, {31, 0}},
+        {"PageUp stops at the top", page, {40, 0}, {40, 0}, {{PgUp}, {PgUp}}, nullptr, {0, 0}, {0, 0}},
+        {"Escape drops the selection", abc, {0, 0}, {0, 2}, {{GLFW_KEY_ESCAPE}}, nullptr, {0, 2}, {0, 2}},
+        // The clipboard.
+        {"Ctrl+A, Ctrl+C copies everything", code, {1, 1}, {1, 1}, {{Ctrl, A}, {Ctrl, C}}, nullptr, {0, 0}, {2, 0}, U"", code.c_str()},
+        {"Ctrl+C without a selection copies nothing", abc, {0, 1}, {0, 1}, {{Ctrl, C}}, nullptr, {0, 1}, {0, 1}},
+        {"right Ctrl+Insert copies", "abc def", {0, 4}, {0, 7}, {{GLFW_KEY_RIGHT_CONTROL, Ins}}, nullptr, {0, 4}, {0, 7}, U"", "def"},
+        {"Ctrl+X cuts", "one\ntwo\nthree", {0, 2}, {2, 1}, {{Ctrl, X}}, "onhree", {0, 2}, {0, 2}, U"", "e\ntwo\nt"},
+        {"Shift+Delete cuts", "onhree", {0, 0}, {0, 2}, {{Shift, Del}}, "hree", {0, 0}, {0, 0}, U"", "on"},
+        {"Ctrl+V replaces the selection", "abcd", {0, 1}, {0, 3}, {{Ctrl, V}}, "aXY\nZd", {1, 1}, {1, 1}},
+        {"Shift+Insert pastes", "ad", {0, 1}, {0, 1}, {{Shift, Ins}}, "aXY\nZd", {1, 1}, {1, 1}},
+        // Typing and editing keys.
+        {"typing inserts at the cursor", "ac", {0, 1}, {0, 1}, {}, "abc", {0, 2}, {0, 2}, U"b"},
+        {"typing is UTF-8", "ac", {0, 1}, {0, 1}, {}, "a\xC3\xBC\xE2\x82\xAC" "c", {0, 3}, {0, 3}, U"\u00FC\u20AC"},
+        {"typing replaces the selection", "var $old = 1", {0, 5}, {0, 8}, {}, "var $new = 1", {0, 8}, {0, 8}, U"new"},
+        {"control characters do not type", "", {0, 0}, {0, 0}, {}, nullptr, {0, 0}, {0, 0}, U"\x01\x7F"},
+        {"nor characters with Ctrl", "", {0, 0}, {0, 0}, {{Ctrl}}, nullptr, {0, 0}, {0, 0}, U"q"},
+        {"Enter keeps the leading tabs", "update\n\t\tif", {1, 4}, {1, 4}, {{Enter}}, "update\n\t\tif\n\t\t", {2, 2}, {2, 2}},
+        {"those before the cursor", "\t\tif", {0, 1}, {0, 1}, {{Enter}}, "\t\n\t\tif", {1, 1}, {1, 1}},
+        {"keypad Enter splits the line", "update", {0, 3}, {0, 3}, {{GLFW_KEY_KP_ENTER}}, "upd\nate", {1, 0}, {1, 0}},
+        {"Tab", "\tx", {0, 2}, {0, 2}, {{Tab}}, "\tx\t", {0, 3}, {0, 3}},
+        {"Backspace joins lines", "ab\ncd", {1, 0}, {1, 0}, {{Back}}, "abcd", {0, 2}, {0, 2}},
+        {"Backspace takes a whole character", "a\xE2\x82\xAC" "c", {0, 2}, {0, 2}, {{Back}}, "ac", {0, 1}, {0, 1}},
+        {"Backspace at the start", "acd", {0, 0}, {0, 0}, {{Back}}, nullptr, {0, 0}, {0, 0}},
+        {"Backspace deletes the selection", "acd", {0, 1}, {0, 3}, {{Back}}, "a", {0, 1}, {0, 1}},
+        {"Delete", "ab\ncd\n", {0, 1}, {0, 1}, {{Del}}, "a\ncd\n", {0, 1}, {0, 1}},
+        {"Delete joins lines", "a\ncd\n", {0, 1}, {0, 1}, {{Del}}, "acd\n", {0, 1}, {0, 1}},
+        {"Delete at the end", "acd\n", {1, 0}, {1, 0}, {{Del}}, nullptr, {1, 0}, {1, 0}},
+        {"Delete takes a backwards selection", "acd\n", {0, 3}, {0, 0}, {{Del}}, "\n", {0, 0}, {0, 0}},
+        // Read-only: selecting and copying only. Without the focus: nothing.
+        {"read-only refuses every edit", "var $a = 1", {0, 4}, {0, 6},
+         {{Back}, {Del}, {Enter}, {Tab}, {Ctrl, V}, {Shift, Ins}, {Ctrl, X}, {}}, nullptr, {0, 4}, {0, 6}, U"xyz", nullptr, ReadOnly},
+        {"read-only selects and copies", abc, {0, 1}, {0, 1}, {{Shift, Down}, {Ctrl, C}}, nullptr, {0, 1}, {1, 1}, U"", "bc\nd", ReadOnly},
+        {"keys need the focus", abc, {0, 0}, {0, 0}, {{Right}, {Ctrl, A}, {}}, nullptr, {0, 0}, {0, 0}, U"x", nullptr, Unfocused},
+    };
+    for (KeyCase const& c : cases) {
+        SCOPED_TRACE(c.name);
+        editor.SetText(c.text);
+        editor.SetReadOnly(c.mode == ReadOnly);
+        editor.SetSelection(c.anchor, c.cursor);
+        ImGui::SetClipboardText("XY\r\nZ");
+        if (c.mode == Unfocused) Frame([] { ImGui::SetWindowFocus(nullptr); });
+        if (c.mode != Unfocused) editor.Focus();
+        Draw();
+        ASSERT_EQ(editor.IsFocused(), c.mode != Unfocused);
+        bool changed = false;
+        for (size_t i = 0; i < std::max<size_t>(c.chords.size(), 1); ++i)
+            changed |= Press(c.chords.empty() ? std::vector<int>{} : c.chords[i], i + 1 >= c.chords.size() ? c.typed : U"");
+        std::string const after = c.after != nullptr ? c.after : c.text;
+        EXPECT_EQ(editor.GetText(), after);
+        EXPECT_EQ(changed, after != c.text) << "reported for the frame that edited";
+        EXPECT_FALSE(editor.IsTextChanged()) << "a frame without edits";
+        EXPECT_EQ(editor.GetCursorPosition(), c.cursor2);
+        EXPECT_EQ(editor.GetSelectionStart(), std::min(c.anchor2, c.cursor2));
+        EXPECT_EQ(editor.GetSelectionEnd(), std::max(c.anchor2, c.cursor2));
+        EXPECT_EQ(Clipboard(), c.clipboard != nullptr ? c.clipboard : "XY\r\nZ");
+        Draw();
+    }
+    // The public calls refuse too when read-only.
     editor.SetText("abc");
-    Draw();
-    ASSERT_FALSE(editor.IsFocused());
-    Press({GLFW_KEY_RIGHT});
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_A});
-    TypeText(U"x");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
-    EXPECT_FALSE(editor.HasSelection());
-    EXPECT_EQ(editor.GetText(), "abc");
-}
-
-// --- read-only ----------------------------------------------------------------------------
-
-using TextEditorReadOnly = TextEditorTest;
-
-TEST_F(TextEditorReadOnly, RefusesEveryEdit) {
-    std::string const text = "var $a = 1\nvar $b = 2";
-    editor.SetText(text);
     editor.SetReadOnly(true);
-    FocusEditor();
-    ImGui::SetClipboardText("pasted");
-    editor.SetSelection(Coords{0, 4}, Coords{0, 6});
-    TypeText(U"xyz");
-    Press({GLFW_KEY_BACKSPACE});
-    Press({GLFW_KEY_DELETE});
-    Press({GLFW_KEY_ENTER});
-    Press({GLFW_KEY_TAB});
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_V});
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_INSERT});
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_X});
-    EXPECT_FALSE(editor.IsTextChanged());
+    editor.SelectAll();
     editor.Paste();
     editor.Cut();
     editor.InsertText("direct");
     editor.DeleteSelection();
-    EXPECT_EQ(editor.GetText(), text);
-    EXPECT_FALSE(editor.IsTextChanged());
-    EXPECT_EQ(Clipboard(), "pasted"); // cutting copied nothing either
-    EXPECT_EQ(editor.GetSelectedText(), "$a");
-}
-
-TEST_F(TextEditorReadOnly, AllowsSelectionAndCopy) {
-    editor.SetText("abc\ndef");
-    editor.SetReadOnly(true);
-    Draw();
-    Click(At(Coords{0, 1}));
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_DOWN});
-    EXPECT_EQ(editor.GetSelectedText(), "bc\nd");
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_C});
-    EXPECT_EQ(Clipboard(), "bc\nd");
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_A});
-    editor.Copy();
-    EXPECT_EQ(Clipboard(), "abc\ndef");
-    EXPECT_TRUE(editor.IsReadOnly());
-}
-
-// --- editing ------------------------------------------------------------------------------
-
-using TextEditorEditing = TextEditorTest;
-
-TEST_F(TextEditorEditing, TypingInsertsAtTheCursor) {
-    editor.SetText("ac");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{0, 1});
-    TypeText(U"b");
     EXPECT_EQ(editor.GetText(), "abc");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 2}));
-    EXPECT_TRUE(editor.IsTextChanged());
-    Draw();
-    EXPECT_FALSE(editor.IsTextChanged()); // a frame without edits
-    TypeText(U"\u00FC\u20AC");
-    EXPECT_EQ(editor.GetText(), "ab\xC3\xBC\xE2\x82\xAC" "c");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 4}));
-    Press({GLFW_KEY_BACKSPACE});
-    EXPECT_EQ(editor.GetText(), "ab\xC3\xBC" "c");
-}
-
-TEST_F(TextEditorEditing, TypingReplacesTheSelection) {
-    editor.SetText("var $old = 1");
-    FocusEditor();
-    editor.SetSelection(Coords{0, 5}, Coords{0, 8});
-    TypeText(U"new");
-    EXPECT_EQ(editor.GetText(), "var $new = 1");
-    EXPECT_FALSE(editor.HasSelection());
-}
-
-TEST_F(TextEditorEditing, ControlCharactersAndCtrlChordsDoNotType) {
-    editor.SetText("");
-    FocusEditor();
-    TypeText(U"\x01\x7F");
-    Key(GLFW_KEY_LEFT_CONTROL, true);
-    TypeText(U"q");
-    Key(GLFW_KEY_LEFT_CONTROL, false);
-    Draw();
-    EXPECT_EQ(editor.GetText(), "");
-}
-
-TEST_F(TextEditorEditing, EnterKeepsTheLeadingTabs) {
-    editor.SetText("update\n\t\tif $a");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{1, 99});
-    Press({GLFW_KEY_ENTER});
-    TypeText(U"x");
-    EXPECT_EQ(editor.GetText(), "update\n\t\tif $a\n\t\tx");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{2, 3}));
-    Press({GLFW_KEY_TAB});
-    EXPECT_EQ(editor.GetLineText(2), "\t\tx\t");
-    editor.SetCursorPosition(Coords{0, 3});
-    Press({GLFW_KEY_KP_ENTER});
-    EXPECT_EQ(editor.GetText(), "upd\nate\n\t\tif $a\n\t\tx\t");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 0}));
-}
-
-TEST_F(TextEditorEditing, BackspaceJoinsLinesAndDeletes) {
-    editor.SetText("ab\ncd");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{1, 0});
-    Press({GLFW_KEY_BACKSPACE});
-    EXPECT_EQ(editor.GetText(), "abcd");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 2}));
-    Press({GLFW_KEY_BACKSPACE});
-    EXPECT_EQ(editor.GetText(), "acd");
-    editor.SetCursorPosition(Coords{0, 0});
-    Press({GLFW_KEY_BACKSPACE});
-    EXPECT_EQ(editor.GetText(), "acd");
-    editor.SetSelection(Coords{0, 1}, Coords{0, 3});
-    Press({GLFW_KEY_BACKSPACE});
-    EXPECT_EQ(editor.GetText(), "a");
-}
-
-TEST_F(TextEditorEditing, DeleteRemovesForwardAndJoinsLines) {
-    editor.SetText("ab\ncd\n");
-    FocusEditor();
-    editor.SetCursorPosition(Coords{0, 1});
-    Press({GLFW_KEY_DELETE});
-    EXPECT_EQ(editor.GetText(), "a\ncd\n");
-    Press({GLFW_KEY_DELETE});
-    EXPECT_EQ(editor.GetText(), "acd\n");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 1}));
-    editor.SetCursorPosition(Coords{1, 0});
-    Press({GLFW_KEY_DELETE}); // at the very end: nothing follows
-    EXPECT_EQ(editor.GetText(), "acd\n");
-    editor.SetSelection(Coords{0, 3}, Coords{0, 0});
-    Press({GLFW_KEY_DELETE});
-    EXPECT_EQ(editor.GetText(), "\n");
-}
-
-TEST_F(TextEditorEditing, PasteReplacesTheSelection) {
-    editor.SetText("abcd");
-    FocusEditor();
-    ImGui::SetClipboardText("XY\r\nZ");
-    editor.SetSelection(Coords{0, 1}, Coords{0, 3});
-    Key(GLFW_KEY_LEFT_CONTROL, true);
-    Key(GLFW_KEY_V, true);
-    Draw();
-    EXPECT_EQ(editor.GetText(), "aXY\nZd");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 1}));
-    EXPECT_TRUE(editor.IsTextChanged()); // reported for the frame that pasted
-    Key(GLFW_KEY_V, false);
-    Key(GLFW_KEY_LEFT_CONTROL, false);
-    Draw();
     EXPECT_FALSE(editor.IsTextChanged());
-    EXPECT_EQ(editor.GetText(), "aXY\nZd"); // once per press
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_INSERT});
-    EXPECT_EQ(editor.GetText(), "aXY\nZXY\nZd");
 }
 
-TEST_F(TextEditorEditing, CutCopiesThenDeletes) {
-    editor.SetText("one\ntwo\nthree");
-    FocusEditor();
-    editor.SetSelection(Coords{0, 2}, Coords{2, 1});
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_X});
-    EXPECT_EQ(Clipboard(), "e\ntwo\nt");
-    EXPECT_EQ(editor.GetText(), "onhree");
-    EXPECT_EQ(editor.GetTotalLines(), 1);
-    editor.SetSelection(Coords{0, 0}, Coords{0, 2});
-    Press({GLFW_KEY_LEFT_SHIFT, GLFW_KEY_DELETE});
-    EXPECT_EQ(Clipboard(), "on");
-    EXPECT_EQ(editor.GetText(), "hree");
-    // Paste through the public call puts it back.
-    editor.SetCursorPosition(Coords{0, 0});
-    editor.Paste();
-    EXPECT_EQ(editor.GetText(), "onhree");
-}
+// --- the mouse ----------------------------------------------------------------------------
 
-TEST_F(TextEditorEditing, ManyLinesInsertedAndRemoved) {
-    editor.SetText("start end");
-    std::string block;
-    for (int i = 0; i < 50; ++i) block += "\tline " + std::to_string(i) + "\n";
-    editor.SetCursorPosition(Coords{0, 6});
-    editor.InsertText(block);
-    EXPECT_EQ(editor.GetTotalLines(), 51);
-    EXPECT_EQ(editor.GetLineText(0), "start \tline 0");
-    EXPECT_EQ(editor.GetLineText(50), "end");
-    EXPECT_EQ(editor.GetCursorPosition(), (Coords{50, 0}));
-    editor.SetSelection(Coords{0, 6}, Coords{50, 0});
-    EXPECT_EQ(editor.GetSelectedText(), block);
-    editor.DeleteSelection();
-    EXPECT_EQ(editor.GetText(), "start end");
+enum Gesture { Single, ShiftClick, Drag, DoubleClick };
+
+/// A gesture from `from` to `to` (moved by `by` pixels) selects from `anchor` to `cursor`.
+struct MouseCase { char const* name; Gesture gesture; Coords from, to; ImVec2 by; Coords anchor, cursor; };
+
+using TextEditorMouse = TextEditorTest;
+
+TEST_F(TextEditorMouse, GesturesSelect) {
+    editor.SetText("const $speed = 2.5\nvar $x = 1\nprint($x)");
+    Draw();
+    // Characters are a fixed width apart, lines a line height, after the gutter.
+    ImVec2 const first = editor.GetCharacterScreenPos(Coords{0, 0});
+    ImVec2 const later = editor.GetCharacterScreenPos(Coords{1, 3});
+    EXPECT_FLOAT_EQ(later.x - first.x, 3.0f * ImGui::CalcTextSize("#").x);
+    EXPECT_FLOAT_EQ(later.y - first.y, editor.GetLineHeight());
+    EXPECT_GT(first.x, 0.0f);
+    MouseCase const cases[] = {
+        {"a click places the cursor", Single, {}, {0, 3}, {}, {0, 3}, {0, 3}},
+        {"past a line's end it lands at the end", Single, {}, {1, 10}, {100.0f, 0.0f}, {1, 10}, {1, 10}},
+        {"Shift+click extends", ShiftClick, {0, 3}, {1, 2}, {}, {0, 3}, {1, 2}},
+        {"a drag selects", Drag, {0, 1}, {2, 3}, {}, {0, 1}, {2, 3}},
+        {"a drag past the window's corner", Drag, {1, 2}, {0, 0}, {-100.0f, -100.0f}, {1, 2}, {0, 0}},
+        {"a double click selects a word", DoubleClick, {}, {0, 8}, {}, {0, 6}, {0, 12}},
+        {"or one sign", DoubleClick, {}, {0, 13}, {}, {0, 13}, {0, 14}},
+        {"or the line's last word past its end", DoubleClick, {}, {1, 10}, {50.0f, 0.0f}, {1, 9}, {1, 10}},
+    };
+    for (MouseCase const& c : cases) {
+        SCOPED_TRACE(c.name);
+        editor.SetCursorPosition(Coords{2, 0});
+        Idle();
+        ImVec2 const from = At(c.from);
+        ImVec2 const to(At(c.to).x + c.by.x, At(c.to).y + c.by.y);
+        if (c.gesture == ShiftClick) {
+            Click(from);
+            Idle();
+            Key(Shift, true);
+        }
+        if (c.gesture == Drag) {
+            MouseTo(from.x, from.y);
+            Mouse(0, true);
+            Draw();
+            MouseTo(0.5f * (from.x + to.x), 0.5f * (from.y + to.y));
+            Draw();
+        }
+        if (c.gesture == DoubleClick) Click(to);
+        Click(to);
+        Key(Shift, false);
+        EXPECT_EQ(editor.GetCursorPosition(), c.cursor);
+        EXPECT_EQ(editor.GetSelectionStart(), std::min(c.anchor, c.cursor));
+        EXPECT_EQ(editor.GetSelectionEnd(), std::max(c.anchor, c.cursor));
+        EXPECT_TRUE(editor.IsFocused()) << "the click focused it";
+        MouseTo(first.x, first.y);
+        Draw();
+        EXPECT_EQ(editor.GetCursorPosition(), c.cursor) << "moving after the release changes nothing";
+    }
 }
 
 // --- scrolling and drawing ----------------------------------------------------------------
 
 using TextEditorView = TextEditorTest;
 
-TEST_F(TextEditorView, ScrollsToKeepTheCursorVisible) {
-    std::string text;
-    for (int i = 0; i < 400; ++i) text += "line " + std::to_string(i) + "\n";
-    text += std::string(600, 'x');
-    editor.SetText(text);
-    FocusEditor();
+TEST_F(TextEditorView, ScrollsToKeepTheCursorVisibleAndWithTheWheel) {
+    editor.SetText(Lines(400) + std::string(600, 'x'));
+    editor.Focus();
+    Draw();
     EXPECT_EQ(editor.GetScroll().y, 0.0f);
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_END});
+    Press({Ctrl, End});
     Draw();
     EXPECT_GT(editor.GetScroll().y, 300.0f * editor.GetLineHeight());
     EXPECT_GT(editor.GetScroll().x, 400.0f * editor.GetCharacterWidth());
-    // The cursor's line is inside the window.
     ImVec2 const cursor = editor.GetCharacterScreenPos(editor.GetCursorPosition());
     EXPECT_GE(cursor.y, 0.0f);
     EXPECT_LE(cursor.y + editor.GetLineHeight(), 360.0f);
     EXPECT_GE(cursor.x, 0.0f);
     EXPECT_LE(cursor.x, 640.0f);
-    Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_HOME});
+    Press({Ctrl, Home});
     Draw();
     EXPECT_EQ(editor.GetScroll().y, 0.0f);
     EXPECT_EQ(editor.GetScroll().x, 0.0f);
-}
-
-TEST_F(TextEditorView, WheelScrolls) {
-    std::string text;
-    for (int i = 0; i < 400; ++i) text += "line\n";
-    editor.SetText(text);
-    Draw();
-    ImVec2 const p = At(Coords{2, 1});
-    MouseTo(p.x, p.y);
-    Draw();
+    MouseTo(100.0f, 100.0f);
     Wheel(-3.0f);
     Draw();
     Draw();
@@ -433,25 +226,25 @@ TEST_F(TextEditorView, WheelScrolls) {
 }
 
 TEST_F(TextEditorView, DrawsWithThePaletteColours) {
+    auto drew = [](uint32_t rrggbbaa) {
+        ImDrawData const* data = ImGui::GetDrawData();
+        for (int l = 0; l < data->CmdListsCount; ++l)
+            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer)
+                if (v.col == Editor::ToImGuiColor(rrggbbaa)) return true;
+        return false;
+    };
     Editor::Palette palette = Editor::GetDarkPalette();
-    palette[static_cast<size_t>(Pal::Keyword)] = 0x12345678u;
-    palette[static_cast<size_t>(Pal::LineNumber)] = 0x23456789u;
-    palette[static_cast<size_t>(Pal::Selection)] = 0x3456789Au;
-    palette[static_cast<size_t>(Pal::Background)] = 0x456789ABu;
-    palette[static_cast<size_t>(Pal::Cursor)] = 0x56789ABCu;
+    Pal const used[] = {Pal::Keyword, Pal::LineNumber, Pal::Background, Pal::Selection, Pal::Cursor};
+    for (size_t i = 0; i < std::size(used); ++i) palette[static_cast<size_t>(used[i])] = 0x102030FFu + (static_cast<uint32_t>(i) << 8);
     editor.SetPalette(palette);
     editor.SetText("var $x = 1\n\tprint($x)");
     Draw();
-    EXPECT_TRUE(Drew(IM_COL32(0x12, 0x34, 0x56, 0x78)));
-    EXPECT_TRUE(Drew(IM_COL32(0x23, 0x45, 0x67, 0x89)));
-    EXPECT_TRUE(Drew(IM_COL32(0x45, 0x67, 0x89, 0xAB)));
-    EXPECT_FALSE(Drew(IM_COL32(0x34, 0x56, 0x78, 0x9A))); // nothing selected
-    EXPECT_FALSE(Drew(IM_COL32(0x56, 0x78, 0x9A, 0xBC))); // no focus, no cursor
+    // Nothing is selected, and without the focus there is no cursor.
+    for (size_t i = 0; i < std::size(used); ++i) EXPECT_EQ(drew(0x102030FFu + (static_cast<uint32_t>(i) << 8)), i < 3) << i;
     editor.SetSelection(Coords{0, 0}, Coords{1, 2});
     editor.Focus();
     Draw();
-    EXPECT_TRUE(Drew(IM_COL32(0x34, 0x56, 0x78, 0x9A)));
-    EXPECT_TRUE(Drew(IM_COL32(0x56, 0x78, 0x9A, 0xBC)));
+    for (size_t i = 0; i < std::size(used); ++i) EXPECT_TRUE(drew(0x102030FFu + (static_cast<uint32_t>(i) << 8))) << i;
 }
 
 TEST_F(TextEditorView, RenderingHandlesEmptyAndOddText) {
