@@ -2,72 +2,78 @@
 // Dear ImGui and the headless window's system clipboard.
 #include "EditorHarness.hpp"
 
-#include <algorithm>
-
 namespace nodetest {
 namespace {
 
-class NodeClipboard : public EditorTest {
-protected:
-    void SetUp() override {
-        EditorTest::SetUp();
-        outer = Add("Outer", ImVec2(50.0f, 50.0f));
-        a = Add("A", ImVec2(200.0f, 100.0f));
-        b = Add("B", ImVec2(400.0f, 140.0f));
-        a->inputs[0] = outer->id;
-        b->inputs[1] = a->id;
-        Idle(2);
+using NodeClipboard = EditorTest;
+
+constexpr int kElsewhere = -1; ///< Not a key: something else is put on the system clipboard.
+
+/// With B fed by A and C by B, the selection `selected` (bits of A, B and C), the pointer
+/// at (700, 400) and "some text" on the system clipboard, the keys (Ctrl chords but for
+/// Delete) leave the State() `after`, `copied` nodes on the clipboard and `system` on the
+/// system clipboard.
+struct KeyCase { char const* name; int selected; std::vector<int> keys; char const* after; size_t copied; char const* system; int flags = 0; };
+
+TEST_F(NodeClipboard, KeysCopyPasteDuplicateAndDelete) {
+    KeyCase const cases[] = {
+        {"Ctrl+C copies and deselects", 0b110, {GLFW_KEY_C}, "A:-- B:0- C:1-", 2, ""},
+        {"Ctrl+V pastes the inner link under new ids, not the outer one", 0b110, {GLFW_KEY_C, GLFW_KEY_V},
+         "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
+        {"each paste has ids of its own", 0b110, {GLFW_KEY_C, GLFW_KEY_V, GLFW_KEY_V},
+         "A:-- B:0- C:1- B+:-- C+:3- B+:-- C+:5-", 2, ""},
+        {"Ctrl+D duplicates", 0b110, {GLFW_KEY_D}, "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
+        {"text copied elsewhere since stops the paste", 0b110, {GLFW_KEY_C, kElsewhere, GLFW_KEY_V}, "A:-- B:0- C:1-", 2,
+         "elsewhere"},
+        {"Ctrl+C of nothing empties the clipboard", 0b000, {GLFW_KEY_C, GLFW_KEY_V}, "A:-- B:0- C:1-", 0, "some text"},
+        {"Delete cuts the links and marks the nodes fed", 0b011, {GLFW_KEY_DELETE}, "C*:--", 0, "some text"},
+        {"read-only copies only", 0b011, {GLFW_KEY_DELETE, GLFW_KEY_D, GLFW_KEY_V}, "A:-- B:0- C:1-", 2, "",
+         kReadOnly},
+    };
+    for (KeyCase const& k : cases) {
+        SCOPED_TRACE(k.name);
+        Reset("--a-b-", k.flags, k.selected);
+        window.SetClipboardText("some text");
+        MoveTo(ImVec2(700.0f, 400.0f));
+        for (int key : k.keys) {
+            if (key == kElsewhere)
+                window.SetClipboardText("elsewhere");
+            else
+                Press(key, key != GLFW_KEY_DELETE);
+        }
+        EXPECT_EQ(State(), k.after);
+        EXPECT_EQ(NodeEditor::clipboard.size(), k.copied);
+        EXPECT_EQ(window.GetClipboardText(), k.system);
+        EXPECT_EQ(editor.changed, editor.nodes.size() != 3);
+        EXPECT_EQ(editor.outputPins.size(), editor.nodes.size()) << "no pins left of deleted nodes";
     }
-
-    /// Selects A and B with a rectangle around them.
-    void SelectPair() {
-        ImVec2 const from = Screen(a->pos) - ImVec2(30.0f, 30.0f);
-        MoveTo(from);
-        Draw();
-        Mouse(0, true);
-        Draw();
-        MoveTo(from + ImVec2(7.0f, 7.0f));
-        Draw();
-        MoveTo(Screen(b->pos + b->size) + ImVec2(10.0f, 10.0f));
-        Draw();
-        Mouse(0, false);
-        Draw();
-        ASSERT_TRUE(a->selected);
-        ASSERT_TRUE(b->selected);
-        ASSERT_FALSE(outer->selected);
-    }
-
-    TestNode* outer = nullptr;
-    TestNode* a = nullptr;
-    TestNode* b = nullptr;
-};
-
-TEST_F(NodeClipboard, CopyTakesTheSelectionAndEmptiesTheSystemClipboard) {
-    window.SetClipboardText("some text");
-    SelectPair();
-    Chord(GLFW_KEY_C);
-    ASSERT_TRUE(NodeEditor::clipboard.is_array());
-    ASSERT_EQ(NodeEditor::clipboard.size(), 2u);
-    EXPECT_EQ(NodeEditor::clipboard[0].at("title"), "A");
-    EXPECT_EQ(NodeEditor::clipboard[1].at("title"), "B");
-    EXPECT_EQ(NodeEditor::clipboardFrom, &editor);
-    EXPECT_FALSE(a->selected);
-    EXPECT_FALSE(b->selected);
-    EXPECT_EQ(window.GetClipboardText(), "");
-    EXPECT_TRUE(editor.copyArmed) << "armed again once the chord is let go";
-    EXPECT_EQ(editor.nodes.size(), 3u);
 }
 
-TEST_F(NodeClipboard, CopyFiresOncePerChord) {
-    SelectPair();
+TEST_F(NodeClipboard, PasteCentresTheGroupOnThePointer) {
+    Reset("--a-b-");
+    b->selected = c->selected = true;
+    Press(GLFW_KEY_C);
+    ImVec2 const pointer(700.0f, 400.0f);
+    MoveTo(pointer);
+    Press(GLFW_KEY_V);
+    ASSERT_EQ(editor.nodes.size(), 5u);
+    Node const* b2 = editor.nodes[3];
+    Node const* c2 = editor.nodes[4];
+    ExpectNear((b2->pos + c2->pos) * 0.5f, (pointer - kOrigin) / editor.Scale() - editor.pan, "centre");
+    ExpectNear(c2->pos - b2->pos, c->pos - b->pos, "shape");
+    ExpectNear(c2->size, c->size, "size");
+    EXPECT_EQ(NodeEditor::clipboard[0].at("id"), static_cast<std::string>(b2->id)) << "the ids it handed out";
+    EXPECT_EQ(b2->id.Tag(), "NODE");
+}
+
+TEST_F(NodeClipboard, ChordsFireOncePerPress) {
+    b->selected = c->selected = true;
     Key(GLFW_KEY_LEFT_CONTROL, true);
     Key(GLFW_KEY_C, true);
     Draw();
-    EXPECT_FALSE(editor.copyArmed);
-    ASSERT_EQ(NodeEditor::clipboard.size(), 2u);
     a->selected = true;
-    Draw(); // still held: the clipboard keeps the pair
-    EXPECT_EQ(NodeEditor::clipboard.size(), 2u);
+    Draw();
+    EXPECT_EQ(NodeEditor::clipboard.size(), 2u) << "still held";
     Key(GLFW_KEY_C, false);
     Draw();
     EXPECT_TRUE(editor.copyArmed);
@@ -75,159 +81,17 @@ TEST_F(NodeClipboard, CopyFiresOncePerChord) {
     Draw();
     EXPECT_EQ(NodeEditor::clipboard.size(), 1u);
     Key(GLFW_KEY_C, false);
-    Key(GLFW_KEY_LEFT_CONTROL, false);
-    Draw();
-}
-
-TEST_F(NodeClipboard, PasteKeepsTheInnerLinkUnderNewIdsAndDropsTheOuterOne) {
-    SelectPair();
-    Chord(GLFW_KEY_C);
-    editor.changed = false;
-    ImVec2 const pointer(700.0f, 400.0f);
-    MoveTo(pointer);
-    Draw();
-    Chord(GLFW_KEY_V);
-    ASSERT_EQ(editor.nodes.size(), 5u);
-    EXPECT_TRUE(editor.changed);
-    Node const* a2 = editor.nodes[3];
-    Node const* b2 = editor.nodes[4];
-    EXPECT_EQ(a2->title, "A");
-    EXPECT_EQ(b2->title, "B");
-    EXPECT_NE(a2->id, a->id);
-    EXPECT_NE(b2->id, b->id);
-    EXPECT_EQ(a2->id.Tag(), "NODE");
-    EXPECT_EQ(b2->inputs[1], a2->id) << "the inner link follows the new ids";
-    EXPECT_FALSE(b2->inputs[0].IsSet());
-    EXPECT_FALSE(a2->inputs[0].IsSet()) << "the link from outside the copied set is cut";
-    EXPECT_TRUE(a2->selected);
-    EXPECT_TRUE(b2->selected);
-    // The originals are untouched.
-    EXPECT_EQ(a->inputs[0], outer->id);
-    EXPECT_EQ(b->inputs[1], a->id);
-    // The group is centred on the pointer and keeps its shape.
-    ImVec2 const at = (pointer - kOrigin) / editor.Scale() - editor.pan;
-    EXPECT_FLOAT_EQ((a2->pos.x + b2->pos.x) * 0.5f, at.x);
-    EXPECT_FLOAT_EQ((a2->pos.y + b2->pos.y) * 0.5f, at.y);
-    EXPECT_FLOAT_EQ(b2->pos.x - a2->pos.x, 200.0f);
-    EXPECT_FLOAT_EQ(b2->pos.y - a2->pos.y, 40.0f);
-    EXPECT_FLOAT_EQ(b2->size.x, b->size.x);
-    // The clipboard holds the ids it handed out.
-    EXPECT_EQ(NodeEditor::clipboard[0].at("id"), static_cast<std::string>(a2->id));
-    EXPECT_EQ(NodeEditor::clipboard[1].at("id"), static_cast<std::string>(b2->id));
-
-    // A second paste gets ids of its own again.
-    Chord(GLFW_KEY_V);
-    ASSERT_EQ(editor.nodes.size(), 7u);
-    EXPECT_NE(editor.nodes[5]->id, a2->id);
-    EXPECT_EQ(editor.nodes[6]->inputs[1], editor.nodes[5]->id);
-}
-
-TEST_F(NodeClipboard, TextOnTheSystemClipboardStopsThePaste) {
-    SelectPair();
-    Chord(GLFW_KEY_C);
-    window.SetClipboardText("copied elsewhere");
-    editor.changed = false;
-    Key(GLFW_KEY_LEFT_CONTROL, true);
+    // A paste stopped by text on the system clipboard goes ahead once it is emptied.
+    window.SetClipboardText("elsewhere");
     Key(GLFW_KEY_V, true);
     Draw();
-    EXPECT_EQ(editor.nodes.size(), 3u);
     EXPECT_TRUE(editor.pasteArmed);
-    EXPECT_FALSE(editor.changed);
-    // Emptied while the chord is held, the paste goes ahead.
     window.SetClipboardText("");
     Draw();
-    EXPECT_EQ(editor.nodes.size(), 5u);
-    EXPECT_FALSE(editor.pasteArmed);
+    Draw();
+    EXPECT_EQ(editor.nodes.size(), 4u);
     Key(GLFW_KEY_V, false);
     Key(GLFW_KEY_LEFT_CONTROL, false);
-    Draw();
-}
-
-TEST_F(NodeClipboard, NothingToPasteDoesNothing) {
-    Chord(GLFW_KEY_V);
-    EXPECT_EQ(editor.nodes.size(), 3u);
-    EXPECT_FALSE(editor.changed);
-    // A copy of nothing empties the clipboard.
-    NodeEditor::clipboard = nlohmann::json::array({a->Serialize()});
-    Chord(GLFW_KEY_C);
-    EXPECT_TRUE(NodeEditor::clipboard.empty());
-    Chord(GLFW_KEY_V);
-    EXPECT_EQ(editor.nodes.size(), 3u);
-}
-
-TEST_F(NodeClipboard, ForeignEntriesAreLeftOutAndTheRestIsPasted) {
-    nlohmann::json good = a->Serialize();
-    nlohmann::json badInputs = b->Serialize();
-    badInputs["inputs"] = {"not an id"};
-    NodeEditor::clipboard = nlohmann::json::array(
-        {42, nlohmann::json{{"id", "short"}, {"pos", {{"x", 0}, {"y", 0}}}}, nlohmann::json{{"id", 7}}, badInputs, good});
-    Chord(GLFW_KEY_V);
-    ASSERT_EQ(editor.nodes.size(), 4u) << "only the well-formed node is pasted";
-    EXPECT_EQ(editor.nodes.back()->title, "A");
-    EXPECT_NE(editor.nodes.back()->id, a->id);
-    EXPECT_EQ(NodeEditor::clipboard[1].at("id"), "short") << "entries left out keep their ids";
-    EXPECT_TRUE(editor.changed);
-    Draw(); // the frame after still draws and ends cleanly
-}
-
-TEST_F(NodeClipboard, CtrlDDuplicatesTheSelection) {
-    SelectPair();
-    Chord(GLFW_KEY_D);
-    ASSERT_EQ(editor.nodes.size(), 5u);
-    EXPECT_FALSE(a->selected);
-    EXPECT_FALSE(b->selected);
-    EXPECT_TRUE(editor.nodes[3]->selected);
-    EXPECT_TRUE(editor.nodes[4]->selected);
-    EXPECT_EQ(editor.nodes[4]->inputs[1], editor.nodes[3]->id);
-}
-
-TEST_F(NodeClipboard, UnclonableNodesArePastedOnlyIntoAnotherEditor) {
-    a->clonable = false;
-    SelectPair();
-    Chord(GLFW_KEY_C);
-    Chord(GLFW_KEY_V);
-    ASSERT_EQ(editor.nodes.size(), 4u) << "A is dropped in its own editor";
-    EXPECT_EQ(editor.nodes[3]->title, "B");
-    // Its source was renamed but not pasted: an unknown id, which counts as unconnected.
-    EXPECT_EQ(editor.GetNode(editor.nodes[3]->inputs[1]), nullptr);
-
-    TestEditor other;
-    Draw(other);
-    Key(GLFW_KEY_LEFT_CONTROL, true);
-    Key(GLFW_KEY_V, true);
-    Draw(other);
-    Key(GLFW_KEY_V, false);
-    Key(GLFW_KEY_LEFT_CONTROL, false);
-    Draw(other);
-    ASSERT_EQ(other.nodes.size(), 2u);
-    EXPECT_EQ(other.nodes[0]->title, "A");
-    EXPECT_FALSE(other.nodes[0]->CanClone());
-    EXPECT_EQ(other.nodes[1]->inputs[1], other.nodes[0]->id);
-    EXPECT_TRUE(other.changed);
-}
-
-TEST_F(NodeClipboard, DeleteKeyDestroysTheSelectionAndMarksFedNodes) {
-    TestNode* c = Add("C", ImVec2(600.0f, 300.0f));
-    c->inputs[0] = a->id;
-    c->inputs[1] = outer->id;
-    Draw();
-    a->selected = true;
-    outer->selected = true;
-    Key(GLFW_KEY_DELETE, true);
-    Draw();
-    Key(GLFW_KEY_DELETE, false);
-    Draw();
-    ASSERT_EQ(editor.nodes.size(), 2u);
-    EXPECT_EQ(editor.nodes[0], b);
-    EXPECT_EQ(editor.nodes[1], c);
-    EXPECT_FALSE(b->inputs[1].IsSet());
-    EXPECT_FALSE(c->inputs[0].IsSet());
-    EXPECT_FALSE(c->inputs[1].IsSet());
-    EXPECT_TRUE(b->modified);
-    EXPECT_TRUE(c->modified);
-    EXPECT_TRUE(editor.changed);
-    EXPECT_EQ(editor.outputPins.count(b->id), 1u);
-    EXPECT_EQ(editor.outputPins.size(), 2u) << "no pins left of the deleted nodes";
 }
 
 TEST_F(NodeClipboard, KeysTypedIntoATextFieldLeaveTheGraphAlone) {
@@ -241,64 +105,48 @@ TEST_F(NodeClipboard, KeysTypedIntoATextFieldLeaveTheGraphAlone) {
     Key(GLFW_KEY_LEFT_CONTROL, true);
     Key(GLFW_KEY_C, true);
     Draw();
-    EXPECT_EQ(editor.nodes.size(), 3u);
-    EXPECT_TRUE(NodeEditor::clipboard.empty());
     // The field lets go while the chord is still held: nothing fires until it is released.
     Key(GLFW_KEY_DELETE, false);
     Draw();
-    EXPECT_TRUE(NodeEditor::clipboard.empty());
     EXPECT_EQ(editor.nodes.size(), 3u);
+    EXPECT_TRUE(NodeEditor::clipboard.empty());
     Key(GLFW_KEY_C, false);
     Key(GLFW_KEY_LEFT_CONTROL, false);
     Draw();
-    Chord(GLFW_KEY_C);
+    Press(GLFW_KEY_C);
     EXPECT_EQ(NodeEditor::clipboard.size(), 1u);
 }
 
-TEST_F(NodeClipboard, ReadOnlyCopiesButNeitherPastesNorDeletes) {
-    editor.readOnly = true;
-    SelectPair();
-    Chord(GLFW_KEY_C);
-    EXPECT_EQ(NodeEditor::clipboard.size(), 2u);
-    Chord(GLFW_KEY_V);
-    Chord(GLFW_KEY_D);
-    EXPECT_EQ(editor.nodes.size(), 3u);
-    a->selected = true;
-    Key(GLFW_KEY_DELETE, true);
-    Draw();
-    Key(GLFW_KEY_DELETE, false);
-    Draw();
-    EXPECT_EQ(editor.nodes.size(), 3u);
-    EXPECT_EQ(b->inputs[1], a->id);
-    EXPECT_FALSE(b->modified);
-    EXPECT_FALSE(editor.changed);
+TEST_F(NodeClipboard, UnclonableNodesArePastedOnlyIntoAnotherEditor) {
+    Reset("---a--");
+    a->clonable = false;
+    a->selected = b->selected = true;
+    Press(GLFW_KEY_C);
+    Press(GLFW_KEY_V);
+    // A's copy is left out; B's input then names an unknown node, which counts as unconnected.
+    EXPECT_EQ(State(), "A:-- B:-0 C:-- B+:-?");
+    TestEditor other;
+    Key(GLFW_KEY_LEFT_CONTROL, true);
+    Key(GLFW_KEY_V, true);
+    Draw(other);
+    Key(GLFW_KEY_V, false);
+    Key(GLFW_KEY_LEFT_CONTROL, false);
+    Draw(other);
+    ASSERT_EQ(other.nodes.size(), 2u);
+    EXPECT_FALSE(other.nodes[0]->CanClone());
+    EXPECT_EQ(other.nodes[1]->inputs[1], other.nodes[0]->id);
+    EXPECT_TRUE(other.changed);
 }
 
-TEST_F(NodeClipboard, KeysNeedTheFocus) {
-    a->selected = true;
-    for (int i = 0; i < 2; ++i) {
-        Frame([&] {
-            ImGui::SetNextWindowPos(kOrigin);
-            ImGui::SetNextWindowSize(kSize);
-            ImGui::Begin("Canvas", nullptr, ImGuiWindowFlags_NoTitleBar | ImGuiWindowFlags_NoMove);
-            focused = editor.Render();
-            ImGui::End();
-            ImGui::SetNextWindowPos(ImVec2(1100.0f, 600.0f));
-            ImGui::Begin("Other");
-            ImGui::End();
-        });
-    }
-    ASSERT_FALSE(focused);
-    Key(GLFW_KEY_DELETE, true);
-    Frame([&] {
-        ImGui::Begin("Canvas");
-        editor.Render();
-        ImGui::End();
-        ImGui::Begin("Other");
-        ImGui::End();
-    });
-    Key(GLFW_KEY_DELETE, false);
-    EXPECT_EQ(editor.nodes.size(), 3u);
+TEST_F(NodeClipboard, ForeignEntriesAreLeftOutAndTheRestIsPasted) {
+    nlohmann::json badInputs = b->Serialize();
+    badInputs["inputs"] = {"not an id"};
+    NodeEditor::clipboard = nlohmann::json::array(
+        {42, nlohmann::json{{"id", "short"}, {"pos", {{"x", 0}, {"y", 0}}}}, nlohmann::json{{"id", 7}}, badInputs, a->Serialize()});
+    Press(GLFW_KEY_V);
+    EXPECT_EQ(State(), "A:-- B:-- C:-- A+:--");
+    EXPECT_EQ(NodeEditor::clipboard[1].at("id"), "short") << "entries left out keep their ids";
+    EXPECT_TRUE(editor.changed);
 }
 
 } // namespace

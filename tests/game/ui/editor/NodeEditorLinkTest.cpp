@@ -1,254 +1,109 @@
-// Linking by dragging between pins, refusing cycles, and cutting links, through
-// the headless Dear ImGui.
+// Linking by dragging between pins, refusing cycles, cutting links, and the menus,
+// through the headless Dear ImGui.
 #include "EditorHarness.hpp"
 
 namespace nodetest {
 namespace {
 
-class NodeLinking : public EditorTest {
-protected:
-    void SetUp() override {
-        EditorTest::SetUp();
-        a = Add("A", ImVec2(50.0f, 50.0f));
-        b = Add("B", ImVec2(300.0f, 80.0f));
-        c = Add("C", ImVec2(550.0f, 110.0f));
-        Idle(2);
+using NodeLinking = EditorTest;
+
+TEST_F(NodeLinking, PinsSitWhereTheyAreDrawn) {
+    // At unit scale a pin is 16 pixels, the first one 1.5 font sizes plus 2 below the top.
+    ImVec2 const first = Screen(a->pos) + ImVec2(8.0f, 1.5f * 13.0f * 0.5f + 2.0f + 8.0f);
+    ExpectNear(At({0, 0}), first, "first input");
+    ExpectNear(At({0, 1}), first + ImVec2(0.0f, 20.0f), "second input");
+    ExpectNear(At({0, kOutput}), first + ImVec2(a->size.x - 16.0f, 0.0f), "output");
+    ExpectNear(a->size, ImVec2(35.0f, 75.0f), "brought up to the minimum on the first draw");
+}
+
+enum Gesture { DragTo, DoubleClick, MenuItem, NoMenu };
+
+/// From the links `links` (see Reset), a gesture at `from` (to `to`) leaves the State() `after`.
+struct LinkCase { char const* name; char const* links; Gesture gesture; Spot from, to; char const* after; int flags = 0; };
+
+TEST_F(NodeLinking, GesturesOnPinsLinkAndCut) {
+    LinkCase const cases[] = {
+        {"output to input", "------", DragTo, {0, kOutput}, {1, 1}, "A:-- B*:-0 C:--"},
+        {"input to output", "------", DragTo, {2, 0}, {1, kOutput}, "A:-- B:-- C*:1-"},
+        {"at zoom 2", "------", DragTo, {0, kOutput}, {1, 1}, "A:-- B*:-0 C:--", kZoomed},
+        {"released off the pins", "------", DragTo, {0, kOutput}, {1, 0, {0, 40}}, "A:-- B:-- C:--"},
+        {"from an input, released off the pins", "------", DragTo, {2, 1}, {-1, 0, {700, 500}}, "A:-- B:-- C:--"},
+        {"over an existing link", "--c---", DragTo, {0, kOutput}, {1, 0}, "A:-- B*:0- C:--"},
+        {"own output", "------", DragTo, {0, kOutput}, {0, 0}, "A:-- B:-- C:--"},
+        {"own output from the input", "------", DragTo, {0, 1}, {0, kOutput}, "A:-- B:-- C:--"},
+        {"a cycle of two", "--a-b-", DragTo, {1, kOutput}, {0, 0}, "A:-- B:0- C:1-"},
+        {"a cycle of three, from the input", "--a-b-", DragTo, {0, 1}, {2, kOutput}, "A:-- B:0- C:1-"},
+        {"a second path is no cycle", "--a-b-", DragTo, {0, kOutput}, {2, 1}, "A:-- B:0- C*:10"},
+        {"the input node refuses", "------", DragTo, {0, kOutput}, {1, 0}, "A:-- B:-- C:--", kBRefuses},
+        {"the input cannot be linked", "------", DragTo, {2, 0}, {0, kOutput}, "A:-- B:-- C:--", kCClosed},
+        {"read-only", "------", DragTo, {0, kOutput}, {1, 0}, "A:-- B:-- C:--", kReadOnly},
+        {"read-only, from the input", "------", DragTo, {2, 0}, {0, kOutput}, "A:-- B:-- C:--", kReadOnly},
+        {"double click on an input", "--ac--", DoubleClick, {1, 0}, {}, "A:-- B*:-2 C:--"},
+        {"double click on an output", "--a-ba", DoubleClick, {0, kOutput}, {}, "A:-- B*:-- C*:1-"},
+        {"read-only double click", "---c--", DoubleClick, {1, 1}, {}, "A:-- B:-2 C:--", kReadOnly},
+        {"input menu", "---a--", MenuItem, {1, 1}, {}, "A:-- B*:-- C:--"},
+        {"output menu", "---aa-", MenuItem, {0, kOutput}, {}, "A:-- B*:-- C*:--"},
+        {"title menu", "--a--a", MenuItem, {0, kTitle}, {}, "B*:-- C*:--"},
+        {"read-only title", "------", NoMenu, {0, kTitle}, {}, "A:-- B:-- C:--", kReadOnly},
+        {"read-only canvas", "------", NoMenu, {-1, 0, {800, 500}}, {}, "A:-- B:-- C:--", kReadOnly},
+        {"read-only output", "---a--", NoMenu, {0, kOutput}, {}, "A:-- B:-0 C:--", kReadOnly},
+    };
+    for (LinkCase const& l : cases) {
+        SCOPED_TRACE(l.name);
+        Reset(l.links, l.flags);
+        if (l.gesture == DragTo) Drag(At(l.from), At(l.to));
+        if (l.gesture == DoubleClick) Click(At(l.from), 0, 2);
+        if (l.gesture == MenuItem) Menu(At(l.from));
+        if (l.gesture == NoMenu) Click(At(l.from), 1);
+        Draw();
+        EXPECT_EQ(State(), l.after);
+        EXPECT_EQ(OpenPopups(), 0);
+        EXPECT_FALSE(editor.boxSelecting) << "a pin takes the drag";
+        for (Node const* node : editor.nodes) {
+            EXPECT_FALSE(node->draggingOutput || node->disconnectOutput);
+            EXPECT_EQ(node->draggingInput, -1);
+        }
+        EXPECT_EQ(editor.changed, l.after[0] != 'A') << "deleting is a change, linking is not";
     }
-
-    TestNode* a = nullptr;
-    TestNode* b = nullptr;
-    TestNode* c = nullptr;
-};
-
-TEST_F(NodeLinking, PinsAreCachedWhereTheyAreDrawn) {
-    // Unit scale: a pin is 16 pixels, the first one 1.5 font sizes plus 2 below the top.
-    float const top = 1.5f * 13.0f * 0.5f + 2.0f;
-    ImVec2 const corner = Screen(a->pos);
-    EXPECT_FLOAT_EQ(OutputPin(a).x, corner.x + a->size.x - 8.0f);
-    EXPECT_FLOAT_EQ(OutputPin(a).y, corner.y + top + 8.0f);
-    EXPECT_FLOAT_EQ(InputPin(a, 0).x, corner.x + 8.0f);
-    EXPECT_FLOAT_EQ(InputPin(a, 0).y, corner.y + top + 8.0f);
-    EXPECT_FLOAT_EQ(InputPin(a, 1).y, corner.y + top + 20.0f + 8.0f);
-    EXPECT_EQ(editor.inputPins.at(a->id).size(), 2u);
-    // Sizes were brought up to the minimum on the first draw.
-    EXPECT_FLOAT_EQ(a->size.x, 35.0f);
-    EXPECT_FLOAT_EQ(a->size.y, 75.0f);
 }
 
-TEST_F(NodeLinking, DragFromOutputToInputConnects) {
-    Drag(OutputPin(a), InputPin(b, 1));
-    EXPECT_EQ(b->inputs[1], a->id);
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_TRUE(b->modified);
-    EXPECT_FALSE(a->modified);
-    EXPECT_FALSE(a->draggingOutput);
-    EXPECT_FALSE(editor.boxSelecting) << "the pin took the drag";
+TEST_F(NodeLinking, CanvasMenuAddsANodeCentredOnTheClick) {
+    editor.pan = ImVec2(20.0f, -10.0f);
+    Idle(2);
+    Menu(ImVec2(740.0f, 130.0f));
+    EXPECT_EQ(State(), "A:-- B:-- C:-- New Node:--");
+    Node const* added = editor.nodes.back();
+    ExpectNear(added->pos + added->size * 0.5f, (ImVec2(740.0f, 130.0f) - kOrigin) / editor.Scale() - editor.pan, "centre");
+    EXPECT_TRUE(editor.changed);
 }
 
-TEST_F(NodeLinking, DragFromInputToOutputConnects) {
-    Drag(InputPin(c, 0), OutputPin(b));
-    EXPECT_EQ(c->inputs[0], b->id);
-    EXPECT_TRUE(c->modified);
-    EXPECT_EQ(c->draggingInput, -1);
-    EXPECT_FALSE(editor.boxSelecting);
-}
-
-TEST_F(NodeLinking, ReleaseAwayFromAnyPinConnectsNothing) {
-    Drag(OutputPin(a), InputPin(b, 0) + ImVec2(0.0f, 40.0f));
-    Drag(InputPin(c, 1), ImVec2(700.0f, 500.0f));
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_FALSE(c->inputs[1].IsSet());
-    EXPECT_FALSE(b->modified);
-    EXPECT_FALSE(c->modified);
-}
-
-TEST_F(NodeLinking, AnExistingLinkIsReplaced) {
-    b->inputs[0] = c->id;
-    Drag(OutputPin(a), InputPin(b, 0));
-    EXPECT_EQ(b->inputs[0], a->id);
-}
-
-TEST_F(NodeLinking, OwnOutputIsRefusedBothWays) {
-    Drag(OutputPin(a), InputPin(a, 0));
-    EXPECT_FALSE(a->inputs[0].IsSet());
-    Idle();
-    Drag(InputPin(a, 1), OutputPin(a));
-    EXPECT_FALSE(a->inputs[1].IsSet());
-    EXPECT_FALSE(a->modified);
-}
-
-TEST_F(NodeLinking, LinksThatWouldCloseACycleAreRefused) {
-    b->inputs[0] = a->id;
-    c->inputs[0] = b->id;
-    Drag(OutputPin(b), InputPin(a, 0)); // A <- B <- A
-    EXPECT_FALSE(a->inputs[0].IsSet());
-    Idle();
-    Drag(InputPin(a, 1), OutputPin(c)); // A <- C <- B <- A
-    EXPECT_FALSE(a->inputs[1].IsSet());
-    EXPECT_FALSE(a->modified);
-    Idle();
-    Drag(OutputPin(a), InputPin(c, 1)); // a second path is fine
-    EXPECT_EQ(c->inputs[1], a->id);
-}
-
-TEST_F(NodeLinking, NodeAndPinRulesAreAsked) {
-    b->acceptsLinks = false;
-    Drag(OutputPin(a), InputPin(b, 0));
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    Idle();
-    c->inputsLinkable = false;
-    Drag(InputPin(c, 0), OutputPin(a));
-    EXPECT_FALSE(c->inputs[0].IsSet());
-    EXPECT_EQ(c->draggingInput, -1);
-}
-
-TEST_F(NodeLinking, RightClickDuringAnOutputDragLinksSeveralInputs) {
-    ImVec2 const from = OutputPin(a);
-    MoveTo(from);
-    Draw();
-    Mouse(0, true);
-    Draw();
-    MoveTo(InputPin(b, 0));
-    Draw();
-    EXPECT_TRUE(a->draggingOutput);
-    Mouse(1, true);
-    Draw();
-    Mouse(1, false);
-    Draw();
-    EXPECT_EQ(b->inputs[0], a->id);
-    MoveTo(InputPin(c, 1));
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_EQ(c->inputs[1], a->id);
-    EXPECT_FALSE(a->draggingOutput);
+TEST_F(NodeLinking, RightClickDuringAnOutputDragLinksAndGoesOn) {
+    Drag(At({0, kOutput}), At({1, 0}), 0, [&] {
+        Click(At({1, 0}), 1);
+        EXPECT_EQ(State(), "A:-- B*:0- C:--");
+        EXPECT_TRUE(a->draggingOutput);
+        MoveTo(At({2, 1}));
+        Draw();
+    });
+    EXPECT_EQ(State(), "A:-- B*:0- C*:-0");
     EXPECT_EQ(OpenPopups(), 0);
 }
 
-TEST_F(NodeLinking, DoubleClickOnAnInputDisconnectsIt) {
-    b->inputs[0] = a->id;
-    b->inputs[1] = c->id;
-    ImVec2 const pin = InputPin(b, 0);
-    Click(pin);
-    EXPECT_EQ(b->inputs[0], a->id);
-    Mouse(0, true);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_EQ(b->inputs[1], c->id);
-    EXPECT_TRUE(b->modified);
-}
-
-TEST_F(NodeLinking, DoubleClickOnAnOutputDisconnectsEveryInputItFeeds) {
-    b->inputs[0] = a->id;
-    c->inputs[1] = a->id;
-    c->inputs[0] = b->id;
-    Click(OutputPin(a));
-    Mouse(0, true);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_FALSE(c->inputs[1].IsSet());
-    EXPECT_EQ(c->inputs[0], b->id);
-    EXPECT_TRUE(b->modified);
-    EXPECT_TRUE(c->modified);
-}
-
-TEST_F(NodeLinking, DisconnectRequestIsCarriedOutWhenThePinIsDrawn) {
-    b->inputs[0] = a->id;
-    c->inputs[0] = a->id;
-    a->disconnectOutput = true;
-    Draw();
-    EXPECT_FALSE(a->disconnectOutput);
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_FALSE(c->inputs[0].IsSet());
-    EXPECT_TRUE(b->modified);
-    EXPECT_TRUE(c->modified);
-}
-
 TEST_F(NodeLinking, HiddenNodesHaveNoPinsAndNoLinks) {
-    // Curves are drawn on the canvas's own draw list, so a link shows as more
-    // vertices there than the same nodes without it.
-    ImGuiWindow* canvas = ImGui::FindWindowByName("Canvas");
-    ASSERT_NE(canvas, nullptr);
+    // Links are curves on the canvas's own draw list: one shows as more vertices there.
+    ImGuiWindow const* canvas = ImGui::FindWindowByName("Canvas");
     auto vertices = [&](bool link) {
         b->inputs[0] = link ? a->id : UniqueId();
         Draw();
         return canvas->DrawList->VtxBuffer.Size;
     };
-    EXPECT_GT(vertices(true), vertices(false));
-
-    a->visible = false;
-    EXPECT_EQ(vertices(true), vertices(false)) << "hidden source";
-    EXPECT_EQ(editor.outputPins.count(a->id), 0u);
-    EXPECT_EQ(editor.inputPins.count(a->id), 0u);
-    a->visible = true;
-    b->visible = false;
-    EXPECT_EQ(vertices(true), vertices(false)) << "hidden input node";
-    b->visible = true;
-    EXPECT_GT(vertices(true), vertices(false)) << "shown again";
-
-    // A node hidden from the start has never had pins.
-    TestNode* hidden = Add("H", ImVec2(400.0f, 300.0f));
-    hidden->visible = false;
-    Draw();
-    int const before = canvas->DrawList->VtxBuffer.Size;
-    c->inputs[0] = hidden->id;
-    Draw();
-    EXPECT_EQ(editor.outputPins.count(hidden->id), 0u);
-    EXPECT_EQ(canvas->DrawList->VtxBuffer.Size, before);
-}
-
-TEST_F(NodeLinking, ReadOnlyRefusesLinksAndDisconnects) {
-    editor.readOnly = true;
-    b->inputs[1] = c->id;
-    Drag(OutputPin(a), InputPin(b, 0));
-    Idle();
-    Drag(InputPin(c, 0), OutputPin(a));
-    Idle();
-    Click(InputPin(b, 1));
-    Mouse(0, true);
-    Draw();
-    Mouse(0, false);
-    Draw();
-    EXPECT_FALSE(b->inputs[0].IsSet());
-    EXPECT_FALSE(c->inputs[0].IsSet());
-    EXPECT_EQ(b->inputs[1], c->id);
-    EXPECT_FALSE(b->modified);
-    EXPECT_FALSE(c->modified);
-}
-
-TEST_F(NodeLinking, PinMenuDisconnectsAnInput) {
-    b->inputs[1] = a->id;
-    Click(InputPin(b, 1), 1);
-    Draw();
-    ASSERT_EQ(OpenPopups(), 1);
-    ClickFirstMenuItem(); // "Disconnect"
-    EXPECT_FALSE(b->inputs[1].IsSet());
-    EXPECT_TRUE(b->modified);
-    EXPECT_EQ(OpenPopups(), 0);
-}
-
-TEST_F(NodeLinking, OutputMenuAsksForADisconnect) {
-    b->inputs[1] = a->id;
-    c->inputs[0] = a->id;
-    Click(OutputPin(a), 1);
-    Draw();
-    ASSERT_EQ(OpenPopups(), 1);
-    ClickFirstMenuItem(); // "Disconnect from all input nodes"
-    Draw();
-    EXPECT_FALSE(b->inputs[1].IsSet());
-    EXPECT_FALSE(c->inputs[0].IsSet());
-    EXPECT_FALSE(a->disconnectOutput);
-}
-
-TEST_F(NodeLinking, ScaledLinkEndsFollowTheRealPointerOnRelease) {
-    editor.zoom = 2.0f;
-    Idle(2);
-    Drag(OutputPin(a), InputPin(b, 1));
-    EXPECT_EQ(b->inputs[1], a->id);
+    for (TestNode* hidden : {static_cast<TestNode*>(nullptr), a, b}) {
+        if (hidden != nullptr) hidden->visible = false;
+        EXPECT_EQ(vertices(true) > vertices(false), hidden == nullptr);
+        if (hidden == nullptr) continue;
+        EXPECT_EQ(editor.outputPins.count(hidden->id) + editor.inputPins.count(hidden->id), 0u);
+        hidden->visible = true;
+    }
 }
 
 } // namespace
