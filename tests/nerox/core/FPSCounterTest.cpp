@@ -52,11 +52,20 @@ TEST(FPSCounterTest, RateIsPassesPerSecondOfTheWindowAndLoadIsFullWithoutWorkDon
     EXPECT_EQ(counter.GetLoad(), 1.0);
 }
 
+// The getters are read from another thread all the while.
 TEST(FPSCounterTest, LoadFollowsWorkDoneAndIsClampedToOne) {
     nerox::FPSCounter counter(0.03);
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done.load()) {
+            EXPECT_GE(counter.GetLoad(), 0.0);
+            EXPECT_LE(counter.GetLoad(), 1.0);
+            EXPECT_GE(counter.GetRate(), 0.0);
+            EXPECT_GE(counter.GetDeltaTime(), 0.0);
+        }
+    });
     RunUntil(counter, 1, 0, [](nerox::FPSCounter const& c) { return c.GetLoad() < 1.0; });
-    ASSERT_LT(counter.GetLoad(), 1.0) << "an idle loop never showed a load below 1";
-    EXPECT_GE(counter.GetLoad(), 0.0);
+    EXPECT_LT(counter.GetLoad(), 1.0) << "an idle loop never showed a load below 1";
     EXPECT_GT(counter.GetRate(), 0.0);
     // Reported several times, the busy time exceeds the passes themselves.
     RunUntil(counter, 0, 5, [](nerox::FPSCounter const& c) { return c.GetLoad() == 1.0; });
@@ -65,25 +74,6 @@ TEST(FPSCounterTest, LoadFollowsWorkDoneAndIsClampedToOne) {
     // A window without any WorkDone falls back to 1.
     RunUntil(counter, 0, 0, [](nerox::FPSCounter const& c) { return c.GetLoad() == 1.0; });
     EXPECT_EQ(counter.GetLoad(), 1.0);
-}
-
-TEST(FPSCounterTest, ReadableWhileTheLoopRuns) {
-    nerox::FPSCounter counter(0.01);
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done.load()) {
-            double const load = counter.GetLoad();
-            EXPECT_GE(load, 0.0);
-            EXPECT_LE(load, 1.0);
-            EXPECT_GE(counter.GetRate(), 0.0);
-            EXPECT_GE(counter.GetDeltaTime(), 0.0);
-        }
-    });
-    for (int i = 0; i < 50; ++i) {
-        counter.Tick();
-        counter.WorkDone();
-        std::this_thread::sleep_for(1ms);
-    }
     done = true;
     reader.join();
 }

@@ -137,17 +137,12 @@ public:
     int32_t value = 0;
 };
 
-/// Waits up to a generous deadline for a condition checked under the file's mutex.
-template <class Condition>
-bool WaitFor(ConfigFile& config, Condition condition)
+/// Waits up to a generous deadline for the value, read under the file's mutex.
+bool WaitFor(WatchedConfig& config, int32_t value)
 {
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < deadline) {
-        {
-            std::lock_guard<std::mutex> lock(config.GetMutex());
-            if (condition())
-                return true;
-        }
+    for (int i = 0; i < 4000; ++i) {
+        if (std::lock_guard<std::mutex> lock(config.GetMutex()); config.value == value)
+            return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return false;
@@ -293,20 +288,20 @@ TEST(ConfigFileReload, ReloadsOnOutsideChangesOnly)
     }
     // Give the thread many polling rounds; a reload would read the 8.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_TRUE(WaitFor(config, [&] { return config.value == 0; })) << "our own writes caused a reload";
+    EXPECT_TRUE(WaitFor(config, 0)) << "our own writes caused a reload";
 
     ReplaceText(path, "[main]\nvalue = 2\n");
-    EXPECT_TRUE(WaitFor(config, [&] { return config.value == 2; }));
+    EXPECT_TRUE(WaitFor(config, 2));
     // Same size, same file, written in place: only the modification time tells. It is
     // set explicitly so that a coarse file system clock cannot hide the change.
     auto const modified = std::filesystem::last_write_time(path);
     WriteText(path, "[main]\nvalue = 3\n");
     std::filesystem::last_write_time(path, modified + std::chrono::seconds(2));
-    EXPECT_TRUE(WaitFor(config, [&] { return config.value == 3; }));
+    EXPECT_TRUE(WaitFor(config, 3));
     // A deleted file is not read; its return is.
     std::filesystem::remove(path);
     ReplaceText(path, "[main]\nvalue = 4\n");
-    EXPECT_TRUE(WaitFor(config, [&] { return config.value == 4; }));
+    EXPECT_TRUE(WaitFor(config, 4));
     config.StopAutoReloadThread();
     EXPECT_FALSE(config.IsAutoReloadRunning());
 }
