@@ -30,29 +30,18 @@ using testsupport::WriteText;
 
 namespace {
 
-/// Writes value under key v of [s] and reads it back into a variable that held start.
+/// The text the file holds for a value, and what a variable that held start reads back from it.
 template <class T>
-T RoundTrip(T value, T start)
-{
-    TempDir dir;
-    ConfigFile config(dir.File("r.ini"), std::nullopt);
-    std::vector<Conf> out = {Conf(&config, "v", value)};
-    config.WriteToINI("s", out);
-    std::vector<Conf> in = {Conf(&config, "v", start)};
-    config.ReadFromINI("s", in, false);
-    return start;
-}
-
-/// The text the file holds for a value.
-template <class T>
-std::string Formatted(T value)
+std::pair<std::string, T> WriteAndRead(T value, T start)
 {
     TempDir dir;
     ConfigFile config(dir.File("f.ini"), std::nullopt);
     std::vector<Conf> entries = {Conf(&config, "v", value)};
     config.WriteToINI("", entries);
+    entries = {Conf(&config, "v", start)};
+    config.ReadFromINI("", entries, false);
     std::string const text = ReadText(dir.File("f.ini")); // "v = VALUE\n"
-    return text.substr(4, text.size() - 5);
+    return {text.substr(4, text.size() - 5), start};
 }
 
 /// Reads key of section twice, into variables holding a and b: a text that
@@ -75,8 +64,8 @@ std::string Read(std::string const& path, std::string const& section, std::strin
     if (first == a && second == b)
         return "(unchanged)";
     EXPECT_TRUE(first == second) << key << ": the value read depends on the variable's previous value";
-    std::string const text = Formatted(first);
-    EXPECT_EQ(Formatted(RoundTrip(first, a)), text) << key << " does not read back as written";
+    auto const [text, back] = WriteAndRead(first, a);
+    EXPECT_EQ(WriteAndRead(back, a).first, text) << key << " does not read back as written";
     return text;
 }
 
