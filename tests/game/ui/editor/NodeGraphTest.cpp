@@ -30,10 +30,7 @@ TEST(NodeSaveFormat, RoundTripKeepsSavedFieldsAndResetsTheRest) {
 TEST(NodeSaveFormat, MissingKeysAndWrongTypesRaiseTheJsonLibrarysErrors) {
     nlohmann::json const json = Node("Gain", ImVec2(1.0f, 2.0f), {UniqueId()}).Serialize();
     nlohmann::json const erase(nlohmann::json::value_t::discarded);
-    struct {
-        char const* path;
-        nlohmann::json value; ///< `erase` removes the key
-    } const cases[] = {
+    struct { char const* path; nlohmann::json value; } const cases[] = { // `erase` removes the key
         {"/id", erase}, {"/title", erase}, {"/pos", erase}, {"/size", erase}, {"/inputs", erase},
         {"/pos/y", erase}, {"/size/y", erase}, {"/title", 5}, {"/pos/x", "left"},
         {"/size/y", true}, // the library alone would read it as 1
@@ -54,14 +51,13 @@ TEST(NodeSaveFormat, MissingKeysAndWrongTypesRaiseTheJsonLibrarysErrors) {
 }
 
 TEST(NodeDefaults, MinimumSizeFollowsInputsAndTheResizeCorner) {
-    Node none("N", ImVec2(), {});
-    Node three("N", ImVec2(), {UniqueId(), UniqueId(), UniqueId()});
-    EXPECT_FLOAT_EQ(none.GetMinimumWidth(), 35.0f);
-    EXPECT_FLOAT_EQ(none.GetMinimumHeight(), 55.0f);
-    EXPECT_FLOAT_EQ(three.GetMinimumHeight(), 95.0f);
-    three.resizable = none.resizable = false;
-    EXPECT_FLOAT_EQ(three.GetMinimumHeight(), 85.0f);
-    EXPECT_FLOAT_EQ(none.GetMinimumHeight(), 45.0f);
+    struct { size_t inputs; bool resizable; float height; } const cases[] = {{0, true, 55}, {3, true, 95}, {3, false, 85}, {0, false, 45}};
+    for (auto const& c : cases) {
+        Node node("N", ImVec2(), std::vector<UniqueId>(c.inputs));
+        node.resizable = c.resizable;
+        EXPECT_FLOAT_EQ(node.GetMinimumWidth(), 35.0f);
+        EXPECT_FLOAT_EQ(node.GetMinimumHeight(), c.height) << c.inputs << c.resizable;
+    }
 }
 
 using NodeGraph = EditorTest;
@@ -135,7 +131,7 @@ TEST_F(NodeGraph, PlainEditorMakesPlainNodes) {
 }
 
 /// Zoom steps by an eighth, snaps near 1 and stays between 0.05 and 2 over the UI scaling.
-struct ZoomCase { float from, steps, to; float uiScale = 1.0f; };
+struct ZoomCase { float from, steps, to, uiScale = 1.0f; };
 
 TEST_F(NodeGraph, ZoomStepsAboutAFixedPoint) {
     ZoomCase const cases[] = {

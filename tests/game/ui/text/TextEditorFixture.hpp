@@ -26,7 +26,7 @@ protected:
             ImGui::End();
         });
     }
-    /// A frame that lasts a second, so the next click is no double-click.
+    /// A frame that lasts a second, so the next click is no double click.
     void Idle() {
         ImGui::GetIO().DeltaTime = 1.0f;
         Draw();
@@ -48,18 +48,13 @@ protected:
         ImVec2 const p = editor.GetCharacterScreenPos(at);
         return ImVec2(p.x + 0.25f * editor.GetCharacterWidth(), p.y + 0.5f * editor.GetLineHeight());
     }
-    /// Presses the left button at `p` for a frame and releases it for one.
+    /// Moves to `p` and presses the left button there for a frame, then lets go for one.
     void Click(ImVec2 p) {
         MouseTo(p.x, p.y);
         Mouse(0, true);
         Draw();
         Mouse(0, false);
         Draw();
-    }
-    /// The clipboard's text, empty when unset.
-    static std::string Clipboard() {
-        char const* text = ImGui::GetClipboardText();
-        return text != nullptr ? std::string(text) : std::string();
     }
 
     Editor editor;

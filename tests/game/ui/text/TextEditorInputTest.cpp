@@ -48,7 +48,6 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
         {"Left collapses to the selection's start", abc, {0, 0}, {1, 2}, {{Left}}, nullptr, {0, 0}, {0, 0}},
         {"Right collapses to the selection's end", abc, {1, 2}, {0, 0}, {{Right}}, nullptr, {1, 2}, {1, 2}},
         {"Shift+End", abc, {0, 1}, {0, 1}, {{Shift, End}}, nullptr, {0, 1}, {0, 3}},
-        {"Shift+Ctrl+End", abc, {0, 1}, {0, 1}, {{Shift, Ctrl, End}}, nullptr, {0, 1}, {2, 3}},
         {"Shift+Ctrl+Home", abc, {0, 1}, {2, 3}, {{Shift, Ctrl, Home}}, nullptr, {0, 1}, {0, 0}},
         {"Down clamps to a shorter line", nav, {0, 3}, {0, 3}, {{Down}}, nullptr, {1, 2}, {1, 2}},
         {"Down keeps the column it came from", nav, {0, 3}, {0, 3}, {{Down}, {Down}}, nullptr, {2, 3}, {2, 3}},
@@ -59,16 +58,13 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
         {"Left wraps to the line above", nav, {2, 0}, {2, 0}, {{Left}}, nullptr, {1, 2}, {1, 2}},
         {"Right wraps to the line below", nav, {1, 2}, {1, 2}, {{Right}}, nullptr, {2, 0}, {2, 0}},
         {"Right at the end stays", nav, {2, 5}, {2, 5}, {{Right}}, nullptr, {2, 5}, {2, 5}},
-        {"Ctrl+Home", nav, {2, 5}, {2, 5}, {{Ctrl, Home}}, nullptr, {0, 0}, {0, 0}},
         {"Ctrl+End", nav, {0, 0}, {0, 0}, {{Ctrl, End}}, nullptr, {2, 5}, {2, 5}},
         {"Ctrl+Right skips a word and blanks", "const $x = 2", {0, 0}, {0, 0}, {{Ctrl, Right}}, nullptr, {0, 6}, {0, 6}},
         {"Ctrl+Left skips blanks and a word", "const $x = 2", {0, 9}, {0, 9}, {{Ctrl, Left}}, nullptr, {0, 6}, {0, 6}},
         {"Up and Down count a tab as four columns", "\tx\nabcdef", {0, 1}, {0, 1}, {{Down}}, nullptr, {1, 4}, {1, 4}},
-        {"and back", "\tx\nabcdef", {0, 1}, {0, 1}, {{Down}, {Up}}, nullptr, {0, 1}, {0, 1}},
         // The view's 344 pixels show 32 whole lines: a page is one less.
         {"PageDown", page, {0, 0}, {0, 0}, {{PgDn}, {PgDn}}, nullptr, {62, 0}, {62, 0}},
         {"Shift+PageUp", page, {62, 0}, {62, 0}, {{Shift, PgUp}}, nullptr, {62, 0}, {31, 0}},
-        {"PageUp stops at the top", page, {40, 0}, {40, 0}, {{PgUp}, {PgUp}}, nullptr, {0, 0}, {0, 0}},
         {"Escape drops the selection", abc, {0, 0}, {0, 2}, {{GLFW_KEY_ESCAPE}}, nullptr, {0, 2}, {0, 2}},
         // The clipboard.
         {"Ctrl+A, Ctrl+C copies everything", code, {1, 1}, {1, 1}, {{Ctrl, A}, {Ctrl, C}}, nullptr, {0, 0}, {2, 0}, U"", code.c_str()},
@@ -79,14 +75,12 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
         {"Ctrl+V replaces the selection", "abcd", {0, 1}, {0, 3}, {{Ctrl, V}}, "aXY\nZd", {1, 1}, {1, 1}},
         {"Shift+Insert pastes", "ad", {0, 1}, {0, 1}, {{Shift, Ins}}, "aXY\nZd", {1, 1}, {1, 1}},
         // Typing and editing keys.
-        {"typing inserts at the cursor", "ac", {0, 1}, {0, 1}, {}, "abc", {0, 2}, {0, 2}, U"b"},
-        {"typing is UTF-8", "ac", {0, 1}, {0, 1}, {}, "a\xC3\xBC\xE2\x82\xAC" "c", {0, 3}, {0, 3}, U"\u00FC\u20AC"},
+        {"typing inserts UTF-8", "ac", {0, 1}, {0, 1}, {}, "ab\xC3\xBC\xE2\x82\xAC" "c", {0, 4}, {0, 4}, U"b\u00FC\u20AC"},
         {"typing replaces the selection", "var $old = 1", {0, 5}, {0, 8}, {}, "var $new = 1", {0, 8}, {0, 8}, U"new"},
         {"control characters do not type", "", {0, 0}, {0, 0}, {}, nullptr, {0, 0}, {0, 0}, U"\x01\x7F"},
         {"nor characters with Ctrl", "", {0, 0}, {0, 0}, {{Ctrl}}, nullptr, {0, 0}, {0, 0}, U"q"},
         {"Enter keeps the leading tabs", "update\n\t\tif", {1, 4}, {1, 4}, {{Enter}}, "update\n\t\tif\n\t\t", {2, 2}, {2, 2}},
-        {"those before the cursor", "\t\tif", {0, 1}, {0, 1}, {{Enter}}, "\t\n\t\tif", {1, 1}, {1, 1}},
-        {"keypad Enter splits the line", "update", {0, 3}, {0, 3}, {{GLFW_KEY_KP_ENTER}}, "upd\nate", {1, 0}, {1, 0}},
+        {"keypad Enter, taking the tabs before the cursor", "\t\tif", {0, 1}, {0, 1}, {{GLFW_KEY_KP_ENTER}}, "\t\n\t\tif", {1, 1}, {1, 1}},
         {"Tab", "\tx", {0, 2}, {0, 2}, {{Tab}}, "\tx\t", {0, 3}, {0, 3}},
         {"Backspace joins lines", "ab\ncd", {1, 0}, {1, 0}, {{Back}}, "abcd", {0, 2}, {0, 2}},
         {"Backspace takes a whole character", "a\xE2\x82\xAC" "c", {0, 2}, {0, 2}, {{Back}}, "ac", {0, 1}, {0, 1}},
@@ -109,7 +103,7 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
         editor.SetSelection(c.anchor, c.cursor);
         ImGui::SetClipboardText("XY\r\nZ");
         if (c.mode == Unfocused) Frame([] { ImGui::SetWindowFocus(nullptr); });
-        if (c.mode != Unfocused) editor.Focus();
+        else editor.Focus();
         Draw();
         ASSERT_EQ(editor.IsFocused(), c.mode != Unfocused);
         bool changed = false;
@@ -122,8 +116,7 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
         EXPECT_EQ(editor.GetCursorPosition(), c.cursor2);
         EXPECT_EQ(editor.GetSelectionStart(), std::min(c.anchor2, c.cursor2));
         EXPECT_EQ(editor.GetSelectionEnd(), std::max(c.anchor2, c.cursor2));
-        EXPECT_EQ(Clipboard(), c.clipboard != nullptr ? c.clipboard : "XY\r\nZ");
-        Draw();
+        EXPECT_STREQ(ImGui::GetClipboardText(), c.clipboard != nullptr ? c.clipboard : "XY\r\nZ");
     }
     // The public calls refuse too when read-only.
     editor.SetText("abc");
@@ -139,10 +132,10 @@ TEST_F(TextEditorKeys, PressesInStatesGiveTextSelectionAndClipboard) {
 
 // --- the mouse ----------------------------------------------------------------------------
 
-enum Gesture { Single, ShiftClick, Drag, DoubleClick };
-
-/// A gesture from `from` to `to` (moved by `by` pixels) selects from `anchor` to `cursor`.
-struct MouseCase { char const* name; Gesture gesture; Coords from, to; ImVec2 by; Coords anchor, cursor; };
+/// Clicking `clicks` times at `to` (moved by `by` pixels), with Shift after a click at
+/// `from` or pressed at `from` and dragged, selects from `anchor` to `cursor`.
+enum Gesture { Clicks, ShiftClick, Drag };
+struct MouseCase { char const* name; Gesture gesture; Coords from, to; ImVec2 by; int clicks; Coords anchor, cursor; };
 
 using TextEditorMouse = TextEditorTest;
 
@@ -156,35 +149,23 @@ TEST_F(TextEditorMouse, GesturesSelect) {
     EXPECT_FLOAT_EQ(later.y - first.y, editor.GetLineHeight());
     EXPECT_GT(first.x, 0.0f);
     MouseCase const cases[] = {
-        {"a click places the cursor", Single, {}, {0, 3}, {}, {0, 3}, {0, 3}},
-        {"past a line's end it lands at the end", Single, {}, {1, 10}, {100.0f, 0.0f}, {1, 10}, {1, 10}},
-        {"Shift+click extends", ShiftClick, {0, 3}, {1, 2}, {}, {0, 3}, {1, 2}},
-        {"a drag selects", Drag, {0, 1}, {2, 3}, {}, {0, 1}, {2, 3}},
-        {"a drag past the window's corner", Drag, {1, 2}, {0, 0}, {-100.0f, -100.0f}, {1, 2}, {0, 0}},
-        {"a double click selects a word", DoubleClick, {}, {0, 8}, {}, {0, 6}, {0, 12}},
-        {"or one sign", DoubleClick, {}, {0, 13}, {}, {0, 13}, {0, 14}},
-        {"or the line's last word past its end", DoubleClick, {}, {1, 10}, {50.0f, 0.0f}, {1, 9}, {1, 10}},
+        {"a click places the cursor", Clicks, {}, {0, 3}, {}, 1, {0, 3}, {0, 3}},
+        {"past a line's end it lands at the end", Clicks, {}, {1, 10}, {100, 0}, 1, {1, 10}, {1, 10}},
+        {"Shift+click extends", ShiftClick, {0, 3}, {1, 2}, {}, 1, {0, 3}, {1, 2}},
+        {"a drag selects", Drag, {0, 1}, {2, 3}, {}, 1, {0, 1}, {2, 3}},
+        {"a drag past the window's corner", Drag, {1, 2}, {0, 0}, {-100, -100}, 1, {1, 2}, {0, 0}},
+        {"a double click selects a word", Clicks, {}, {0, 8}, {}, 2, {0, 6}, {0, 12}},
+        {"or one sign", Clicks, {}, {0, 13}, {}, 2, {0, 13}, {0, 14}},
+        {"or the line's last word past its end", Clicks, {}, {1, 10}, {50, 0}, 2, {1, 9}, {1, 10}},
     };
     for (MouseCase const& c : cases) {
         SCOPED_TRACE(c.name);
         editor.SetCursorPosition(Coords{2, 0});
         Idle();
         ImVec2 const from = At(c.from);
-        ImVec2 const to(At(c.to).x + c.by.x, At(c.to).y + c.by.y);
-        if (c.gesture == ShiftClick) {
-            Click(from);
-            Idle();
-            Key(Shift, true);
-        }
-        if (c.gesture == Drag) {
-            MouseTo(from.x, from.y);
-            Mouse(0, true);
-            Draw();
-            MouseTo(0.5f * (from.x + to.x), 0.5f * (from.y + to.y));
-            Draw();
-        }
-        if (c.gesture == DoubleClick) Click(to);
-        Click(to);
+        if (c.gesture == ShiftClick) { Click(from); Idle(); Key(Shift, true); }
+        if (c.gesture == Drag) { MouseTo(from.x, from.y); Mouse(0, true); Draw(); }
+        for (int i = 0; i < c.clicks; ++i) Click(ImVec2(At(c.to).x + c.by.x, At(c.to).y + c.by.y));
         Key(Shift, false);
         EXPECT_EQ(editor.GetCursorPosition(), c.cursor);
         EXPECT_EQ(editor.GetSelectionStart(), std::min(c.anchor, c.cursor));
@@ -226,25 +207,24 @@ TEST_F(TextEditorView, ScrollsToKeepTheCursorVisibleAndWithTheWheel) {
 }
 
 TEST_F(TextEditorView, DrawsWithThePaletteColours) {
-    auto drew = [](uint32_t rrggbbaa) {
-        ImDrawData const* data = ImGui::GetDrawData();
-        for (int l = 0; l < data->CmdListsCount; ++l)
-            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer)
-                if (v.col == Editor::ToImGuiColor(rrggbbaa)) return true;
-        return false;
-    };
     Editor::Palette palette = Editor::GetDarkPalette();
     Pal const used[] = {Pal::Keyword, Pal::LineNumber, Pal::Background, Pal::Selection, Pal::Cursor};
-    for (size_t i = 0; i < std::size(used); ++i) palette[static_cast<size_t>(used[i])] = 0x102030FFu + (static_cast<uint32_t>(i) << 8);
+    auto colour = [](size_t i) { return 0x102030FFu + (static_cast<uint32_t>(i) << 8); };
+    auto drew = [](ImU32 colour) {
+        ImDrawData const* data = ImGui::GetDrawData();
+        for (int l = 0; l < data->CmdListsCount; ++l)
+            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer) if (v.col == colour) return true;
+        return false;
+    };
+    for (size_t i = 0; i < std::size(used); ++i) palette[static_cast<size_t>(used[i])] = colour(i);
     editor.SetPalette(palette);
     editor.SetText("var $x = 1\n\tprint($x)");
-    Draw();
-    // Nothing is selected, and without the focus there is no cursor.
-    for (size_t i = 0; i < std::size(used); ++i) EXPECT_EQ(drew(0x102030FFu + (static_cast<uint32_t>(i) << 8)), i < 3) << i;
-    editor.SetSelection(Coords{0, 0}, Coords{1, 2});
-    editor.Focus();
-    Draw();
-    for (size_t i = 0; i < std::size(used); ++i) EXPECT_TRUE(drew(0x102030FFu + (static_cast<uint32_t>(i) << 8))) << i;
+    for (bool const selected : {false, true}) {
+        if (selected) { editor.SetSelection(Coords{0, 0}, Coords{1, 2}); editor.Focus(); }
+        Draw();
+        // Without a selection and the focus there is neither selection nor cursor.
+        for (size_t i = 0; i < std::size(used); ++i) EXPECT_EQ(drew(Editor::ToImGuiColor(colour(i))), selected || i < 3) << i;
+    }
 }
 
 TEST_F(TextEditorView, RenderingHandlesEmptyAndOddText) {

@@ -17,11 +17,7 @@ using Coords = TextEditor::Coordinates;
 using Pal = TextEditor::PaletteIndex;
 
 TEST(TextEditorText, SetTextRoundTrips) {
-    struct {
-        char const* in;
-        char const* out;
-        int lines;
-    } const cases[] = {
+    struct { char const* in; char const* out; int lines; } const cases[] = {
         {"", "", 1}, {"a\nb\n", "a\nb\n", 3}, {"\n\n\n", "\n\n\n", 4}, {"no end", "no end", 1},
         {"a\r\nb\r\n", "a\nb\n", 3}, {"\r\n", "\n", 2},
         // A carriage return elsewhere than before a line end is text.
@@ -49,9 +45,7 @@ TEST(TextEditorText, NeedsNoImGuiContext) {
 TEST(TextEditorText, PositionsAreClampedToTheText) {
     TextEditor editor;
     editor.SetText("abc\nde\n\nlast");
-    struct {
-        Coords in, out;
-    } const cursors[] = {{{-3, -7}, {0, 0}}, {{1, 99}, {1, 2}}, {{99, 2}, {3, 2}}, {{2, 5}, {2, 0}}};
+    struct { Coords in, out; } const cursors[] = {{{-3, -7}, {0, 0}}, {{1, 99}, {1, 2}}, {{99, 2}, {3, 2}}, {{2, 5}, {2, 0}}};
     for (auto const& c : cursors) {
         editor.SetCursorPosition(c.in);
         EXPECT_EQ(editor.GetCursorPosition(), c.out);
