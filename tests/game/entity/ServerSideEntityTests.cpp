@@ -104,11 +104,8 @@ public:
     void Update(double) override { ++update; }
     int update = 0;
 };
-/// No hooks; writes a checkpoint blob but keeps the default DeserializeState.
-class PlainInterface : public ServerSideEntity::Interface {
-public:
-    void SerializeState(WriteOnlyStream& stream) override { stream.Write(CheckpointBlob.data(), CheckpointBlob.size()); }
-};
+/// No hooks and the default state operations.
+class PlainInterface : public ServerSideEntity::Interface {};
 
 template <class T>
 T& InterfaceOf(Ptr const& entity) { return dynamic_cast<T&>(*entity->GetInterface()); }
