@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ inline int IndexOf(std::vector<std::string> const& events, std::string const& ev
 class GameTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        std::filesystem::current_path(TESSARA_TEST_RUN_DIR); // modules load from modules/NAME/NAME.CLASS.so
         recorder::Clear();
         nerox::cpu::Profiler::enabled = true;
         nerox::cpu::Profiler::Reset();
@@ -63,10 +65,7 @@ protected:
     static GAME_Mod::Ptr LoadClientRecorder() { return Cleared(GAME_Mod::LoadModule(recorderName, true)); }
     static SERVER_Mod::Ptr LoadServerRecorder() { return Cleared(SERVER_Mod::LoadModule(recorderName, true)); }
     template <class P>
-    static P Cleared(P mod) {
-        recorder::Clear();
-        return mod;
-    }
+    static P Cleared(P mod) { return recorder::Clear(), mod; }
 };
 
 } // namespace gametest

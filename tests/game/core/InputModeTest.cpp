@@ -2,8 +2,6 @@
 
 #include "nerox/graphics/HeadlessWindow.hpp"
 
-#include <imgui.h>
-
 namespace gametest {
 namespace {
 
@@ -36,7 +34,7 @@ TEST_F(InputModeTest, ModesInAFocusedWindowCaptureTheCursorAtTheOriginExceptTheI
         EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), c.mouseLook ? GLFW_CURSOR_DISABLED : GLFW_CURSOR_NORMAL);
         double x = -1, y = -1;
         window.GetCursorPos(&x, &y);
-        if (c.mouseLook && c.enter != &Game::Pause) EXPECT_TRUE(x == 0.0 && y == 0.0) << x << "," << y;
+        EXPECT_TRUE(!c.mouseLook || c.enter == &Game::Pause || (x == 0.0 && y == 0.0)) << x << "," << y;
     }
 }
 
@@ -72,24 +70,6 @@ TEST_F(InputModeTest, WithoutAWindowMouseLookStaysOffAndModesStillChange) {
     Game::SetInputMode_Station();
     EXPECT_EQ(Game::_inputMode, 2);
     EXPECT_FALSE(Game::_mouseLook);
-}
-
-TEST_F(InputModeTest, CapturingTakesTheInterfaceFocusAway) {
-    ImGuiContext* context = ImGui::CreateContext();
-    ImGuiIO& io = ImGui::GetIO();
-    io.DisplaySize = ImVec2(800, 600);
-    io.Fonts->Build();
-    ImGui::NewFrame();
-    ImGui::Begin("Panel");
-    ImGui::End();
-    ImGui::SetWindowFocus("Panel");
-    ImGui::EndFrame();
-    ImGui::NewFrame();
-    ASSERT_TRUE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
-    Game::SetMouseLook(true);
-    EXPECT_FALSE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
-    ImGui::EndFrame();
-    ImGui::DestroyContext(context);
 }
 
 } // namespace

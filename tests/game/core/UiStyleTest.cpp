@@ -67,6 +67,21 @@ TEST_F(UiStyleTest, TheHelpTooltipShowsOnlyWhileLookingWithTheSettingOn) {
     ImGui::EndFrame();
 }
 
+TEST_F(UiStyleTest, CapturingTakesTheInterfaceFocusAway) {
+    nerox::graphics::HeadlessWindow window;
+    Game::window = &window;
+    ImGui::NewFrame();
+    ImGui::Begin("Panel");
+    ImGui::End();
+    ImGui::SetWindowFocus("Panel");
+    ImGui::EndFrame();
+    ImGui::NewFrame();
+    ASSERT_TRUE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
+    Game::SetMouseLook(true);
+    EXPECT_FALSE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
+    ImGui::EndFrame();
+}
+
 TEST_F(UiStyleTest, FontsFallBackWhenTheGameFontIsMissing) {
     ImGui::GetIO().Fonts->Clear();
     testing::internal::CaptureStderr();

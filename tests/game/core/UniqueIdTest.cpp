@@ -20,7 +20,9 @@ TEST(UniqueId, TextFormRoundTripsAndHoldsTagOwnerAndLittleEndianWords) {
     EXPECT_EQ(UniqueId(text), id);
     EXPECT_EQ(id.Tag(), "ENTT");
     EXPECT_EQ(id.Owner(), 0x01020304u);
-    EXPECT_EQ(game::entity::Id::Generate().Tag(), "ENTT");
+    game::entity::Id const entity = game::entity::Id::Generate();
+    EXPECT_TRUE(entity.IsSet());
+    EXPECT_EQ(entity.Tag(), "ENTT");
 }
 
 TEST(UniqueId, TheRandomPartIsNeverZeroAndIdsDiffer) {
@@ -58,8 +60,10 @@ TEST(UniqueId, ParsingRejectsBadLengthsAndDigits) {
 TEST(UniqueId, HashIsTheSecondWordAndIdsWithAZeroWordPrintEmpty) {
     EXPECT_EQ(std::hash<UniqueId>{}(UniqueId(0x1234, 0xABCDEF)), 0xABCDEFu);
     EXPECT_EQ(std::hash<game::entity::Id>{}(game::entity::Id(UniqueId(0x1234, 0xABCDEF))), 0xABCDEFu);
-    for (UniqueId id : {UniqueId(), UniqueId(0, 5), UniqueId(5, 0)}) EXPECT_EQ(static_cast<std::string>(id), "");
-    EXPECT_FALSE(UniqueId(0, 5).IsSet());
+    for (UniqueId id : {UniqueId(), UniqueId(0, 5), UniqueId(5, 0)}) {
+        EXPECT_EQ(static_cast<std::string>(id), "");
+        EXPECT_FALSE(id.IsSet());
+    }
 }
 
 } // namespace

@@ -98,8 +98,9 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannels)
         nerox::graphics::ImageData saved = nerox::graphics::Texture::LoadFile(path, c.channels);
         EXPECT_EQ(saved.width, static_cast<int>(c.extent.width));
         EXPECT_EQ(saved.height, static_cast<int>(c.extent.height));
-        if (c.channels == 0)
+        if (c.channels == 0) {
             EXPECT_EQ(saved.channels, static_cast<int>(c.out.size() / c.extent.width));
+        }
         EXPECT_EQ(saved.pixels, c.out);
     }
 }

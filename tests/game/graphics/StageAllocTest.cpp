@@ -20,23 +20,15 @@ TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
     r.cameraPosition = glm::dvec4(5000.0, 0.0, 0.0, 1.0); // the origin moves too
 
     long const before = testsupport::allocations.load();
-    r.FrameInit();
-    r.FrameCollectGarbage();
-    r.FrameUpdateUi();
-    r.FrameBeforeUpdate();
-    r.FrameUpdate();
-    r.FrameAfterUpdate();
-    r.FrameUpdateDescriptorSets();
-    r.FrameBeforeRender();
-    r.FramePushCommands(VK_NULL_HANDLE);
-    r.FrameBuildCommands(VK_NULL_HANDLE);
-    r.FrameRenderCommands(VK_NULL_HANDLE);
-    r.FrameAfterRender();
-    r.FrameResolveCommands(VK_NULL_HANDLE);
-    r.FrameBeforePost();
-    r.FrameBlitCommands(VK_NULL_HANDLE);
-    r.FramePostCommands(VK_NULL_HANDLE);
-    r.CollectTrash();
+    for (auto stage : {&GameRenderer::FrameInit, &GameRenderer::FrameCollectGarbage, &GameRenderer::FrameUpdateUi,
+                       &GameRenderer::FrameBeforeUpdate, &GameRenderer::FrameUpdate, &GameRenderer::FrameAfterUpdate,
+                       &GameRenderer::FrameUpdateDescriptorSets, &GameRenderer::FrameBeforeRender,
+                       &GameRenderer::FrameAfterRender, &GameRenderer::FrameBeforePost, &GameRenderer::CollectTrash})
+        (r.*stage)();
+    for (auto stage : {&GameRenderer::FramePushCommands, &GameRenderer::FrameBuildCommands,
+                       &GameRenderer::FrameRenderCommands, &GameRenderer::FrameResolveCommands,
+                       &GameRenderer::FrameBlitCommands, &GameRenderer::FramePostCommands})
+        (r.*stage)(VK_NULL_HANDLE);
     EXPECT_EQ(testsupport::allocations.load() - before, 0);
     EXPECT_TRUE(r.worldOriginChanged);
 }

@@ -26,7 +26,7 @@ TEST(ModuleIDTest, TextsReadBackNormalisedOrLeaveTheIdUnset) {
     for (Case const& c : cases) {
         ModuleID const id(c.text);
         EXPECT_EQ(id.String(), c.printed ? c.printed : "") << '"' << c.text << '"';
-        if (!c.printed) EXPECT_TRUE(id.vendor == 0 && id.name == 0) << '"' << c.text << '"';
+        EXPECT_TRUE(c.printed || (id.vendor == 0 && id.name == 0)) << '"' << c.text << '"';
     }
     EXPECT_EQ(ModuleID().String(), "");
 }
@@ -56,6 +56,9 @@ TEST(ModuleIDTest, LaterCharacterOutsideTheAlphabetClearsOnlyItsWord) {
 TEST(ModuleIDTest, OrderingAndHashIgnoreCaseAndCompareVendorThenName) {
     EXPECT_LT(ModuleID("A_z"), ModuleID("B_a"));
     EXPECT_LT(ModuleID("A_a"), ModuleID("A_b"));
+    EXPECT_NE(ModuleID("A_a"), ModuleID("A_b"));
+    EXPECT_NE(ModuleID("A_a"), ModuleID("B_a"));
+    EXPECT_EQ(ModuleID("ab_CD"), ModuleID("AB_cd"));
     EXPECT_EQ(ModuleID("A_a") <=> ModuleID("a_A"), std::strong_ordering::equal);
     std::unordered_set<ModuleID> const ids{ModuleID("ACME_tools"), ModuleID("acme_TOOLS"), ModuleID("ACME_parts"),
                                            ModuleID("OTHER_tools")};
