@@ -4,32 +4,27 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "game/Config.hpp"
+#include "support/Golden.hpp"
 
 using game::Config;
 
 namespace {
 
-/// Expects every accessor of node to give the answer of an invalid node.
-void ExpectInvalid(Config::Node node) {
-    EXPECT_FALSE(node);
-    EXPECT_EQ(node.Index(), -1);
-    EXPECT_EQ(node.Size(), 0u);
-    EXPECT_FALSE(node.HasKey() || node.IsMap() || node.IsArray() || node.IsValue());
-    EXPECT_FALSE(node.IsInt() || node.IsFloat() || node.IsNumeric() || node.IsString());
-    EXPECT_EQ(node.AsInt(), 0);
-    EXPECT_EQ(node.AsInt64(), 0);
-    EXPECT_EQ(node.AsUInt64(), 0u);
-    EXPECT_EQ(node.AsFloat(), 0.0f);
-    EXPECT_EQ(node.AsDouble(), 0.0);
-    EXPECT_EQ(static_cast<std::string>(node), "");
-    EXPECT_EQ(node.Key(), "");
-    EXPECT_TRUE(node == "" && node == std::string() && node != "x");
-    EXPECT_FALSE(node["x"]);
-    EXPECT_FALSE(node[0ul]);
-    EXPECT_TRUE(node.begin() == node.end());
+/// Every accessor's answer for node, on one line.
+std::string All(Config::Node node) {
+    std::ostringstream text;
+    text << (node ? "valid" : "invalid") << " #" << node.Index() << " size " << node.Size() << " key '" << node.Key()
+         << "' kind " << node.HasKey() << node.IsMap() << node.IsArray() << node.IsValue() << " class " << node.IsInt()
+         << node.IsFloat() << node.IsNumeric() << node.IsString() << " as " << node.AsInt() << " " << node.AsInt64()
+         << " " << node.AsUInt64() << " " << node.AsFloat() << " " << node.AsDouble() << " '"
+         << static_cast<std::string>(node) << "' equals " << (node == "") << (node == std::string()) << (node != "x")
+         << " lookups " << bool(node["x"]) << bool(node[0ul]) << " children " << (node.begin() != node.end());
+    return text.str();
 }
 
 /// The node at path: keys and indices ("~" the largest) separated by '/'.
@@ -45,72 +40,51 @@ Config::Node At(Config const& config, std::string const& path) {
     return node;
 }
 
-/// Key, position, kind and scalar text of node, or "invalid".
-std::string Brief(Config::Node node) {
-    if (!node) return "invalid";
-    return node.Key() + "#" + std::to_string(node.Index()) + (node.IsMap() ? "M" : node.IsArray() ? "A" : "V") +
-           (node.IsInt() ? "i" : node.IsFloat() ? "f" : node.IsString() ? "s" : "") + "=" + node.AsString();
-}
-
 constexpr char nested[] = "window:\n  title: main\n  size: [1280, 720]\n  extra: {depth: 2}\ncount: 7\n";
 
 } // namespace
 
+// Every accessor's answer after lookups in documents of every kind, in
+// tests/data/config/quiet.txt. Nothing parsed: every lookup is invalid. A missing key
+// gives the node asked from, so a chain skips the missing step; an index past the end
+// gives the list itself. The wrong kind of node, at the root or below, gives invalid
+// nodes, and a chain stays invalid. Collections read as empty scalars; scalars are
+// tested by their text, plain, quoted or tagged; null and empty read as written.
 TEST(ConfigQuietResults, LookupsAnswerWithoutFailing) {
     struct Case {
+        char const* name;
         char const* text;
-        char const* path;
-        char const* expected;
+        std::vector<char const*> paths;
     };
     Case const cases[] = {
-        // Nothing parsed: every lookup is invalid.
-        {"", "x", "invalid"},
-        {"", "0", "invalid"},
-        {"# only a comment\n", "x", "invalid"},
-        {"---\n...\n", "x", "invalid"},
-        {"\n\n   \n", "x", "invalid"},
-        // A missing key gives the node asked from, so a chain skips the missing step.
-        {nested, "window/missing", "window#0M="},
-        {nested, "window/missing/title", "title#0Vs=main"},
-        {nested, "window/missing/extra/depth", "depth#0Vi=2"},
-        {nested, "missing", "#0M="},
-        {nested, "missing/count", "count#1Vi=7"},
-        // An index past the end gives the list itself.
-        {nested, "window/size/1", "#1Vi=720"},
-        {nested, "window/size/2", "size#1A="},
-        {nested, "window/size/~/0", "#0Vi=1280"},
-        {"[1, 2, 3]\n", "3", "#0A="},
-        // The wrong kind of node, at the root or below, gives invalid nodes, and a chain stays invalid.
-        {"[1, 2, 3]\n", "x", "invalid"},
-        {nested, "0", "invalid"},
-        {"just some text\n", "x", "invalid"},
-        {"just some text\n", "0", "invalid"},
-        {nested, "window/0", "invalid"},
-        {nested, "window/size/x", "invalid"},
-        {nested, "count/x", "invalid"},
-        {nested, "count/x/y/3", "invalid"},
-        // Plain, quoted and tagged scalars are tested by their text; null and empty read as written.
-        {"a: '42'\nb: !!str 42\n", "b", "b#1Vi=42"},
-        {"a: true\nb: ~\nc:\n", "b", "b#1Vs=~"},
-        {"a: true\nb: ~\nc:\n", "c", "c#2Vs="},
+        {"empty", "", {"x", "0"}},
+        {"comment", "# only a comment\n", {"x"}},
+        {"no document", "---\n...\n", {"x"}},
+        {"blank", "\n\n   \n", {"x"}},
+        {"nested", nested, {"window/missing", "window/missing/title", "window/missing/extra/depth", "missing",
+                            "missing/count", "window/size/1", "window/size/2", "window/size/~/0", "0", "window/0",
+                            "window/size/x", "count/x", "count/x/y/3"}},
+        {"list", "[1, 2, 3]\n", {"3", "x"}},
+        {"scalar", "just some text\n", {"x", "0"}},
+        {"scalars", "a: '42'\nb: !!str 42\nc: true\nd: ~\ne:\n", {"a", "b", "c", "d", "e"}},
     };
+    std::string transcript;
     for (Case const& c : cases) {
-        SCOPED_TRACE(std::string(c.text) + " at " + c.path);
         Config config;
         config.Parse(std::string(c.text));
-        Config::Node const node = At(config, c.path);
-        EXPECT_EQ(Brief(node), c.expected);
-        if (!node) ExpectInvalid(node);
+        for (char const* path : c.paths) transcript += std::string(c.name) + " " + path + ": " + All(At(config, path)) + "\n";
     }
+    testsupport::ExpectGolden(transcript, "config/quiet.txt");
 }
 
 TEST(ConfigQuietResults, DefaultsEmptyTextsAndClearGiveNothing) {
-    ExpectInvalid(Config::Node());
+    std::string const invalid = All(Config::Node());
+    EXPECT_EQ(invalid.substr(0, 30), "invalid #-1 size 0 key '' kind");
     Config::Iterator it;
     ++it;
     --it;
     EXPECT_TRUE(it == Config::Iterator());
-    ExpectInvalid(*it);
+    EXPECT_EQ(All(*it), invalid);
 
     Config config;
     char empty[] = "";
@@ -126,18 +100,6 @@ TEST(ConfigQuietResults, DefaultsEmptyTextsAndClearGiveNothing) {
     EXPECT_TRUE(config.Empty());
     config.Clear();
     EXPECT_TRUE(config.Empty());
-}
-
-TEST(ConfigQuietResults, CollectionsReadAsEmptyScalars) {
-    Config config;
-    config.Parse(std::string(nested));
-    for (Config::Node node : {config["window"], config["window"]["size"]}) {
-        EXPECT_FALSE(node.IsValue() || node.IsString() || node.IsNumeric());
-        EXPECT_EQ(node.AsInt(), 0);
-        EXPECT_EQ(node.AsUInt64(), 0u);
-        EXPECT_EQ(node.AsDouble(), 0.0);
-        EXPECT_TRUE(node == "");
-    }
 }
 
 TEST(ConfigQuietResults, ScalarsCompareByText) {

@@ -37,17 +37,6 @@ std::string ErrorOf(std::string const& text) {
     return "no error";
 }
 
-/// The text with its line ends and other control characters written as escapes.
-std::string Escaped(std::string const& text) {
-    std::string escaped;
-    char code[8];
-    for (unsigned char c : text) {
-        std::snprintf(code, sizeof code, "\\x%02X", c);
-        escaped += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : c < 32 || c > 126 ? code : std::string(1, c);
-    }
-    return escaped;
-}
-
 } // namespace
 
 // Every event kind and its fields: comments, blank lines, CRLF line ends, tabs, a byte
@@ -85,42 +74,18 @@ TEST(InputScriptText, EveryEventReadsAsItsFields) {
 }
 
 // Each error names the file, the line and what was wrong; the first bad line is
-// reported even with more below.
+// reported even with more below. The cases are the scripts of input/script_errors.txt
+// (line ends written as \n), each followed by what reading it gives.
 TEST(InputScriptErrors, NameTheFileTheLineAndWhatWasWrong) {
-    std::string const stick = "0 joystick 2 connect 3 5 1\n";
-    std::string const pad = "0 gamepad 0 connect\n";
-    std::string const texts[] = {
-        "0 jump\n", "\n\n0 key KEY_NOPE down\n", "0 key NONE down\n", "0 key KEY_W pressed\n", "0 key KEY_W\n",
-        "0 key KEY_W down now\n", "0 key 400 down\n", "0 mouse MOUSE_BUTTON_9 down\n", "0 mode fly\n",
-        "0 focus maybe\n", "0 cursor 10\n", "0 cursor 10 abc\n", "0 cursor nan 0\n", "0 cursor 1e7 0\n",
-        "soon quit\n", "-1 quit\n", "inf quit\n", "1e9 quit\n", "0 quit now\n", "0 mode play\n1 key KEY_W sideways\n2 jump\n",
-        "0 mode play\n\n1.5 key KEY_W down\n# later\n1.25 key KEY_W up\n",
-        "0 key KEY_W down\n0 key KEY_W up\n0.5 quit\n0.5 quit\n",
-        // Hats.
-        stick + "0 joystick 2 hat 0 up+down\n", stick + "0 joystick 2 hat 0 up+up\n", stick + "0 joystick 2 hat 0 up+\n",
-        stick + "0 joystick 2 hat 0 north\n",
-        // Devices: numbers from 0 to 15, indices within the connected counts, counts within limits.
-        "0 gamepad 0 connect\n0 joystick 15 connect 1 1 1\n", "0 gamepad 16 connect\n", "0 gamepad -1 connect\n",
-        "0 joystick 99999999999 connect 1 1 1\n", "0 disconnect 16\n", "0 gamepad x connect\n",
-        stick + "0 joystick 2 axis 2 1\n0 joystick 2 button 4 down\n0 joystick 2 hat 0 up\n",
-        stick + "0 joystick 2 axis 3 1\n", stick + "0 joystick 2 button 5 down\n", stick + "0 joystick 2 hat 1 up\n",
-        stick + "0 joystick 2 axis -1 1\n", stick + "0 joystick 2 axis 1 -2\n", stick + "0 joystick 2 button x down\n",
-        "0 joystick 1 connect 0 0 0\n0 joystick 1 button 0 down\n",
-        pad + "0 gamepad 0 button 14 down\n0 gamepad 0 axis 5 1\n", pad + "0 gamepad 0 button 15 down\n",
-        pad + "0 gamepad 0 axis 6 0\n", pad + "0 gamepad 0 axis GAMEPAD_AXIS_LEFT_X 1.5\n",
-        pad + "0 gamepad 0 axis GAMEPAD_AXIS_LEFT_X\n", pad + "0 gamepad 0 button GAMEPAD_BUTTON_Z down\n",
-        "0 gamepad 0 shake\n", "0 joystick 0 connect 64 256 16\n", "0 joystick 0 connect 65 1 1\n",
-        "0 joystick 0 connect 1 257 1\n", "0 joystick 0 connect 1 1 17\n", "0 joystick 0 connect -1 1 1\n",
-        "0 joystick 0 connect 2 2\n", "0 joystick 0 connect two 2 0\n",
-        // Events need a connected device of their kind; connecting again replaces it, with its counts.
-        "0 gamepad 0 button A down\n", "0 joystick 4 axis 0 1\n", "0 disconnect 3\n",
-        "0 gamepad 1 connect\n1 disconnect 1\n2 gamepad 1 axis 0 1\n", "0 gamepad 1 connect\n0 joystick 1 axis 0 1\n",
-        "0 joystick 1 connect 6 15 0\n0 gamepad 1 button A down\n",
-        "0 joystick 1 connect 1 1 0\n1 gamepad 1 connect\n2 gamepad 1 axis 5 0.5\n",
-        "0 joystick 1 connect 8 8 0\n1 joystick 1 connect 2 2 0\n2 joystick 1 axis 2 0\n",
-    };
     std::string transcript;
-    for (std::string const& text : texts) transcript += Escaped(text) + "\n  => " + ErrorOf(text) + "\n";
+    std::string const cases = testsupport::ReadText(testsupport::DataFile("input/script_errors.txt"));
+    for (std::string const& line : testsupport::SplitLines(cases)) {
+        if (line.rfind("  => ", 0) == 0) continue;
+        std::string text = line;
+        for (size_t at = 0; (at = text.find("\\n", at)) != std::string::npos;) text.replace(at, 2, "\n");
+        transcript += line + "\n  => " + ErrorOf(text) + "\n";
+    }
+    EXPECT_GT(transcript.size(), 1000u);
     testsupport::ExpectGolden(transcript, "input/script_errors.txt");
 }
 
@@ -138,8 +103,6 @@ TEST(InputScriptErrors, LoadedFilesAreNamedByTheirPath) {
     EXPECT_NE(errorOf().find(path), std::string::npos) << "a file that cannot be opened";
     testsupport::WriteText(path, "0 mode play\r\n0.5 key KEY_W down\r\n0.25 quit\r\n");
     EXPECT_EQ(errorOf().find(path + ":3: time 0.25 goes back"), 0u);
-    testsupport::WriteText(path, "0 mode play\n1 quit\n");
-    EXPECT_EQ(InputScript::Load(path).Events().size(), 2u);
 }
 
 // Every prefix of a script, and every line with bytes changed, reads as a
@@ -222,16 +185,7 @@ protected:
 TEST_F(InputPlayerTest, ReplaysTheScriptIntoTheWindowAndTheGame) {
     int keyEvents = 0;
     window.onKey = [&keyEvents](int, int, int, int) { ++keyEvents; };
-    InputPlayer player(Parse("0 key KEY_W down\n0 mouse MOUSE_BUTTON_RIGHT down\n0 cursor 120 -30.5\n0 focus off\n"
-                             "0.2 key KEY_W up\n0.2 mouse 1 up\n0.2 focus on\n0.2 key KEY_B down\n0.5 key KEY_B up\n"
-                             "1 mode play\n1 mode station\n2 mode ui\n3 focus off\n3 mode play\n3.5 focus on\n3.5 mode play\n"
-                             "4 gamepad 3 connect 030000005e0400008e02000014010000 Scripted Pad\n"
-                             "5 gamepad 3 axis GAMEPAD_AXIS_LEFT_Y -0.75\n5 gamepad 3 button GAMEPAD_BUTTON_LEFT_THUMB down\n"
-                             "6 gamepad 3 button GAMEPAD_BUTTON_LEFT_THUMB up\n"
-                             "7 joystick 5 connect 3 4 2 0300000044044a0400010000ff010000 Flight Stick\n"
-                             "8 joystick 5 axis 2 -0.25\n8 joystick 5 button 3 down\n8 joystick 5 hat 1 down+left\n"
-                             "9 disconnect 5\n9 disconnect 3\n10 key KEY_A down\n11 key KEY_A up\n12 key KEY_A down\n13 quit\n"),
-                       window);
+    InputPlayer player(InputScript::Load(testsupport::DataFile("input/replay.input")), window);
     std::string transcript;
     for (int pass = 0; pass <= 9 * 60; ++pass) {
         if (size_t const applied = player.Apply(pass / 60.0))
