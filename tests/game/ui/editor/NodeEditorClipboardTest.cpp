@@ -7,39 +7,37 @@ namespace {
 
 using NodeClipboard = EditorTest;
 
+constexpr int C = GLFW_KEY_C, V = GLFW_KEY_V, D = GLFW_KEY_D, Del = GLFW_KEY_DELETE;
 constexpr int kElsewhere = -1; ///< Not a key: something else is put on the system clipboard.
 
 /// With B fed by A and C by B, the selection `selected` (bits of A, B and C), the pointer
-/// at (700, 400) and "some text" on the system clipboard, the keys (Ctrl chords but for
-/// Delete) leave the State() `after`, `copied` nodes on the clipboard and `system` on the
-/// system clipboard.
+/// at (700, 400), "some text" on the system clipboard and an entry left over on the
+/// clipboard, the keys (Ctrl chords but for Delete) leave the State() `after`, `copied`
+/// entries on the clipboard and `system` on the system clipboard.
 struct KeyCase { char const* name; int selected; std::vector<int> keys; char const* after; size_t copied; char const* system; int flags = 0; };
 
 TEST_F(NodeClipboard, KeysCopyPasteDuplicateAndDelete) {
     KeyCase const cases[] = {
-        {"Ctrl+C copies and deselects", 0b110, {GLFW_KEY_C}, "A:-- B:0- C:1-", 2, ""},
-        {"Ctrl+V pastes the inner link under new ids, not the outer one", 0b110, {GLFW_KEY_C, GLFW_KEY_V},
-         "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
-        {"each paste has ids of its own", 0b110, {GLFW_KEY_C, GLFW_KEY_V, GLFW_KEY_V},
-         "A:-- B:0- C:1- B+:-- C+:3- B+:-- C+:5-", 2, ""},
-        {"Ctrl+D duplicates", 0b110, {GLFW_KEY_D}, "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
-        {"text copied elsewhere since stops the paste", 0b110, {GLFW_KEY_C, kElsewhere, GLFW_KEY_V}, "A:-- B:0- C:1-", 2,
-         "elsewhere"},
-        {"Ctrl+C of nothing empties the clipboard", 0b000, {GLFW_KEY_C, GLFW_KEY_V}, "A:-- B:0- C:1-", 0, "some text"},
-        {"Delete cuts the links and marks the nodes fed", 0b011, {GLFW_KEY_DELETE}, "C*:--", 0, "some text"},
-        {"read-only copies only", 0b011, {GLFW_KEY_DELETE, GLFW_KEY_D, GLFW_KEY_V}, "A:-- B:0- C:1-", 2, "",
-         kReadOnly},
+        {"Ctrl+C copies and deselects", 0b110, {C}, "A:-- B:0- C:1-", 2, ""},
+        {"Ctrl+V pastes the inner link under new ids, not the outer one", 0b110, {C, V}, "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
+        {"each paste has ids of its own", 0b110, {C, V, V}, "A:-- B:0- C:1- B+:-- C+:3- B+:-- C+:5-", 2, ""},
+        {"Ctrl+D duplicates", 0b110, {D}, "A:-- B:0- C:1- B+:-- C+:3-", 2, ""},
+        {"text copied elsewhere since stops the paste", 0b110, {C, kElsewhere, V}, "A:-- B:0- C:1-", 2, "elsewhere"},
+        {"Ctrl+C of nothing empties the clipboard", 0b000, {C, V}, "A:-- B:0- C:1-", 0, "some text"},
+        {"Delete cuts the links and marks the nodes fed", 0b011, {Del}, "C*:--", 1, "some text"},
+        {"read-only copies only", 0b011, {Del, D, V}, "A:-- B:0- C:1-", 2, "", kReadOnly},
     };
     for (KeyCase const& k : cases) {
         SCOPED_TRACE(k.name);
         Reset("--a-b-", k.flags, k.selected);
         window.SetClipboardText("some text");
+        NodeEditor::clipboard = nlohmann::json::array({"left over"});
         MoveTo(ImVec2(700.0f, 400.0f));
         for (int key : k.keys) {
             if (key == kElsewhere)
                 window.SetClipboardText("elsewhere");
             else
-                Press(key, key != GLFW_KEY_DELETE);
+                Press(key, key != Del);
         }
         EXPECT_EQ(State(), k.after);
         EXPECT_EQ(NodeEditor::clipboard.size(), k.copied);
