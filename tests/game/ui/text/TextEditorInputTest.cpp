@@ -19,15 +19,8 @@ enum Mode { Focused, ReadOnly, Unfocused };
 /// (null: unchanged) with the selection from `anchor2` to `cursor2`. The clipboard
 /// holds "XY\r\nZ" before and `clipboard` after (null: unchanged).
 struct KeyCase {
-    char const* name;
-    std::string text;
-    Coords anchor, cursor;
-    std::vector<std::vector<int>> chords;
-    char const* after;
-    Coords anchor2, cursor2;
-    std::u32string typed = U"";
-    char const* clipboard = nullptr;
-    Mode mode = Focused;
+    char const* name; std::string text; Coords anchor, cursor; std::vector<std::vector<int>> chords;
+    char const* after; Coords anchor2, cursor2; std::u32string typed = U""; char const* clipboard = nullptr; Mode mode = Focused;
 };
 
 std::string Lines(int count) {
