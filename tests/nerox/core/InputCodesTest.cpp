@@ -36,7 +36,8 @@ TEST(InputCodes, CodesToNames)
 TEST(InputCodes, NamesReadBackInAnyCaseAndWithoutPrefix)
 {
     std::string const kinds[] = {"key", "mouse", "gamepad_button", "gamepad_axis", "joystick_button", "joystick_axis"};
-    int const lasts[] = {GLFW_KEY_LAST, GLFW_MOUSE_BUTTON_LAST, GLFW_GAMEPAD_BUTTON_LAST, GLFW_GAMEPAD_AXIS_LAST, 40, 40};
+    int const lasts[] = {GLFW_KEY_LAST, GLFW_MOUSE_BUTTON_LAST, GLFW_GAMEPAD_BUTTON_LAST, GLFW_GAMEPAD_AXIS_LAST,
+                         40, 40};
     for (size_t k = 0; k < std::size(kinds); ++k) {
         for (int code = 0; code <= lasts[k]; ++code) {
             std::string const name = code_to_string(kinds[k], code);

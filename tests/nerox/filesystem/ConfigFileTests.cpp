@@ -229,7 +229,8 @@ TEST(ConfigFileLineHandler, SectionsArriveInFileOrderWithTheirLines)
     ConfigFile(path, std::nullopt).ReadFromINI(collect);
     EXPECT_TRUE(seen.empty()) << "a missing file calls nothing";
     WriteText(path, "loose line\n; comment\n[ENTITY]\nmass 1200\n\n   \t\n# another comment\n"
-                    "[JOINT wheel]\r\nparent chassis\r\n  position 0 1 2  \r\n[EMPTY]\n[NO CLOSING BRACKET\nkey value\n");
+                    "[JOINT wheel]\r\nparent chassis\r\n  position 0 1 2  \r\n"
+                    "[EMPTY]\n[NO CLOSING BRACKET\nkey value\n");
     ConfigFile(path, std::nullopt).ReadFromINI(collect);
     EXPECT_EQ(seen, (std::vector<std::string>{"[] |loose line", "[ENTITY] |mass 1200",
                                               "[JOINT wheel] |parent chassis |  position 0 1 2  ", "[EMPTY]",
