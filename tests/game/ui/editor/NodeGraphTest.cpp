@@ -19,9 +19,9 @@ TEST(NodeSaveFormat, RoundTripKeepsSavedFieldsAndResetsTheRest) {
                                     {"pos", {{"x", 12.5}, {"y", -3.0}}},
                                     {"size", {{"x", 80.0}, {"y", 90.0}}},
                                     {"inputs", {static_cast<std::string>(source), ""}}}));
-    Node const read(nlohmann::json::parse(json.dump()));
+    Node read(nlohmann::json::parse(json.dump()));
     EXPECT_TRUE(read == node);
-    EXPECT_EQ(const_cast<Node&>(read).Serialize(), json);
+    EXPECT_EQ(read.Serialize(), json);
     EXPECT_FALSE(read.selected || read.modified) << "flags are not saved";
     EXPECT_TRUE(read.resizable);
     EXPECT_EQ(read.draggingInput, -1);
