@@ -17,8 +17,7 @@ using nerox::graphics::Texture;
 class FrameLoop : public RendererTest {
 protected:
     /// The last finished frame, saved and decoded again as RGBA.
-    ImageData Screenshot()
-    {
+    ImageData Screenshot() {
         std::string const path = TempPath("frame.png");
         EXPECT_TRUE(renderer->SaveOutputImage(path));
         ImageData image = Texture::LoadFile(path, 4);

@@ -1,7 +1,6 @@
 #pragma once
-// One renderer on an offscreen output for the whole test program (making its
-// device is slow), with validation on; a test fails when the layers report an
-// error while it runs. Each test starts with the output at 64 x 48, not rendering.
+// One renderer on an offscreen output for the whole program (a device is slow to
+// make), validating: a test fails when the layers report an error while it runs.
 #include "nerox/graphics/HeadlessWindow.hpp"
 #include "nerox/renderer/NeroxRenderer.hpp"
 
@@ -25,13 +24,11 @@ public:
     std::function<void()> ui;                    ///< Run inside FrameUpdateUi.
     std::function<void(VkCommandBuffer)> render; ///< Run inside FrameRenderCommands.
 
-    void Note(char const* stage)
-    {
+    void Note(char const* stage) {
         stages.emplace_back(stage);
         if (throwIn == stage) throw std::runtime_error(std::string("thrown in ") + stage);
     }
-    void NoteCommands(char const* stage, VkCommandBuffer commands)
-    {
+    void NoteCommands(char const* stage, VkCommandBuffer commands) {
         EXPECT_NE(commands, VK_NULL_HANDLE) << stage;
         EXPECT_EQ(commands, CurrentCommandBuffer()) << stage;
         Note(stage);
@@ -53,8 +50,7 @@ public:
 
 class RendererTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         errorsBefore = nerox::vk::Device::ValidationErrorCount();
         window->SetSize(64, 48);
         if (!renderer) {
@@ -63,8 +59,7 @@ protected:
                                                            nerox::vk::PhysicalDevice::Features{}, false);
         }
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         renderer->StopRendering();
         renderer->ClearTextures();
         renderer->stages.clear();
@@ -74,8 +69,7 @@ protected:
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
             << "validation errors while the test ran (printed above)";
     }
-    std::string TempPath(std::string const& name) const
-    {
+    std::string TempPath(std::string const& name) const {
         return ::testing::TempDir() + "nerox_renderer_" + std::to_string(getpid()) + "_" + name;
     }
 

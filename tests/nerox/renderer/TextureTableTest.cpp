@@ -16,16 +16,14 @@ using Entries = std::vector<std::tuple<TextureRef, VkSampler>>;
 
 class TextureTable : public RendererTest {
 protected:
-    std::shared_ptr<ImageTexture> Solid(uint8_t red)
-    {
+    std::shared_ptr<ImageTexture> Solid(uint8_t red) {
         std::vector<uint8_t> pixels(4 * 4 * 4, 255);
         for (size_t i = 0; i < pixels.size(); i += 4) pixels[i] = red;
         return std::make_shared<ImageTexture>(renderer->GetDevice(), 4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(),
                                               pixels.size(), "solid");
     }
     /// The message of the std::runtime_error that adding entries throws.
-    std::string AddError(Entries const& entries)
-    {
+    std::string AddError(Entries const& entries) {
         try {
             renderer->AddTextures(entries);
         } catch (std::runtime_error const& error) {
