@@ -118,28 +118,24 @@ TEST(SharedMutexTest, ReadersAndWritersUnderContention) {
     std::atomic<int> violations{0};
     constexpr int writerCount = 2;
     constexpr int rounds = 2000;
-    std::vector<std::thread> threads;
-    for (int w = 0; w < writerCount; ++w) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < rounds; ++i) {
+    auto const run = [&](bool writer) {
+        for (int i = 0; i < rounds; ++i) {
+            if (writer) {
                 std::unique_lock lock(mutex);
                 if (++activeWriters != 1 || activeReaders.load() != 0) ++violations;
                 ++first;
                 ++second;
                 --activeWriters;
-            }
-        });
-    }
-    for (int r = 0; r < 4; ++r) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < rounds; ++i) {
+            } else {
                 std::shared_lock lock(mutex);
                 ++activeReaders;
                 if (activeWriters.load() != 0 || first != second) ++violations;
                 --activeReaders;
             }
-        });
-    }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < writerCount + 4; ++t) threads.emplace_back(run, t < writerCount);
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(violations.load(), 0);
     EXPECT_EQ(first, writerCount * rounds);
