@@ -76,16 +76,13 @@ TEST(HeadlessWindow, JoysticksReportTheirIdentityAndState) {
     window.SetJoystickHat(2, 0, GLFW_HAT_UP);
     window.SetGamepadAxis(2, GLFW_GAMEPAD_AXIS_RIGHT_TRIGGER, 1.0f);
     window.SetGamepadButton(2, GLFW_GAMEPAD_BUTTON_A, true);
-    EXPECT_TRUE(window.JoystickPresent(2));
-    EXPECT_STREQ(window.GetJoystickName(2), "Test Pad");
-    EXPECT_STREQ(window.GetJoystickGUID(2), "030000005e040000");
-    EXPECT_TRUE(window.JoystickIsGamepad(2));
+    EXPECT_TRUE(window.JoystickPresent(2) && window.JoystickIsGamepad(2));
+    EXPECT_EQ(std::string(window.GetJoystickName(2)) + " " + window.GetJoystickGUID(2), "Test Pad 030000005e040000");
     int axes = 0, buttons = 0, hats = 0;
-    ASSERT_NE(window.GetJoystickAxes(2, &axes), nullptr);
-    EXPECT_EQ(window.GetJoystickAxes(2, &axes)[1], -0.5f);
-    EXPECT_EQ(window.GetJoystickButtons(2, &buttons)[1], GLFW_PRESS);
-    EXPECT_EQ(window.GetJoystickHats(2, &hats)[0], GLFW_HAT_UP);
-    EXPECT_EQ(std::vector<int>({axes, buttons, hats}), std::vector<int>({4, 2, 1}));
+    float const axis = window.GetJoystickAxes(2, &axes)[1];
+    int const button = window.GetJoystickButtons(2, &buttons)[1], hat = window.GetJoystickHats(2, &hats)[0];
+    EXPECT_EQ(std::vector<float>({float(axes), axis, float(buttons), float(button), float(hats), float(hat)}),
+              std::vector<float>({4, -0.5f, 2, GLFW_PRESS, 1, GLFW_HAT_UP}));
     GLFWgamepadstate state{};
     ASSERT_TRUE(window.GetGamepadState(2, &state));
     EXPECT_EQ(state.axes[GLFW_GAMEPAD_AXIS_RIGHT_TRIGGER], 1.0f);
@@ -95,10 +92,8 @@ TEST(HeadlessWindow, JoysticksReportTheirIdentityAndState) {
 TEST(HeadlessWindow, AbsentDevicesAndIndicesAreHarmless) {
     HeadlessWindow window;
     int count = 99;
-    EXPECT_EQ(window.GetJoystickAxes(0, &count), nullptr);
+    EXPECT_TRUE(!window.GetJoystickAxes(0, &count) && !window.GetJoystickName(0) && !window.GetJoystickGUID(0));
     EXPECT_EQ(count, 0);
-    EXPECT_EQ(window.GetJoystickName(0), nullptr);
-    EXPECT_EQ(window.GetJoystickGUID(0), nullptr);
     GLFWgamepadstate state{};
     state.axes[0] = 0.25f;
     EXPECT_FALSE(window.GetGamepadState(0, &state));
