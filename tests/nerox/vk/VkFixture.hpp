@@ -6,8 +6,22 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 namespace vktest {
+
+/// The message of the exception of type E that f throws; "no exception" when it throws none.
+template <class E = std::runtime_error, class F>
+std::string Thrown(F&& f)
+{
+    try {
+        f();
+    } catch (E const& e) {
+        return e.what();
+    }
+    return "no exception";
+}
 
 class VkTest : public ::testing::Test {
 protected:
