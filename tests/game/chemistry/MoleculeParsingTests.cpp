@@ -52,28 +52,16 @@ TEST(FormulaParsing, TableOfFormulas) {
     };
     Case const cases[] = {
         // Entries keep their order and are not merged; three-letter symbols inside formulas.
-        {"C2H5OH", "6:2 1:5 8:1 1:1"},
-        {"HeHe", "2:1 2:1"},
-        {"OH2", "8:1 1:2"},
-        {"NaCl2", "11:1 17:2"},
-        {"UuoH2", "118:1 1:2"},
-        {"HUus3", "1:1 117:3"},
+        {"C2H5OH", "6:2 1:5 8:1 1:1"}, {"HeHe", "2:1 2:1"}, {"OH2", "8:1 1:2"}, {"NaCl2", "11:1 17:2"},
+        {"UuoH2", "118:1 1:2"}, {"HUus3", "1:1 117:3"},
         // At most two lower-case letters follow the capital; a known two-letter prefix
         // does not rescue an unknown three-letter symbol.
-        {"Uuoo", "none"},
-        {"Hex2", "none"},
+        {"Uuoo", "none"}, {"Hex2", "none"},
         // Counts wrap modulo 256, however long the digit run (2^64 + 1, 10^20 + 3,
         // 10^5000 - 1 and 10^3000, after which the formula goes on).
-        {"H300", "1:44"},
-        {"H255", "1:255"},
-        {"H256O", "1:0 8:1"},
-        {"H0", "1:0"},
-        {"H007", "1:7"},
-        {"C1", "6:1"},
-        {"H18446744073709551617", "1:1"},
-        {"O100000000000000000003", "8:3"},
-        {"H" + std::string(5000, '9'), "1:255"},
-        {"C1" + std::string(3000, '0') + "O2", "6:0 8:2"},
+        {"H300", "1:44"}, {"H255", "1:255"}, {"H256O", "1:0 8:1"}, {"H0", "1:0"}, {"H007", "1:7"}, {"C1", "6:1"},
+        {"H18446744073709551617", "1:1"}, {"O100000000000000000003", "8:3"},
+        {"H" + std::string(5000, '9'), "1:255"}, {"C1" + std::string(3000, '0') + "O2", "6:0 8:2"},
         // One bad part voids the whole formula.
         {"H2OXx", "none"}, {"CH3Q", "none"}, {"2H", "none"}, {"H2O ", "none"}, {" H2O", "none"}, {"H2O\n", "none"},
         {"H\rO", "none"}, {"H-O", "none"}, {"H2o", "none"}, {"HO+", "none"}, {"H\xC3\xA9", "none"},
