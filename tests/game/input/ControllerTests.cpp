@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -90,6 +91,21 @@ protected:
             transcript += (lookMode = Controller::vehicleGamepadLookMode) ? " (look mode on)" : " (look mode off)";
         transcript += "\n";
     }
+    /// In play, one pass per word of passes, the key down (D) or up (U), then a sleep
+    /// of the milliseconds after the letter: what poll says after each pass, as 0 or 1.
+    std::string Polls(int key, std::string const& passes, std::function<bool()> const& poll)
+    {
+        Game::_inputMode = 1;
+        std::string seen;
+        std::istringstream words(passes);
+        for (std::string word; words >> word;) {
+            Key(key, word[0] == 'D');
+            Pass();
+            seen += poll() ? '1' : '0';
+            std::this_thread::sleep_for(std::chrono::milliseconds(word.size() > 1 ? std::stoi(word.substr(1)) : 0));
+        }
+        return seen;
+    }
     void Steps(std::vector<std::string> const& commands)
     {
         for (std::string const& step : commands) Step(step);
@@ -99,11 +115,6 @@ protected:
     double deltaTime = 1.0 / 60.0;
     bool lookMode = true;
 };
-
-void Sleep(int milliseconds)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
 
 // Per pass, of a double action and an on/off one: value, pressed, released and delta.
 TEST_F(ControllerTest, HeldKeyRisesOncePassesAndFalls)
@@ -218,69 +229,29 @@ TEST_F(ControllerTest, DearImGuiKeepsTheKeyboardButNotEscapeOrChat)
     testsupport::ExpectGolden(transcript, "input/controller_imgui.txt");
 }
 
+// A press of fewer than three passes is a tap, however far apart the passes; a
+// longer one, or one longer than the limit, is not.
 TEST_F(ControllerTest, TapsCountAsTapsHoweverSlowTheFrames)
 {
-    Game::_inputMode = 1;
-    // A press of one pass is a tap, even when the passes are far apart.
-    Key(GLFW_KEY_SPACE, true);
-    Pass();
-    EXPECT_FALSE(Controller::GetAvatarJump_Hold(0, 200));
-    Sleep(250);
-    Key(GLFW_KEY_SPACE, false);
-    Pass();
-    EXPECT_TRUE(Controller::GetAvatarJump_Hold(0, 200));
-    Pass();
-    EXPECT_FALSE(Controller::GetAvatarJump_Hold(0, 200));
-
-    // Held for several passes and longer than the limit, the release is no tap.
-    Key(GLFW_KEY_SPACE, true);
-    for (int pass = 0; pass < 5; ++pass) {
-        if (pass == 4) Key(GLFW_KEY_SPACE, false);
-        Pass();
-        EXPECT_FALSE(Controller::GetAvatarJump_Hold(0, 20)) << pass;
-        Sleep(pass == 3 ? 25 : 10);
-    }
+    auto tap = [](double limit) { return [limit] { return Controller::GetAvatarJump_Hold(0, limit); }; };
+    EXPECT_EQ(Polls(GLFW_KEY_SPACE, "D250 U U", tap(200)), "010");
+    EXPECT_EQ(Polls(GLFW_KEY_SPACE, "D10 D10 D10 D25 U", tap(20)), "00000");
 }
 
+// Holding fires once, after three passes of holding and the time, slow passes first.
 TEST_F(ControllerTest, HoldingFiresOnceAfterThreePassesAndTheTime)
 {
-    Game::_inputMode = 1;
-    Key(GLFW_KEY_F, true);
-    Pass();
-    auto const pressed = std::chrono::steady_clock::now();
-    EXPECT_FALSE(Controller::GetAvatarInteract_Hold(30, 0));
-    int fired = 0;
-    for (int pass = 1; pass <= 12; ++pass) {
-        Sleep(pass < 3 ? 20 : 5); // slow passes first: three passes are needed all the same
-        Pass();
-        if (!Controller::GetAvatarInteract_Hold(30, 0)) continue;
-        ++fired;
-        EXPECT_GE(pass, 4) << "three passes of holding come first";
-        EXPECT_GE(std::chrono::steady_clock::now() - pressed, std::chrono::milliseconds(30));
-    }
-    EXPECT_EQ(fired, 1);
-    Key(GLFW_KEY_F, false);
-    Pass();
-    EXPECT_FALSE(Controller::GetAvatarInteract_Hold(30, 0));
+    EXPECT_EQ(Polls(GLFW_KEY_F, "D20 D20 D5 D5 D5 D5 D5 D5 D5 D5 D5 D5 D U",
+                    [] { return Controller::GetAvatarInteract_Hold(30, 0); }),
+              "00001000000000");
 }
 
+// Hold-or-toggle: true on a press, and again on the release of a press held longer than the limit.
 TEST_F(ControllerTest, HoldOrToggleFlipsOnTapsAndBackAfterLongHolds)
 {
-    Game::_inputMode = 1;
-    // A tap: true on the press only; a long hold: true on the press and again on the release.
-    for (int held : {0, 4}) {
-        Key(GLFW_KEY_C, true);
-        Pass();
-        EXPECT_TRUE(Controller::GetAvatarToolConfigure_HoldOrToggle(40));
-        for (int i = 0; i < held; ++i) {
-            Sleep(15);
-            Pass();
-            EXPECT_FALSE(Controller::GetAvatarToolConfigure_HoldOrToggle(40));
-        }
-        Key(GLFW_KEY_C, false);
-        Pass();
-        EXPECT_EQ(Controller::GetAvatarToolConfigure_HoldOrToggle(40), held > 0);
-    }
+    EXPECT_EQ(Polls(GLFW_KEY_C, "D U D15 D15 D15 D15 D U",
+                    [] { return Controller::GetAvatarToolConfigure_HoldOrToggle(40); }),
+              "10100001");
 }
 
 TEST_F(ControllerTest, HoldNeedsExactlyOneLimit)
