@@ -24,7 +24,6 @@ std::string Number(double value) {
     return text;
 }
 
-// The delta time and, when inside one, the profiler scope the hook runs in.
 std::string InScope(double deltaTime) {
     std::string const scope = recorder::CurrentScope();
     return Number(deltaTime) + (scope.empty() ? "" : " in " + scope);
@@ -57,8 +56,7 @@ COMMAND_HOOK(Renderer_FramePushCommands) COMMAND_HOOK(Renderer_FrameBuildCommand
 COMMAND_HOOK(Renderer_FrameRenderCommands) COMMAND_HOOK(Renderer_FrameResolveCommands)
 COMMAND_HOOK(Renderer_FrameBlitCommands) COMMAND_HOOK(Renderer_FramePostCommands)
 COMMAND_HOOK(Renderer_FrameOverlayCommands)
-// Notes what the renderer has decided by then: whether the origin moved, and
-// the x of the camera's floating-frame position as it stands.
+// Notes whether the origin moved and the camera's x in the floating frame as it stands.
 void Renderer_FrameInit() {
     game::graphics::GameRenderer* renderer = Game::renderer;
     if (renderer == nullptr) return Hook("Renderer_FrameInit");
@@ -84,11 +82,3 @@ int Vulkan_ScoreGPU(void* physicalDevice) { return physicalDevice != nullptr ? 4
 VOID_HOOK(SplashBegin) VOID_HOOK(SplashEnd)
 
 } // extern "C"
-
-// The hooks have the types the module classes bind them as.
-static_assert(std::is_same_v<decltype(&ModuleSort), game::modules::ModuleSortHook>);
-static_assert(std::is_same_v<decltype(&Input_Key_Play), game::modules::KeyHook>);
-static_assert(std::is_same_v<decltype(&Renderer_FramePushCommands), game::modules::CommandBufferHook>);
-static_assert(std::is_same_v<decltype(&Server_Receive), game::modules::ServerReceiveHook>);
-static_assert(std::is_same_v<decltype(&Load), game::modules::ContentHook>);
-static_assert(std::is_same_v<decltype(&Vulkan_ScoreGPU), game::modules::VulkanScoreGPUHook>);

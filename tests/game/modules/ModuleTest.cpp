@@ -1,0 +1,316 @@
+// Loading, looking up, sorting and unloading modules of the four classes, with real
+// libraries built into modules/NAME/NAME.CLASS.so under the run folder.
+#include "support/Recorder.hpp"
+
+#include "game/modules/GAME_Init.hpp"
+#include "game/modules/GAME_Mod.hpp"
+#include "game/modules/SERVER_Mod.hpp"
+#include "game/modules/TESSARA_Mod.hpp"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace game::modules::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using recorder::Record;
+using Events = std::vector<std::string>;
+
+constexpr char kAlphaPath[] = "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod.so";
+
+template <class T>
+bool IsUnlocked() {
+    if (!T::_mutexForLoadedModules.try_lock()) return false;
+    T::_mutexForLoadedModules.unlock();
+    return true;
+}
+
+template <class T>
+void ResetModuleClass() {
+    T::UnloadModules();
+    T::ModulesSetLoadCallback([](typename T::Ptr) {});
+    T::ModulesSetUnloadCallback([](typename T::Ptr) {});
+    T::ModulesSetLoadErrorCallback(&ReportModuleLoadError);
+}
+
+bool ByPriority(GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->ModuleSort() < b->ModuleSort(); }
+
+Events NamesInList(char const* key) {
+    Events names;
+    GAME_Mod::ForEachSortedModule(key, [&](GAME_Mod::Ptr& mod) { names.push_back(mod->name); });
+    return names;
+}
+
+class ModuleTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::filesystem::current_path(TESSARA_TEST_RUN_DIR);
+        TearDown();
+    }
+    void TearDown() override {
+        ResetModuleClass<GAME_Init>();
+        ResetModuleClass<GAME_Mod>();
+        ResetModuleClass<SERVER_Mod>();
+        ResetModuleClass<TESSARA_Mod>();
+        recorder::Clear();
+        // Only the folders this test made: tests run in parallel processes.
+        for (std::string const& folder : madeFolders) std::filesystem::remove_all(folder);
+    }
+    static void LoadAll() {
+        for (char const* name : {"MODTEST_alpha", "MODTEST_beta", "MODTEST_gamma"}) // priorities 3, 1, 2
+            ASSERT_NE(GAME_Mod::LoadModule(name, true), nullptr);
+    }
+    std::vector<std::string> madeFolders;
+};
+
+TEST_F(ModuleTest, LoadingTwiceGivesOneModuleWithItsHooksBoundAndALibraryWithoutSymbolsIsSkipped) {
+    GAME_Mod::ModulesSetLoadCallback([](GAME_Mod::Ptr mod) { Record("callback:load " + mod->name); });
+    GAME_Mod::Ptr const mod = GAME_Mod::LoadModule("MODTEST_alpha", true);
+    ASSERT_NE(mod, nullptr);
+    EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_alpha", true), mod);
+    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), mod);
+    EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:ModuleLoad", "callback:load MODTEST_alpha"));
+    EXPECT_EQ(std::tuple(mod->name, mod->path, mod->id.String()),
+              std::tuple("MODTEST_alpha", kAlphaPath, "MODTEST_alpha"));
+    EXPECT_EQ(mod->error, nullptr);
+    EXPECT_FALSE(mod->Input_Key_Station || mod->ModuleGetCustomPtr);
+    EXPECT_EQ(mod->ModuleSort(), 3);
+    GAME_Mod::Ptr const empty = GAME_Mod::LoadModule("MODTEST_empty", true);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_FALSE(empty->ModuleLoad || empty->ModuleUnload || empty->Game_Start || empty->Renderer_FrameOverlayCommands);
+    recorder::Clear();
+    mod->Input_Key_Play(65, 38, 1, 4);
+    mod->Renderer_FramePushCommands(nullptr);
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& m) { if (m->Game_Start) m->Game_Start(); });
+    EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:Input_Key_Play(65 38 1 4)",
+                                                "MODTEST_alpha:Renderer_FramePushCommands(null)",
+                                                "MODTEST_alpha:Game_Start"));
+    // LoadModuleLib takes the key and the path apart.
+    GAME_Mod::Ptr const renamed =
+        LoadModuleLib<GAME_Mod>("renamed", "GAME_Mod", true, "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod");
+    ASSERT_NE(renamed, nullptr);
+    EXPECT_EQ(renamed->path, kAlphaPath);
+    EXPECT_EQ(GAME_Mod::GetModule("renamed"), renamed);
+}
+
+TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnCallbacksListsAndHooks) {
+    GAME_Mod::ModulesSetLoadCallback([](GAME_Mod::Ptr mod) { Record("GAME_Mod loaded " + mod->name); });
+    SERVER_Mod::ModulesSetLoadCallback([](SERVER_Mod::Ptr mod) { Record("SERVER_Mod loaded " + mod->name); });
+    GAME_Mod::Ptr const client = GAME_Mod::LoadModule("MODTEST_alpha", true);
+    SERVER_Mod::Ptr const server = SERVER_Mod::LoadModule("MODTEST_alpha", true);
+    TESSARA_Mod::Ptr const content = TESSARA_Mod::LoadModule("MODTEST_content", true);
+    GAME_Init::Ptr const init = GAME_Init::LoadModule("MODTEST_init", true);
+    ASSERT_TRUE(client && server && server->Server_BeforeUpdate && server->Server_GameUpdate && server->Server_Receive);
+    ASSERT_TRUE(content && content->_TESSARA_Mod_VERSION && content->Load && content->Unload);
+    ASSERT_TRUE(init && init->Vulkan_ScoreGPU && init->SplashBegin && init->SplashEnd);
+    EXPECT_FALSE(server->Server_Load || server->Server_Send || init->Vulkan_Init);
+    EXPECT_EQ(server->path, "modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so");
+    EXPECT_EQ(init->path, "modules/MODTEST_init/MODTEST_init.GAME_Init.so");
+    EXPECT_NE(client->handle, server->handle);
+    EXPECT_EQ(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), 7);
+    unsigned char scratch = 0;
+    server->Server_BeforeUpdate(0.5);
+    server->Server_GameUpdate(0.25);
+    server->Server_Receive(17, "ping", 4);
+    content->Load(&scratch);
+    content->Unload(&scratch);
+    EXPECT_EQ(init->Vulkan_ScoreGPU(&scratch), 42);
+    init->SplashBegin();
+    init->SplashEnd();
+    EXPECT_THAT(recorder::Events(),
+                ElementsAre("MODTEST_alpha:ModuleLoad", "GAME_Mod loaded MODTEST_alpha", "server:ModuleLoad",
+                            "SERVER_Mod loaded MODTEST_alpha", "content:ModuleLoad", "init:ModuleLoad",
+                            "server:Server_BeforeUpdate(0.5)", "server:Server_GameUpdate(0.25)",
+                            "server:Server_Receive(17 ping)", "content:Load(scratch)", "content:Unload(scratch)",
+                            "init:SplashBegin", "init:SplashEnd"));
+
+    GAME_Mod::SortModules("update", [](GAME_Mod::Ptr, GAME_Mod::Ptr) { return false; });
+    SERVER_Mod::ForEachSortedModule("update", [&](SERVER_Mod::Ptr&) { ADD_FAILURE() << "GAME_Mod's list"; });
+    SERVER_Mod::UnloadModule("MODTEST_alpha");
+    EXPECT_EQ(SERVER_Mod::GetModule("MODTEST_alpha"), nullptr);
+    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), client);
+    EXPECT_EQ(SERVER_Mod::LoadModule("MODTEST_beta", false), nullptr) << "only a GAME_Mod library";
+}
+
+TEST_F(ModuleTest, AFailedLoadIsReportedOnlyWhenAskedAndTriedAgainByTheNextLoad) {
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", false), nullptr);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", true), nullptr);
+    std::string const printed = ::testing::internal::GetCapturedStderr();
+    std::string const prefix = "Module 'modules/MODTEST_late/MODTEST_late.GAME_Mod' failed to load with error: ";
+    // dlerror's text follows, naming the file it tried.
+    EXPECT_EQ(printed.rfind(prefix, 0), 0u);
+    EXPECT_NE(printed.find("modules/MODTEST_late/MODTEST_late.GAME_Mod.so"), std::string::npos);
+    EXPECT_EQ(printed.back(), '\n');
+
+    madeFolders.push_back("modules/MODTEST_late");
+    std::filesystem::create_directories(madeFolders.back());
+    std::ofstream("modules/MODTEST_late/MODTEST_late.GAME_Mod.so") << "not a shared library\n";
+    Events reports;
+    GAME_Mod::ModulesSetLoadErrorCallback([&](char const* text) { reports.emplace_back(text); });
+    EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", true), nullptr);
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].rfind(prefix, 0), 0u);
+    EXPECT_GT(reports[0].size(), prefix.size());
+    EXPECT_EQ(GAME_Mod::Count(), 0u);
+
+    std::filesystem::copy_file(kAlphaPath, "modules/MODTEST_late/MODTEST_late.GAME_Mod.so",
+                               std::filesystem::copy_options::overwrite_existing);
+    GAME_Mod::Ptr const mod = GAME_Mod::LoadModule("MODTEST_late", true);
+    ASSERT_NE(mod, nullptr);
+    EXPECT_EQ(mod->name, "MODTEST_late");
+}
+
+TEST_F(ModuleTest, AnEmptyLoadCallbackThrowsAndReleasesTheLock) {
+    GAME_Mod::ModulesSetLoadCallback(GAME_Mod::ModuleCallback{});
+    EXPECT_THROW(GAME_Mod::LoadModule("MODTEST_alpha", true), std::bad_function_call);
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
+}
+
+TEST_F(ModuleTest, UnloadModuleCallsTheCallbackUnderTheLockThenUnloadsAndIgnoresUnknownNames) {
+    bool lockedInCallback = false;
+    GAME_Mod::ModulesSetUnloadCallback([&](GAME_Mod::Ptr mod) {
+        Record("callback:unload " + mod->name);
+        lockedInCallback = !GAME_Mod::_mutexForLoadedModules.try_lock_shared();
+        if (!lockedInCallback) GAME_Mod::_mutexForLoadedModules.unlock_shared();
+    });
+    GAME_Mod::LoadModule("MODTEST_alpha", true);
+    recorder::Clear();
+    GAME_Mod::UnloadModule("MODTEST_unknown");
+    EXPECT_EQ(GAME_Mod::Count(), 1u);
+    GAME_Mod::UnloadModule("MODTEST_alpha");
+    EXPECT_THAT(recorder::Events(), ElementsAre("callback:unload MODTEST_alpha", "MODTEST_alpha:ModuleUnload"));
+    EXPECT_TRUE(lockedInCallback);
+    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), nullptr);
+    {
+        auto lock = GAME_Mod::GetLock();
+        EXPECT_FALSE(GAME_Mod::_mutexForLoadedModules.try_lock_shared());
+        EXPECT_TRUE(IsUnlocked<SERVER_Mod>());
+    }
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
+}
+
+TEST_F(ModuleTest, UnloadModulesSkipsTheCallbackAndAKeptPtrKeepsItsLibraryMapped) {
+    auto const isMapped = [] {
+        void* const handle = dlopen(kAlphaPath, RTLD_LAZY | RTLD_NOLOAD);
+        if (handle != nullptr) dlclose(handle);
+        return handle != nullptr;
+    };
+    GAME_Mod::ModulesSetUnloadCallback([](GAME_Mod::Ptr mod) { Record("callback:unload " + mod->name); });
+    GAME_Mod::Ptr kept = GAME_Mod::LoadModule("MODTEST_alpha", true);
+    GAME_Mod::LoadModule("MODTEST_beta", true);
+    GAME_Mod::SortModules("update", ByPriority);
+    recorder::Clear();
+    GAME_Mod::UnloadModules();
+    EXPECT_EQ(GAME_Mod::Count(), 0u);
+    EXPECT_TRUE(GAME_Mod::_loadedSortedModules.empty());
+    EXPECT_TRUE(isMapped());
+    kept->Game_Start();
+    kept.reset();
+    EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_beta:ModuleUnload", "MODTEST_alpha:Game_Start",
+                                                "MODTEST_alpha:ModuleUnload"));
+    EXPECT_FALSE(isMapped());
+}
+
+TEST_F(ModuleTest, EachListHasTheOrderOfItsLatestSortAndAnUnsortedOneStaysEmpty) {
+    LoadAll();
+    EXPECT_THAT(NamesInList("update"), IsEmpty());
+    {
+        auto lock = GAME_Mod::GetLock();
+        ASSERT_EQ(GAME_Mod::_loadedSortedModules.count("update"), 1u) << "asking made an empty list";
+        EXPECT_THAT(GAME_Mod::_loadedSortedModules["update"], IsEmpty());
+    }
+    auto const descending = [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return ByPriority(b, a); };
+    GAME_Mod::SortModules("update", descending);
+    GAME_Mod::SortModules("update", ByPriority);
+    GAME_Mod::SortModules("render", descending);
+    EXPECT_THAT(NamesInList("update"), ElementsAre("MODTEST_beta", "MODTEST_gamma", "MODTEST_alpha"));
+    EXPECT_THAT(NamesInList("render"), ElementsAre("MODTEST_alpha", "MODTEST_gamma", "MODTEST_beta"));
+    // An unload leaves every list in order; a reloaded module joins a list only when it is sorted again.
+    GAME_Mod::UnloadModule("MODTEST_gamma");
+    EXPECT_THAT(NamesInList("render"), ElementsAre("MODTEST_alpha", "MODTEST_beta"));
+    ASSERT_NE(GAME_Mod::LoadModule("MODTEST_gamma", true), nullptr);
+    EXPECT_THAT(NamesInList("update"), ElementsAre("MODTEST_beta", "MODTEST_alpha"));
+    GAME_Mod::SortModules("update", ByPriority);
+    EXPECT_THAT(NamesInList("update"), ElementsAre("MODTEST_beta", "MODTEST_gamma", "MODTEST_alpha"));
+}
+
+TEST_F(ModuleTest, NullKeysAndThrowingHooksLeaveTheTableUnlocked) {
+    LoadAll();
+    EXPECT_THROW(GAME_Mod::ForEachSortedModule(nullptr, [](GAME_Mod::Ptr&) {}), std::logic_error);
+    EXPECT_THROW(GAME_Mod::SortModules(nullptr, ByPriority), std::logic_error);
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
+    GAME_Mod::SortModules("update", ByPriority);
+    auto const failingHook = [](GAME_Mod::Ptr&) { throw std::runtime_error("hook failed"); };
+    EXPECT_THROW(GAME_Mod::ForEachModule(failingHook), std::runtime_error);
+    EXPECT_THROW(GAME_Mod::ForEachSortedModule("update", failingHook), std::runtime_error);
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
+}
+
+TEST_F(ModuleTest, AHookMayReadItsOwnClassIncludingAnUnsortedList) {
+    LoadAll();
+    GAME_Mod::SortModules("update", ByPriority);
+    int innerCalls = 0;
+    // Under the shared lock of GAME_Mod: none of these may wait for the exclusive lock.
+    GAME_Mod::ForEachModule([&](GAME_Mod::Ptr& mod) {
+        EXPECT_EQ(GAME_Mod::GetModule(mod->name), mod);
+        EXPECT_EQ(GAME_Mod::Count(), 3u);
+        GAME_Mod::ForEachSortedModule("update", [&](GAME_Mod::Ptr&) { ++innerCalls; });
+        GAME_Mod::ForEachSortedModule("never sorted", [&](GAME_Mod::Ptr&) { ++innerCalls; });
+    });
+    EXPECT_EQ(innerCalls, 9);
+}
+
+// Hook walks from several threads at once, as the client, input, render and server
+// loops do, while the main thread loads, sorts and unloads a module.
+TEST_F(ModuleTest, HooksRunFromSeveralThreadsWhileAModuleIsLoadedSortedAndUnloaded) {
+    ASSERT_NE(GAME_Mod::LoadModule("MODTEST_alpha", true), nullptr);
+    GAME_Mod::SortModules("update", ByPriority);
+    std::atomic<bool> done{false};
+    std::atomic<long> passes{0}, calls{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([&, t] {
+            std::string const unsortedKey = "unsorted " + std::to_string(t % 2); // made empty on first ask
+            while (!done.load()) {
+                GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) { mod->Game_Update(0.5); });
+                GAME_Mod::ForEachSortedModule("update", [&](GAME_Mod::Ptr& mod) { calls += mod->ModuleSort(); });
+                GAME_Mod::ForEachSortedModule(unsortedKey.c_str(), [](GAME_Mod::Ptr&) { ADD_FAILURE(); });
+                // A Ptr taken out of the table keeps its library open after an unload.
+                if (GAME_Mod::Ptr const mod = GAME_Mod::GetModule("MODTEST_gamma")) {
+                    std::this_thread::yield();
+                    calls += mod->ModuleSort();
+                }
+                ++passes;
+            }
+        });
+    for (int cycle = 0; cycle < 40; ++cycle) {
+        ASSERT_NE(GAME_Mod::LoadModule("MODTEST_gamma", true), nullptr);
+        GAME_Mod::SortModules("update", ByPriority);
+        std::this_thread::yield();
+        GAME_Mod::UnloadModule("MODTEST_gamma");
+    }
+    done.store(true);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(GAME_Mod::Count(), 1u);
+    EXPECT_EQ(recorder::EventsWith("MODTEST_alpha:Game_Update").size(), static_cast<size_t>(passes.load()));
+    Events const events = recorder::Events();
+    EXPECT_EQ(std::count(events.begin(), events.end(), "MODTEST_gamma:ModuleLoad"), 40);
+    EXPECT_EQ(std::count(events.begin(), events.end(), "MODTEST_gamma:ModuleUnload"), 40);
+    EXPECT_GT(calls.load(), 0);
+}
+
+} // namespace
+} // namespace game::modules::testing
