@@ -1,6 +1,6 @@
 #pragma once
-// Shared set-up of the game tests: the recording module at hand, the recorder
-// emptied, and the game's run state reset after.
+// The game tests run in the folder that holds modules/, with an empty event log and
+// the profiler on; the game's run state is reset after each.
 #include "support/Recorder.hpp"
 
 #include "game/Game.hpp"
@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -22,24 +21,18 @@ using game::modules::GAME_Mod;
 using game::modules::SERVER_Mod;
 using game::modules::TESSARA_Mod;
 using recorder::EventsWith;
+using Events = std::vector<std::string>;
 
 inline constexpr char const* recorderName = "TEST_recorder";
-
-/// Index of the first event equal to `event`, or -1.
-inline int IndexOf(std::vector<std::string> const& events, std::string const& event) {
-    auto it = std::find(events.begin(), events.end(), event);
-    return it == events.end() ? -1 : static_cast<int>(it - events.begin());
-}
 
 class GameTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::filesystem::current_path(TESSARA_TEST_RUN_DIR); // modules load from modules/NAME/NAME.CLASS.so
+        std::filesystem::current_path(TESSARA_TEST_RUN_DIR);
         recorder::Clear();
         nerox::cpu::Profiler::enabled = true;
         nerox::cpu::Profiler::Reset();
     }
-
     void TearDown() override {
         GAME_Mod::UnloadModules();
         SERVER_Mod::UnloadModules();
@@ -60,12 +53,16 @@ protected:
         nerox::cpu::Profiler::Reset();
         recorder::Clear();
     }
-
-    /// Loads the recording module as a client module and empties the log.
-    static GAME_Mod::Ptr LoadClientRecorder() { return Cleared(GAME_Mod::LoadModule(recorderName, true)); }
-    static SERVER_Mod::Ptr LoadServerRecorder() { return Cleared(SERVER_Mod::LoadModule(recorderName, true)); }
-    template <class P>
-    static P Cleared(P mod) { return recorder::Clear(), mod; }
+    /// The recording module loaded as a module of class T, its ModuleLoad event dropped.
+    template <class T = GAME_Mod>
+    static typename T::Ptr LoadRecorder() {
+        typename T::Ptr mod = T::LoadModule(recorderName, true);
+        recorder::Clear();
+        return mod;
+    }
+    static void SortUpdateList() {
+        GAME_Mod::SortModules("update", [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
+    }
 };
 
 } // namespace gametest

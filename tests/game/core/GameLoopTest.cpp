@@ -1,0 +1,358 @@
+// The game's passes, its server tick, its start and stop, input modes and interface style.
+#include "GameTestFixture.hpp"
+
+#include "game/GameSettings.hpp"
+#include "game/Options.hpp"
+#include "game/audio/EnvironmentAudio.hpp"
+#include "nerox/audio/Studio.hpp"
+#include "nerox/graphics/HeadlessWindow.hpp"
+#include "support/TempDir.hpp"
+
+#include <imgui.h>
+#include <imgui_internal.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <thread>
+
+namespace gametest {
+namespace {
+
+using ClientPassTest = GameTest;
+
+TEST_F(ClientPassTest, SynchronizedWorkRunsFirstThenTheSortedUpdateListAndTheClientAndInputPasses) {
+    ASSERT_TRUE(LoadRecorder());
+    Game::Synchronize([] { recorder::Record("sync"); });
+    Game::Update(0.0);
+    EXPECT_EQ(recorder::Events(), Events{"sync"}) << "the update list was never sorted";
+    SortUpdateList();
+    Game::Update(0.0);
+    Game::ClientUpdate();
+    Game::InputUpdate(0.5);
+    Game::InputUpdate_Play(0.25);
+    Game::InputUpdate_Station(0.125);
+    Events events = recorder::Events();
+    ASSERT_EQ(events.size(), 6u);
+    EXPECT_EQ(events[1].rfind("GAME_Mod:Game_Update(", 0), 0u);
+    EXPECT_EQ(Events(events.begin() + 2, events.end()),
+              (Events{"GAME_Mod:Game_ClientUpdate", "GAME_Mod:Input_Update(0.5)", "GAME_Mod:Input_Update_Play(0.25)",
+                      "GAME_Mod:Input_Update_Station(0.125)"}));
+    // A module loaded afresh is in no list until the next sort.
+    GAME_Mod::UnloadModule(recorderName);
+    ASSERT_TRUE(LoadRecorder());
+    Game::Update(0.0);
+    EXPECT_TRUE(recorder::Events().empty());
+}
+
+TEST_F(ClientPassTest, DeltaTimeMovesHalfWayTowardsTheRenderLoopsDeltaWhateverTheArgument) {
+    ASSERT_TRUE(LoadRecorder());
+    SortUpdateList();
+    Game::mainRenderingFramerate.Tick();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    Game::mainRenderingFramerate.Tick();
+    double const frame = Game::mainRenderingFramerate.GetDeltaTime();
+    ASSERT_GT(frame, 0.0);
+    std::vector<double> seen;
+    for (double argument : {0.0, 1.0, -7.0}) {
+        Game::Update(argument);
+        std::string const event = EventsWith("GAME_Mod:Game_Update(").back();
+        seen.push_back(std::stod(event.substr(event.find('(') + 1)) - frame);
+    }
+    EXPECT_NEAR(seen[1], 0.5 * seen[0], 1e-6 * frame);
+    EXPECT_NEAR(seen[2], 0.5 * seen[1], 1e-6 * frame);
+}
+
+TEST_F(ClientPassTest, AnEmptySynchronizedFunctionThrowsAndLeavesTheQueueUsable) {
+    bool ran = false;
+    Game::Synchronize(std::function<void()>());
+    EXPECT_THROW(Game::Update(0.0), std::bad_function_call);
+    {
+        // The unwinding released the mutex; the entry is still queued.
+        std::unique_lock lock(Game::_syncMutex, std::try_to_lock);
+        ASSERT_TRUE(lock.owns_lock());
+        EXPECT_EQ(Game::_syncQueue.size(), 1u);
+        Game::_syncQueue.clear();
+    }
+    Game::Synchronize([&] { ran = true; });
+    Game::Update(0.0);
+    EXPECT_TRUE(ran);
+}
+
+TEST_F(ClientPassTest, SynchronizeIsSafeFromManyThreads) {
+    std::atomic<int> runs{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 250; ++i) Game::Synchronize([&] { ++runs; });
+        });
+    for (auto& thread : threads) thread.join();
+    Game::Update(0.0);
+    EXPECT_EQ(runs.load(), 1000);
+}
+
+TEST_F(ClientPassTest, AudioGetsHalfTheMasterVolumeOnTheMainBusAndOneUpdatePerPass) {
+    nerox::audio::Studio studio;
+    Game::audio = &studio;
+    testsupport::TempDir scratch;
+    Game::settings = std::make_unique<game::GameSettings>(scratch.File("settings.ini"), std::nullopt);
+    Game::settings->master_volume = 0.8f;
+    Game::Update(0.0);
+    Game::Update(0.0);
+    EXPECT_FLOAT_EQ(studio.GetVolume("bus:/"), 0.4f);
+    EXPECT_EQ(studio.GetUpdateCount(), 2u);
+}
+
+using ServerTickTest = GameTest;
+
+TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndClientModulesAreLeftOut) {
+    ASSERT_TRUE(LoadRecorder());
+    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
+    for (bool metrics : {false, true}) { // the measuring branch runs the same stages
+        SCOPED_TRACE(metrics);
+        recorder::Clear();
+        nerox::cpu::Profiler::Reset();
+        Game::serverSideEntityPerformanceMetrics = metrics;
+        Game::ServerUpdate(0.25, 4);
+        Game::serverSideEntityPerformanceMetrics = false;
+        EXPECT_EQ(recorder::Events(),
+                  (Events{"SERVER_Mod:Server_BeforeUpdate(0.25 in ServerUpdate/ForEachModule::Server_BeforeUpdate)",
+                          "SERVER_Mod:Server_GameUpdate(0.25 in ServerUpdate/ForEachModule::Server_AfterUpdate)"}));
+        std::map<std::string, uint64_t> counts;
+        nerox::cpu::Profiler::ForEach([&](std::string const&, std::string const& path,
+                                          nerox::cpu::Profiler::Profile const& p) { counts[path] += p.count; });
+        for (char const* scope : {"", "/ForEachModule::Server_BeforeUpdate", "/ForEachEntity::BeforeUpdate",
+                                  "/ForEachEntity::Update", "/ForEachEntity::AfterUpdate",
+                                  "/ForEachModule::Server_AfterUpdate"})
+            EXPECT_EQ(counts[std::string("ServerUpdate") + scope], 1u) << scope;
+    }
+}
+
+TEST_F(ServerTickTest, TimestampFollowsTheClockPlusOffsetOnlyWhileTimeIsActive) {
+    auto const now = [] { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); };
+    Game::timeOffset = 1000.0;
+    double const before = now();
+    Game::ServerUpdate(0.1, 1);
+    EXPECT_GE(Game::timestamp, before + 1000.0 - 1e-3);
+    EXPECT_LE(Game::timestamp, now() + 1000.0 + 1e-3);
+    Game::timeActive = false;
+    double const frozen = Game::timestamp;
+    Game::ServerUpdate(0.1, 1);
+    EXPECT_EQ(Game::timestamp, frozen);
+}
+
+TEST_F(ServerTickTest, AHookExceptionLeavesTheTickAndReleasesTheModuleLockAndTheScopes) {
+    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
+    recorder::ThrowIn("Server_BeforeUpdate");
+    EXPECT_THROW(Game::ServerUpdate(0.1, 1), std::runtime_error);
+    SERVER_Mod::UnloadModule(recorderName); // needs the exclusive lock
+    EXPECT_EQ(SERVER_Mod::Count(), 0u);
+    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
+    Game::ServerUpdate(0.1, 1); // nests from the top again
+    EXPECT_EQ(EventsWith("SERVER_Mod:").front(),
+              "SERVER_Mod:Server_BeforeUpdate(0.1 in ServerUpdate/ForEachModule::Server_BeforeUpdate)");
+}
+
+TEST_F(ServerTickTest, ServerTicksRunAlongsideClientPasses) {
+    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
+    ASSERT_TRUE(LoadRecorder());
+    SortUpdateList();
+    std::atomic<bool> serverDone{false};
+    std::thread server([&] {
+        for (int i = 0; i < 200; ++i) Game::ServerUpdate(0.01, 1);
+        serverDone = true;
+    });
+    int passes = 0;
+    for (; !serverDone || passes < 10; ++passes) {
+        Game::Synchronize([] {});
+        Game::Update(0.0);
+        Game::ClientUpdate();
+    }
+    server.join();
+    EXPECT_EQ(EventsWith("SERVER_Mod:Server_GameUpdate").size(), 200u);
+    EXPECT_EQ(EventsWith("GAME_Mod:Game_ClientUpdate").size(), static_cast<size_t>(passes));
+}
+
+using LifecycleTest = GameTest;
+
+TEST_F(LifecycleTest, ARunLoadsTheContentModulesAfterGameStartAndCanBeRepeated) {
+    ASSERT_TRUE(LoadRecorder());
+    Game::_mods = {"TEST_missing", recorderName};
+    for (int run = 0; run < 2; ++run) {
+        SCOPED_TRACE(run);
+        recorder::Clear();
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        Game::Start();
+        EXPECT_NE(Game::environmentAudio, nullptr);
+        EXPECT_EQ(TESSARA_Mod::Count(), 1u);
+        Game::Ready();
+        Game::Stop();
+        std::string const out = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "a missing content module is skipped silently";
+        EXPECT_EQ(out, "Shader compilation may take several minutes before starting the game the first time or "
+                       "after an update...\nStarting game...\n");
+        EXPECT_EQ(recorder::Events(),
+                  (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)",
+                          "GAME_Mod:Game_Ready", "TESSARA_Mod:Unload(scratch)", "TESSARA_Mod:ModuleUnload",
+                          "GAME_Mod:Game_Stop"}));
+    }
+}
+
+TEST_F(LifecycleTest, StopResetsTheRunStateButKeepsClientAndServerModules) {
+    ASSERT_TRUE(LoadRecorder());
+    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
+    Game::_mods = {recorderName};
+    testing::internal::CaptureStdout();
+    Game::Start();
+    testing::internal::GetCapturedStdout();
+    nerox::graphics::HeadlessWindow window;
+    Game::window = &window;
+    Game::SetInputMode_Station();
+    Game::environmentIsLoaded = Game::settingsWindowOpen = Game::adminWindowOpen = true;
+    Game::parentEnvironmentId = 7;
+    Game::relativeEnvironmentId = 9;
+    Game::uiVisible = false;
+    Game::_joysticks[0] = nullptr;
+    Game::config.Parse(std::string("world: demo\n"));
+    ASSERT_EQ(Game::config["world"].AsString(), "demo");
+
+    Game::Stop();
+    EXPECT_EQ(std::tuple(TESSARA_Mod::Count(), GAME_Mod::Count(), SERVER_Mod::Count()), std::tuple(0u, 1u, 1u));
+    EXPECT_EQ(Game::environmentAudio, nullptr);
+    EXPECT_EQ(std::tuple(Game::parentEnvironmentId, Game::relativeEnvironmentId, int(Game::_inputMode)), std::tuple(0u, 0u, 0));
+    EXPECT_FALSE(Game::environmentIsLoaded || Game::_mouseLook || Game::settingsWindowOpen || Game::adminWindowOpen);
+    EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_DISABLED) << "Stop leaves the cursor as it was";
+    EXPECT_TRUE(Game::_joysticks.empty() && Game::uiVisible);
+    EXPECT_FALSE(Game::config["world"]);
+    EXPECT_EQ(Game::_mods, Events{recorderName}) << "the module list is the host's";
+}
+
+class InputModeTest : public GameTest {
+protected:
+    void SetUp() override {
+        GameTest::SetUp();
+        Game::window = &window;
+    }
+    nerox::graphics::HeadlessWindow window;
+};
+
+TEST_F(InputModeTest, ModesInAFocusedWindowCaptureTheCursorAtTheOriginExceptTheInterfaceMode) {
+    struct Case { char const* name; void (*enter)(); int mode; bool mouseLook; };
+    for (Case const& c : {Case{"play", &Game::SetInputMode_Play, 1, true}, Case{"ui", &Game::SetInputMode_Ui, 0, false},
+                          Case{"station", &Game::SetInputMode_Station, 2, true},
+                          Case{"ui", &Game::SetInputMode_Ui, 0, false}, Case{"Play", &Game::Play, 1, true},
+                          Case{"Pause does nothing", &Game::Pause, 1, true}}) {
+        SCOPED_TRACE(c.name);
+        window.SetCursorPos(300.0, 200.0);
+        c.enter();
+        EXPECT_EQ(Game::_inputMode, c.mode);
+        EXPECT_EQ(Game::_mouseLook, c.mouseLook);
+        EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), c.mouseLook ? GLFW_CURSOR_DISABLED : GLFW_CURSOR_NORMAL);
+        double x = -1, y = -1;
+        window.GetCursorPos(&x, &y);
+        EXPECT_TRUE(!c.mouseLook || c.enter == &Game::Pause || (x == 0.0 && y == 0.0)) << x << "," << y;
+    }
+}
+
+TEST_F(InputModeTest, MouseLookNeedsAFocusedWindowAndAskingForTheCurrentStateTouchesNothing) {
+    window.SetFocused(false);
+    Game::SetInputMode_Play();
+    EXPECT_EQ(Game::_inputMode, 1);
+    EXPECT_FALSE(Game::_mouseLook);
+    window.SetFocused(true);
+    EXPECT_FALSE(Game::_mouseLook) << "regaining the focus changes nothing by itself";
+    window.SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
+    Game::SetMouseLook(false);
+    EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_HIDDEN);
+    Game::SetMouseLook(true);
+    window.SetCursorPos(50.0, 60.0);
+    Game::SetMouseLook(true);
+    double x = 0, y = 0;
+    window.GetCursorPos(&x, &y);
+    EXPECT_EQ(x, 50.0) << "a second capture does not move the cursor again";
+    Game::window = nullptr;
+    Game::_mouseLook = false;
+    Game::SetInputMode_Station();
+    EXPECT_EQ(Game::_inputMode, 2);
+    EXPECT_FALSE(Game::_mouseLook) << "no window";
+}
+
+TEST_F(InputModeTest, QuitClearsTheActiveFlagFreesTheCursorAndEmptiesTheOptions) {
+    Game::SetMouseLook(true);
+    game::Options::Set("volume", 3.5);
+    Game::isActive = true;
+    Game::Quit();
+    EXPECT_FALSE(Game::isActive.load() || Game::_mouseLook);
+    EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_NORMAL);
+    EXPECT_EQ(game::Options::Get<double>("volume", -1.0), -1.0);
+}
+
+// A Dear ImGui context with a built font atlas, plus settings in a scratch file.
+class UiStyleTest : public InputModeTest {
+protected:
+    void SetUp() override {
+        InputModeTest::SetUp();
+        context = ImGui::CreateContext();
+        ImGui::GetIO().DisplaySize = ImVec2(1024, 768);
+        ImGui::GetIO().IniFilename = nullptr;
+        ImGui::GetIO().Fonts->Build();
+        Game::settings = std::make_unique<game::GameSettings>(scratch.File("settings.ini"), std::nullopt);
+    }
+    void TearDown() override {
+        ImGui::DestroyContext(context);
+        InputModeTest::TearDown();
+    }
+    ImGuiContext* context = nullptr;
+    testsupport::TempDir scratch;
+};
+
+TEST_F(UiStyleTest, TheStyleIsScaledToWholePixelsByTheSettingsInterfaceScaleButNotItsBorders) {
+    Game::settings->ui_scaling = 1.5f;
+    Game::SetupUiStyle();
+    ImGuiStyle const& style = ImGui::GetStyle();
+    EXPECT_EQ(std::tuple(style.WindowPadding.x, style.WindowBorderSize, style.WindowMinSize.x, style.FramePadding.y,
+                         style.FrameRounding, ImGui::GetIO().FontGlobalScale, Game::GetUiScaling()),
+              std::tuple(15.0f, 2.0f, 450.0f, 7.0f, 6.0f, 0.75f, 1.5f));
+    // Without a context nothing is drawn and the scale comes from the settings.
+    ImGui::SetCurrentContext(nullptr);
+    Game::settings->ui_scaling = 2.0f;
+    EXPECT_FLOAT_EQ(Game::GetUiScaling(), 2.0f);
+    EXPECT_FALSE(Game::ShowHelpTooltip());
+    Game::SetupUiStyle();
+    Game::LoadFonts();
+    ImGui::SetCurrentContext(context);
+}
+
+TEST_F(UiStyleTest, TheHelpTooltipShowsOnlyWhileLookingWithTheSettingOnAndCapturingTakesTheFocus) {
+    ImGui::NewFrame();
+    EXPECT_FALSE(Game::ShowHelpTooltip()) << "mouse look is off";
+    ImGui::Begin("Panel");
+    ImGui::End();
+    ImGui::SetWindowFocus("Panel");
+    ImGui::EndFrame();
+    ImGui::NewFrame();
+    ASSERT_TRUE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
+    EXPECT_FALSE(Game::ShowHelpTooltip()) << "a window has the focus";
+    Game::SetMouseLook(true);
+    EXPECT_FALSE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
+    EXPECT_TRUE(Game::ShowHelpTooltip());
+    Game::settings->show_help_tooltips = false;
+    EXPECT_FALSE(Game::ShowHelpTooltip());
+    ImGui::EndFrame();
+    ImGui::NewFrame();
+    EXPECT_NE(ImGui::FindWindowByName("Help Tooltips"), nullptr);
+    ImGui::EndFrame();
+}
+
+TEST_F(UiStyleTest, FontsFallBackWhenTheGameFontIsMissing) {
+    ImGui::GetIO().Fonts->Clear();
+    testing::internal::CaptureStderr();
+    Game::LoadFonts();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("SourceCodePro-Semibold.otf"), std::string::npos);
+    EXPECT_EQ(ImGui::GetIO().Fonts->ConfigData.Size, 1);
+}
+
+} // namespace
+} // namespace gametest
