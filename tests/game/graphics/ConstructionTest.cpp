@@ -1,5 +1,5 @@
-// What the renderer sets up when it is made, the graphics presets, the shader
-// tables, Cleanup, and the game starting and stopping it.
+// What the renderer sets up when it is made, the first-run preset, Cleanup, the game
+// starting and stopping it, deferred destruction and the push list.
 #include "GameRendererFixture.hpp"
 
 #include "nerox/graphics/Texture.hpp"
@@ -7,10 +7,12 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <thread>
+
 namespace rendertest {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -38,7 +40,6 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
     EXPECT_EQ(r.AddRenderableHitShader("modules/a/hit"), 4u);
     EXPECT_EQ(r.AddRenderableCallableShader("modules/a/call"), 1u);
     r.StartRendering();
-    EXPECT_FALSE(r.renderableShadersLocked);
     r.Frame();
     EXPECT_TRUE(r.renderableShadersLocked);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -46,25 +47,24 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
     EXPECT_DEATH(r.AddRenderableCallableShader("late"), "ASSERTION FAILED: \\(!renderableShadersLocked\\)");
 }
 
-TEST_F(GameRendererTest, WithoutSettingsThereIsNoRenderer)
+TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppliedButNotSaved)
 {
     Game::settings.reset();
     try {
         Make();
-        FAIL() << "no exception";
+        ADD_FAILURE() << "made without settings";
     } catch (std::runtime_error const& error) {
         EXPECT_THAT(error.what(), HasSubstr("Game::settings"));
     }
-}
-
-TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppliedButNotSaved)
-{
+    Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
     struct Case {
         int preset, quality;
         float finalUpscale;
         bool saved;
     };
-    for (Case c : {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{5, 2, 1.0f, false}}) {
+    // Presets outside 1 to 6 change nothing.
+    for (Case c : {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{7, 7, 0.25f, false},
+                   Case{5, 2, 1.0f, false}}) {
         SCOPED_TRACE(c.preset);
         Game::settings->graphics_preset = c.preset;
         Game::settings->upscaling_quality_setting = 7;
@@ -76,73 +76,134 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
         EXPECT_EQ(Game::settings->upscaling_quality_setting, c.quality);
         EXPECT_EQ(Game::settings->final_upscale, c.finalUpscale);
         std::string const after = testsupport::ReadText(settingsPath);
-        if (c.saved)
-            EXPECT_THAT(after, AllOf(HasSubstr("graphics_preset = 3\n"), HasSubstr("upscaling_quality_setting = 1\n")));
-        else
+        if (c.saved) {
+            EXPECT_THAT(after, HasSubstr("graphics_preset = 3\n"));
+            EXPECT_THAT(after, HasSubstr("upscaling_quality_setting = 1\n"));
+        } else {
             EXPECT_EQ(after, before);
+        }
     }
 }
 
-TEST_F(GameRendererTest, PresetsSetQualityAndFinalUpscale)
-{
-    GameRenderer& r = Make();
-    struct Row {
-        int preset, quality;
-        float finalUpscale;
-    };
-    // Presets outside 1 to 6 leave the marker values 9 and 9.5 alone.
-    for (Row row : {Row{1, 1, 2.0f}, Row{2, 1, 1.5f}, Row{3, 1, 0.0f}, Row{4, 1, 0.0f}, Row{5, 2, 1.0f},
-                    Row{6, 3, 1.0f}, Row{0, 9, 9.5f}, Row{7, 9, 9.5f}, Row{-1, 9, 9.5f}}) {
-        SCOPED_TRACE(row.preset);
-        Game::settings->graphics_preset = row.preset;
-        Game::settings->upscaling_quality_setting = 9;
-        Game::settings->final_upscale = 9.5f;
-        r.ConfigureSettingsFromPreset();
-        EXPECT_EQ(Game::settings->upscaling_quality_setting, row.quality);
-        EXPECT_EQ(Game::settings->final_upscale, row.finalUpscale);
+// Counts its live instances; optionally does something when it goes.
+struct Tracked {
+    static inline std::atomic<int> alive{0};
+    Tracked() { ++alive; }
+    ~Tracked()
+    {
+        --alive;
+        if (onDestroy)
+            onDestroy();
     }
-}
-
-// A texture whose destruction the test can see.
-struct WatchedTexture : nerox::graphics::Texture {
-    explicit WatchedTexture(bool* destroyed) : destroyed(destroyed) {}
-    ~WatchedTexture() override { *destroyed = true; }
-    bool* destroyed;
+    std::function<void()> onDestroy;
 };
 
-TEST_F(GameRendererTest, CleanupEmptiesTheTablesAndTheTrash)
+// A texture that counts its pushes and the command buffers they got.
+struct PushCounter : nerox::graphics::Texture {
+    void Push(VkCommandBuffer commandBuffer) override
+    {
+        ++pushes;
+        lastCommandBuffer = commandBuffer;
+    }
+    int pushes = 0;
+    VkCommandBuffer lastCommandBuffer = VK_NULL_HANDLE;
+};
+
+TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndTrash)
 {
+    LoadSortedInto();
     GameRenderer& r = Make();
-    bool tableTextureGone = false, pushedGone = false, trashedGone = false;
-    r.AddTexture(nerox::graphics::TextureRef(std::make_shared<WatchedTexture>(&tableTextureGone)));
-    r.PushTexture(std::make_shared<WatchedTexture>(&pushedGone));
-    r.Trash(std::make_shared<WatchedTexture>(&trashedGone));
-    r.Cleanup();
+    Tracked::alive = 0;
+    Game::Start();
+    EXPECT_TRUE(r.IsRendering());
+    r.Frame();
+    r.AddTexture(nerox::graphics::TextureRef(std::make_shared<PushCounter>()));
+    r.PushTexture(std::make_shared<PushCounter>());
+    r.Trash(std::make_shared<Tracked>());
+    Game::Stop();
+    EXPECT_FALSE(r.IsRendering());
     EXPECT_EQ(r.TextureCount(), 0u); // the font atlas went too
     EXPECT_TRUE(r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty());
-    EXPECT_TRUE(tableTextureGone && pushedGone && trashedGone);
+    EXPECT_EQ(Tracked::alive, 0);
+    std::vector<std::string> order;
+    for (std::string const& event : gametest::EventsWith("GAME_Mod:"))
+        if (event.find("Frame") == std::string::npos)
+            order.push_back(event);
+    EXPECT_THAT(order, ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering",
+                                   "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
     // The next world's textures count from 0 again.
     EXPECT_EQ(r.AddTexture(nerox::graphics::TextureRef(GameRenderer::FontAtlasPath)), 0u);
 }
 
-TEST_F(GameRendererTest, TheGameStartsAndStopsRendering)
+TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndAReleaseThatTrashesAgainIsFollowed)
 {
-    LoadRecorderSortedInto();
     GameRenderer& r = Make();
-    bool trashedGone = false;
-    Game::Start();
-    EXPECT_TRUE(r.IsRendering());
+    Tracked::alive = 0;
+    r.StartRendering();
     r.Frame();
-    r.Trash(std::make_shared<WatchedTexture>(&trashedGone));
-    Game::Stop();
-    EXPECT_FALSE(r.IsRendering());
-    EXPECT_EQ(r.TextureCount(), 0u);
-    EXPECT_TRUE(trashedGone);
-    std::vector<std::string> order;
-    for (std::string const& event : gametest::EventsWith("GAME_Mod:"))
-        if (event.find("Frame") == std::string::npos) order.push_back(event);
-    EXPECT_THAT(order, ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering",
-                                   "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
+    r.Trash(std::make_shared<Tracked>()); // in frame N, after its collection
+    r.Frame();                            // N + 1
+    EXPECT_EQ(Tracked::alive, 1);
+    r.Frame(); // N + 2
+    EXPECT_EQ(Tracked::alive, 0);
+
+    // The outer object, when released, trashes the inner one.
+    auto const makeChain = [&r] {
+        auto inner = std::make_shared<Tracked>();
+        auto outer = std::make_shared<Tracked>();
+        outer->onDestroy = [&r, inner]() mutable { r.Trash(std::move(inner)); };
+        r.Trash(std::move(outer));
+    };
+    makeChain();
+    for (int expected : {2, 1, 1, 0}) {
+        r.CollectTrash();
+        EXPECT_EQ(Tracked::alive, expected);
+    }
+    makeChain();
+    r.CollectAllTrash(); // takes both at once
+    EXPECT_EQ(Tracked::alive, 0);
+    EXPECT_TRUE(r.trash.empty() && r.trashPrevious.empty());
+}
+
+TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect)
+{
+    GameRenderer& r = Make();
+    Tracked::alive = 0;
+    std::atomic<bool> done{false};
+    std::thread producer([&] {
+        for (int i = 0; i < 2000; ++i)
+            r.Trash(std::make_shared<Tracked>());
+        done = true;
+    });
+    while (!done.load())
+        r.CollectTrash();
+    producer.join();
+    r.CollectAllTrash();
+    EXPECT_EQ(Tracked::alive, 0);
+}
+
+TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsIsTrashedNotPushed)
+{
+    GameRenderer& r = Make();
+    r.StartRendering();
+    auto kept = std::make_shared<PushCounter>();
+    auto orphan = std::make_shared<PushCounter>();
+    std::weak_ptr<PushCounter> const watched = orphan;
+    r.PushTexture(std::move(orphan));
+    r.PushTexture(kept);
+    r.PushTexture(nullptr); // ignored
+    r.Frame(); // the orphan is trashed in its push stage, after this frame's collection
+    EXPECT_EQ(kept->pushes, 1);
+    EXPECT_NE(kept->lastCommandBuffer, VK_NULL_HANDLE);
+    EXPECT_TRUE(r.pushTextures.empty());
+    ASSERT_FALSE(watched.expired());
+    EXPECT_EQ(watched.lock()->pushes, 0);
+    r.Frame();
+    EXPECT_EQ(kept->pushes, 1); // not pushed again unless asked
+    EXPECT_FALSE(watched.expired());
+    r.Frame();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(kept.use_count(), 1); // the list's reference went through the trash
 }
 
 } // namespace

@@ -1,8 +1,10 @@
 // The frame's stages: which module hooks each one calls and in what order, the
-// settings copied into the base class, and the floating world origin.
+// settings copied into the base class, the floating world origin, the crosshair,
+// and no allocations in a steady frame.
 #include "GameRendererFixture.hpp"
 
 #include "nerox/graphics/Texture.hpp"
+#include "support/CountedAllocations.hpp"
 #include "support/GlmChecks.hpp"
 #include "support/Golden.hpp"
 
@@ -14,74 +16,40 @@ namespace {
 
 using ::testing::ElementsAre;
 
-std::vector<std::string> RendererHooks()
+// The renderer hooks called since the log was emptied, one a line.
+std::string RendererHooks()
 {
-    std::vector<std::string> hooks;
+    std::string hooks;
     for (std::string const& event : gametest::EventsWith("GAME_Mod:Renderer_"))
-        hooks.push_back(event.substr(std::string("GAME_Mod:").size()));
+        hooks += event.substr(std::string("GAME_Mod:").size()) + "\n";
     return hooks;
 }
 
-// The camera at position, looking down -Z.
-void PlaceCamera(GameRenderer& r, glm::dvec3 position)
-{
-    r.cameraPosition = glm::dvec4(position, 1.0);
-    r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), position));
-}
-
-glm::dvec3 CameraInFloatingFrame(GameRenderer const& r) { return glm::dvec3(r.cameraTransform[3]); }
-
-TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrder)
+TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrderAndAHookThatThrowsEndsTheFrame)
 {
     GameRenderer& r = Make();
     r.StartRendering();
     // The module in one list at a time, then in all of them: the frame's hook calls
     // in order, those of the stages that go through every module included.
-    std::string calls;
+    std::string calls, all;
     for (std::string key : {"", "ui", "update", "render", "post", "overlay", "all"}) {
         GAME_Mod::UnloadModules();
-        if (key == "all")
-            LoadRecorderSortedInto();
-        else
-            LoadRecorderSortedInto(key.empty() ? std::initializer_list<char const*>{} : std::initializer_list{key.c_str()});
+        LoadSortedInto(key == "all" ? std::vector<std::string>{"update", "render", "post", "overlay", "ui"}
+                                    : key.empty() ? std::vector<std::string>{} : std::vector{key});
         r.Frame();
-        calls += "# sorted into: " + (key.empty() ? "no list" : key) + "\n";
-        for (std::string const& hook : RendererHooks())
-            calls += hook + "\n";
+        calls += "# sorted into: " + (key.empty() ? "no list" : key) + "\n" + (all = RendererHooks());
     }
     testsupport::ExpectGolden(calls, "graphics/frame_hooks_by_list.txt");
+    recorder::ThrowIn("Renderer_FrameRenderCommands");
+    EXPECT_THROW(r.Frame(), std::runtime_error);
+    recorder::Clear();
+    r.Frame();
+    EXPECT_EQ(RendererHooks(), all) << "the next frame runs normally";
     recorder::Clear();
     window->SetSize(40, 30);
     r.RefreshViewport();
     r.StopRendering();
-    EXPECT_THAT(RendererHooks(), ElementsAre("Renderer_RefreshViewport", "Renderer_StopRendering"));
-}
-
-TEST_F(GameRendererTest, FrameInitHooksSeeTheOriginDecidedAndTheCameraNotYetDerived)
-{
-    LoadRecorderSortedInto();
-    GameRenderer& r = Make();
-    game::Options::Set(GameRenderer::WorldOriginThresholdOption, 10.0);
-    PlaceCamera(r, {4.0, 0.0, 0.0});
-    r.FrameInit();
-    PlaceCamera(r, {30.0, 0.0, 0.0});
-    recorder::Clear();
-    r.FrameInit();
-    // The hook saw the move, and the camera of the frame before (x 4).
-    EXPECT_THAT(RendererHooks(), ElementsAre("Renderer_FrameInit(moved x=4)"));
-    EXPECT_NEAR(CameraInFloatingFrame(r).x, 0.0, 1e-9);
-}
-
-TEST_F(GameRendererTest, AHookThatThrowsEndsTheFrameAndPassesOn)
-{
-    LoadRecorderSortedInto();
-    GameRenderer& r = Make();
-    r.StartRendering();
-    recorder::ThrowIn("Renderer_FrameRenderCommands");
-    EXPECT_THROW(r.Frame(), std::runtime_error);
-    recorder::Clear();
-    r.Frame(); // the next frame runs normally
-    EXPECT_EQ(gametest::IndexOf(RendererHooks(), "Renderer_FrameOverlayCommands(cb)"), 16);
+    EXPECT_EQ(RendererHooks(), "Renderer_RefreshViewport\nRenderer_StopRendering\n");
 }
 
 // The pixel dx to the right of the centre of the last frame, RGBA.
@@ -118,21 +86,16 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
 {
     GameRenderer& r = Make();
     game::GameSettings& s = *Game::settings;
-    s.render_scale = 0.5f;
-    s.final_upscale = 1.5f;
+    std::tie(s.render_scale, s.final_upscale, s.upscaling_sharpness, s.brightness, s.contrast, s.gamma, s.fov) =
+        std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f);
     s.upscaling_quality_setting = 2;
-    s.upscaling_sharpness = 0.25f;
-    s.brightness = 1.1f;
-    s.contrast = 0.9f;
-    s.gamma = 2.2f;
-    s.fov = 95.0f;
     s.dev_tools = true;
     s.upscaling_algo = "none";
     r.nearClip = 0.05f;
     r.FrameInit();
-    EXPECT_EQ(std::tuple(r.renderScale, r.finalUpscale, r.upscalingSharpness, r.brightness, r.contrast, r.gamma, r.fov,
-                         static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip),
-              std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f, 0.05f));
+    EXPECT_EQ(static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip, 0.05f);
+    EXPECT_EQ(std::tie(r.renderScale, r.finalUpscale, r.upscalingSharpness, r.brightness, r.contrast, r.gamma, r.fov),
+              std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f));
     EXPECT_EQ(r.upscalingQualitySetting, 2);
     EXPECT_TRUE(r.devTools);
     EXPECT_EQ(s.upscaling_algo, "NONE"); // upper-cased in place
@@ -143,9 +106,7 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
         uint32_t word;
     };
     // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
-    for (Row row : {Row{false, false, false, false, 0u}, Row{true, false, false, false, 1u},
-                    Row{false, true, false, false, 2u}, Row{false, false, true, false, 8u},
-                    Row{false, false, false, true, 16u}, Row{true, true, true, true, 27u}}) {
+    for (Row row : {Row{1, 0, 0, 0, 1u}, Row{0, 1, 0, 0, 2u}, Row{0, 0, 1, 0, 8u}, Row{0, 0, 0, 1, 16u}, Row{0, 0, 0, 0, 0u}}) {
         s.tone_mapping = row.toneMapping;
         s.taa = row.taa;
         r.debugFlag = row.debug;
@@ -175,21 +136,49 @@ TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPi
         {0.0, {0.25, 0.0, 0.0}, true, {0.25, 0.0, 0.0}, {0, 0, 0}},
         {0.0, {-5e6, 7.125, 1.5}, true, {-5e6, 7.125, 1.5}, {0, 0, 0}},
     };
+    LoadSortedInto();
     GameRenderer& r = Make();
     for (Step const& step : steps) {
         SCOPED_TRACE(step.camera.x);
         if (step.threshold >= 0)
             game::Options::Set(GameRenderer::WorldOriginThresholdOption, step.threshold);
-        PlaceCamera(r, step.camera);
+        r.cameraPosition = glm::dvec4(step.camera, 1.0); // looking down -Z
+        r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), step.camera));
         r.FrameInit();
         EXPECT_EQ(r.worldOriginChanged, step.moved);
         EXPECT_EQ(r.worldOrigin, glm::dvec4(step.origin, 1.0));
-        testsupport::ExpectVecNear(CameraInFloatingFrame(r), step.cameraInFrame, 1e-4);
+        testsupport::ExpectVecNear(glm::dvec3(r.cameraTransform[3]), step.cameraInFrame, 1e-4);
         if (step.threshold < 0) {
             EXPECT_EQ(static_cast<nerox::renderer::NeroxRenderer&>(r).worldOrigin,
                       (std::array<int64_t, 3>{int64_t(step.origin.x), int64_t(step.origin.y), int64_t(step.origin.z)}));
         }
     }
+    // The hooks saw the origin decided and the camera of the frame before, not yet derived.
+    testsupport::ExpectGolden(RendererHooks(), "graphics/frame_init_by_step.txt");
+}
+
+TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
+{
+    LoadSortedInto({"update", "render", "post", "overlay", "ui"}, "MODTEST_empty"); // walks the lists, calls nothing
+    GameRenderer& r = Make();
+    r.StartRendering();
+    for (int i = 0; i < 3; ++i) {
+        r.Trash(std::make_shared<int>(i));
+        r.Frame();
+    }
+    r.cameraPosition = glm::dvec4(5000.0, 0.0, 0.0, 1.0); // the origin moves too
+    long const before = testsupport::allocations.load();
+    for (auto stage : {&GameRenderer::FrameInit, &GameRenderer::FrameCollectGarbage, &GameRenderer::FrameUpdateUi,
+                       &GameRenderer::FrameBeforeUpdate, &GameRenderer::FrameUpdate, &GameRenderer::FrameAfterUpdate,
+                       &GameRenderer::FrameUpdateDescriptorSets, &GameRenderer::FrameBeforeRender,
+                       &GameRenderer::FrameAfterRender, &GameRenderer::FrameBeforePost, &GameRenderer::CollectTrash})
+        (r.*stage)();
+    for (auto stage : {&GameRenderer::FramePushCommands, &GameRenderer::FrameBuildCommands,
+                       &GameRenderer::FrameRenderCommands, &GameRenderer::FrameResolveCommands,
+                       &GameRenderer::FrameBlitCommands, &GameRenderer::FramePostCommands})
+        (r.*stage)(VK_NULL_HANDLE);
+    EXPECT_EQ(testsupport::allocations.load() - before, 0);
+    EXPECT_TRUE(r.worldOriginChanged);
 }
 
 } // namespace

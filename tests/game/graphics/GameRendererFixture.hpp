@@ -1,7 +1,7 @@
 #pragma once
-// The game's renderer on a small offscreen output, with validation on, the
-// user's settings in a scratch file and the recording module at hand. A test
-// fails when the layers report an error while it runs.
+// The game's renderer on a small offscreen output, with validation on, the user's
+// settings in a scratch file and the recording module at hand. A test fails when
+// the layers report an error while it runs.
 #include "../core/GameTestFixture.hpp"
 #include "support/TempDir.hpp"
 
@@ -12,7 +12,6 @@
 #include "nerox/vk/Device.hpp"
 
 #include <cstdlib>
-#include <initializer_list>
 #include <memory>
 
 namespace rendertest {
@@ -29,19 +28,16 @@ protected:
         errorsBefore = nerox::vk::Device::ValidationErrorCount();
         Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
     }
-
     void TearDown() override
     {
-        if (renderer) renderer->StopRendering();
+        if (renderer)
+            renderer->StopRendering();
         renderer.reset();
         Game::renderer = nullptr;
         game::Options::Clear();
-        EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
-            << "validation errors while the test ran (printed above)";
+        EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore) << "validation errors (printed above)";
         GameTest::TearDown();
     }
-
-    /// Creates the renderer (and makes it Game::renderer).
     GameRenderer& Make()
     {
         renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1,
@@ -49,14 +45,14 @@ protected:
         Game::renderer = renderer.get();
         return *renderer;
     }
-
-    /// Loads the recording module and sorts it into the lists named (all five by default).
-    static void LoadRecorderSortedInto(std::initializer_list<char const*> keys = {"update", "render", "post",
-                                                                                  "overlay", "ui"})
+    /// Loads a module (the recorder by default) and sorts it into the lists named.
+    static void LoadSortedInto(std::vector<std::string> const& keys = {"update", "render", "post", "overlay", "ui"},
+                               char const* name = gametest::recorderName)
     {
-        ASSERT_TRUE(LoadClientRecorder());
-        for (char const* key : keys)
-            GAME_Mod::SortModules(key, [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
+        ASSERT_TRUE(GAME_Mod::LoadModule(name, true));
+        recorder::Clear();
+        for (std::string const& key : keys)
+            GAME_Mod::SortModules(key.c_str(), [](GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->name < b->name; });
     }
 
     testsupport::TempDir scratch;
