@@ -78,15 +78,15 @@ TEST(ConfigQuietResults, LookupsAnswerWithoutFailing) {
 }
 
 TEST(ConfigQuietResults, DefaultsEmptyTextsAndClearGiveNothing) {
-    std::string const invalid = All(Config::Node());
-    EXPECT_EQ(invalid.substr(0, 30), "invalid #-1 size 0 key '' kind");
+    Config config;
+    std::string const invalid = All(config["x"]); // as pinned in quiet.txt
+    EXPECT_EQ(All(Config::Node()), invalid);
     Config::Iterator it;
     ++it;
     --it;
     EXPECT_TRUE(it == Config::Iterator());
     EXPECT_EQ(All(*it), invalid);
 
-    Config config;
     char empty[] = "";
     config.Parse(empty);
     EXPECT_TRUE(config.Empty());
