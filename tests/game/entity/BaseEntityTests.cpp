@@ -1,6 +1,6 @@
 // Entity descriptions (pinned whole in a golden file), the axes and the node tree,
 // reloading, the item type registry, ids, what an entity takes from its description,
-// its bounds, and the joint solver.
+// its bounds, the joint solver, and the registry of unique objects.
 #include <gtest/gtest.h>
 
 #include "support/GlmChecks.hpp"
@@ -8,11 +8,13 @@
 #include "support/TempDir.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 #include <sstream>
 #include <string>
@@ -28,6 +30,7 @@
 #include "game/entity/EntityType.hpp"
 #include "game/entity/Id.hpp"
 #include "game/entity/JointSolver.hpp"
+#include "game/entity/UniqueObject.hpp"
 #include "nerox/modular/ModuleID.hpp"
 
 using game::entity::BaseEntity;
@@ -76,8 +79,7 @@ template <class V>
 std::string Text(V const& v)
 {
     std::ostringstream out;
-    for (int i = 0; i < 3; ++i)
-        out << (i ? " " : "(") << std::round(double(v[i]) * 1e5) / 1e5 + 0.0;
+    for (int i = 0; i < 3; ++i) out << (i ? " " : "(") << std::round(double(v[i]) * 1e5) / 1e5 + 0.0;
     return out.str() + ")";
 }
 
@@ -85,8 +87,7 @@ template <class List>
 std::string Listed(char const* title, List const& entries, size_t count)
 {
     std::string text = std::string("\n  ") + title;
-    for (size_t i = 0; i < count; ++i)
-        text += " " + Text(entries[i]);
+    for (size_t i = 0; i < count; ++i) text += " " + Text(entries[i]);
     return text;
 }
 
@@ -104,25 +105,18 @@ std::string Dump(EntityConfig const& c)
 {
     std::ostringstream out;
     out << "mass " << c.mass << ", airtight " << c.airtight << ", base planes";
-    for (std::string const& plane : c.base_planes)
-        out << " " << plane;
+    for (std::string const& plane : c.base_planes) out << " " << plane;
     out << "\n";
-    for (auto const& [name, node] : c.nodes)
-        out << "node " << node.type << " " << name << " parent '" << node.parent << "'\n";
-    for (auto const& [name, s] : c.renderables)
-        out << "renderable " << NodeText(c, name, s) << "\n";
-    for (auto const& [name, s] : c.targets)
-        out << "target " << NodeText(c, name, s) << "\n";
-    for (auto const& [name, s] : c.cameras)
-        out << "camera " << NodeText(c, name, s) << " znear " << s.znear << "\n";
-    for (auto const& [name, s] : c.adapters)
-        out << "adapter " << NodeText(c, name, s) << " type '" << s.type << "'\n";
+    for (auto const& [name, node] : c.nodes) out << "node " << node.type << " " << name << " parent '" << node.parent << "'\n";
+    for (auto const& [name, s] : c.renderables) out << "renderable " << NodeText(c, name, s) << "\n";
+    for (auto const& [name, s] : c.targets) out << "target " << NodeText(c, name, s) << "\n";
+    for (auto const& [name, s] : c.cameras) out << "camera " << NodeText(c, name, s) << " znear " << s.znear << "\n";
+    for (auto const& [name, s] : c.adapters) out << "adapter " << NodeText(c, name, s) << " type '" << s.type << "'\n";
     for (auto const& [name, s] : c.lightBoxes)
         out << "light box " << NodeText(c, name, s) << " box " << Text(s.box_min) << " " << Text(s.box_max) << "\n";
     for (auto const& [name, s] : c.joints) {
         out << "joint " << NodeText(c, name, s) << " given";
-        for (bool const given : {s.has_linear_x, s.has_linear_y, s.has_linear_z, s.has_angular_x, s.has_angular_y, s.has_angular_z})
-            out << " " << given;
+        for (bool const given : {s.has_linear_x, s.has_linear_y, s.has_linear_z, s.has_angular_x, s.has_angular_y, s.has_angular_z}) out << " " << given;
         out << "\n  linear " << Text(s.linear_min) << " " << Text(s.linear_default) << " " << Text(s.linear_max)
             << "\n  angular " << Text(s.angular_min) << " " << Text(s.angular_default) << " " << Text(s.angular_max) << "\n";
     }
@@ -133,17 +127,13 @@ std::string Dump(EntityConfig const& c)
     return out.str();
 }
 
-/// n entries of three numbers each: "1 1 1  2 2 2 ...".
-std::string Entries(int n)
-{
-    std::string text;
-    for (int i = 1; i <= n; ++i)
-        text += " " + std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(i) + " ";
-    return text;
-}
-
 TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
 {
+    auto Entries = [](int n) { // n entries of three numbers each: "1 1 1  2 2 2 ..."
+        std::string text;
+        for (int i = 1; i <= n; ++i) text += " " + std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(i) + " ";
+        return text;
+    };
     struct Case { std::string name, text; };
     std::vector<Case> cases = {
         {"no base planes", "[ENTITY]\nmass 3\n"},
@@ -172,8 +162,7 @@ TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
         testing::internal::CaptureStderr();
         config.Load();
         std::string warnings = testing::internal::GetCapturedStderr();
-        for (size_t at; (at = warnings.find(path)) != std::string::npos;)
-            warnings.replace(at, path.size(), "<file>");
+        for (size_t at; (at = warnings.find(path)) != std::string::npos;) warnings.replace(at, path.size(), "<file>");
         report += "== " + name + "\n" + Dump(config) + warnings;
     };
     read("rover.txt", DataPath("rover.txt"));
@@ -251,8 +240,7 @@ TEST(EntityConfigTransform, NodeTreeGivesAbsoluteAndJointRelativeTransforms)
     // The hand sits one metre along the arm's turned x axis: game -z from the joint.
     ExpectVecNear(glm::dvec3(config.GetAbsoluteTransform("hand")[3]), glm::dvec3(2.0, 1.0, -1.0), 1e-6);
     glm::dmat4 const loop = config.GetAbsoluteTransform("a");
-    for (int i = 0; i < 16; ++i)
-        EXPECT_TRUE(std::isfinite(loop[i / 4][i % 4]));
+    for (int i = 0; i < 16; ++i) EXPECT_TRUE(std::isfinite(loop[i / 4][i % 4]));
     std::string joint;
     config.GetTransformRelativeToFirstParentJointOrRoot("self", joint);
     EXPECT_EQ(joint, "");
@@ -265,9 +253,8 @@ using Registry = game::entity::EntityTypeRegistry<ProbeInterface>;
 
 class EntityTypeRegistryTest : public ::testing::Test {
 protected:
-    void SetUp() override { Clear(); }
-    void TearDown() override { Clear(); }
-    static void Clear() { Registry::_registered_interfaces.clear(), Registry::_registered_items_module.clear(); }
+    void SetUp() override { TearDown(); }
+    void TearDown() override { Registry::_registered_interfaces.clear(), Registry::_registered_items_module.clear(); }
 
     /// Registers itemType of module with a description file holding text.
     std::shared_ptr<EntityConfig> Register(ModuleID const& module, std::string const& itemType, std::string const& text)
@@ -315,8 +302,7 @@ TEST_F(EntityTypeRegistryTest, FirstUseFromManyThreadsGivesTheReadConfig)
             masses[t] = got->mass;
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(masses, std::vector<double>(4, 3.0));
 }
 
@@ -361,8 +347,7 @@ TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSol
         for (auto const& [name, joint] : config.jointSolver.GetJoints()) {
             out << "solver joint " << name << " parent '" << joint.parent << "' offset " << Text(Apply(joint.offset, glm::dvec3(0.0)))
                 << " " << Text(Apply(joint.offset, glm::dvec3(1.0, 0.0, 0.0))) << " children";
-            for (std::string const& child : joint.children)
-                out << " " << child;
+            for (std::string const& child : joint.children) out << " " << child;
             for (auto const& [node, transform] : joint.nodes)
                 out << "\n  node " << node << " " << Text(Apply(transform, glm::dvec3(0.0))) << " " << Text(Apply(transform, glm::dvec3(1.0, 0.0, 0.0)));
             out << "\n";
@@ -400,12 +385,9 @@ TEST(BaseEntityBounds, GrowOverAllCollidersAndMoveCenterOfMassOnRequest)
     entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f});
     entity.colliders["b"] = BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 2.0f, 1.0f}, Translation({4.0, 0.0, 0.0}));
     entity.UpdateBoundingBox(false);
-    ExpectVecNear(entity.boundsMin, {-1.0, -1.0, -1.0});
-    ExpectVecNear(entity.boundsMax, {5.0, 2.0, 1.0});
-    ExpectVecNear(entity.box_size, {6.0, 3.0, 2.0});
-    ExpectVecNear(entity.boundsCenter, {2.0, 0.5, 0.0});
+    EXPECT_EQ(Text(entity.boundsMin) + Text(entity.boundsMax) + Text(entity.box_size) + Text(entity.boundsCenter) + Text(entity.centerOfMass),
+              "(-1 -1 -1)(5 2 1)(6 3 2)(2 0.5 0)(9 9 9)");
     EXPECT_NEAR(entity.boundingRadius, 0.5 * glm::length(glm::dvec3(6.0, 3.0, 2.0)), 1e-12);
-    ExpectVecNear(entity.centerOfMass, {9.0, 9.0, 9.0}, 0.0);
     entity.UpdateBoundingBox(true);
     ExpectVecNear(entity.centerOfMass, {2.0, 0.5, 0.0});
 
@@ -418,7 +400,7 @@ TEST(BaseEntityBounds, GrowOverAllCollidersAndMoveCenterOfMassOnRequest)
     ExpectVecNear(entity.boundsMax, Apply(turn, {1.0, 1.0, 1.0}));
 }
 
-TEST(BaseEntityUpdate, OnlyDirtyOrAnimatedNodesMoveCollidersAndBounds)
+TEST(BaseEntityBounds, OnlyDirtyOrAnimatedNodesMoveCollidersAndBoundsInUpdate)
 {
     for (int const mode : {0, 1, 2}) { // still, dirty, animated
         SCOPED_TRACE(mode);
@@ -432,11 +414,8 @@ TEST(BaseEntityUpdate, OnlyDirtyOrAnimatedNodesMoveCollidersAndBounds)
         entity.Update(0.016);
         ExpectMatNear(entity.colliders.at("a").transform, mode == 0 ? glm::dmat4(1.0) : moved);
         ExpectMatNear(entity.colliders.at("b").transform, stay);
-        if (mode != 0) {
-            ExpectVecNear(entity.boundsMin, {-1.0, -4.0, -1.0});
-            ExpectVecNear(entity.boundsMax, {11.0, 1.0, 1.0});
-            ExpectVecNear(entity.centerOfMass, {5.0, -1.5, 0.0});
-        }
+        if (mode != 0)
+            ExpectVecNear(entity.boundsMin, {-1.0, -4.0, -1.0}), ExpectVecNear(entity.boundsMax, {11.0, 1.0, 1.0}), ExpectVecNear(entity.centerOfMass, {5.0, -1.5, 0.0});
         EXPECT_EQ(entity.nodesDirty, mode == 1) << "clearing is the physics step's job";
     }
 }
@@ -473,8 +452,7 @@ TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
         std::unique_ptr<BaseEntity> const entity = MakeEntity(c.config);
         size_t const nodes = entity->nodeTransforms.size();
         // Scramble every node so that the solver has to write them all back.
-        for (auto& [name, transform] : entity->nodeTransforms)
-            transform = glm::dmat4(3.0);
+        for (auto& [name, transform] : entity->nodeTransforms) transform = glm::dmat4(3.0);
         c.move(*entity);
         EXPECT_TRUE(c.config->jointSolver(entity.get()));
         ASSERT_EQ(entity->nodeTransforms.size(), nodes);
@@ -550,17 +528,97 @@ TEST(JointSolverSolve, OneSolverServesEntitiesOnManyThreads)
     std::vector<std::thread> threads;
     for (auto const& entity : entities)
         threads.emplace_back([&config, entity = entity.get()] {
-            for (int i = 0; i < 200; ++i)
-                config->jointSolver(entity);
+            for (int i = 0; i < 200; ++i) config->jointSolver(entity);
         });
-    for (std::thread& thread : threads)
-        thread.join();
+    for (std::thread& thread : threads) thread.join();
     for (size_t t = 0; t < entities.size(); ++t) {
         SCOPED_TRACE(t);
         EXPECT_EQ(entities[t]->jointStates.at("elbow").rotation.x, 45.0f);
-        for (auto const& [name, transform] : expected[t]->nodeTransforms)
-            ExpectMatNear(entities[t]->nodeTransforms.at(name), transform, 0.0);
+        for (auto const& [name, transform] : expected[t]->nodeTransforms) ExpectMatNear(entities[t]->nodeTransforms.at(name), transform, 0.0);
     }
+}
+
+// ---------------------------------------------------------------- unique objects
+
+/// An entity kind registered through the idiom, counting its live objects.
+class Probe : public BaseEntity, public game::entity::UniqueObject<Probe> {
+public:
+    static constexpr char const* _uniqueObjectName = "Probe";
+    explicit Probe(Id id, int tag = 0) : id(id), tag(tag) { ++_alive; }
+    ~Probe() override { --_alive; }
+    Id GetID() const { return id; }
+    /// An empty slot, as a half-finished insertion would leave.
+    static void InsertEmptySlot(Id const& slot) { _sharedObjects[slot] = nullptr; }
+    Id id;
+    int tag;
+    inline static std::atomic<int> _alive{0};
+};
+
+class UniqueObjectRegistry : public ::testing::Test {
+protected:
+    void SetUp() override { Probe::DestroyAll(); }
+    void TearDown() override { Probe::DestroyAll(); EXPECT_EQ(Probe::_alive.load(), 0); }
+};
+
+TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWarnsWhileHeld)
+{
+    Id const held = Id::Generate(), free = Id(0x1111, 0x4444);
+    std::shared_ptr<Probe> holder = Probe::Create(held, 7);
+    EXPECT_EQ(holder->selfReference.lock().get(), static_cast<BaseEntity*>(holder.get()));
+    std::weak_ptr<Probe> const watch = game::entity::Create<Probe>(free, 2);
+    EXPECT_EQ(game::entity::Get<Probe>(held), holder);
+    for (Id const missing : {Id(0x1111, 0x5555), Id(0, 0x3333), Id(0x1111, 0), Id()}) EXPECT_FALSE(Probe::Get(missing));
+    try {
+        Probe::Create(held, 2);
+        FAIL() << "a second object with the same id was accepted";
+    } catch (std::runtime_error const& error) {
+        EXPECT_EQ(std::string(error.what()), "UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) + " already exists");
+    }
+    EXPECT_EQ(Probe::Get(held)->tag, 7) << "the first object stays";
+    EXPECT_THROW(Probe::Create(Id(5, 0)), std::runtime_error) << "an unset id is refused";
+    EXPECT_EQ(Probe::_alive.load(), 2) << "the rejected objects are gone";
+
+    Probe::InsertEmptySlot(Id(100, 99));
+    std::set<int> seen;
+    Probe::ForEach([&seen](std::shared_ptr<Probe> probe) {
+        ASSERT_TRUE(probe);
+        EXPECT_EQ(Probe::Get(probe->id), probe) << "a lookup from inside the walk";
+        seen.insert(probe->tag);
+    });
+    EXPECT_EQ(seen, (std::set<int>{2, 7}));
+
+    std::string const warning = "WARNING: UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) + " being Destroyed while still in use\n";
+    struct Case { Id id; bool found; std::string warning; };
+    for (Case const& c : {Case{free, true, ""}, Case{Id(10, 22), false, ""}, Case{Id(), false, ""}, Case{held, true, warning}}) {
+        SCOPED_TRACE(static_cast<std::string>(c.id));
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(Probe::Destroy(c.id), c.found);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.warning);
+        EXPECT_FALSE(Probe::Get(c.id));
+    }
+    EXPECT_TRUE(watch.expired());
+    EXPECT_EQ(holder.use_count(), 1) << "the holder keeps a live object";
+    EXPECT_EQ(Probe::Count(), 1u) << "only the empty slot is left";
+}
+
+TEST_F(UniqueObjectRegistry, ConcurrentCreateGetAndDestroyKeepEveryObject)
+{
+    constexpr int Threads = 4, PerThread = 50;
+    std::vector<std::thread> threads;
+    std::atomic<int> misses{0};
+    for (int t = 0; t < Threads; ++t) {
+        threads.emplace_back([t, &misses] {
+            for (uint64_t i = 1; i <= PerThread; ++i) {
+                Probe::Create(Id(t + 1, i), t);
+                misses += !Probe::Get(Id(t + 1, i));
+                Probe::ForEach([](std::shared_ptr<Probe> probe) { (void)probe->tag; });
+                if (i % 2 == 0) Probe::Destroy(Id(t + 1, i - 1));
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(misses.load(), 0);
+    EXPECT_EQ(Probe::Count(), static_cast<size_t>(Threads * PerThread / 2));
 }
 
 } // namespace
