@@ -101,10 +101,7 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
     EXPECT_EQ(s.upscaling_algo, "NONE"); // upper-cased in place
     EXPECT_EQ(r.upscalingAlgo, nerox::renderer::UPSCALE_ALGO::NONE);
 
-    struct Row {
-        bool toneMapping, taa, debug, dithering;
-        uint32_t word;
-    };
+    struct Row { bool toneMapping, taa, debug, dithering; uint32_t word; };
     // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
     for (Row row : {Row{1, 0, 0, 0, 1u}, Row{0, 1, 0, 0, 2u}, Row{0, 0, 1, 0, 8u}, Row{0, 0, 0, 1, 16u}, Row{0, 0, 0, 0, 0u}}) {
         s.tone_mapping = row.toneMapping;
@@ -118,12 +115,7 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
 
 TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPinsItToTheCamera)
 {
-    struct Step {
-        double threshold; // below 0: not set, 1000 m
-        glm::dvec3 camera;
-        bool moved;
-        glm::dvec3 origin, cameraInFrame;
-    };
+    struct Step { double threshold; glm::dvec3 camera; bool moved; glm::dvec3 origin, cameraInFrame; }; // threshold < 0: 1000 m
     Step const steps[] = {
         {-1.0, {1000.0, 0.0, 0.0}, false, {0, 0, 0}, {1000.0, 0.0, 0.0}}, // exactly at the threshold: it stays
         // The distance is taken over whole metres: 600.4, 800.4 rounds to 600, 800, which is 1000.

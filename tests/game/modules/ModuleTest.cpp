@@ -173,55 +173,42 @@ TEST_F(ModuleTest, AFailedLoadIsReportedOnlyWhenAskedAndTriedAgainByTheNextLoad)
     EXPECT_EQ(mod->name, "MODTEST_late");
 }
 
-TEST_F(ModuleTest, AnEmptyLoadCallbackThrowsAndReleasesTheLock) {
-    GAME_Mod::ModulesSetLoadCallback(GAME_Mod::ModuleCallback{});
-    EXPECT_THROW(GAME_Mod::LoadModule("MODTEST_alpha", true), std::bad_function_call);
-    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
-}
-
-TEST_F(ModuleTest, UnloadModuleCallsTheCallbackUnderTheLockThenUnloadsAndIgnoresUnknownNames) {
+TEST_F(ModuleTest, UnloadModuleCallsTheCallbackUnderTheLockUnloadModulesNotAndAKeptPtrKeepsItsLibraryMapped) {
+    auto const isMapped = [] {
+        void* const handle = dlopen(kAlphaPath, RTLD_LAZY | RTLD_NOLOAD);
+        if (handle != nullptr) dlclose(handle);
+        return handle != nullptr;
+    };
     bool lockedInCallback = false;
     GAME_Mod::ModulesSetUnloadCallback([&](GAME_Mod::Ptr mod) {
         Record("callback:unload " + mod->name);
         lockedInCallback = !GAME_Mod::_mutexForLoadedModules.try_lock_shared();
         if (!lockedInCallback) GAME_Mod::_mutexForLoadedModules.unlock_shared();
     });
-    GAME_Mod::LoadModule("MODTEST_alpha", true);
-    recorder::Clear();
-    GAME_Mod::UnloadModule("MODTEST_unknown");
-    EXPECT_EQ(GAME_Mod::Count(), 1u);
-    GAME_Mod::UnloadModule("MODTEST_alpha");
-    EXPECT_THAT(recorder::Events(), ElementsAre("callback:unload MODTEST_alpha", "MODTEST_alpha:ModuleUnload"));
-    EXPECT_TRUE(lockedInCallback);
-    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), nullptr);
-    {
-        auto lock = GAME_Mod::GetLock();
-        EXPECT_FALSE(GAME_Mod::_mutexForLoadedModules.try_lock_shared());
-        EXPECT_TRUE(IsUnlocked<SERVER_Mod>());
-    }
-    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
-}
-
-TEST_F(ModuleTest, UnloadModulesSkipsTheCallbackAndAKeptPtrKeepsItsLibraryMapped) {
-    auto const isMapped = [] {
-        void* const handle = dlopen(kAlphaPath, RTLD_LAZY | RTLD_NOLOAD);
-        if (handle != nullptr) dlclose(handle);
-        return handle != nullptr;
-    };
-    GAME_Mod::ModulesSetUnloadCallback([](GAME_Mod::Ptr mod) { Record("callback:unload " + mod->name); });
-    GAME_Mod::Ptr kept = GAME_Mod::LoadModule("MODTEST_alpha", true);
-    GAME_Mod::LoadModule("MODTEST_beta", true);
+    LoadAll();
+    GAME_Mod::Ptr kept = GAME_Mod::GetModule("MODTEST_alpha");
     GAME_Mod::SortModules("update", ByPriority);
     recorder::Clear();
+    GAME_Mod::UnloadModule("MODTEST_unknown");
+    GAME_Mod::UnloadModule("MODTEST_gamma");
+    EXPECT_TRUE(lockedInCallback);
+    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_gamma"), nullptr);
     GAME_Mod::UnloadModules();
     EXPECT_EQ(GAME_Mod::Count(), 0u);
     EXPECT_TRUE(GAME_Mod::_loadedSortedModules.empty());
     EXPECT_TRUE(isMapped());
     kept->Game_Start();
     kept.reset();
-    EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_beta:ModuleUnload", "MODTEST_alpha:Game_Start",
+    EXPECT_THAT(recorder::Events(), ElementsAre("callback:unload MODTEST_gamma", "MODTEST_gamma:ModuleUnload",
+                                                "MODTEST_beta:ModuleUnload", "MODTEST_alpha:Game_Start",
                                                 "MODTEST_alpha:ModuleUnload"));
     EXPECT_FALSE(isMapped());
+    {
+        auto lock = GAME_Mod::GetLock();
+        EXPECT_FALSE(GAME_Mod::_mutexForLoadedModules.try_lock_shared());
+        EXPECT_TRUE(IsUnlocked<SERVER_Mod>());
+    }
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
 }
 
 TEST_F(ModuleTest, EachListHasTheOrderOfItsLatestSortAndAnUnsortedOneStaysEmpty) {
@@ -247,7 +234,11 @@ TEST_F(ModuleTest, EachListHasTheOrderOfItsLatestSortAndAnUnsortedOneStaysEmpty)
     EXPECT_THAT(NamesInList("update"), ElementsAre("MODTEST_beta", "MODTEST_gamma", "MODTEST_alpha"));
 }
 
-TEST_F(ModuleTest, NullKeysAndThrowingHooksLeaveTheTableUnlocked) {
+TEST_F(ModuleTest, AnEmptyLoadCallbackNullKeysAndThrowingHooksLeaveTheTableUnlocked) {
+    GAME_Mod::ModulesSetLoadCallback(GAME_Mod::ModuleCallback{});
+    EXPECT_THROW(GAME_Mod::LoadModule("MODTEST_alpha", true), std::bad_function_call);
+    EXPECT_TRUE(IsUnlocked<GAME_Mod>());
+    GAME_Mod::ModulesSetLoadCallback([](GAME_Mod::Ptr) {});
     LoadAll();
     EXPECT_THROW(GAME_Mod::ForEachSortedModule(nullptr, [](GAME_Mod::Ptr&) {}), std::logic_error);
     EXPECT_THROW(GAME_Mod::SortModules(nullptr, ByPriority), std::logic_error);
