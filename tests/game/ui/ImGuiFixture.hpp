@@ -9,6 +9,10 @@
 
 #include "game/Game.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
+#include "support/Golden.hpp"
+
+#include <sstream>
+#include <string>
 
 namespace uitest {
 
@@ -38,7 +42,6 @@ protected:
         Game::window = nullptr;
     }
 
-    /// One frame: NewFrame, body, Render.
     template <typename Body>
     void Frame(Body const& body) {
         ImGui::NewFrame();
@@ -61,6 +64,26 @@ protected:
     }
     /// Types a character for the next frame.
     void Type(unsigned int codepoint) { ImGui::GetIO().AddInputCharacter(codepoint); }
+
+    /// Replays the script tests/data/NAME and compares it whole with the file: '#' and blank
+    /// lines stay, lines starting with '=' or '@' are rewritten by `show`, and the others are
+    /// commands split at ';', each given to `run` as its first word and the rest.
+    template <typename Run, typename Show>
+    void Replay(std::string const& name, Run const& run, Show const& show) {
+        std::string out;
+        for (std::string const& line : testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile(name)))) {
+            bool const shown = line[0] == '=' || line[0] == '@';
+            std::istringstream commands(shown || line[0] == '#' ? "" : line);
+            for (std::string command; std::getline(commands >> std::ws, command, ';');) {
+                std::istringstream in(command);
+                std::string verb, rest;
+                std::getline(in >> verb >> std::ws, rest);
+                run(verb, rest.erase(rest.find_last_not_of(' ') + 1));
+            }
+            out += (shown ? show(line[0]) : line) + "\n";
+        }
+        testsupport::ExpectGolden(out, name);
+    }
 
     ImGuiContext* context = nullptr;
     nerox::graphics::HeadlessWindow window{1280, 720};
