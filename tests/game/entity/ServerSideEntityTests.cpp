@@ -145,22 +145,10 @@ protected:
     static Ptr Make(std::string const& type = "plain", Id id = NextId()) { return ServerSideEntity::Create(TestModule, type, id); }
 
     /// A registered entity with its interface attached and ready.
-    static Ptr MakeReady(std::string const& type)
-    {
-        Ptr entity = Make(type);
-        ReadOnlyStream noState;
-        entity->Attach(noState);
-        return entity;
-    }
+    static Ptr MakeReady(std::string const& type) { Ptr entity = Make(type); ReadOnlyStream noState; entity->Attach(noState); return entity; }
 
     /// Forgets entity without touching its files.
-    static void Unload(Ptr& entity)
-    {
-        Id const id = entity->GetID();
-        entity->deleteFilesOnDestroy = false;
-        entity.reset();
-        ServerSideEntity::Destroy(id);
-    }
+    static void Unload(Ptr& entity) { Id const id = entity->GetID(); entity->deleteFilesOnDestroy = false; entity.reset(); ServerSideEntity::Destroy(id); }
 
     static void RunHooks(Ptr const& entity) { entity->BeforeUpdate(0.1), entity->Update(0.1), entity->AfterUpdate(0.1); }
 
@@ -199,11 +187,7 @@ TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigA
     }
 }
 
-struct Motion {
-    glm::dvec3 position;
-    glm::dquat orientation;
-    glm::dvec3 linear, angular;
-};
+struct Motion { glm::dvec3 position; glm::dquat orientation; glm::dvec3 linear, angular; };
 
 Motion Place(ServerSideEntity& entity, Motion const& motion)
 {
@@ -268,16 +252,14 @@ TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheir
     component->parentEntity = parent->GetID();
     EXPECT_DEATH(parent->RemoveChild(component), "ASSERTION FAILED: \\(!entity->isComponent\\)");
     // Each the parent of the other: the child would land on itself.
-    child->parentEntity = parent->GetID();
-    parent->parentEntity = child->GetID();
+    child->parentEntity = parent->GetID(), parent->parentEntity = child->GetID();
     EXPECT_DEATH(parent->RemoveChild(child), "ASSERTION FAILED: \\(entity->GetID\\(\\) != parentEntity\\)");
     ServerSideEntity::_registered_interfaces[TestModule.String()]["broken"].factory = [] { return std::shared_ptr<ServerSideEntity::Interface>(); };
     EXPECT_DEATH(Make("broken"), "ASSERTION FAILED: \\(_interface\\)");
     Ptr const box = Make();
     box->box_size = {1.0, 1.0, 1.0};
     EXPECT_DEATH(box->GetInertiaTensorWorld(), "ASSERTION FAILED: \\(mass > 0.0\\)");
-    box->mass = 2.0;
-    box->box_size = {1.0, 0.0, 1.0};
+    box->mass = 2.0, box->box_size = {1.0, 0.0, 1.0};
     EXPECT_DEATH(box->GetInertiaTensorWorld(), "ASSERTION FAILED: \\(box_size.y > 0.0\\)");
 }
 
@@ -318,9 +300,7 @@ TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle)
     EXPECT_EQ(arm->GetVehicleID(), arm->GetID());
     EXPECT_EQ(hand->GetVehicleID(), arm->GetID()) << "the hand asks its parent, now the top of what is left";
 
-    arm->mass = 12.0;
-    arm->box_size = {2.0, 4.0, 6.0};
-    arm->orientation = glm::dquat(1.0, 0.0, 0.0, 0.0);
+    arm->mass = 12.0, arm->box_size = {2.0, 4.0, 6.0}, arm->orientation = glm::dquat(1.0, 0.0, 0.0, 0.0);
     ExpectMatNear(arm->GetInertiaTensorWorld(), glm::dmat3(52.0, 0, 0, 0, 40.0, 0, 0, 0, 20.0), 1e-12);
     arm->orientation = Rotation(30.0, {0.0, 0.0, 1.0});
     double const off = 12.0 * std::sqrt(3.0) / 4.0;
@@ -340,10 +320,7 @@ TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion)
     for (Case const& c : {Case{"moving root", true, 1.5, false, true}, Case{"root at rest since the load", true, 2.0, false, false},
                           Case{"static root", false, 0.0, false, false}, Case{"middle has a moving parent", false, 0.0, true, true}}) {
         SCOPED_TRACE(c.name);
-        root->isDynamic = c.rootDynamic;
-        root->restTime = c.rootRest;
-        middle->parentMoving = c.middleMoving;
-        leaf->settled = true;
+        root->isDynamic = c.rootDynamic, root->restTime = c.rootRest, middle->parentMoving = c.middleMoving, leaf->settled = true;
         leaf->RefreshCache();
         EXPECT_EQ(leaf->environmentId, 7u) << "the last ancestor walked wins";
         EXPECT_EQ(leaf->orbitEnvironmentId, 8u);
@@ -523,12 +500,9 @@ TEST_F(ServerSideEntityWorld, OnlyPlacedEntitiesOfLoadedModulesComeBackWithTheir
             EXPECT_EQ(entity->position, placed[i].position);
             EXPECT_EQ(entity->orientation, placed[i].orientation);
             EXPECT_EQ(entity->itemType, "probe");
-            EXPECT_EQ(entity->worldReferences.load(), 1u);
             auto const& object = InterfaceOf<ProbeInterface>(entity);
-            EXPECT_TRUE(object.isReady);
-            EXPECT_EQ(object.loadCalls, 1);
+            EXPECT_TRUE(entity->worldReferences.load() == 1u && object.isReady && object.loadCalls == 1 && object.entity.lock() == entity);
             EXPECT_EQ(object.payload, saved[i].second);
-            EXPECT_EQ(object.entity.lock(), entity);
         }
     }
     // Destroying a loaded entity (a dismantled one) takes its files away.
