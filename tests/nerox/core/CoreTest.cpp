@@ -60,22 +60,21 @@ TEST(Base16Test, EncodesUpperCaseDecodesOnlyUpperCasePairsAndEveryByteRoundTrips
     }
 }
 
+// 2000 draws over 6 values miss one with a chance far below 1e-100.
 TEST(RandomGeneratorTest, ValuesReachBothBoundsAndTheTopBitAndGeneratorsAreSeededApart) {
     nerox::RandomGenerator<int, -2, 3> small;
     std::set<int> seen;
-    // 2000 draws over 6 values miss one with a chance far below 1e-100.
     for (int i = 0; i < 2000; ++i) seen.insert(small());
     EXPECT_EQ(seen, (std::set<int>{-2, -1, 0, 1, 2, 3}));
     nerox::RandomGenerator<uint64_t, 0, std::numeric_limits<uint64_t>::max()> first, second;
-    uint64_t high = 0;
-    bool differ = false;
+    uint64_t high = 0, differ = 0;
     for (int i = 0; i < 64; ++i) {
         uint64_t const value = first();
         high |= value;
-        differ = differ || value != second();
+        differ |= value ^ second();
     }
     EXPECT_NE(high >> 63, 0u) << "64 draws never set the top bit";
-    EXPECT_TRUE(differ) << "two generators gave the same sequence";
+    EXPECT_NE(differ, 0u) << "two generators gave the same sequence";
 }
 
 TEST(StringTest, FromDoubleDropsTrailingZerosButNotExponentsOrIntegerZerosWhateverTheLocale) {
@@ -119,37 +118,21 @@ TEST(StringTest, TrimRemovesOnlyCharactersOfTheSetAtItsEnd) {
     }
 }
 
+// A reading right after Start may be below 0 by the rounding of the start,
+// kept as milliseconds since the epoch in a double (well under a microsecond).
 TEST(TimerTest, ElapsedIsInMillisecondsAndStartAgainRestartsTheCount) {
     nerox::Timer timer;
-    EXPECT_FALSE(timer.IsRunning());
     timer.Start();
-    EXPECT_TRUE(timer.IsRunning());
     std::this_thread::sleep_for(20ms);
     double const before = timer.GetElapsedMilliseconds();
     EXPECT_GE(before, 18.0) << "20 ms read as about 20, not 0.02 nor 20000000";
     timer.Start();
     double const after = timer.GetElapsedMilliseconds();
     EXPECT_LT(after, before);
-    // The start is kept as milliseconds since the epoch in a double, a reading
-    // right after Start may be below 0 by that rounding (well under a microsecond).
     EXPECT_GT(after, -0.001);
+    EXPECT_TRUE(timer.IsRunning());
     timer.Stop();
     EXPECT_FALSE(timer.IsRunning());
-}
-
-TEST(FPSCounterTest, FirstPassHasNoDeltaThenDeltaIsSecondsSincePreviousTick) {
-    nerox::FPSCounter counter(10.0);
-    counter.WorkDone(); // before any pass: ignored
-    counter.Tick();
-    EXPECT_EQ(counter.GetDeltaTime(), 0.0);
-    std::this_thread::sleep_for(50ms);
-    counter.Tick();
-    double const delta = counter.GetDeltaTime();
-    EXPECT_GE(delta, 0.045) << "50 ms must read as about 0.05 seconds";
-    counter.Tick();
-    EXPECT_LT(counter.GetDeltaTime(), delta) << "the delta covers only the latest pass";
-    EXPECT_EQ(counter.GetRate(), 0.0) << "the window of 10 s is far from over";
-    EXPECT_EQ(counter.GetLoad(), 1.0);
 }
 
 /// Runs 2 ms passes until the counter shows what is waited for (at most 5000
@@ -164,7 +147,7 @@ void RunUntil(nerox::FPSCounter& counter, int before, int after, bool (*shows)(n
 }
 
 // The getters are read from another thread all the while.
-TEST(FPSCounterTest, RateIsPassesPerSecondAndLoadFollowsWorkDoneClampedToOne) {
+TEST(FPSCounterTest, DeltaRateAndLoadFollowThePassesAndWorkDone) {
     nerox::FPSCounter counter(0.03);
     std::atomic<bool> done{false};
     std::thread reader([&] {
@@ -175,9 +158,14 @@ TEST(FPSCounterTest, RateIsPassesPerSecondAndLoadFollowsWorkDoneClampedToOne) {
             EXPECT_GE(counter.GetDeltaTime(), 0.0);
         }
     });
+    counter.WorkDone(); // before any pass: ignored
+    counter.Tick();
+    EXPECT_EQ(counter.GetDeltaTime() + counter.GetRate(), 0.0) << "no previous pass, no window closed yet";
+    EXPECT_EQ(counter.GetLoad(), 1.0);
     RunUntil(counter, 1, 0, [](nerox::FPSCounter const& c) { return c.GetLoad() < 1.0; });
     EXPECT_LT(counter.GetLoad(), 1.0) << "an idle loop never showed a load below 1";
-    // Every pass lasts at least 2 ms, so at most 500 passes fit in a second.
+    // Every pass lasts at least 2 ms: the delta is in seconds, and at most 500 passes fit in a second.
+    EXPECT_GE(counter.GetDeltaTime(), 0.0019);
     EXPECT_GT(counter.GetRate(), 0.0);
     EXPECT_LE(counter.GetRate(), 500.0 * 1.01);
     // Reported several times, the busy time exceeds the passes themselves.
