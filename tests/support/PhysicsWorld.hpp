@@ -1,8 +1,7 @@
 #pragma once
-// A small physics world for tests and benchmarks: an environment with gravity
-// along -y and a flat floor at y = 0 (no air), boxes added in one call, whole
-// steps run as the server runs them. Everything it made is removed when it
-// goes. No test framework here: the benchmark includes it too.
+// A small physics world for tests and benchmarks: gravity along -y, a flat floor
+// at y = 0 (no air), boxes added in one call, whole steps as the server runs them,
+// everything removed when it goes. No test framework here: benchmarks include it.
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -18,7 +17,6 @@
 
 namespace testsupport {
 
-/// One box body; designated initialisers name what differs from the default.
 struct BoxSpec {
     glm::dvec3 size{1.0};
     double mass = 1.0;
@@ -33,10 +31,7 @@ public:
     using Entity = game::entity::ServerSideEntity;
 
     explicit PhysicsWorld(game::entity::EnvironmentId id = 77, game::physics::EnvironmentFunction environment = Floor())
-        : environmentId(id)
-    {
-        Game::_environmentFunctions[id] = std::move(environment);
-    }
+        : environmentId(id) { Game::_environmentFunctions[id] = std::move(environment); }
     ~PhysicsWorld()
     {
         Entity::DestroyAll();
@@ -44,7 +39,6 @@ public:
         Game::debugServerSidePhysics = false;
     }
 
-    /// Gravity and flat ground at y = 0 that reports how deep a point lies in it.
     static game::physics::EnvironmentFunction Floor()
     {
         return [](glm::dvec3 const& position, game::EnvironmentInfoFlags flags, double) {
@@ -59,13 +53,11 @@ public:
         };
     }
 
-    /// An entity of this world made of the given colliders (named c0, c1, ...),
-    /// its bounds and centre of mass taken from them.
+    /// An entity of this world made of the given colliders (named c0, c1, ...), bounds taken from them.
     Entity::Ptr Add(double mass, glm::dvec3 const& position, std::vector<game::entity::ConvexMeshCollider> colliders,
                     bool dynamic = true)
     {
-        Entity::Ptr entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"),
-                                                          game::entity::Id());
+        auto entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"), game::entity::Id());
         entity->deleteFilesOnDestroy = false;
         for (size_t i = 0; i < colliders.size(); ++i)
             entity->colliders["c" + std::to_string(i)] = std::move(colliders[i]);
@@ -81,14 +73,12 @@ public:
     Entity::Ptr AddBox(BoxSpec const& box)
     {
         glm::vec3 const half(box.size * 0.5);
-        Entity::Ptr entity =
-            Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic);
+        auto entity = Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic);
         entity->orientation = box.orientation;
         entity->linearVelocity = box.velocity;
         return entity;
     }
 
-    /// Runs steps whole physics steps of stepSeconds, with as many substeps as the server runs by default.
     static void Simulate(int steps, int substeps = 4, double stepSeconds = 1.0 / 60.0)
     {
         for (int i = 0; i < steps; ++i)

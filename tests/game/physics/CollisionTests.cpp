@@ -1,5 +1,4 @@
-// Collision primitives: projection, the separating-axis test between convex
-// colliders, the cheap oriented box test and the ray-box slab test.
+// Collision primitives: projection, the separating-axis test, the cheap oriented box test and the ray-box slab test.
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -10,44 +9,37 @@
 #include "game/physics/Collision.hpp"
 #include "tests/support/GlmChecks.hpp"
 
+namespace {
+
 using game::entity::ConvexMeshCollider;
-using game::physics::Collision;
 using game::physics::PotentialBoxBoxIntersection;
 using testsupport::ExpectVecNear;
-
-namespace {
 
 glm::dmat4 Place(glm::dvec3 const& position, double degrees = 0.0, glm::dvec3 const& axis = {0, 0, 1})
 {
     return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(glm::angleAxis(glm::radians(degrees), glm::normalize(axis)));
 }
 
-/// A box collider as the description reader builds it: corners in binary
-/// order (bit 2 x, bit 1 y, bit 0 z), three normals.
+/// A box collider as the description reader builds it (corners in binary order, three normals).
 ConvexMeshCollider Box(glm::dmat4 const& transform, double size = 1.0, double radius = -1.0, bool exactEdges = false)
 {
     ConvexMeshCollider collider = ConvexMeshCollider::Box(glm::vec3(-size * 0.5), glm::vec3(size * 0.5));
     collider.transform = transform;
-    if (radius >= 0.0)
-        collider.radius = radius;
+    collider.radius = radius >= 0.0 ? radius : collider.radius;
     collider.exactEdges = exactEdges;
     return collider;
 }
 
-/// A unit box turned 45 degrees about z, and one apart along y by distance turned
-/// so that its z edges run along world x, its section a diamond. The only
-/// separating direction is world y, the cross of their z edges; no face normal
-/// separates them.
+/// A unit box turned 45 degrees about z, and one apart along y turned so that its z edges run along world x:
+/// only world y, the cross of their z edges, separates them.
 ConvexMeshCollider EdgeA(bool exact) { return Box(Place({0, 0, 0}, 45.0), 1.0, -1.0, exact); }
 ConvexMeshCollider EdgeB(double distance, bool exact)
 {
-    return Box(glm::translate(glm::dmat4(1.0), glm::dvec3(0.0, distance, 0.0)) *
-                   glm::mat4_cast(glm::angleAxis(glm::radians(45.0), glm::dvec3(1, 0, 0)) *
-                                  glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0))),
+    return Box(Place({0.0, distance, 0.0}, 45.0, {1, 0, 0}) * glm::mat4_cast(glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0))),
                1.0, -1.0, exact);
 }
 
-TEST(ProjectOntoAxis, VerticesArePlacedByTheTransformAndNoneGiveTheInvertedLimits)
+TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries)
 {
     EXPECT_EQ(game::physics::ProjectOntoAxis(ConvexMeshCollider(), {1, 0, 0}), std::make_pair(DBL_MAX, -DBL_MAX));
     ConvexMeshCollider box = ConvexMeshCollider::Box({-1.0f, -0.5f, -0.5f}, {1.0f, 0.5f, 0.5f});
@@ -55,19 +47,10 @@ TEST(ProjectOntoAxis, VerticesArePlacedByTheTransformAndNoneGiveTheInvertedLimit
     auto const [lowX, highX] = game::physics::ProjectOntoAxis(box, {1, 0, 0});
     auto const [lowY, highY] = game::physics::ProjectOntoAxis(box, {0, 1, 0});
     ExpectVecNear(glm::dvec4(lowX, highX, lowY, highY), glm::dvec4(2.5, 3.5, -1.0, 1.0), 1e-12);
-}
 
-TEST(ConvexCollision, ContactsAndMissesAtTheBoundaries)
-{
     double const h = 1.2, sunk = h - std::sqrt(0.5); // a box standing on an edge
     glm::dvec3 const none(0.0), up(0, 0, 1);
-    struct Case {
-        char const* name;
-        ConvexMeshCollider a, b;
-        double depth;
-        glm::dvec3 normal, point;
-        bool checkPoint;
-    } const cases[] = {
+    struct Case { char const* name; ConvexMeshCollider a, b; double depth; glm::dvec3 normal, point; bool checkPoint; } const cases[] = {
         {"touching along x", Box(Place({0, 0, 0})), Box(Place({1, 0, 0})), 0.0, none, none, true},
         {"touching below", Box(Place({0, 0, 0})), Box(Place({0, 0, -1})), 0.0, none, none, true},
         // The boxes overlap, but the radii claim the spheres are apart; a distance equal to the sum does not.
@@ -88,32 +71,23 @@ TEST(ConvexCollision, ContactsAndMissesAtTheBoundaries)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        Collision const contact = game::physics::ConvexCollision(c.a, c.b);
+        game::physics::Collision const contact = game::physics::ConvexCollision(c.a, c.b);
         EXPECT_NEAR(contact.depth, c.depth, 1e-6);
         ExpectVecNear(contact.normal, c.normal, 1e-6);
         if (c.checkPoint)
             ExpectVecNear(contact.point, c.point, 1e-6);
     }
-    // Apart, but face axes alone see an overlap.
-    EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, false)).depth, 0.2);
-    EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, true)).depth, 0.2);
+    for (bool exactB : {false, true}) // apart, but face axes alone see an overlap
+        EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, exactB)).depth, 0.2);
 }
 
 TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept)
 {
     glm::dvec3 const low(-0.5), high(0.5);
-    struct Case {
-        glm::dmat4 a;
-        glm::dvec3 lowA, highA;
-        bool overlap;
-    } const cases[] = {
-        {Place({1.01, 0, 0}), low, high, false},
-        {Place({1.0, 0, 0}), low, high, true},
-        {Place({0.7, 0.7, 0.7}), low, high, true},
+    struct Case { glm::dmat4 a; glm::dvec3 lowA, highA; bool overlap; } const cases[] = {
+        {Place({1.01, 0, 0}), low, high, false}, {Place({1.0, 0, 0}), low, high, true}, {Place({0.7, 0.7, 0.7}), low, high, true},
         {Place({0, 0, 0}), {1, -1, -1}, {3, 1, 1}, false}, // off centre in its own space: 1..3 on x
-        // A turned box reaches further along the diagonal: 0.5 * sqrt(2) along x.
-        {Place({1.2, 0, 0}, 45.0), low, high, true},
-        {Place({1.25, 0, 0}, 45.0), low, high, false},
+        {Place({1.2, 0, 0}, 45.0), low, high, true}, {Place({1.25, 0, 0}, 45.0), low, high, false}, // 0.5 * sqrt(2) along x
     };
     for (Case const& c : cases)
         EXPECT_EQ(PotentialBoxBoxIntersection(c.a, glm::dmat4(1.0), c.lowA, c.highA, low, high, false, false), c.overlap)
@@ -126,21 +100,11 @@ TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept)
 
 TEST(RayBoxIntersection, HitsMissesAndParallelRays)
 {
-    struct Case {
-        glm::dvec3 origin, direction;
-        bool hit;
-    } const cases[] = {
-        {{-5.0, 0.2, 0.3}, {1, 0, 0}, true},
-        {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
-        {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false}, // the box lies behind the origin
-        {{-5.0, 0.0, 0.0}, {1, 1, 0}, false},  // passing beside it
-        // Parallel to the y and z slabs: inside them it hits, outside it misses.
-        {{-5.0, 0.99, -0.99}, {2, 0, 0}, true},
-        {{-5.0, 1.01, 0.0}, {2, 0, 0}, false},
-        // Starting inside hits whatever the direction.
-        {{0.5, 0.5, 0.5}, {0, 0, -1}, true},
-        {{0.5, 0.5, 0.5}, {0, 0, 0}, true},
-        {{2.0, 0.0, 0.0}, {0, 0, 0}, false},
+    struct Case { glm::dvec3 origin, direction; bool hit; } const cases[] = {
+        {{-5.0, 0.2, 0.3}, {1, 0, 0}, true}, {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
+        {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false}, {{-5.0, 0.0, 0.0}, {1, 1, 0}, false}, // behind the origin, beside the box
+        {{-5.0, 0.99, -0.99}, {2, 0, 0}, true}, {{-5.0, 1.01, 0.0}, {2, 0, 0}, false}, // parallel to the y and z slabs
+        {{0.5, 0.5, 0.5}, {0, 0, -1}, true}, {{0.5, 0.5, 0.5}, {0, 0, 0}, true}, {{2.0, 0.0, 0.0}, {0, 0, 0}, false}, // inside hits
     };
     for (Case const& c : cases)
         EXPECT_EQ(game::physics::RayBoxIntersection(c.origin, c.direction, glm::dvec3(-1.0), glm::dvec3(1.0)), c.hit)
