@@ -353,11 +353,8 @@ TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenRead
         entity->Attach(noState);
     }
     auto const& object = InterfaceOf<ProbeInterface>(entity);
-    EXPECT_TRUE(object.isReady);
-    EXPECT_EQ(object.entity.lock(), entity);
-    EXPECT_EQ(object.self.lock(), entity->GetInterface());
-    EXPECT_EQ(object.id, entity->GetID());
-    EXPECT_EQ(hookLog.initCalls, 1);
+    EXPECT_TRUE(object.isReady && object.entity.lock() == entity && object.self.lock() == entity->GetInterface() && object.id == entity->GetID());
+    EXPECT_EQ(hookLog.initCalls, 1) << "attached once";
     ASSERT_EQ(ServerSideEntity::_module_entities[TestModule.String()].size(), 1u);
     EXPECT_EQ(ServerSideEntity::_module_entities[TestModule.String()][0].lock(), entity->GetInterface());
     RunHooks(entity);
