@@ -25,12 +25,9 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
     ASSERT_NE(r.GetTexture(GameRenderer::FontAtlasTextureIndex), nullptr);
     EXPECT_NE(r.GetTexture(0)->GetImageView(), VK_NULL_HANDLE);
     // The shaders find their hit groups by these indices.
-    EXPECT_THAT(r.renderableHitShaders, ElementsAre("game/graphics/rt/entity_tri", "game/graphics/rt/entity_box",
-                                                    "game/graphics/rt/entity_sphere", "game/graphics/rt/plasma"));
     EXPECT_THAT((std::vector<uint32_t>{r.entityTriangleHitShader, r.entityBoxHitShader, r.entitySphereHitShader,
                                        r.plasmaHitShader, r.entityCallableShader}),
                 ElementsAre(0u, 1u, 2u, 3u, 0u));
-    EXPECT_THAT(r.renderableCallableShaders, ElementsAre("#rcall\nvoid main(){}"));
     ASSERT_TRUE(r.overlayRenderpass && r.crosshairPipeline && r.colliderTrianglesPipeline && r.colliderLinesPipeline);
     EXPECT_NE(r.linearClampSampler->Handle(), r.linearClampSampler2->Handle());
     // The device was asked for the stores the game's shaders make.

@@ -88,16 +88,12 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
     game::GameSettings& s = *Game::settings;
     std::tie(s.render_scale, s.final_upscale, s.upscaling_sharpness, s.brightness, s.contrast, s.gamma, s.fov) =
         std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f);
-    s.upscaling_quality_setting = 2;
-    s.dev_tools = true;
-    s.upscaling_algo = "none";
-    r.nearClip = 0.05f;
+    std::tie(s.upscaling_quality_setting, s.dev_tools, s.upscaling_algo, r.nearClip) = std::tuple(2, true, "none", 0.05f);
     r.FrameInit();
-    EXPECT_EQ(static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip, 0.05f);
     EXPECT_EQ(std::tie(r.renderScale, r.finalUpscale, r.upscalingSharpness, r.brightness, r.contrast, r.gamma, r.fov),
               std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f));
-    EXPECT_EQ(r.upscalingQualitySetting, 2);
-    EXPECT_TRUE(r.devTools);
+    EXPECT_EQ(std::tuple(r.upscalingQualitySetting, r.devTools, static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip),
+              std::tuple(2, true, 0.05f));
     EXPECT_EQ(s.upscaling_algo, "NONE"); // upper-cased in place
     EXPECT_EQ(r.upscalingAlgo, nerox::renderer::UPSCALE_ALGO::NONE);
 
