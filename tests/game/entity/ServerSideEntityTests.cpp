@@ -616,11 +616,22 @@ std::string DamageReport(Bytes const& good, std::string const& path, std::vector
     return report;
 }
 
-TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByte)
+TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFileOnlyOnceComplete)
 {
     Ptr entity = MakeSaved();
+    std::string const path = entity->GetStateSaveFile();
     entity->Serialize();
-    Bytes const file = ReadBytes(entity->GetStateSaveFile());
+    Bytes const old = ReadBytes(path);
+    // A folder where the temporary file would go makes the write fail, for root as well.
+    fs::create_directory(path + ".tmp");
+    WriteText(path + ".tmp/keep", "x");
+    entity->position = glm::dvec3(100.0, 200.0, 300.0);
+    EXPECT_THROW(entity->Serialize(), std::runtime_error);
+    EXPECT_EQ(ReadBytes(path), old);
+    fs::remove_all(path + ".tmp");
+    entity->Serialize();
+    EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), fs::directory_iterator()), 1) << "no temporary file is left";
+    Bytes const file = ReadBytes(path);
     EXPECT_EQ(file, ExpectedState(*entity, 0, SavedBlob));
     // Spot checks at fixed offsets, so that a mistake in the expectation cannot hide one in the writer.
     ASSERT_EQ(file.size(), Base + 158 + SavedBlob.size() + 4);
@@ -715,24 +726,6 @@ TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
     EXPECT_THROW(ServerSideEntity::LoadAllEntities(), std::runtime_error);
     EXPECT_FALSE(ServerSideEntity::Get(id));
     EXPECT_EQ(ReadBytes(path), damaged);
-}
-
-TEST_F(EntityFileTest, SaveReplacesTheOldFileOnlyOnceComplete)
-{
-    Ptr const entity = MakeSaved();
-    std::string const path = entity->GetStateSaveFile();
-    entity->Serialize();
-    Bytes const old = ReadBytes(path);
-    // A folder where the temporary file would go makes the write fail, for root as well.
-    fs::create_directory(path + ".tmp");
-    WriteText(path + ".tmp/keep", "x");
-    entity->position = glm::dvec3(100.0, 200.0, 300.0);
-    EXPECT_THROW(entity->Serialize(), std::runtime_error);
-    EXPECT_EQ(ReadBytes(path), old);
-    fs::remove_all(path + ".tmp");
-    entity->Serialize();
-    EXPECT_EQ(ReadBytes(path), ExpectedState(*entity, 0, SavedBlob));
-    EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), fs::directory_iterator()), 1) << "no temporary file is left";
 }
 
 /// Changes every field a checkpoint holds.
