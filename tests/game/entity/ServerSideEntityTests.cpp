@@ -732,9 +732,7 @@ TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
 void Scramble(ServerSideEntity& entity)
 {
     Place(entity, {glm::dvec3(-1.0), glm::dquat(1.0, 0.0, 0.0, 0.0), {}, {}});
-    entity.parentEntity = Id();
-    entity.environmentId = entity.orbitEnvironmentId = 0;
-    entity.isDynamic = false;
+    entity.parentEntity = Id(), entity.environmentId = entity.orbitEnvironmentId = 0, entity.isDynamic = false;
 }
 
 std::string DeserializeCheckpointOutput(ServerSideEntity& entity)
@@ -778,19 +776,16 @@ TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
     entity->SerializeCheckpoint();
     entity->restTime = 2.0, entity->isDynamic = false;
     entity->DeserializeCheckpoint();
-    EXPECT_TRUE(entity->isDynamic);
-    EXPECT_EQ(entity->restTime, 0.0);
+    EXPECT_TRUE(entity->isDynamic && entity->restTime == 0.0);
     // Reading runs the parent walk: the parent's environment wins over the file's.
     Ptr const parent = MakeSaved();
-    parent->environmentId = 900;
-    entity->parentEntity = parent->GetID();
+    parent->environmentId = 900, entity->parentEntity = parent->GetID();
     entity->SerializeCheckpoint();
     entity->settled = true;
     entity->DeserializeCheckpoint();
     EXPECT_EQ(entity->parentEntity, parent->GetID());
     EXPECT_EQ(entity->environmentId, 900u);
-    EXPECT_TRUE(entity->parentMoving);
-    EXPECT_FALSE(entity->settled);
+    EXPECT_TRUE(entity->parentMoving && !entity->settled);
 }
 
 TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine)
