@@ -1,0 +1,309 @@
+// The configuration tree: a real YAML file and small documents dumped whole against
+// tests/data/config/, the classes and numbers of scalar texts, the quiet answers of
+// lookups that find nothing, broken documents, and reading from several threads.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "game/Config.hpp"
+#include "support/Golden.hpp"
+
+using game::Config;
+
+namespace {
+
+std::string const samplePath = std::string(TESSARA_TEST_SOURCE_DIR) + "/game/config/data/sample.yaml";
+
+/// One line per node below and with node, indented by depth: key, position, kind and
+/// the text class of scalars (i integer, f real, s string), then the quoted text.
+std::string Dump(Config::Node node, int depth = 0) {
+    std::string text = std::string(2 * depth, ' ') + (node.HasKey() ? node.Key() + ":" : "-") + " #" +
+                       std::to_string(node.Index()) + (node.IsMap() ? " map" : node.IsArray() ? " list" : " ");
+    if (node.IsValue())
+        text += std::string(node.IsInt() ? "i" : node.IsFloat() ? "f" : "s") + " \"" + node.AsString() + "\"";
+    text += "\n";
+    for (Config::Node child : node) text += Dump(child, depth + 1);
+    return text;
+}
+
+/// Every accessor's answer for node, on one line.
+std::string All(Config::Node node) {
+    std::ostringstream text;
+    text << (node ? "valid" : "invalid") << " #" << node.Index() << " size " << node.Size() << " key '" << node.Key()
+         << "' kind " << node.HasKey() << node.IsMap() << node.IsArray() << node.IsValue() << " class " << node.IsInt()
+         << node.IsFloat() << node.IsNumeric() << node.IsString() << " as " << node.AsInt() << " " << node.AsInt64()
+         << " " << node.AsUInt64() << " " << node.AsFloat() << " " << node.AsDouble() << " '"
+         << static_cast<std::string>(node) << "' equals " << (node == "") << (node == std::string()) << (node != "x")
+         << " lookups " << bool(node["x"]) << bool(node[0ul]) << " children " << (node.begin() != node.end());
+    return text.str();
+}
+
+/// The node at path: keys and indices ("~" the largest) separated by '/'.
+Config::Node At(Config const& config, std::string const& path) {
+    Config::Node node;
+    for (size_t from = 0, at = 0; from <= path.size(); from = at + 1) {
+        at = std::min(path.find('/', from), path.size());
+        std::string const step = path.substr(from, at - from);
+        bool const index = step == "~" || (!step.empty() && std::isdigit(static_cast<unsigned char>(step[0])));
+        unsigned long const number = step == "~" ? ~0ul : index ? std::stoul(step) : 0;
+        node = from == 0 ? (index ? config[number] : config[step.c_str()]) : index ? node[number] : node[step.c_str()];
+    }
+    return node;
+}
+
+/// The text as a YAML double-quoted scalar.
+std::string Quoted(std::string const& text) {
+    std::string quoted = "\"";
+    for (char c : text) quoted += c == '\t' ? "\\t" : c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
+    return quoted + "\"";
+}
+
+/// An alias bomb: each level lists the one before ten times, nine levels deep.
+std::string AliasBomb() {
+    std::string text = "l0: &l0 [lol, lol, lol, lol, lol, lol, lol, lol, lol, lol]\n";
+    for (int level = 1; level <= 9; ++level) {
+        std::string const previous = "*l" + std::to_string(level - 1);
+        text += "l" + std::to_string(level) + ": &l" + std::to_string(level) + " [" + previous;
+        for (int i = 1; i < 10; ++i) text += ", " + previous;
+        text += "]\n";
+    }
+    return text;
+}
+
+} // namespace
+
+// Plain, quoted and block scalars, nested maps and lists, aliases read as copies of
+// their anchor, and only the first document; the root counts every node of the tree.
+// Then small documents: aliases of scalars, collections and keys, a later anchor of
+// the same name wins, complex keys are left out, an empty key and duplicates kept.
+TEST(ConfigDocument, TreesAsRead) {
+    Config config;
+    config.Parse(testsupport::ReadText(samplePath));
+    Config::Node root = config["missing"];
+    testsupport::ExpectGolden("nodes " + std::to_string(root.Size()) + "\n" + Dump(root), "config/sample.txt");
+    EXPECT_EQ(config["enemy"]["stats"]["speed"].Size(), root.Size());
+    std::string transcript;
+    for (char const* text : {"- a\n- &s [1, 2]\n- *s\n- {k: *s, &key name: v, other: *key, *key : again}\n",
+                             "a: &x 1\nb: *x\nc: &x 2\nd: *x\n",
+                             "? [1, 2]\n: complex\n? \n: empty key\nplain: value\nplain: duplicate\n<<: {x: 1}\n"}) {
+        config.Parse(std::string(text));
+        root = config["missing"] ? config["missing"] : config[~0ul];
+        transcript += std::string("---\n") + text + "=> nodes " + std::to_string(root.Size()) + "\n" + Dump(root);
+        // Lookups find the first of duplicate keys.
+        if (config["plain"].Key() == "plain") EXPECT_EQ(config["plain"], "value");
+    }
+    testsupport::ExpectGolden(transcript, "config/aliases.txt");
+}
+
+TEST(ConfigDocument, IteratesBackwardsAndStopsAtTheEnds) {
+    Config config;
+    config.Parse(testsupport::ReadText(samplePath));
+    Config::Node window = config["window"];
+    Config::Iterator last = window.begin();
+    for (Config::Iterator it = window.begin(); it != window.end(); ++it) last = it;
+    std::string keys;
+    for (Config::Iterator it = last; it != window.end(); --it) keys += (*it).Key() + " ";
+    EXPECT_EQ(keys, "theme position size title ");
+    // Stepping back from the first child ends the walk; the end iterator stays put.
+    Config::Iterator it = window.begin();
+    EXPECT_TRUE(--it == window.end() && ++it == window.end());
+    EXPECT_TRUE(config["name"].begin() == config["name"].end());
+}
+
+TEST(ConfigDocument, NestedAliasesExpandBelowTheNodeLimit) {
+    Config config;
+    config.Parse(std::string("a: &a [x, x, x, x, x, x, x, x, x, x]\nb: &b [*a, *a, *a, *a, *a, *a, *a, *a, *a, *a]\n"
+                             "c: &c [*b, *b, *b, *b, *b, *b, *b, *b, *b, *b]\nd: &d [*c, *c, *c, *c, *c, *c, *c, *c, *c, *c]\n"
+                             "e: [*d, *d, *d, *d, *d, *d, *d, *d, *d, *d]\n"));
+    EXPECT_EQ(config["e"][9ul][9ul][9ul][9ul][9ul], "x");
+    // The root, five lists, and below them 10, 10 * 11, 10 * 111, 10 * 1111, 10 * 11111 nodes.
+    EXPECT_EQ(config["e"].Size(), 1u + 5u + 10u + 110u + 1110u + 11110u + 111110u);
+}
+
+TEST(ConfigThreads, OneParsedConfigReadFromFourThreads) {
+    Config config;
+    config.Parse(testsupport::ReadText(samplePath));
+    std::string const expected = Dump(config["missing"]);
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&config, &expected, &mismatches] {
+            for (int round = 0; round < 200; ++round) {
+                mismatches += Dump(config["missing"]) != expected || config["enemy"]["stats"]["lives"].AsInt() != 3 ||
+                              !std::isinf(config["numbers"][5ul].AsDouble());
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
+// One line per text: its class (int, float or string), then AsInt, AsInt64, AsUInt64,
+// AsDouble and AsFloat, the reals with every digit and their sign. Blanks around a
+// number; base prefixes of either case; malformed integers and reals; hexadecimal
+// reals; infinity and NaN with signs; negative zero; values too large or small for a
+// float or a double; integers that wrap or overflow.
+TEST(ConfigNumericText, TableOfTexts) {
+    char const* const texts[] = {
+        "12", " 12 ", "\t-3\r\n", "0", "-0x10", "0x1F", "0X1f", "0b101", "-0B11", "0o17", "0O17", "012", "+7",
+        "12a", "-", "", "0x", "0b102", "0o8", "0x-1", "--5", "abc", "1_000", "1 2",
+        "1.5", "1.", "-.5", "+2.5e-1", "1e3", "1E+3", ".", "1e", "e3", "1.5.2",
+        "0x1p3", "-0x1.8", "0x.8P1", "0x1p", "0xp3", "0b1.1",
+        ".inf", "-.INF", "+.Inf", "inf", "-Infinity", "INFINITY", "NaN", ".nan", "-NAN", "-.nan", "iNf", ".infinity",
+        "-0.0", "-0x0p0", "0.1", "1e39", "1e-50", "3.4028235e38", "1e400", "-1e400", "1e-400",
+        "4294967297", "2147483648", "-2147483648", "9223372036854775808", "18446744073709551615",
+        "18446744073709551616", "0xFFFFFFFFFFFFFFFF", "0x10000000000000000",
+    };
+    std::string document;
+    for (char const* text : texts) document += "- " + Quoted(text) + "\n";
+    Config config;
+    config.Parse(document);
+    std::string table;
+    for (unsigned long i = 0; i < std::size(texts); ++i) {
+        Config::Node node = config[i];
+        SCOPED_TRACE(texts[i]);
+        ASSERT_EQ(node.AsString(), texts[i]);
+        // Every real is numeric, integers included; every other scalar is a string.
+        EXPECT_TRUE(node.IsNumeric() == node.IsFloat() && node.IsString() == !node.IsFloat() && (node.IsFloat() || !node.IsInt()));
+        char line[200];
+        std::snprintf(line, sizeof line, "%-24s %-6s %d %" PRId64 " %" PRIu64 " %.17g %.9g\n", Quoted(texts[i]).c_str(),
+                      node.IsInt() ? "int" : node.IsFloat() ? "float" : "string", node.AsInt(), node.AsInt64(),
+                      node.AsUInt64(), node.AsDouble(), static_cast<double>(node.AsFloat()));
+        table += line;
+    }
+    testsupport::ExpectGolden(table, "config/numbers.txt");
+}
+
+// Every accessor's answer after lookups in documents of every kind, in
+// tests/data/config/quiet.txt. Nothing parsed: every lookup is invalid. A missing key
+// gives the node asked from, so a chain skips the missing step; an index past the end
+// gives the list itself. The wrong kind of node, at the root or below, gives invalid
+// nodes, and a chain stays invalid. Collections read as empty scalars; scalars are
+// tested by their text, plain, quoted or tagged; null and empty read as written.
+TEST(ConfigQuietResults, LookupsAnswerWithoutFailing) {
+    struct Case {
+        char const* name;
+        char const* text;
+        std::vector<char const*> paths;
+    };
+    Case const cases[] = {
+        {"empty", "", {"x", "0"}},
+        {"comment", "# only a comment\n", {"x"}},
+        {"no document", "---\n...\n", {"x"}},
+        {"blank", "\n\n   \n", {"x"}},
+        {"nested", "window:\n  title: main\n  size: [1280, 720]\n  extra: {depth: 2}\ncount: 7\n",
+         {"window/missing", "window/missing/title", "window/missing/extra/depth", "missing", "missing/count",
+          "window/size/1", "window/size/2", "window/size/~/0", "0", "window/0", "window/size/x", "count/x", "count/x/y/3"}},
+        {"list", "[1, 2, 3]\n", {"3", "x"}},
+        {"scalar", "just some text\n", {"x", "0"}},
+        {"scalars", "a: '42'\nb: !!str 42\nc: true\nd: ~\ne:\n", {"a", "b", "c", "d", "e"}},
+    };
+    std::string transcript;
+    for (Case const& c : cases) {
+        Config config;
+        config.Parse(std::string(c.text));
+        for (char const* path : c.paths) transcript += std::string(c.name) + " " + path + ": " + All(At(config, path)) + "\n";
+    }
+    testsupport::ExpectGolden(transcript, "config/quiet.txt");
+}
+
+TEST(ConfigQuietResults, DefaultsEmptyTextsAndClearGiveNothing) {
+    Config config;
+    std::string const invalid = All(config["x"]); // as pinned in quiet.txt
+    EXPECT_EQ(All(Config::Node()), invalid);
+    Config::Iterator it;
+    ++it;
+    --it;
+    EXPECT_TRUE(it == Config::Iterator());
+    EXPECT_EQ(All(*it), invalid);
+    char empty[] = "";
+    config.Parse(empty);
+    EXPECT_TRUE(config.Empty());
+    config.Parse(static_cast<char*>(nullptr));
+    EXPECT_TRUE(config.Empty());
+    config.Parse(std::string("first: 1\n"));
+    config.Parse(std::string("second: 2\n"));
+    EXPECT_TRUE(config["second"].AsInt() == 2 && config["first"].Key() != "first");
+    config.Clear();
+    config.Clear();
+    EXPECT_TRUE(config.Empty());
+}
+
+// Scalars compare by their text, an escaped NUL included; the caller's text may go after Parse.
+TEST(ConfigQuietResults, ScalarsCompareByTextThatOutlivesTheCallers) {
+    Config config;
+    {
+        std::string text = "a: hello\nb: ''\nc: \"x\\0y\"\n";
+        config.Parse(text.data());
+        text.assign(text.size(), '#');
+    }
+    EXPECT_TRUE(config["a"] == "hello" && config["a"] == std::string("hello"));
+    EXPECT_TRUE(config["a"] != "hell" && config["a"] != std::string("hello ") && config["a"] != static_cast<char const*>(nullptr));
+    EXPECT_TRUE(config["b"] == static_cast<char const*>(nullptr));
+    EXPECT_TRUE(config["c"] == std::string("x\0y", 3) && config["c"] != "x");
+}
+
+// Documents that can't be read: the config is left empty, one line on the error
+// stream says where, and nothing is thrown.
+TEST(ConfigErrors, BrokenDocumentsEmptyTheConfigAndReportOneLine) {
+    struct Case {
+        std::string text;
+        std::string start; // the whole line when it ends in '\n'
+    };
+    std::string const at = "Config: YAML error at line ";
+    Case const cases[] = {
+        {"a: 1\nb: c: d\n", at + "2, column 5: "},
+        {"a: 'not closed\n", at + "1, column "},
+        {"list:\n  - 1\n  - \"bad \\q escape\"\n", at + "3, column "},
+        {"a:\n\t- tab indented\n", at + "2, column "},
+        {"key: [1, 2\nnext: 3\n", at},
+        {"a: 1\nb: *nope\n", at + "2, column 4: alias *nope names no earlier anchor\n"},
+        {"a: *later\nb: &later 1\n", at + "1, column 4: alias *later names no earlier anchor\n"},
+        {"a: &x [1, *x]\n", at + "1, column 11: alias *x is inside the node it names\n"},
+        {AliasBomb(), at},
+        // Malformed UTF-8 is refused where it stands, also inside a directive, where
+        // the scanner would otherwise never come back; surrogates, overlong forms, a cut-off sequence.
+        {"a: b\nc: d\x81\n", at + "2, column 5: invalid UTF-8\n"},
+        {"%at the\x81# ea:", at + "1, column 8: invalid UTF-8\n"},
+        {"a: \xED\xA0\x80\n", at + "1, column 4: invalid UTF-8\n"},
+        {"a: \xC0\xAF\n", at + "1, column 4: invalid UTF-8\n"},
+        {"a: \xE0\x80\x80\n", at + "1, column 4: invalid UTF-8\n"},
+        {"a: \xF0\x9F\x98", at + "1, column 4: invalid UTF-8\n"},
+        // Only a string can hold a NUL; the scanner would take it for the end of the text.
+        {std::string("a: b\n\0c: d\n", 11), at + "2, column 1: NUL character\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
+        Config config;
+        config.Parse(std::string("old: 1\n"));
+        testing::internal::CaptureStderr();
+        EXPECT_NO_THROW(config.Parse(c.text));
+        std::string const errors = testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(config.Empty());
+        EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1);
+        EXPECT_EQ(c.start.back() == '\n' ? errors : errors.substr(0, c.start.size()), c.start) << errors;
+        EXPECT_NE(errors.find(": ", at.size()), std::string::npos);
+        EXPECT_TRUE(c.text[1] != '0' || errors.find("more than " + std::to_string(Config::maxNodes) + " nodes") != std::string::npos);
+    }
+}
+
+// Good documents, later documents, multibyte characters and a byte order mark write nothing.
+TEST(ConfigErrors, GoodDocumentsAndLaterDocumentsWriteNothing) {
+    Config config;
+    for (char const* text : {"a: 1\nb: [x, y]\nc: &c {d: e}\nf: *c\n", "", "a: 1\n---\nb: [\n",
+                             "\xEF\xBB\xBFname: \xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80\n"}) {
+        testing::internal::CaptureStderr();
+        config.Parse(std::string(text));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << text;
+    }
+    EXPECT_EQ(config["name"], "\xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80");
+}
