@@ -1,0 +1,315 @@
+// The Vulkan stand-ins on one device for the whole program, with validation on: a
+// test fails when the layers report an error while it runs. A triangle drawn
+// offscreen reads back as its colour inside and the clear colour outside.
+#include "support/TempDir.hpp"
+
+#include "nerox/vk/Buffer.hpp"
+#include "nerox/vk/CommandBuffer.hpp"
+#include "nerox/vk/Device.hpp"
+#include "nerox/vk/Image.hpp"
+#include "nerox/vk/Pipeline.hpp"
+#include "nerox/vk/Renderpass.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using namespace nerox::vk;
+
+/// The message of the exception of type E that f throws; "no exception" when it throws none.
+template <class E = std::runtime_error, class F>
+std::string Thrown(F&& f)
+{
+    try {
+        f();
+    } catch (E const& e) {
+        return e.what();
+    }
+    return "no exception";
+}
+
+class VkTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (device) return;
+        DeviceOptions options;
+        options.applicationName = "nerox_vk_tests";
+        options.validation = 1;
+        // Taken where the device has them, left out (and said so) where it has none.
+        options.features.rayTracingPipeline.rayTracingPipeline = VK_TRUE;
+        options.features.accelerationStructure.accelerationStructure = VK_TRUE;
+        options.features.vulkan13.dynamicRendering = VK_TRUE;
+        testing::internal::CaptureStdout();
+        device = std::make_unique<Device>(options);
+        said = testing::internal::GetCapturedStdout();
+    }
+    void SetUp() override { errorsBefore = Device::ValidationErrorCount(); }
+    void TearDown() override
+    {
+        EXPECT_EQ(Device::ValidationErrorCount(), errorsBefore + expectedErrors)
+            << "validation errors while the test ran (printed above)";
+    }
+    Device& Dev() { return *device; }
+
+    inline static std::unique_ptr<Device> device;
+    inline static std::string said; ///< What making the device printed.
+    uint64_t errorsBefore = 0;
+    uint64_t expectedErrors = 0; ///< Set by a test that provokes errors on purpose.
+};
+
+using VkDevice_ = VkTest;
+
+TEST_F(VkDevice_, OffersVulkan13WithBufferAddressesAGraphicsQueueAndRayTracingWhereItHasIt) {
+    EXPECT_FALSE(Dev().Name().empty());
+    EXPECT_GE(Dev().Properties().apiVersion, static_cast<uint32_t>(VK_API_VERSION_1_3));
+    EXPECT_TRUE(Dev().EnabledFeatures().vulkan12.bufferDeviceAddress && Dev().EnabledFeatures().vulkan13.dynamicRendering);
+    EXPECT_NE(Dev().GraphicsQueue(), VK_NULL_HANDLE);
+    EXPECT_EQ(Dev().Surface(), VK_NULL_HANDLE) << "offscreen: no window, no surface";
+    EXPECT_TRUE(Dev().Validating()) << "the tests need Debian's vulkan-validationlayers";
+    bool const has = Dev().HasRayTracing();
+    EXPECT_EQ(bool(Dev().EnabledFeatures().rayTracingPipeline.rayTracingPipeline), has);
+    EXPECT_EQ(Dev().HasExtension(VK_KHR_RAY_TRACING_PIPELINE_EXTENSION_NAME), has);
+    EXPECT_EQ(said.find("has no ray tracing") == std::string::npos, has) << said;
+}
+
+TEST_F(VkDevice_, FeaturesCopyTheirFlagsButNotTheirChain) {
+    PhysicalDevice::Features a;
+    a.core.fragmentStoresAndAtomics = a.vulkan12.bufferDeviceAddress = a.rayQuery.rayQuery = VK_TRUE;
+    a.vulkan12.pNext = &a.vulkan13;
+    PhysicalDevice::Features b = a;
+    EXPECT_TRUE(b.core.fragmentStoresAndAtomics && b.vulkan12.bufferDeviceAddress && b.rayQuery.rayQuery);
+    EXPECT_EQ(b.vulkan12.pNext, nullptr);
+    EXPECT_FALSE(b.WantsRayTracing());
+    b.accelerationStructure.accelerationStructure = VK_TRUE;
+    EXPECT_TRUE(b.WantsRayTracing());
+}
+
+TEST_F(VkDevice_, ValidationCountsErrors) {
+    // A sampler with anisotropy asked of a device where it was not enabled.
+    VkSamplerCreateInfo info{VK_STRUCTURE_TYPE_SAMPLER_CREATE_INFO};
+    info.anisotropyEnable = VK_TRUE;
+    info.maxAnisotropy = 4.0f;
+    VkSampler sampler = VK_NULL_HANDLE;
+    testing::internal::CaptureStderr();
+    vkCreateSampler(Dev(), &info, nullptr, &sampler);
+    std::string const printed = testing::internal::GetCapturedStderr();
+    if (sampler != VK_NULL_HANDLE) vkDestroySampler(Dev(), sampler, nullptr);
+    expectedErrors = Device::ValidationErrorCount() - errorsBefore;
+    EXPECT_GT(expectedErrors, 0u);
+    EXPECT_NE(printed.find("Vulkan validation error"), std::string::npos);
+}
+
+TEST(VkDeviceChoice, ANameThatMatchesNoDeviceIsAClearError) {
+    setenv("NEROX_VK_DEVICE", "no such device 42", 1);
+    DeviceOptions options;
+    options.validation = 0;
+    std::string const error = Thrown([&] { Device device(options); });
+    EXPECT_NE(error.find("no usable device"), std::string::npos) << error;
+    EXPECT_NE(error.find(": not the device named by NEROX_VK_DEVICE"), std::string::npos) << error;
+    unsetenv("NEROX_VK_DEVICE");
+}
+
+TEST_F(VkDevice_, BuffersCopyOnTheDeviceHaveDistinctAlignedAddressesAndMoveTheirOwnership) {
+    MappedBuffer<uint32_t> records(Dev(), 100, VK_BUFFER_USAGE_TRANSFER_SRC_BIT, "records", 16);
+    MappedBuffer<uint32_t, 4, 0x800> back(Dev(), 100, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "read back", 256);
+    for (uint32_t i = 0; i < 100; ++i) records[i] = i * 7u;
+    ASSERT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
+        VkBufferCopy region{0, 0, records.Size()};
+        vkCmdCopyBuffer(commands, records, back, 1, &region);
+    }, "copy records"));
+    EXPECT_EQ(std::vector<uint32_t>(back.Data(), back.Data() + back.Count()), std::vector<uint32_t>(records.Data(), records.Data() + 100));
+    EXPECT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), {}, "empty")) << "nothing to record is fine";
+
+    Buffer local(Dev(), 64, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, MemoryUsage::GpuOnly, 0, "local only");
+    Buffer first(Dev(), 32, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, MemoryUsage::AutoPreferDevice,
+                 AllocationHostAccessSequentialWrite, "moved");
+    EXPECT_EQ(static_cast<uint64_t>(back) % 256, 0u);
+    EXPECT_EQ((std::set<uint64_t>{0, records.Address(), back.Address(), local.Address(), first.Address()}).size(), 5u);
+    if (!local.HostVisible()) { EXPECT_THROW(local.Map(), std::runtime_error); } // software devices' is host-visible
+    void* mapped = first.Map();
+    VkBuffer const handle = first;
+    Buffer second(std::move(first));
+    EXPECT_TRUE(static_cast<VkBuffer>(second) == handle && second.Map() == mapped);
+    EXPECT_EQ(static_cast<VkBuffer>(first), VK_NULL_HANDLE);
+}
+
+using VkBuffersDeathTest = VkTest;
+
+TEST_F(VkBuffersDeathTest, IndexAndCountAreChecked) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(MappedBuffer<int>(Dev(), 0, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "empty"),
+                 "ASSERTION FAILED: \\(count > 0\\) in .*Buffer.hpp");
+    EXPECT_DEATH(
+        {
+            MappedBuffer<int> four(Dev(), 4, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "four");
+            four[4] = 1;
+        },
+        "ASSERTION FAILED: \\(index < _count\\) in .*Buffer.hpp");
+}
+
+constexpr char const* Triangle = "shaders/triangle"; // relative to the tests' working folder
+constexpr VkImageUsageFlags TargetUsage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT;
+
+/// R8G8B8A8 texel of the bytes r, g, b, a.
+constexpr uint32_t Rgba(uint32_t r, uint32_t g, uint32_t b, uint32_t a = 255) { return r | g << 8 | b << 16 | a << 24; }
+uint32_t Channel(uint32_t texel, int channel) { return (texel >> (8 * channel)) & 0xFF; }
+VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) { return VkClearColorValue{{r, g, b, a}}; }
+
+RenderpassOptions ClearThenCopy()
+{
+    RenderpassOptions options;
+    options.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
+    options.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
+    options.finalLayout = VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL;
+    return options;
+}
+
+// In a W x H target the triangle covers the pixels whose centres lie inside
+// (W/4, H/4), (3W/4, H/4), (W/2, 3H/4): the apex points down the image.
+struct Probe {
+    uint32_t x, y;
+    bool inside;
+};
+
+class VkPipelines : public VkTest {
+protected:
+    PipelineLayout layout{Dev(), {}, {{VK_SHADER_STAGE_FRAGMENT_BIT, 0, 16}}, "colour"};
+
+    /// The triangle in colour over clear on a width x height target, read back row by row. A
+    /// target other than 64 x 64 RGBA gets a pipeline made for one such and refreshed for it,
+    /// as after a swapchain change; a pipeline not rebuilt would be incompatible.
+    std::vector<uint32_t> Draw(VkClearColorValue clear, VkClearColorValue colour, GraphicsPipelineOptions const& options = {},
+                               uint32_t width = 64, uint32_t height = 64, VkFormat format = VK_FORMAT_R8G8B8A8_UNORM)
+    {
+        Image image(Dev(), width, height, format, TargetUsage, "target");
+        auto firstPass = std::make_unique<Renderpass>(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 64, 64, TargetUsage, ClearThenCopy());
+        GraphicsPipeline pipeline(Dev(), layout, *firstPass, Triangle, options);
+        Renderpass pass(Dev(), format, width, height, TargetUsage, ClearThenCopy());
+        if (width != 64 || format != VK_FORMAT_R8G8B8A8_UNORM) {
+            firstPass.reset();
+            pipeline.RefreshViewport(pass);
+        }
+        MappedBuffer<uint32_t, 4, 0x800> pixels(Dev(), width * height, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "pixels");
+        EXPECT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
+            pass.Begin(commands, image.View(), clear);
+            pipeline.Bind(commands);
+            vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_FRAGMENT_BIT, 0, 16, colour.float32);
+            vkCmdDraw(commands, 3, 1, 0, 0);
+            pass.End(commands);
+            VkBufferImageCopy copy{};
+            copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+            copy.imageExtent = {width, height, 1};
+            vkCmdCopyImageToBuffer(commands, image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, pixels, 1, &copy);
+            VkBufferMemoryBarrier toHost{VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER, nullptr, VK_ACCESS_TRANSFER_WRITE_BIT,
+                                         VK_ACCESS_HOST_READ_BIT, VK_QUEUE_FAMILY_IGNORED, VK_QUEUE_FAMILY_IGNORED,
+                                         pixels, 0, VK_WHOLE_SIZE};
+            vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 0, nullptr, 1,
+                                 &toHost, 0, nullptr);
+        }, "read back"));
+        return {pixels.Data(), pixels.Data() + pixels.Count()};
+    }
+};
+
+TEST_F(VkPipelines, ATriangleReadsBackAsItsColourInsideAndTheClearColourOutside) {
+    // Points at least 4 pixels from every edge; near the top the rows are wide.
+    constexpr Probe probes[] = {{32, 20, true},  {32, 30, true},  {32, 40, true},  {22, 20, true},  {42, 20, true},
+                                {28, 32, true},  {20, 18, true},  {44, 18, true},  {32, 44, true},  {2, 2, false},
+                                {32, 8, false},  {61, 61, false}, {10, 40, false}, {54, 40, false}, {32, 56, false},
+                                {20, 44, false}, {44, 44, false}};
+    std::vector<uint32_t> const pixels = Draw(Colour(0, 0, 1), Colour(1, 0, 0));
+    for (Probe const& p : probes)
+        EXPECT_EQ(pixels[p.y * 64 + p.x], p.inside ? Rgba(255, 0, 0) : Rgba(0, 0, 255)) << p.x << ", " << p.y;
+}
+
+TEST_F(VkPipelines, AfterRefreshViewportThePipelineDrawsIntoANewPassOfAnotherSizeAndFormat) {
+    std::vector<uint32_t> const pixels = Draw(Colour(0, 0, 1), Colour(1, 0, 0), {}, 32, 16, VK_FORMAT_B8G8R8A8_UNORM);
+    // In 32 x 16 the triangle is (8, 4), (24, 4), (16, 12): the viewport follows the new extent.
+    constexpr Probe probes[] = {{16, 6, true},  {16, 9, true},  {12, 5, true},   {20, 5, true},  {1, 1, false},
+                                {16, 1, false}, {30, 14, false}, {9, 11, false}, {23, 11, false}};
+    for (Probe const& p : probes) // BGRA bytes: red and blue trade places
+        EXPECT_EQ(pixels[p.y * 32 + p.x], p.inside ? Rgba(0, 0, 255) : Rgba(255, 0, 0)) << p.x << ", " << p.y;
+}
+
+TEST_F(VkPipelines, AlphaBlendingIsOnByDefaultAndCanBeTurnedOff) {
+    GraphicsPipelineOptions opaque;
+    opaque.alphaBlending = false;
+    uint32_t const over = Draw(Colour(0, 0, 0), Colour(1, 1, 1, 0.5f))[30 * 64 + 32];
+    uint32_t const written = Draw(Colour(0, 0, 0), Colour(1, 1, 1, 0.5f), opaque)[30 * 64 + 32];
+    for (int c = 0; c < 4; ++c) {
+        EXPECT_NEAR(Channel(over, c), c < 3 ? 127.5 : 255, 0.5) << "half of white over opaque black, channel " << c;
+        EXPECT_NEAR(Channel(written, c), c < 3 ? 255 : 127.5, 0.5) << "written as it is, channel " << c;
+    }
+}
+
+TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
+    Image a(Dev(), 16, 16, VK_FORMAT_R8G8B8A8_UNORM, TargetUsage, "a");
+    Image b(Dev(), 16, 16, VK_FORMAT_R8G8B8A8_UNORM, TargetUsage, "b");
+    RenderpassOptions options;
+    options.loadOp = VK_ATTACHMENT_LOAD_OP_DONT_CARE;
+    options.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
+    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 16, 16, TargetUsage, options);
+    auto drawInto = [&](std::vector<VkImageView> const& views) {
+        return CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
+            for (VkImageView view : views) pass.Begin(commands, view), pass.End(commands);
+        }, "empty passes");
+    };
+    ASSERT_TRUE(drawInto({a.View(), a.View(), b.View()}));
+    EXPECT_EQ(pass.TargetCount(), 2u) << "the second use of a view reuses its framebuffer";
+    pass.ForgetTarget(a.View());
+    pass.ForgetTarget(a.View()); // already gone: nothing happens
+    EXPECT_EQ(pass.TargetCount(), 1u);
+    ASSERT_TRUE(drawInto({a.View(), b.View()}));
+    EXPECT_EQ(pass.TargetCount(), 2u) << "a forgotten view gets a new framebuffer";
+}
+
+TEST_F(VkPipelines, LoadingATargetOfUndefinedLayoutIsRefused) {
+    RenderpassOptions options;
+    options.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED; // with the default LOAD
+    options.name = "undefined load";
+    auto const make = [&] { Renderpass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, options); };
+    EXPECT_EQ(Thrown<std::invalid_argument>(make),
+              "Renderpass undefined load: loading a target in the undefined layout; clear it or give its layout");
+    options.initialLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
+    options.finalLayout = VK_IMAGE_LAYOUT_UNDEFINED;
+    options.name.clear();
+    EXPECT_EQ(Thrown<std::invalid_argument>(make), "Renderpass (unnamed): the final layout must be a defined one");
+}
+
+TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
+    testsupport::TempDir dir;
+    std::string const vert = std::string(Triangle) + ".vert.spv";
+    std::filesystem::copy_file(vert, dir.File("lonely.vert.spv")); // a vertex stage alone is not enough
+    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, ClearThenCopy());
+    auto const build = [&](std::string const& path) { return Thrown([&] { GraphicsPipeline(Dev(), layout, pass, path); }); };
+    EXPECT_EQ(build("shaders/no_such_shader"), "Cannot load shader shaders/no_such_shader.vert.spv: no such file");
+    EXPECT_EQ(build(dir.File("lonely")), "Cannot load shader " + dir.File("lonely.frag.spv") + ": no such file");
+    struct Case {
+        char const* name;
+        std::string bytes;
+        char const* why;
+    } const cases[] = {
+        {"empty.spv", "", "its size of 0 bytes is not a non-zero multiple of 4"},
+        {"odd.spv", std::string("\x03\x02\x23\x07\x00", 5), "its size of 5 bytes is not a non-zero multiple of 4"},
+        {"word.spv", std::string("\x03\x02\x23\x07", 4), "its 4 bytes are too few for a SPIR-V header"},
+        // Whole words, only the magic number wrong: the bytes of a big-endian module.
+        {"swapped.spv", std::string("\x07\x23\x02\x03", 4) + std::string(20, '\0'), "not SPIR-V (no magic number)"},
+        {"", "", "not a regular file"}, // the folder itself
+    };
+    for (Case const& c : cases) {
+        if (*c.name) testsupport::WriteText(dir.File(c.name), c.bytes);
+        EXPECT_EQ(Thrown([&] { LoadSpirv(dir.File(c.name)); }), "Cannot load shader " + dir.File(c.name) + ": " + c.why);
+    }
+    std::vector<uint32_t> const words = LoadSpirv(vert);
+    EXPECT_EQ(words.at(0), 0x07230203u);
+    EXPECT_EQ(words.size() * 4, std::filesystem::file_size(vert));
+}
+
+} // namespace
