@@ -1,0 +1,252 @@
+// The renderer base on one offscreen output for the whole program (a device is slow
+// to make), validating: a test fails when the layers report an error while it runs.
+// One frame's stages, the output image, screenshots and the bindless texture table.
+#include "nerox/graphics/HeadlessWindow.hpp"
+#include "nerox/graphics/ImageTexture.hpp"
+#include "nerox/graphics/Texture.hpp"
+#include "nerox/renderer/NeroxRenderer.hpp"
+#include "nerox/vk/Renderpass.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using nerox::graphics::ImageData;
+using nerox::graphics::ImageTexture;
+using nerox::graphics::Texture;
+using nerox::graphics::TextureRef;
+using Entries = std::vector<std::tuple<TextureRef, VkSampler>>;
+
+/// Records the stages it runs, in order.
+class RecordingRenderer : public nerox::renderer::NeroxRenderer {
+public:
+    using NeroxRenderer::NeroxRenderer;
+    ~RecordingRenderer() override { StopRendering(); }
+
+    std::vector<std::string> stages;
+    std::string throwIn;                         ///< Name of a stage that throws std::runtime_error.
+    std::function<void(VkCommandBuffer)> render; ///< Run inside FrameRenderCommands.
+
+    void Note(char const* stage, VkCommandBuffer commands = nullptr, bool recording = false) {
+        EXPECT_TRUE(!recording || (commands != VK_NULL_HANDLE && commands == CurrentCommandBuffer())) << stage;
+        stages.emplace_back(stage);
+        if (throwIn == stage) throw std::runtime_error(std::string("thrown in ") + stage);
+    }
+    bool BeginFrame() override { Note("BeginFrame"); return NeroxRenderer::BeginFrame(); }
+    void EndFrame() override { Note("EndFrame"); NeroxRenderer::EndFrame(); }
+    void FrameRenderCommands(VkCommandBuffer c) override { if (render) render(c); Note("FrameRenderCommands", c, true); }
+#define RECORD(stage) void stage() override { Note(#stage); }
+#define RECORD_COMMANDS(stage) void stage(VkCommandBuffer c) override { Note(#stage, c, true); }
+    RECORD(FrameCollectGarbage) RECORD(FrameUpdateDescriptorSets) RECORD(FrameBeforePost) RECORD(FrameInit)
+    RECORD(FrameUpdateUi) RECORD(FrameBeforeUpdate) RECORD(FrameUpdate) RECORD(FrameBeforeRender) RECORD(FrameAfterRender)
+    RECORD(FrameAfterUpdate) RECORD_COMMANDS(FramePushCommands) RECORD_COMMANDS(FrameBuildCommands)
+    RECORD_COMMANDS(FrameResolveCommands) RECORD_COMMANDS(FrameBlitCommands) RECORD_COMMANDS(FramePostCommands)
+    RECORD_COMMANDS(FrameOverlayCommands)
+#undef RECORD
+#undef RECORD_COMMANDS
+};
+
+class Renderer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        errorsBefore = nerox::vk::Device::ValidationErrorCount();
+        window->SetSize(64, 48);
+        if (!renderer) {
+            setenv("NEROX_VK_VALIDATION", "1", 1);
+            renderer = std::make_unique<RecordingRenderer>(window.get(), "nerox_renderer_tests", 1,
+                                                           nerox::vk::PhysicalDevice::Features{}, false);
+        }
+        renderer->StartRendering();
+    }
+    void TearDown() override {
+        renderer->StopRendering();
+        renderer->ClearTextures();
+        renderer->stages.clear();
+        renderer->throwIn.clear();
+        renderer->render = nullptr;
+        EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
+            << "validation errors while the test ran (printed above)";
+    }
+    std::string TempPath(std::string const& name) const {
+        return ::testing::TempDir() + "nerox_renderer_" + std::to_string(getpid()) + "_" + name;
+    }
+    /// The last finished frame, saved and decoded again as RGBA.
+    ImageData Screenshot() {
+        std::string const path = TempPath("frame.png");
+        EXPECT_TRUE(renderer->SaveOutputImage(path));
+        ImageData image = Texture::LoadFile(path, 4);
+        std::remove(path.c_str());
+        EXPECT_EQ(image.pixels.size(), 64u * 48u * 4u);
+        return image;
+    }
+    std::shared_ptr<ImageTexture> Solid() {
+        std::vector<uint8_t> pixels(4 * 4 * 4, 255);
+        return std::make_shared<ImageTexture>(renderer->GetDevice(), 4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(),
+                                              pixels.size(), "solid");
+    }
+
+    uint64_t errorsBefore = 0;
+
+public:
+    inline static auto window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
+    inline static std::unique_ptr<RecordingRenderer> renderer;
+};
+
+/// Lets the renderer go before the program's statics do.
+struct RendererRelease : ::testing::Environment {
+    void TearDown() override { Renderer::renderer.reset(); }
+};
+::testing::Environment* const rendererRelease = ::testing::AddGlobalTestEnvironment(new RendererRelease);
+
+TEST_F(Renderer, OneFrameRunsEveryStageInItsOrder) {
+    renderer->Frame();
+    renderer->StopRendering();
+    renderer->StopRendering(); // twice is harmless
+    EXPECT_FALSE(renderer->IsRendering());
+    renderer->stages.clear();
+    renderer->StartRendering();
+    EXPECT_FALSE(renderer->HasSwapchain()) << "a headless window renders offscreen";
+    renderer->Frame();
+    std::vector<std::string> const expected = {
+        "BeginFrame",          "FrameInit",          "FrameCollectGarbage", "FrameUpdateUi",
+        "FrameBeforeUpdate",   "FrameUpdate",        "FrameAfterUpdate",    "FrameUpdateDescriptorSets",
+        "FrameBeforeRender",   "FramePushCommands",  "FrameBuildCommands",  "FrameRenderCommands",
+        "FrameAfterRender",    "FrameResolveCommands", "FrameBeforePost",   "FrameBlitCommands",
+        "FramePostCommands",   "FrameOverlayCommands", "EndFrame"};
+    EXPECT_EQ(renderer->stages, expected);
+    EXPECT_EQ(renderer->FrameIndex(), 1u) << "counted anew after a restart";
+    EXPECT_EQ(renderer->CurrentCommandBuffer(), VK_NULL_HANDLE) << "no command buffer between frames";
+    for (int i = 0; i < 4; ++i) renderer->Frame();
+    EXPECT_EQ(renderer->stages.size(), 5 * expected.size()) << "frames in flight are reused";
+    EXPECT_EQ(renderer->FrameIndex(), 5u);
+}
+
+TEST_F(Renderer, TheOutputFollowsTheWindowsSizeAndAScreenshotDecodesToTheRenderedPixels) {
+    ASSERT_NE(renderer->GetOutputImage(), nullptr);
+    EXPECT_EQ(renderer->GetOutputVkImage(), renderer->GetOutputImage()->Handle());
+    EXPECT_EQ(renderer->GetOutputImageFormat(), VK_FORMAT_R8G8B8A8_UNORM);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(renderer->SaveOutputImage(TempPath("none.png")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "SaveOutputImage: no finished frame to save\n");
+    renderer->clearColor = VkClearColorValue{{1.0f, 0.5f, 0.0f, 1.0f}};
+    renderer->CaptureNextFrame();
+    renderer->Frame();
+    ImageData const image = Screenshot();
+    for (size_t i = 0; i < image.pixels.size(); i += 4) {
+        uint8_t const* p = &image.pixels[i];
+        ASSERT_TRUE(p[0] == 255 && std::abs(p[1] - 128) <= 1 && p[2] == 0 && p[3] == 255) << i << ": " << int(p[1]);
+    }
+    // A later frame of another colour, not captured: offscreen it is read back itself.
+    renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 1.0f, 1.0f}};
+    renderer->Frame();
+    EXPECT_EQ(Screenshot().pixels[2], 255);
+    window->SetSize(40, 30);
+    renderer->Frame();
+    EXPECT_EQ(std::make_pair(renderer->GetOutputImageExtent().width, renderer->GetOutputImageExtent().height),
+              std::make_pair(40u, 30u));
+}
+
+TEST_F(Renderer, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
+    for (char const* stage : {"FrameRenderCommands", "FrameUpdateUi"}) {
+        renderer->throwIn = stage;
+        EXPECT_THROW(renderer->Frame(), std::runtime_error);
+        EXPECT_EQ(renderer->stages.back(), "EndFrame") << stage << ": the frame is still ended and submitted";
+    }
+    renderer->throwIn.clear();
+    renderer->Frame();
+    EXPECT_EQ(renderer->stages.back(), "EndFrame");
+    EXPECT_EQ(renderer->FrameIndex(), 3u);
+    // Broken off inside a render pass, the frame is still a valid one, of the clear colour.
+    nerox::vk::RenderpassOptions options;
+    options.initialLayout = options.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
+    nerox::vk::Renderpass pass(renderer->GetDevice(), renderer->GetOutputImageFormat(), 64, 48,
+                               renderer->GetOutputImageUsage(), options);
+    renderer->render = [&](VkCommandBuffer commands) {
+        pass.Begin(commands, renderer->GetOutputVkImageView());
+        throw std::runtime_error("broke off inside the pass");
+    };
+    EXPECT_THROW(renderer->Frame(), std::runtime_error);
+    renderer->render = nullptr;
+    renderer->clearColor = VkClearColorValue{{0.0f, 0.0f, 1.0f, 1.0f}};
+    renderer->Frame();
+    EXPECT_EQ(Screenshot().pixels[2], 255);
+    renderer->StopRendering(); // waits for the device before the pass and its framebuffer go
+}
+
+TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsNothing) {
+    std::string const path = TempPath("texture.png");
+    std::vector<uint8_t> pixels = {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 9, 9, 9, 128};
+    ASSERT_TRUE(Texture::SaveFile(path, 2, 2, 4, false, pixels.data(), 90));
+    EXPECT_EQ(renderer->AddTexture(TextureRef(path)), 0u);
+    std::remove(path.c_str());
+    auto const texture = std::dynamic_pointer_cast<ImageTexture>(renderer->GetTexture(0));
+    ASSERT_NE(texture, nullptr);
+    EXPECT_EQ(texture->GetImage().Width(), 2u);
+    EXPECT_EQ(texture->GetImage().Format(), VK_FORMAT_R8G8B8A8_UNORM);
+    renderer->Frame();
+    EXPECT_EQ(renderer->AddTexture(Solid(), renderer->DefaultSampler()), 1u); // while the last frame may still run
+    EXPECT_EQ(renderer->AddTextures(Entries(3, {Solid(), VK_NULL_HANDLE})), 2u) << "the index of the first added";
+    renderer->Frame();
+    EXPECT_TRUE(renderer->TextureCount() == 5u && renderer->GetTexture(4) && !renderer->GetTexture(5));
+    renderer->ClearTextures();
+    EXPECT_EQ(renderer->AddTexture(Solid()), 0u);
+    EXPECT_EQ(renderer->AddTextures({}), 1u) << "nothing added: the next index";
+
+    uint32_t const capacity = renderer->TextureCapacity();
+    EXPECT_TRUE(capacity >= 16u && capacity <= nerox::renderer::NeroxRenderer::MaxTextures) << capacity;
+    auto const refusal = [](auto&& add) -> std::string {
+        try {
+            add();
+        } catch (std::runtime_error const& error) {
+            return error.what();
+        }
+        return "added";
+    };
+    std::string const full = "Texture table is full: " + std::to_string(capacity);
+    std::pair<Entries, std::string> const cases[] = {
+        {{{TextureRef("no/such/texture.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/texture.png: no such file"},
+        {{{Solid(), VK_NULL_HANDLE}, {TextureRef("no/such/file.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/file.png: no such file"},
+        {Entries(capacity, {Solid(), VK_NULL_HANDLE}), full + " more do not fit in " + std::to_string(capacity)},
+    };
+    for (auto const& [entries, message] : cases) EXPECT_EQ(refusal([&] { renderer->AddTextures(entries); }), message);
+    EXPECT_EQ(renderer->TextureCount(), 1u);
+    EXPECT_EQ(renderer->AddTextures(Entries(capacity - 1, {Solid(), VK_NULL_HANDLE})), 1u) << "full to the last entry";
+    EXPECT_EQ(refusal([&] { renderer->AddTexture(Solid()); }), full + " entries");
+    EXPECT_EQ(renderer->TextureCount(), capacity);
+}
+
+TEST_F(Renderer, TexturePixelsMustMatchTheSizeAndFormat) {
+    std::vector<uint8_t> pixels(10);
+    nerox::vk::Device& device = renderer->GetDevice();
+    struct Case {
+        uint32_t width, height;
+        VkFormat format;
+        uint8_t const* pixels;
+        size_t bytes;
+        char const* message;
+    } const cases[] = {
+        {4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10, "ImageTexture \"bad\": 10 bytes given, 64 needed"},
+        {1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4, "ImageTexture \"bad\": 4 bytes given, 4 needed"},
+        {0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0, "ImageTexture \"bad\": empty size 0x4"},
+        {1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4, "ImageTexture \"bad\": unsupported format 126"},
+    };
+    for (Case const& c : cases) {
+        try {
+            ImageTexture(device, c.width, c.height, c.format, c.pixels, c.bytes, "bad");
+            ADD_FAILURE() << c.message;
+        } catch (std::runtime_error const& error) {
+            EXPECT_STREQ(error.what(), c.message);
+        }
+    }
+}
+
+} // namespace
