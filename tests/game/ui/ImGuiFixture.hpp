@@ -44,15 +44,12 @@ protected:
 
     template <typename Body>
     void Frame(Body const& body) {
-        ImGui::NewFrame();
-        body();
-        ImGui::Render();
+        ImGui::NewFrame(), body(), ImGui::Render();
     }
 
     void MouseTo(float x, float y) { ImGui::GetIO().MousePos = ImVec2(x, y); }
     /// Presses or releases a mouse button: 0 left, 1 right, 2 middle.
     void Mouse(int button, bool down) { ImGui::GetIO().MouseDown[button] = down; }
-    /// Scrolls the wheel by so many steps for the next frame.
     void Wheel(float steps) { ImGui::GetIO().MouseWheel = steps; }
     /// Presses or releases a key by its GLFW code; Ctrl, Shift and Alt also set the modifiers.
     void Key(int key, bool down) {
@@ -62,7 +59,6 @@ protected:
         io.KeyShift = io.KeysDown[GLFW_KEY_LEFT_SHIFT] || io.KeysDown[GLFW_KEY_RIGHT_SHIFT];
         io.KeyAlt = io.KeysDown[GLFW_KEY_LEFT_ALT] || io.KeysDown[GLFW_KEY_RIGHT_ALT];
     }
-    /// Types a character for the next frame.
     void Type(unsigned int codepoint) { ImGui::GetIO().AddInputCharacter(codepoint); }
 
     /// Replays the script tests/data/NAME and compares it whole with the file: '#' and blank

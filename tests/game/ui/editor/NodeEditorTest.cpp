@@ -168,26 +168,21 @@ protected:
     /// The State() with what else is going on, or where the nodes are and the view.
     std::string Show(bool geometry) const {
         std::ostringstream out;
-        auto point = [&](ImVec2 v, char between) { out << std::round(v.x * 100) / 100 << between << std::round(v.y * 100) / 100; };
+        auto point = [](ImVec2 v, char between) {
+            std::ostringstream p;
+            p << std::round(v.x * 100) / 100 << between << std::round(v.y * 100) / 100;
+            return p.str();
+        };
         if (geometry) {
-            for (Node const* node : target->nodes) {
-                out << node->title << ' ';
-                point(node->pos, ',');
-                out << ' ';
-                point(node->size, 'x');
-                out << ' ';
-            }
-            out << "pan ";
-            point(target->pan, ',');
-            out << " zoom " << target->zoom;
+            for (Node const* node : target->nodes) out << node->title << ' ' << point(node->pos, ',') << ' ' << point(node->size, 'x') << ' ';
+            out << "pan " << point(target->pan, ',') << " zoom " << target->zoom;
             return "@ " + out.str();
         }
         out << "= " << State() << (target->changed ? " changed" : "") << (focused ? "" : " unfocused");
         if (int const menus = ImGui::GetCurrentContext()->OpenPopupStack.Size) out << " menus " << menus;
-        if (target->boxSelecting) out << " boxing";
-        if (target->panning) out << " panning";
-        if (target->movingNode != nullptr) out << " moving " << target->movingNode->title;
-        if (target->resizingNode != nullptr) out << " resizing " << target->resizingNode->title;
+        out << (target->boxSelecting ? " boxing" : "") << (target->panning ? " panning" : "");
+        for (auto [doing, node] : {std::pair(" moving ", target->movingNode), std::pair(" resizing ", target->resizingNode)})
+            if (node != nullptr) out << doing << node->title;
         out << (target->copyArmed ? "" : " copy off") << (target->pasteArmed ? "" : " paste off");
         for (Node const* node : target->nodes) {
             if (node->draggingOutput || node->disconnectOutput || node->draggingInput >= 0)
@@ -259,6 +254,15 @@ protected:
             std::sscanf(rest.c_str() + 2, "%fx%f", &nodes[static_cast<size_t>(rest[0] - 'A')]->size.x, &nodes[static_cast<size_t>(rest[0] - 'A')]->size.y);
         } else if (verb == "select" || verb == "solo") {
             for (char n : rest) (verb == "solo" ? nodes[static_cast<size_t>(n - 'A')]->clonable : nodes[static_cast<size_t>(n - 'A')]->selected) ^= true;
+        } else if (verb == "zoom") { // from, by steps, at a UI scaling, about a point that stays
+            float from = 1.0f, steps = 0.0f, ui = 1.0f;
+            std::sscanf(rest.c_str(), "%f %f %f", &from, &steps, &ui);
+            ImGui::GetIO().FontGlobalScale = 0.5f * ui;
+            editor.zoom = from;
+            ImVec2 const at(200.0f, 100.0f), before = at / editor.Scale() - editor.pan;
+            editor.Zoom(at, steps);
+            ExpectNear(at / editor.Scale() - editor.pan, before, rest.c_str());
+            ImGui::GetIO().FontGlobalScale = 0.5f;
         } else if (verb == "other") {
             target = &other;
         } else {
@@ -391,9 +395,7 @@ TEST_F(NodeGraph, GetNodeFindsByIdAndCasts) {
     EXPECT_EQ(editor.GetNode<TestNode>(a->id), a);
     EXPECT_EQ(editor.GetNode(plain->id), plain);
     EXPECT_EQ(editor.GetNode<TestNode>(plain->id), nullptr) << "no TestNode";
-    EXPECT_EQ(editor.GetNode(UniqueId()), nullptr);
     EXPECT_EQ(editor.GetNode(UniqueId(a->id.first, 0)), nullptr) << "half zero is the null id";
-    EXPECT_EQ(editor.GetNode(UniqueId::Generate("NODE")), nullptr);
 }
 
 TEST_F(NodeGraph, DependenciesAndLinksThatWouldCloseACycle) {
@@ -433,11 +435,7 @@ TEST_F(NodeGraph, DestroyAndClearNodes) {
     EXPECT_TRUE(editor.nodes.empty()) << "read-only empties the list but destroys nothing";
     EXPECT_EQ(TestNode::live, before - 2);
     delete kept;
-    {
-        TestEditor scoped;
-        scoped.nodes.push_back(scoped.CreateNode("A", ImVec2(), {}));
-        EXPECT_EQ(TestNode::live, before - 2);
-    }
+    TestEditor().nodes.push_back(new TestNode("A", ImVec2(), {}));
     EXPECT_EQ(TestNode::live, before - 3) << "the editor deletes the nodes it holds";
 }
 
@@ -446,27 +444,6 @@ TEST_F(NodeGraph, PlainEditorMakesPlainNodes) {
     plain.nodes.push_back(plain.CreateNode("T", ImVec2(3.0f, 4.0f), {UniqueId(), UniqueId()}));
     plain.nodes.push_back(plain.DeserializeNode(plain.nodes[0]->Serialize()));
     EXPECT_EQ(plain.nodes[1]->Serialize(), plain.nodes[0]->Serialize());
-}
-
-/// Zoom steps by an eighth, snaps near 1 and stays between 0.05 and 2 over the UI scaling.
-struct ZoomCase { float from, steps, to, uiScale = 1.0f; };
-
-TEST_F(NodeGraph, ZoomStepsAboutAFixedPoint) {
-    ZoomCase const cases[] = {
-        {1.0f, 1.0f, 1.125f}, {1.0f, -1.0f, 0.875f}, {0.875f, -1.0f, 0.765625f},
-        {1.125f, -1.0f, 1.0f}, {0.85f, 1.0f, 1.0f}, {1.2f, -1.0f, 1.0f}, // 0.984, 0.956 and 1.05 snap to 1
-        {1.9f, 1.0f, 2.0f}, {2.0f, 1.0f, 2.0f}, {0.055f, -1.0f, 0.05f}, {0.95f, 1.0f, 1.0f, 2.0f},
-    };
-    for (ZoomCase const& z : cases) {
-        ImGui::GetIO().FontGlobalScale = 0.5f * z.uiScale;
-        editor.zoom = z.from;
-        editor.pan = ImVec2(30.0f, -20.0f);
-        ImVec2 const at(200.0f, 100.0f);
-        ImVec2 const before = at / editor.Scale() - editor.pan;
-        editor.Zoom(at, z.steps);
-        EXPECT_FLOAT_EQ(editor.zoom, z.to) << z.from << " by " << z.steps;
-        ExpectNear(at / editor.Scale() - editor.pan, before, "the point stays");
-    }
 }
 
 } // namespace

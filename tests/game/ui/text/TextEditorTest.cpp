@@ -1,10 +1,12 @@
-// The code view in rendered frames: keys, typing, the clipboard and the mouse replayed
-// from scripts under tests/data/ui/text/, whose "=" lines hold the state the lines before
-// them leave; scrolling, drawing, and steady frames that allocate nothing.
+// The code view: its text model, round trips, clamped positions and NeroxCode colouring;
+// and in rendered frames, keys, typing, the clipboard and the mouse replayed from scripts
+// under tests/data/ui/text/, whose "=" lines hold the state the lines before them leave;
+// scrolling, drawing, and steady frames that allocate nothing.
 #include "game/ui/ImGuiFixture.hpp"
 
 #include "game/graphics/ui/TextEditor.hpp"
 #include "support/CountedAllocations.hpp"
+#include "support/Golden.hpp"
 
 #include <algorithm>
 #include <sstream>
@@ -75,11 +77,10 @@ protected:
     }
     static int KeyCode(std::string const& name) {
         static std::pair<char const*, int> const names[] = {
-            {"ctrl", GLFW_KEY_LEFT_CONTROL}, {"rctrl", GLFW_KEY_RIGHT_CONTROL}, {"shift", GLFW_KEY_LEFT_SHIFT},
-            {"left", GLFW_KEY_LEFT}, {"right", GLFW_KEY_RIGHT}, {"up", GLFW_KEY_UP}, {"down", GLFW_KEY_DOWN},
-            {"home", GLFW_KEY_HOME}, {"end", GLFW_KEY_END}, {"ins", GLFW_KEY_INSERT}, {"del", GLFW_KEY_DELETE},
-            {"back", GLFW_KEY_BACKSPACE}, {"enter", GLFW_KEY_ENTER}, {"kpenter", GLFW_KEY_KP_ENTER}, {"tab", GLFW_KEY_TAB},
-            {"pgup", GLFW_KEY_PAGE_UP}, {"pgdn", GLFW_KEY_PAGE_DOWN}, {"esc", GLFW_KEY_ESCAPE}};
+            {"ctrl", GLFW_KEY_LEFT_CONTROL}, {"rctrl", GLFW_KEY_RIGHT_CONTROL}, {"shift", GLFW_KEY_LEFT_SHIFT}, {"left", GLFW_KEY_LEFT},
+            {"right", GLFW_KEY_RIGHT}, {"up", GLFW_KEY_UP}, {"down", GLFW_KEY_DOWN}, {"home", GLFW_KEY_HOME}, {"end", GLFW_KEY_END},
+            {"ins", GLFW_KEY_INSERT}, {"del", GLFW_KEY_DELETE}, {"back", GLFW_KEY_BACKSPACE}, {"enter", GLFW_KEY_ENTER}, {"tab", GLFW_KEY_TAB},
+            {"kpenter", GLFW_KEY_KP_ENTER}, {"pgup", GLFW_KEY_PAGE_UP}, {"pgdn", GLFW_KEY_PAGE_DOWN}, {"esc", GLFW_KEY_ESCAPE}};
         for (auto const& [key, code] : names) if (name == key) return code;
         return std::toupper(name[0]);
     }
@@ -92,11 +93,10 @@ protected:
             ImGui::SetClipboardText("XY\r\nZ");
             edited = false;
         } else if (verb == "sel") { // anchor and cursor, then focused, readonly or unfocused
-            std::string mode;
-            args >> x >> y >> mode;
             Coords a, c;
-            std::sscanf(x.c_str(), "%d:%d", &a.line, &a.column);
-            std::sscanf(y.c_str(), "%d:%d", &c.line, &c.column);
+            char word[16] = "";
+            std::sscanf(rest.c_str(), "%d:%d %d:%d %15s", &a.line, &a.column, &c.line, &c.column, word);
+            std::string const mode = word;
             editor.SetSelection(a, c);
             editor.SetReadOnly(mode == "readonly");
             if (mode == "unfocused") Frame([] { ImGui::SetWindowFocus(nullptr); });
@@ -125,9 +125,7 @@ protected:
             at = At(y);
             MouseTo(at.x, at.y), Draw(), Mouse(0, false), Draw();
         } else if (verb == "idle") { // a frame that lasts a second, so the next click is no double click
-            ImGui::GetIO().DeltaTime = 1.0f;
-            Draw();
-            ImGui::GetIO().DeltaTime = 1.0f / 60.0f;
+            ImGui::GetIO().DeltaTime = 1.0f, Draw(), ImGui::GetIO().DeltaTime = 1.0f / 60.0f;
         } else if (verb == "down" || verb == "up") {
             Key(KeyCode(rest), verb == "down");
         } else {
@@ -180,10 +178,7 @@ TEST_F(TextEditorTest, ScrollsToKeepTheCursorVisibleAndWithTheWheel) {
     EXPECT_GT(editor.GetScroll().y, 300.0f * editor.GetLineHeight());
     EXPECT_GT(editor.GetScroll().x, 400.0f * editor.GetCharacterWidth());
     ImVec2 const cursor = editor.GetCharacterScreenPos(editor.GetCursorPosition());
-    EXPECT_GE(cursor.y, 0.0f);
-    EXPECT_LE(cursor.y + editor.GetLineHeight(), 360.0f);
-    EXPECT_GE(cursor.x, 0.0f);
-    EXPECT_LE(cursor.x, 640.0f);
+    EXPECT_TRUE(cursor.y >= 0.0f && cursor.y + editor.GetLineHeight() <= 360.0f && cursor.x >= 0.0f && cursor.x <= 640.0f) << "in view";
     Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_HOME});
     Draw();
     EXPECT_EQ(editor.GetScroll().y, 0.0f);
@@ -235,6 +230,91 @@ TEST_F(TextEditorTest, SteadyFramesAllocateNothing) {
     Draw();
     EXPECT_EQ(testsupport::allocations.load() - before, 0);
     EXPECT_GT(editor.GetCursorPosition().line, 9);
+}
+
+TEST(TextEditorText, SetTextRoundTrips) {
+    struct { char const* in; char const* out; int lines; } const cases[] = {
+        {"", "", 1}, {"a\nb\n", "a\nb\n", 3}, {"\n\n\n", "\n\n\n", 4}, {"no end", "no end", 1},
+        {"a\r\nb\r\n", "a\nb\n", 3}, {"\r\n", "\n", 2},
+        // A carriage return elsewhere than before a line end is text.
+        {"a\rb\r", "a\rb\r", 1}, {"a\r\r\n", "a\r\n", 2},
+        {"function @f($a:number)\n\tif $a < 1\n\t\treturn \"T\xC3\xBCr\"\n", nullptr, 4},
+    };
+    ASSERT_EQ(ImGui::GetCurrentContext(), nullptr) << "the text model needs no ImGui context";
+    for (auto const& c : cases) {
+        Editor editor;
+        editor.SetText("replaced\nwhole");
+        editor.SetText(c.in);
+        EXPECT_EQ(editor.GetText(), c.out != nullptr ? c.out : c.in) << c.in;
+        EXPECT_EQ(editor.GetTotalLines(), c.lines) << c.in;
+        EXPECT_FALSE(editor.IsTextChanged()) << "replacing the text is no edit";
+    }
+}
+
+TEST(TextEditorText, PositionsAreClampedAndCountCharactersNotBytes) {
+    Editor editor;
+    editor.SetText("abc\nde\n\nlast");
+    struct { Coords in, out; } const cursors[] = {{{-3, -7}, {0, 0}}, {{1, 99}, {1, 2}}, {{99, 2}, {3, 2}}, {{2, 5}, {2, 0}}};
+    for (auto const& c : cursors) {
+        editor.SetCursorPosition(c.in);
+        EXPECT_EQ(editor.GetCursorPosition(), c.out);
+    }
+    // Line and column clamp on their own, and the selection comes out ordered.
+    editor.SetSelection(Coords{50, 50}, Coords{-1, 1});
+    EXPECT_EQ(editor.GetSelectionStart(), (Coords{0, 1}));
+    EXPECT_EQ(editor.GetSelectionEnd(), (Coords{3, 4}));
+    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 1}));
+    EXPECT_EQ(editor.GetSelectedText(), "bc\nde\n\nlast");
+    EXPECT_EQ(editor.GetLineText(42), "last");
+    EXPECT_EQ(editor.GetLineText(-1), "abc");
+    // Replacing the text keeps them inside it.
+    editor.SetSelection(Coords{1, 2}, Coords{3, 3});
+    editor.SetText("ab\ncd");
+    EXPECT_EQ(editor.GetCursorPosition(), (Coords{1, 2}));
+    EXPECT_FALSE(editor.HasSelection());
+    editor.SetText("");
+    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 0}));
+    // Columns count characters, not bytes.
+    editor.SetText("T\xC3\xBCr\t\xE2\x82\xAC");
+    editor.SetSelection(Coords{0, 1}, Coords{0, 2});
+    EXPECT_EQ(editor.GetSelectedText(), "\xC3\xBC");
+    editor.SetSelection(Coords{0, 4}, Coords{0, 100});
+    EXPECT_EQ(editor.GetSelectedText(), "\xE2\x82\xAC");
+    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 5}));
+    // A cursor left inside a character by new text goes back to its start.
+    editor.SetCursorPosition(Coords{0, 2});
+    editor.SetText("a\xE2\x82\xAC");
+    EXPECT_EQ(editor.GetCursorPosition(), (Coords{0, 1}));
+}
+
+/// Each line of the text over the class of each of its characters (a tab shows as '>').
+std::string Classes(Editor const& editor) {
+    std::string out;
+    for (int line = 0; line < editor.GetTotalLines(); ++line) {
+        std::string text = editor.GetLineText(line);
+        std::string classes;
+        for (int column = 0; column < static_cast<int>(text.size()); ++column) {
+            if (text[static_cast<size_t>(column)] == '\t') text[static_cast<size_t>(column)] = '>';
+            classes += ".KNS?P?IB?C?????X"[static_cast<size_t>(editor.GetColorIndex(line, column))];
+        }
+        out += text + "\n" + classes + "\n";
+    }
+    return out;
+}
+
+TEST(TextEditorText, ColoursNeroxCode) {
+    Editor editor;
+    editor.SetText(testsupport::ReadText(testsupport::DataFile("ui/text/colours.nc")));
+    std::string dump = Classes(editor);
+    // Colours follow edits.
+    editor.SetText("var $a\nlerp");
+    editor.SetSelection(Coords{0, 0}, Coords{0, 0});
+    editor.InsertText("# ");
+    editor.SetSelection(Coords{1, 0}, Coords{1, 0});
+    editor.InsertText("if 1\n");
+    dump += "--- after edits\n" + Classes(editor);
+    testsupport::ExpectGolden(dump, "ui/text/colours.txt");
+    EXPECT_EQ(editor.GetColorIndex(0, 1000), Pal::Default) << "past the line's end";
 }
 
 } // namespace
