@@ -1,0 +1,152 @@
+// The windows and the audio stand-in, as the game uses them.
+#include "nerox/audio/Studio.hpp"
+#include "nerox/graphics/GlfwWindow.hpp"
+#include "nerox/graphics/HeadlessWindow.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using nerox::audio::Studio;
+using nerox::graphics::GlfwWindow;
+using nerox::graphics::HeadlessWindow;
+
+// This needs a display. Without one it skips; CTest runs it once more under a
+// virtual display (xvfb-run), where skipping counts as a failure.
+TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
+    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) GTEST_SKIP() << "no display";
+    auto window = std::make_unique<GlfwWindow>("Tessara test", 320, 200, false);
+    auto second = std::make_unique<GlfwWindow>("second", 100, 100, false);
+    EXPECT_NE(window->GetHandle(), nullptr);
+    EXPECT_EQ(std::vector<int>({window->GetWidth(), window->GetHeight(), window->ShouldClose()}), std::vector<int>({320, 200, 0}));
+    window->SetShouldClose(true);
+    window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
+    EXPECT_TRUE(window->ShouldClose());
+    EXPECT_EQ(window->GetInputMode(GLFW_CURSOR), GLFW_CURSOR_HIDDEN);
+    // Codes out of range and absent joysticks read as released and absent.
+    int count = 7;
+    EXPECT_EQ(std::vector<int>({window->GetKey(GLFW_KEY_A), window->GetKey(-1), window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1),
+                                window->JoystickPresent(GLFW_JOYSTICK_16)}), std::vector<int>(4, GLFW_RELEASE));
+    EXPECT_EQ(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count), nullptr);
+    EXPECT_EQ(count, 0);
+    window->PollEvents();
+    window.reset(); // the first closes before the second
+    second->PollEvents();
+    EXPECT_FALSE(second->ShouldClose());
+}
+
+TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOrder) {
+    HeadlessWindow window;
+    std::vector<std::string> events;
+    auto note = [&](std::string const& what, int a, int b) { events.push_back(what + std::to_string(a) + " " + std::to_string(b)); };
+    window.onKey = [&](int key, int, int action, int) { note("key ", key, action); };
+    window.onMouseButton = [&](int button, int action, int) { note("mouse ", button, action); };
+    window.onChar = [&](unsigned c) { note("char ", c, 0); };
+    window.onScroll = [&](double x, double y) { note("scroll ", int(x), int(y)); };
+    int const held[][2] = {{GLFW_PRESS, GLFW_PRESS}, {GLFW_REPEAT, GLFW_PRESS}, {GLFW_RELEASE, GLFW_RELEASE}};
+    for (auto const& [action, state] : held) {
+        window.SetKey(GLFW_KEY_W, action);
+        EXPECT_EQ(window.GetKey(GLFW_KEY_W), state) << action;
+    }
+    window.SetMouseButton(GLFW_MOUSE_BUTTON_RIGHT, GLFW_PRESS);
+    EXPECT_EQ(window.GetMouseButton(GLFW_MOUSE_BUTTON_RIGHT), GLFW_PRESS);
+    window.TypeChar(0x263A);
+    window.Scroll(1.0, -2.0);
+    // Codes out of range read as released and are ignored when set.
+    for (int code : {-1, GLFW_KEY_LAST + 1}) {
+        window.SetKey(code, GLFW_PRESS);
+        window.SetMouseButton(code < 0 ? code : GLFW_MOUSE_BUTTON_LAST + 1, GLFW_PRESS);
+        EXPECT_EQ(window.GetKey(code), GLFW_RELEASE) << code;
+        EXPECT_EQ(window.GetMouseButton(code < 0 ? code : GLFW_MOUSE_BUTTON_LAST + 1), GLFW_RELEASE) << code;
+    }
+    EXPECT_EQ(events, (std::vector<std::string>{"key 87 1", "key 87 2", "key 87 0", "mouse 1 1", "char 9786 0", "scroll 1 -2"}));
+    window.GetCursorPos(nullptr, nullptr); // null outputs are allowed
+}
+
+TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
+    HeadlessWindow window;
+    int count = 99;
+    EXPECT_TRUE(!window.GetJoystickAxes(0, &count) && !window.GetJoystickName(0) && !window.GetJoystickGUID(0));
+    EXPECT_EQ(count, 0);
+    GLFWgamepadstate state{};
+    state.axes[0] = 0.25f;
+    EXPECT_FALSE(window.GetGamepadState(0, &state));
+    EXPECT_EQ(state.axes[0], 0.25f) << "state untouched";
+    HeadlessWindow::Joystick pad;
+    pad.axes = {0.0f, 0.0f, 0.0f, 0.0f};
+    pad.buttons = {GLFW_RELEASE, GLFW_RELEASE};
+    window.ConnectJoystick(0, pad);
+    EXPECT_FALSE(window.GetGamepadState(0, &state)) << "no mapping, no gamepad state";
+    window.SetJoystickAxis(0, 4, 1.0f); // beyond the four axes
+    window.SetJoystickButton(0, -1, true);
+    window.SetGamepadAxis(0, 6, 1.0f);
+    window.SetGamepadButton(0, 15, true);
+    window.ConnectJoystick(GLFW_JOYSTICK_LAST + 1, pad);
+    EXPECT_FALSE(window.JoystickPresent(GLFW_JOYSTICK_LAST + 1));
+    window.DisconnectJoystick(0);
+    window.DisconnectJoystick(0);
+    EXPECT_FALSE(window.JoystickPresent(0));
+}
+
+TEST(Studio, KeepsBanksParametersVolumesAndListenerAndIgnoresNullNames) {
+    Studio studio;
+    studio.LoadBank("game/audio/banks/Master.bank").LoadBank(nullptr);
+    studio.SetParameter("underwater", 1.0f);
+    studio.SetParameter(nullptr, 2.0f);
+    studio.SetVolume(0.25f, "bus:/");
+    studio.SetVolume(1.0f, nullptr);
+    studio.SetListenerAttributes(1, 2, 3, 0, 0, 0, 0, 0, -1, 0, 1, 0);
+    EXPECT_EQ(studio.GetBanks(), (std::vector<std::string>{"game/audio/banks/Master.bank", ""}));
+    EXPECT_EQ(std::vector<float>({studio.GetParameter("underwater"), studio.GetParameter("unknown", -2.0f),
+                                  studio.GetVolume("bus:/"), studio.GetVolume("bus:/never", 0.75f)}),
+              std::vector<float>({1.0f, -2.0f, 0.25f, 0.75f}));
+    EXPECT_EQ(studio.GetListenerAttributes(), (Studio::ListenerAttributes{1, 2, 3, 0, 0, 0, 0, 0, -1, 0, 1, 0}));
+}
+
+TEST(Studio, EventHandlesShareOneInstanceAndAnEmptyOneIgnoresEveryCall) {
+    Studio studio;
+    Studio::Event event = studio.EventInstance("event:/Ambience/Wind");
+    Studio::Event copy = event;
+    copy.Start();
+    copy.SetParameter("altitude", 120.0f);
+    event.SetVolume(0.3f);
+    auto state = event.GetState();
+    EXPECT_TRUE(state.path == "event:/Ambience/Wind" && state.playing && state.volume == 0.3f);
+    EXPECT_EQ(state.parameters.at("altitude"), 120.0f);
+    ASSERT_EQ(studio.GetEvents().size(), 1u);
+    EXPECT_TRUE(studio.GetEvents()[0].playing);
+    event.Stop();
+    EXPECT_FALSE(copy.GetState().playing);
+    Studio::Event empty;
+    EXPECT_FALSE(empty.IsValid());
+    empty.Start();
+    empty.SetParameter("x", 1.0f);
+    empty.SetVolume(0.0f);
+    empty.Stop();
+    EXPECT_FALSE(empty.GetState().playing);
+}
+
+TEST(Studio, ConcurrentCallersAreSafe) {
+    Studio studio;
+    Studio::Event event = studio.EventInstance("event:/x");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 200; ++i) {
+                studio.SetVolume(static_cast<float>(i), "bus:/");
+                studio.Update();
+                event.SetParameter("p", static_cast<float>(t));
+                (void)studio.GetListenerAttributes();
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(studio.GetUpdateCount(), 800u);
+}
+
+} // namespace
