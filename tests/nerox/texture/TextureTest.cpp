@@ -1,0 +1,124 @@
+// Image files (what SaveFile writes, LoadFile reads back; refusals are clean), the
+// upscalers on offer, and the compiled shaders: every source in nerox/shaders has
+// its SPIR-V in the run directory, with one entry point "main" of the source's stage.
+#include "nerox/graphics/Texture.hpp"
+#include "nerox/renderer/Upscaler.hpp"
+#include "support/Golden.hpp"
+#include "support/TempDir.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using nerox::graphics::ImageData;
+using nerox::graphics::Texture;
+
+TEST(ImageFiles, PngKeepsEveryChannelCountExactlyHdrItsFloatsAndJpegItsSize) {
+    testsupport::TempDir dir;
+    for (int channels = 1; channels <= 4; ++channels) {
+        std::vector<unsigned char> pixels(3 * 2 * channels);
+        for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 37 + channels);
+        std::string const path = dir.File("c" + std::to_string(channels) + ".png");
+        ASSERT_TRUE(Texture::SaveFile(path, 3, 2, channels, false, pixels.data(), 0));
+        ImageData const back = Texture::LoadFile(path, 0);
+        EXPECT_EQ(std::vector<int>({back.width, back.height, back.channels, back.isFloat}), std::vector<int>({3, 2, channels, 0}));
+        EXPECT_EQ(back.pixels, pixels) << channels << " channels";
+        EXPECT_EQ(Texture::LoadFile(path, 4).pixels.size(), 3u * 2u * 4u);
+    }
+    // Powers of two, which RGBE keeps exactly.
+    std::vector<float> light = {0.5f, 1.0f, 2.0f, 8.0f, 0.25f, 0.125f, 4.0f, 8.0f, 0.0f, 1.0f, 16.0f, 0.5f};
+    ASSERT_TRUE(Texture::SaveFile(dir.File("light.hdr"), 2, 2, 3, true, light.data(), 0));
+    ImageData const back = Texture::LoadFile(dir.File("light.hdr"), 3);
+    ASSERT_TRUE(back.isFloat && back.pixels.size() == light.size() * sizeof(float));
+    EXPECT_EQ(std::memcmp(back.pixels.data(), light.data(), back.pixels.size()), 0);
+    std::vector<unsigned char> grey(16 * 8 * 3, 200);
+    ASSERT_TRUE(Texture::SaveFile(dir.File("photo.JPG"), 16, 8, 3, false, grey.data(), 500)) << "quality is clamped";
+    ImageData const photo = Texture::LoadFile(dir.File("photo.JPG"), 3);
+    EXPECT_EQ(std::vector<int>({photo.width, photo.height}), std::vector<int>({16, 8}));
+    EXPECT_NEAR(photo.pixels[0], 200, 3);
+}
+
+TEST(ImageFiles, BadRequestsAreRefusedWithoutWritingAndUnreadableFilesThrowWithTheirPath) {
+    testsupport::TempDir dir;
+    std::vector<unsigned char> pixels(64, 1);
+    std::string const path = dir.File("refused.png");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Texture::SaveFile(path, 2, 2, 4, false, nullptr, 0));
+    EXPECT_FALSE(Texture::SaveFile(path, 0, 2, 4, false, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile(path, 2, -1, 4, false, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile(path, 2, 2, 5, false, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile(path, 2, 2, 0, false, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile(path, 1, 1, 4, true, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile(dir.File("bytes.hdr"), 1, 1, 4, false, pixels.data(), 0));
+    EXPECT_FALSE(Texture::SaveFile("/no/such/folder/x.png", 2, 2, 4, false, pixels.data(), 0));
+    std::string said = testing::internal::GetCapturedStderr();
+    for (size_t at; (at = said.find(dir.File(""))) != std::string::npos;) said.replace(at, dir.File("").size(), "DIR/");
+    testsupport::ExpectGolden(said, "nerox/texture/save_refusals.txt");
+    EXPECT_TRUE(fs::is_empty(dir.File("")));
+    testsupport::WriteText(dir.File("garbage.png"), "this is not an image");
+    std::pair<int, std::string> const cases[] = {{0, "missing.png: no such file"}, {0, "garbage.png: "}, {7, "garbage.png: 7 channels asked for"}};
+    for (auto const& [channels, message] : cases) {
+        std::string const file = dir.File(message.substr(0, message.find(':')));
+        try {
+            Texture::LoadFile(file, channels);
+            ADD_FAILURE() << message << " loaded";
+        } catch (std::runtime_error const& error) {
+            EXPECT_EQ(std::string(error.what()).rfind("Cannot load image file " + dir.File(message), 0), 0u) << error.what();
+        }
+    }
+}
+
+TEST(Upscalers, OnlyWhatRunsIsListed) {
+    using nerox::renderer::UPSCALE_ALGO;
+    using nerox::renderer::Upscaler;
+    EXPECT_EQ(Upscaler::GetAlgoEnumFromStr("FSR2"), UPSCALE_ALGO::NONE) << "unknown names fall back";
+    EXPECT_STREQ(Upscaler::GetAlgoStrFromEnum(static_cast<UPSCALE_ALGO>(42)), "NONE");
+    EXPECT_FALSE(Upscaler::IsTemporal(UPSCALE_ALGO::NONE) || Upscaler::IsSupported(static_cast<UPSCALE_ALGO>(42)));
+    EXPECT_TRUE(Upscaler::IsSupported(UPSCALE_ALGO::NONE));
+    EXPECT_EQ(Upscaler::SupportedAlgorithms(), std::vector<UPSCALE_ALGO>{UPSCALE_ALGO::NONE});
+}
+
+TEST(CompiledShaders, EverySourceHasItsSpirvWithItsStagesEntryPoint) {
+    // The game's run directory sits two levels above the tests' one: build/run.
+    fs::path const output = fs::path(TESSARA_TEST_RUN_DIR) / ".." / ".." / "run" / "nerox" / "shaders";
+    fs::path const sources = fs::path(TESSARA_TEST_SOURCE_DIR) / ".." / "nerox" / "shaders";
+    // Execution models of the stages the build compiles (other files are included ones).
+    std::map<std::string, uint32_t> const stages = {{".vert", 0}, {".frag", 4}, {".comp", 5}, {".rgen", 5313},
+                                                   {".rint", 5314}, {".rahit", 5315}, {".rchit", 5316},
+                                                   {".rmiss", 5317}, {".rcall", 5318}};
+    ASSERT_TRUE(fs::is_directory(sources)) << sources;
+    std::vector<std::string> compiled;
+    for (fs::directory_entry const& entry : fs::recursive_directory_iterator(sources)) {
+        auto const stage = stages.find(entry.path().extension().string());
+        if (!entry.is_regular_file() || stage == stages.end()) continue;
+        std::string const name = fs::relative(entry.path(), sources).string() + ".spv";
+        std::string const bytes = testsupport::ReadText((output / name).string());
+        ASSERT_TRUE(bytes.size() >= 20 && bytes.size() % 4 == 0) << "no whole module " << output / name;
+        std::vector<uint32_t> words(bytes.size() / 4);
+        std::memcpy(words.data(), bytes.data(), bytes.size());
+        EXPECT_EQ(words[0], 0x07230203u) << name;
+        EXPECT_GE(words[1], 0x00010600u) << name << ": Vulkan 1.3 modules are SPIR-V 1.6";
+        // The execution models of the OpEntryPoint (15) instructions named "main", after the five header words.
+        std::vector<uint32_t> models;
+        for (size_t at = 5, count = 0; at < words.size(); at += count) {
+            count = words[at] >> 16;
+            ASSERT_TRUE(count > 0 && at + count <= words.size()) << name << ": instruction at word " << at << " runs past the module";
+            if ((words[at] & 0xffff) == 15 && count >= 4 && std::strncmp(reinterpret_cast<char const*>(&words[at + 3]), "main", 5) == 0)
+                models.push_back(words[at + 1]);
+        }
+        EXPECT_EQ(models, std::vector<uint32_t>{stage->second}) << name;
+        compiled.push_back(name);
+    }
+    for (char const* needed : {"fullscreen.vert.spv", "blit.frag.spv"})
+        EXPECT_NE(std::find(compiled.begin(), compiled.end(), needed), compiled.end()) << needed;
+}
+
+} // namespace
