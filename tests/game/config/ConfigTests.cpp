@@ -84,7 +84,9 @@ std::string AliasBomb() {
 // Plain, quoted and block scalars, nested maps and lists, aliases read as copies of
 // their anchor, and only the first document; the root counts every node of the tree.
 // Then small documents: aliases of scalars, collections and keys, a later anchor of
-// the same name wins, complex keys are left out, an empty key and duplicates kept.
+// the same name wins, complex keys are left out, an empty key and duplicates kept;
+// later documents are left unread, and multibyte characters and a byte order mark
+// are fine. Good documents write nothing to the error stream.
 TEST(ConfigDocument, TreesAsRead) {
     Config config;
     config.Parse(testsupport::ReadText(samplePath));
@@ -92,15 +94,18 @@ TEST(ConfigDocument, TreesAsRead) {
     testsupport::ExpectGolden("nodes " + std::to_string(root.Size()) + "\n" + Dump(root), "config/sample.txt");
     EXPECT_EQ(config["enemy"]["stats"]["speed"].Size(), root.Size());
     std::string transcript;
+    testing::internal::CaptureStderr();
     for (char const* text : {"- a\n- &s [1, 2]\n- *s\n- {k: *s, &key name: v, other: *key, *key : again}\n",
-                             "a: &x 1\nb: *x\nc: &x 2\nd: *x\n",
+                             "a: &x 1\nb: *x\nc: &x 2\nd: *x\n", "a: 1\n---\nb: [\n",
+                             "\xEF\xBB\xBFname: \xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80\n",
                              "? [1, 2]\n: complex\n? \n: empty key\nplain: value\nplain: duplicate\n<<: {x: 1}\n"}) {
         config.Parse(std::string(text));
         root = config["missing"] ? config["missing"] : config[~0ul];
         transcript += std::string("---\n") + text + "=> nodes " + std::to_string(root.Size()) + "\n" + Dump(root);
         // Lookups find the first of duplicate keys.
-        if (config["plain"].Key() == "plain") EXPECT_EQ(config["plain"], "value");
+        EXPECT_TRUE(config["plain"].Key() != "plain" || config["plain"] == "value");
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     testsupport::ExpectGolden(transcript, "config/aliases.txt");
 }
 
@@ -117,16 +122,6 @@ TEST(ConfigDocument, IteratesBackwardsAndStopsAtTheEnds) {
     Config::Iterator it = window.begin();
     EXPECT_TRUE(--it == window.end() && ++it == window.end());
     EXPECT_TRUE(config["name"].begin() == config["name"].end());
-}
-
-TEST(ConfigDocument, NestedAliasesExpandBelowTheNodeLimit) {
-    Config config;
-    config.Parse(std::string("a: &a [x, x, x, x, x, x, x, x, x, x]\nb: &b [*a, *a, *a, *a, *a, *a, *a, *a, *a, *a]\n"
-                             "c: &c [*b, *b, *b, *b, *b, *b, *b, *b, *b, *b]\nd: &d [*c, *c, *c, *c, *c, *c, *c, *c, *c, *c]\n"
-                             "e: [*d, *d, *d, *d, *d, *d, *d, *d, *d, *d]\n"));
-    EXPECT_EQ(config["e"][9ul][9ul][9ul][9ul][9ul], "x");
-    // The root, five lists, and below them 10, 10 * 11, 10 * 111, 10 * 1111, 10 * 11111 nodes.
-    EXPECT_EQ(config["e"].Size(), 1u + 5u + 10u + 110u + 1110u + 11110u + 111110u);
 }
 
 TEST(ConfigThreads, OneParsedConfigReadFromFourThreads) {
@@ -147,39 +142,30 @@ TEST(ConfigThreads, OneParsedConfigReadFromFourThreads) {
     EXPECT_EQ(mismatches.load(), 0);
 }
 
-// One line per text: its class (int, float or string), then AsInt, AsInt64, AsUInt64,
-// AsDouble and AsFloat, the reals with every digit and their sign. Blanks around a
-// number; base prefixes of either case; malformed integers and reals; hexadecimal
-// reals; infinity and NaN with signs; negative zero; values too large or small for a
-// float or a double; integers that wrap or overflow.
+// One line per text of config/numbers.txt, read from its first column: the text, its
+// class (int, float or string), then AsInt, AsInt64, AsUInt64, AsDouble and AsFloat,
+// the reals with every digit and their sign. Blanks around a number; base prefixes
+// of either case; malformed integers and reals; hexadecimal reals; infinity and NaN
+// with signs; negative zero; values too large or small for a float or a double;
+// integers that wrap or overflow.
 TEST(ConfigNumericText, TableOfTexts) {
-    char const* const texts[] = {
-        "12", " 12 ", "\t-3\r\n", "0", "-0x10", "0x1F", "0X1f", "0b101", "-0B11", "0o17", "0O17", "012", "+7",
-        "12a", "-", "", "0x", "0b102", "0o8", "0x-1", "--5", "abc", "1_000", "1 2",
-        "1.5", "1.", "-.5", "+2.5e-1", "1e3", "1E+3", ".", "1e", "e3", "1.5.2",
-        "0x1p3", "-0x1.8", "0x.8P1", "0x1p", "0xp3", "0b1.1",
-        ".inf", "-.INF", "+.Inf", "inf", "-Infinity", "INFINITY", "NaN", ".nan", "-NAN", "-.nan", "iNf", ".infinity",
-        "-0.0", "-0x0p0", "0.1", "1e39", "1e-50", "3.4028235e38", "1e400", "-1e400", "1e-400",
-        "4294967297", "2147483648", "-2147483648", "9223372036854775808", "18446744073709551615",
-        "18446744073709551616", "0xFFFFFFFFFFFFFFFF", "0x10000000000000000",
-    };
+    std::vector<std::string> const lines = testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/numbers.txt")));
     std::string document;
-    for (char const* text : texts) document += "- " + Quoted(text) + "\n";
+    for (std::string const& line : lines) document += "- " + line.substr(0, line.find('"', 1) + 1) + "\n";
     Config config;
     config.Parse(document);
     std::string table;
-    for (unsigned long i = 0; i < std::size(texts); ++i) {
+    for (unsigned long i = 0; i < lines.size(); ++i) {
         Config::Node node = config[i];
-        SCOPED_TRACE(texts[i]);
-        ASSERT_EQ(node.AsString(), texts[i]);
         // Every real is numeric, integers included; every other scalar is a string.
-        EXPECT_TRUE(node.IsNumeric() == node.IsFloat() && node.IsString() == !node.IsFloat() && (node.IsFloat() || !node.IsInt()));
+        EXPECT_TRUE(node.IsNumeric() == node.IsFloat() && node.IsString() == !node.IsFloat() && (node.IsFloat() || !node.IsInt())) << lines[i];
         char line[200];
-        std::snprintf(line, sizeof line, "%-24s %-6s %d %" PRId64 " %" PRIu64 " %.17g %.9g\n", Quoted(texts[i]).c_str(),
+        std::snprintf(line, sizeof line, "%-24s %-6s %d %" PRId64 " %" PRIu64 " %.17g %.9g\n", Quoted(node.AsString()).c_str(),
                       node.IsInt() ? "int" : node.IsFloat() ? "float" : "string", node.AsInt(), node.AsInt64(),
                       node.AsUInt64(), node.AsDouble(), static_cast<double>(node.AsFloat()));
         table += line;
     }
+    EXPECT_EQ(lines.size(), 69u);
     testsupport::ExpectGolden(table, "config/numbers.txt");
 }
 
@@ -294,16 +280,4 @@ TEST(ConfigErrors, BrokenDocumentsEmptyTheConfigAndReportOneLine) {
         EXPECT_NE(errors.find(": ", at.size()), std::string::npos);
         EXPECT_TRUE(c.text[1] != '0' || errors.find("more than " + std::to_string(Config::maxNodes) + " nodes") != std::string::npos);
     }
-}
-
-// Good documents, later documents, multibyte characters and a byte order mark write nothing.
-TEST(ConfigErrors, GoodDocumentsAndLaterDocumentsWriteNothing) {
-    Config config;
-    for (char const* text : {"a: 1\nb: [x, y]\nc: &c {d: e}\nf: *c\n", "", "a: 1\n---\nb: [\n",
-                             "\xEF\xBB\xBFname: \xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80\n"}) {
-        testing::internal::CaptureStderr();
-        config.Parse(std::string(text));
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << text;
-    }
-    EXPECT_EQ(config["name"], "\xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80");
 }
