@@ -134,28 +134,6 @@ TEST_F(EnvironmentTest, ADragImpulseNeverReversesTheSpeedInOneSubstep)
     }
 }
 
-TEST_F(EnvironmentTest, ALighterBodyFloatsAtItsDraughtAndTheSeedFixesTheMotion)
-{
-    // Mean height of a 400 kg/m^3 pontoon's centre over the last averaged of seconds in water below z = 0.
-    auto const floating = [this](uint64_t seed, int seconds, int averaged) {
-        EnvironmentFunction sea = Medium({0.0, 0.0, -G}, 1000.0, 0.001, 0.0);
-        game::physics::SeedPhysicsRandom(seed);
-        ServerSideEntity::Ptr entity = Pontoon(400.0 * 16.0);
-        entity->position = V(0.0, 0.0, 0.5); // bottom on the water
-        Body body(entity, Frame);
-        Fly(body, sea, (seconds - averaged) * 60);
-        double sum = 0.0;
-        for (int frame = 0; frame < averaged * 60; ++frame, sum += body.position.z)
-            Fly(body, sea, 1);
-        return sum / (averaged * 60);
-    };
-    double const draught = (400.0 - 1.2) / (1000.0 - 1.2); // Archimedes with the air above, 1 m thick
-    EXPECT_NEAR(0.5 - floating(2024, 30, 10), draught, 0.1 * draught);
-    double const first = floating(99, 2, 1);
-    EXPECT_EQ(floating(99, 2, 1), first);
-    EXPECT_NE(floating(100, 2, 1), first);
-}
-
 TEST_F(EnvironmentTest, OnlyAViscosityInsideTheLiquidWindowDampsAndKeepsTheBodyOnItsParent)
 {
     for (double viscosity : {1.5e-5, 0.000999, 0.0005, 0.001}) {

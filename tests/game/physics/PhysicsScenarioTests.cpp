@@ -56,17 +56,6 @@ TEST_F(PhysicsScenario, DroppedCrateLandsWithoutBounceAndSleepsAStackStandsAndAS
     EXPECT_GE(rider->restTime, 1.0);
 }
 
-TEST_F(PhysicsScenario, BodiesMeetingHeadOnLoseTheirNormalRelativeSpeed)
-{
-    testsupport::PhysicsWorld space(902, [](V const&, game::EnvironmentInfoFlags, double) { return game::physics::EnvironmentInfo(); });
-    auto left = space.AddBox({.mass = 10.0, .position = {-1.5, 0.0, 0.0}, .velocity = {2.0, 0.0, 0.0}});
-    auto right = space.AddBox({.mass = 10.0, .position = {1.5, 0.0, 0.0}, .velocity = {-2.0, 0.0, 0.0}});
-    space.Simulate(90);
-    EXPECT_NEAR(left->linearVelocity.x - right->linearVelocity.x, 0.0, 1e-3);
-    EXPECT_NEAR(left->linearVelocity.x + right->linearVelocity.x, 0.0, 1e-6) << "momentum";
-    EXPECT_LE(right->position.x - left->position.x, 1.0 + 1e-3);
-}
-
 TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps)
 {
     // Without air every substep, the first included, accelerates: a second of fall ends at g and g/2 metres.

@@ -2,70 +2,43 @@
 // water in the basin, and the composition names.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <optional>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
 #include "game/Chemistry.hpp"
 #include "modules/planet/PlanetEnvironment.hpp"
+#include "tests/support/Golden.hpp"
 
 namespace {
 
-using game::EnvironmentInfoFlags;
-using game::physics::EnvironmentInfo;
-
-constexpr auto GravityOnly = game::EnvironmentGravityOnly;
-constexpr auto Terrain = game::EnvironmentTerrain;
-constexpr auto Medium = static_cast<EnvironmentInfoFlags>(game::EnvironmentTerrain | game::EnvironmentMedium);
-constexpr auto Full = static_cast<EnvironmentInfoFlags>(Medium | game::EnvironmentSurfaceDepth);
-double const Skip = NAN;
-
-/// Air at height y above sea level: one scale height of 8500 m divides it by e.
-double Air(double y, double seaLevel) { return seaLevel * std::exp(-y / 8500.0); }
-
-// The basin covers x 40..80 and z -20..20 with its floor at y = -20; (60, y, 0) is its middle.
+// The basin covers x 40..80 and z -20..20 with its floor at y = -20; (60, y, 0) is its middle. The probes go
+// above and below the ground, through the water and beside the walls; flags 0 ask for gravity only,
+// 1 add the terrain, 5 the medium, 7 the ground point under the probe.
 TEST(Planet, ProbesAboveAndBelowTheGroundTheWaterAndTheBasinWalls)
 {
-    struct Probe { glm::dvec3 point; EnvironmentInfoFlags flags; double altitude, depth, density, pressure;
-                   std::optional<glm::dvec3> surfacePoint = std::nullopt; } const probes[] = {
-        {{60, -5, 0}, GravityOnly, 0.0, 0.0, 0.0, 0.0, glm::dvec3(0.0)},
-        {{0, 12.5, 0}, Terrain, 12.5, 0.0, 0.0, 0.0}, {{60, 12.5, 0}, Terrain, 32.5, 0.0, Skip, Skip},
-        {{0, -3, 0}, Terrain, -3.0, 3.0, Skip, Skip, glm::dvec3(0.0)}, // the ground point needs its own flag
-        {{60, -25, 0}, Terrain, -5.0, 5.0, Skip, Skip},
-        {{0, -2, 0}, Medium, Skip, 2.0, 1.225, 101325.0}, {{3, -2, 4}, Full, Skip, 2.0, Skip, Skip, glm::dvec3(3, 0, 4)},
-        {{50, -21.5, 5}, Full, Skip, 1.5, Skip, Skip, glm::dvec3(50, -20, 5)},
-        {{0, 0.5, 0}, Full, Skip, 0.0, Skip, Skip, glm::dvec3(0, 0, 0)}, {{0, 0, 0}, Full, 0.0, 0.0, 1.225, 101325.0},
-        {{60, -10, 0}, Full, 10.0, 0.0, 1000.0, 101325.0 + 1000.0 * 9.81 * 10.0, glm::dvec3(60, -20, 0)},
-        {{60, -0.001, 0}, Medium, Skip, Skip, 1000.0, Skip}, {{60, -19.999, 0}, Medium, Skip, Skip, 1000.0, Skip},
-        {{40, -1, 20}, Medium, Skip, Skip, 1000.0, Skip}, {{80, -1, -20}, Medium, Skip, Skip, 1000.0, Skip}, // bounds hold water
-        // Below the floor the water keeps its values at the floor.
-        {{60, -25, 0}, Medium, Skip, Skip, 1000.0, 101325.0 + 1000.0 * 9.81 * 20.0},
-        // The water surface and above are air; the air over the basin follows sea level, not the floor.
-        {{60, 0, 0}, Medium, Skip, Skip, 1.225, 101325.0}, {{60, 0.001, 0}, Medium, Skip, Skip, Air(0.001, 1.225), Skip},
-        {{60, 100, 0}, Medium, Skip, Skip, Air(100.0, 1.225), Air(100.0, 101325.0)},
-        {{0, 20000, 0}, Medium, Skip, Skip, Air(20000.0, 1.225), Air(20000.0, 101325.0)},
-        // Just beside the basin's walls, in the ground: the column's air at sea level.
-        {{39.9, -5, 0}, Medium, Skip, 5.0, 1.225, 101325.0}, {{80.1, -5, 0}, Medium, Skip, Skip, 1.225, Skip},
-        {{60, -5, 20.1}, Medium, Skip, Skip, 1.225, Skip}, {{60, -5, -20.1}, Medium, Skip, Skip, 1.225, Skip},
-        {{0, -1e6, 0}, Medium, Skip, Skip, 1.225, 101325.0}, {{0, -1e300, 0}, Medium, Skip, Skip, 1.225, 101325.0},
+    struct Probe { double x, y, z; int flags; } const probes[] = {
+        {60, -5, 0, 0}, {0, 12.5, 0, 1}, {60, 12.5, 0, 1}, {0, -3, 0, 1}, {60, -25, 0, 1}, {0, -2, 0, 5}, {3, -2, 4, 7},
+        {50, -21.5, 5, 7}, {0, 0.5, 0, 7}, {0, 0, 0, 7}, {60, -10, 0, 7}, {60, -0.001, 0, 5}, {60, -19.999, 0, 5},
+        {40, -1, 20, 5}, {80, -1, -20, 5}, {60, -25, 0, 5}, {60, 0, 0, 5}, {60, 0.001, 0, 5}, {60, 100, 0, 5},
+        {0, 8500, 0, 5}, {0, 20000, 0, 5}, {39.9, -5, 0, 5}, {80.1, -5, 0, 5}, {60, -5, 20.1, 5}, {60, -5, -20.1, 5},
+        {0, -1e6, 0, 5}, {0, -1e300, 0, 5},
     };
-    using Composition = decltype(EnvironmentInfo::composition);
-    Composition const air{{"N2", 0.78}, {"O2", 0.21}, {"Ar", 0.01}}, water{{"H2O", 1.0}};
+    std::ostringstream out;
+    out.precision(10);
+    out << "x y z flags: gravity altitude normal depth ground point | density pressure viscosity composition\n";
     for (Probe const& p : probes) {
-        SCOPED_TRACE(testing::Message() << "(" << p.point.x << ", " << p.point.y << ", " << p.point.z << ") flags " << p.flags);
-        EnvironmentInfo const info = planet::Environment(p.point, p.flags, 1.0);
-        EXPECT_EQ(info.gravity, glm::dvec3(0.0, -9.81, 0.0));
-        EXPECT_EQ(info.surfaceNormal, p.flags == GravityOnly ? glm::dvec3(0.0) : glm::dvec3(0.0, 1.0, 0.0));
-        for (auto [actual, expected] : {std::pair(info.altitude, p.altitude), std::pair(info.terrain.depth, p.depth),
-                                        std::pair(info.density, p.density), std::pair(info.pressure, p.pressure)})
-            EXPECT_NEAR(actual, std::isnan(expected) ? actual : expected, 1e-9 * std::max(1.0, expected));
-        EXPECT_EQ(info.terrain.surfacePoint, p.surfacePoint.value_or(info.terrain.surfacePoint));
-        bool const wet = info.density == 1000.0, medium = p.flags & game::EnvironmentMedium;
-        EXPECT_EQ(info.viscosity, medium ? (wet ? 0.001 : 1.5e-5) : info.viscosity);
-        EXPECT_EQ(info.composition, medium ? (wet ? water : air) : Composition());
+        auto const info = planet::Environment({p.x, p.y, p.z}, static_cast<game::EnvironmentInfoFlags>(p.flags), 1.0);
+        auto const vec = [&out](glm::dvec3 const& v) -> std::ostream& { return out << " (" << v.x << ", " << v.y << ", " << v.z << ")"; };
+        out << p.x << " " << p.y << " " << p.z << " " << p.flags << ":";
+        vec(info.gravity) << " " << info.altitude;
+        vec(info.surfaceNormal) << " " << info.terrain.depth;
+        vec(info.terrain.surfacePoint) << " | " << info.density << " " << info.pressure << " " << info.viscosity;
+        for (auto const& [name, fraction] : info.composition)
+            out << " " << name << "=" << fraction;
+        out << "\n";
     }
+    testsupport::ExpectGolden(out.str(), "physics/planet_probes.txt");
 }
 
 TEST(Planet, BasinBoundsAreIncludedAndEveryNameIsAMoleculeOfTheChemistryTable)

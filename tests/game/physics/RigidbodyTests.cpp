@@ -75,16 +75,10 @@ TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndTurnsImpulsesIntoAc
 
     entity = Make(2.0, {Box({1.0, 2.0, 3.0})}, {}, {3.0, 4.0, 0.0});
     entity->orientation = Turn(30.0, {1, 2, 3});
-    entity->linearImpulse = V(1.0, 0.0, 0.0);
     entity->angularImpulse = V(0.0, 0.0, 0.5);
-    entity->aerodynamic = false;
-    entity->collisionExclusions.insert(game::entity::Id::Generate());
     Dynamic const moving(entity, 0.1);
     testsupport::ExpectMatNear(moving.invInertiaWorld, glm::inverse(entity->GetInertiaTensorWorld()));
-    EXPECT_EQ(std::tuple(moving.invMass, moving.aerodynamic, moving.collisionExclusions), std::tuple(0.5, false, entity->collisionExclusions));
-    ExpectVecNear(moving.impulseAcceleration, V(5.0, 0.0, 0.0));
     ExpectVecNear(moving.angularImpulseAcceleration, moving.invInertiaWorld * V(0.0, 0.0, 5.0));
-    EXPECT_DOUBLE_EQ(moving.largestContactRadius, moving.radius);
     EXPECT_NEAR(moving.sweptRadius, 5.0 * 0.1 * 0.5 + moving.radius, 1e-12);
 }
 
@@ -106,9 +100,7 @@ TEST_F(RigidbodyDeathTest, ZeroExtentZeroStepZeroMassAndAPresentParentAsCandidat
 TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesAddUpOverSubsteps)
 {
     struct Case { V velocity, impulse, gravity, pending; double dt; int steps; V position, endVelocity; };
-    double const h = 10.0 * Step;
-    for (Case const& c : {Case{{1.5, -2.0, 0.25}, {}, {}, {}, Step, 10, h * V(1.5, -2.0, 0.25), {1.5, -2.0, 0.25}},
-                          Case{{1, 0, 0}, {}, {0, 0, -9.81}, {0, 2, 0}, 0.1, 1, {0.1, 0.01, -0.04905}, {1, 0.2, -0.981}},
+    for (Case const& c : {Case{{1, 0, 0}, {}, {0, 0, -9.81}, {0, 2, 0}, 0.1, 1, {0.1, 0.01, -0.04905}, {1, 0.2, -0.981}},
                           // 1 N s on 1 kg adds 1 m/s over the frame, whole or in halves.
                           Case{{}, {1, 0, 0}, {}, {}, Step, 1, {Step / 2.0, 0, 0}, {1, 0, 0}},
                           Case{{}, {1, 0, 0}, {}, {}, Step / 2.0, 2, {Step / 2.0, 0, 0}, {1, 0, 0}}}) {
@@ -130,14 +122,10 @@ TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesA
     for (int i = 0; i < 1000; ++i)
         body.IntegrateMotion(0.001);
     testsupport::ExpectRotationNear(body.orientation, glm::angleAxis(1.0, Up) * Turn(90.0, {1, 0, 0}), 1e-10);
-    EXPECT_EQ(body.angularVelocity, Up);
-
-    Dynamic still(entity = Cube(), Step);
-    still.contactRest = 1.0;
-    still.ApplyImpulse(V(0.0, 1.0, 0.0), V(1.0, 0.0, 0.0)); // off the centre: spins and wakes
-    EXPECT_EQ(still.contactRest, 0.0);
-    ExpectVecNear(still.linearVelocity, V(0.0, 1.0, 0.0));
-    ExpectVecNear(still.angularVelocity, V(0.0, 0.0, 6.0)); // a 1 kg unit cube has I = 1/6
+    body.contactRest = 1.0;
+    body.ApplyImpulse(V(0.0, 1.0, 0.0), V(1.0, 0.0, 0.0)); // off the centre: spins and wakes
+    EXPECT_EQ(body.contactRest, 0.0);
+    ExpectVecNear(body.angularVelocity, Up + V(0.0, 0.0, 6.0)); // a 1 kg unit cube has I = 1/6
 }
 
 TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThreeAroundTheCentre)
