@@ -6,10 +6,10 @@
 #include "nerox/graphics/Texture.hpp"
 #include "nerox/renderer/NeroxRenderer.hpp"
 #include "nerox/vk/Renderpass.hpp"
+#include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -25,6 +25,13 @@ using nerox::graphics::ImageTexture;
 using nerox::graphics::Texture;
 using nerox::graphics::TextureRef;
 using Entries = std::vector<std::tuple<TextureRef, VkSampler>>;
+
+/// The message of the std::runtime_error that f throws; "no exception" when it throws none.
+template <class F>
+std::string Thrown(F&& f) {
+    try { f(); } catch (std::runtime_error const& error) { return error.what(); }
+    return "no exception";
+}
 
 /// Records the stages it runs, in order.
 class RecordingRenderer : public nerox::renderer::NeroxRenderer {
@@ -76,15 +83,10 @@ protected:
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore)
             << "validation errors while the test ran (printed above)";
     }
-    std::string TempPath(std::string const& name) const {
-        return ::testing::TempDir() + "nerox_renderer_" + std::to_string(getpid()) + "_" + name;
-    }
     /// The last finished frame, saved and decoded again as RGBA.
     ImageData Screenshot() {
-        std::string const path = TempPath("frame.png");
-        EXPECT_TRUE(renderer->SaveOutputImage(path));
-        ImageData image = Texture::LoadFile(path, 4);
-        std::remove(path.c_str());
+        EXPECT_TRUE(renderer->SaveOutputImage(dir.File("frame.png")));
+        ImageData image = Texture::LoadFile(dir.File("frame.png"), 4);
         EXPECT_EQ(image.pixels.size(), 64u * 48u * 4u);
         return image;
     }
@@ -95,6 +97,7 @@ protected:
     }
 
     uint64_t errorsBefore = 0;
+    testsupport::TempDir dir;
 
 public:
     inline static auto window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
@@ -132,10 +135,10 @@ TEST_F(Renderer, OneFrameRunsEveryStageInItsOrder) {
 
 TEST_F(Renderer, TheOutputFollowsTheWindowsSizeAndAScreenshotDecodesToTheRenderedPixels) {
     ASSERT_NE(renderer->GetOutputImage(), nullptr);
-    EXPECT_EQ(renderer->GetOutputVkImage(), renderer->GetOutputImage()->Handle());
-    EXPECT_EQ(renderer->GetOutputImageFormat(), VK_FORMAT_R8G8B8A8_UNORM);
+    EXPECT_TRUE(renderer->GetOutputVkImage() == renderer->GetOutputImage()->Handle() &&
+                renderer->GetOutputImageFormat() == VK_FORMAT_R8G8B8A8_UNORM);
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(renderer->SaveOutputImage(TempPath("none.png")));
+    EXPECT_FALSE(renderer->SaveOutputImage(dir.File("none.png")));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "SaveOutputImage: no finished frame to save\n");
     renderer->clearColor = VkClearColorValue{{1.0f, 0.5f, 0.0f, 1.0f}};
     renderer->CaptureNextFrame();
@@ -163,8 +166,7 @@ TEST_F(Renderer, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
     }
     renderer->throwIn.clear();
     renderer->Frame();
-    EXPECT_EQ(renderer->stages.back(), "EndFrame");
-    EXPECT_EQ(renderer->FrameIndex(), 3u);
+    EXPECT_TRUE(renderer->stages.back() == "EndFrame" && renderer->FrameIndex() == 3u);
     // Broken off inside a render pass, the frame is still a valid one, of the clear colour.
     nerox::vk::RenderpassOptions options;
     options.initialLayout = options.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
@@ -183,15 +185,12 @@ TEST_F(Renderer, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
 }
 
 TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsNothing) {
-    std::string const path = TempPath("texture.png");
     std::vector<uint8_t> pixels = {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 9, 9, 9, 128};
-    ASSERT_TRUE(Texture::SaveFile(path, 2, 2, 4, false, pixels.data(), 90));
-    EXPECT_EQ(renderer->AddTexture(TextureRef(path)), 0u);
-    std::remove(path.c_str());
+    ASSERT_TRUE(Texture::SaveFile(dir.File("texture.png"), 2, 2, 4, false, pixels.data(), 90));
+    EXPECT_EQ(renderer->AddTexture(TextureRef(dir.File("texture.png"))), 0u);
     auto const texture = std::dynamic_pointer_cast<ImageTexture>(renderer->GetTexture(0));
     ASSERT_NE(texture, nullptr);
-    EXPECT_EQ(texture->GetImage().Width(), 2u);
-    EXPECT_EQ(texture->GetImage().Format(), VK_FORMAT_R8G8B8A8_UNORM);
+    EXPECT_TRUE(texture->GetImage().Width() == 2u && texture->GetImage().Format() == VK_FORMAT_R8G8B8A8_UNORM);
     renderer->Frame();
     EXPECT_EQ(renderer->AddTexture(Solid(), renderer->DefaultSampler()), 1u); // while the last frame may still run
     EXPECT_EQ(renderer->AddTextures(Entries(3, {Solid(), VK_NULL_HANDLE})), 2u) << "the index of the first added";
@@ -203,50 +202,28 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
 
     uint32_t const capacity = renderer->TextureCapacity();
     EXPECT_TRUE(capacity >= 16u && capacity <= nerox::renderer::NeroxRenderer::MaxTextures) << capacity;
-    auto const refusal = [](auto&& add) -> std::string {
-        try {
-            add();
-        } catch (std::runtime_error const& error) {
-            return error.what();
-        }
-        return "added";
-    };
     std::string const full = "Texture table is full: " + std::to_string(capacity);
     std::pair<Entries, std::string> const cases[] = {
         {{{TextureRef("no/such/texture.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/texture.png: no such file"},
         {{{Solid(), VK_NULL_HANDLE}, {TextureRef("no/such/file.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/file.png: no such file"},
         {Entries(capacity, {Solid(), VK_NULL_HANDLE}), full + " more do not fit in " + std::to_string(capacity)},
     };
-    for (auto const& [entries, message] : cases) EXPECT_EQ(refusal([&] { renderer->AddTextures(entries); }), message);
+    for (auto const& [entries, message] : cases) EXPECT_EQ(Thrown([&] { renderer->AddTextures(entries); }), message);
     EXPECT_EQ(renderer->TextureCount(), 1u);
     EXPECT_EQ(renderer->AddTextures(Entries(capacity - 1, {Solid(), VK_NULL_HANDLE})), 1u) << "full to the last entry";
-    EXPECT_EQ(refusal([&] { renderer->AddTexture(Solid()); }), full + " entries");
+    EXPECT_EQ(Thrown([&] { renderer->AddTexture(Solid()); }), full + " entries");
     EXPECT_EQ(renderer->TextureCount(), capacity);
 }
 
 TEST_F(Renderer, TexturePixelsMustMatchTheSizeAndFormat) {
     std::vector<uint8_t> pixels(10);
-    nerox::vk::Device& device = renderer->GetDevice();
-    struct Case {
-        uint32_t width, height;
-        VkFormat format;
-        uint8_t const* pixels;
-        size_t bytes;
-        char const* message;
-    } const cases[] = {
-        {4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10, "ImageTexture \"bad\": 10 bytes given, 64 needed"},
-        {1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4, "ImageTexture \"bad\": 4 bytes given, 4 needed"},
-        {0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0, "ImageTexture \"bad\": empty size 0x4"},
-        {1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4, "ImageTexture \"bad\": unsupported format 126"},
+    auto const make = [&](uint32_t width, uint32_t height, VkFormat format, uint8_t const* data, size_t bytes) {
+        return Thrown([&] { ImageTexture(renderer->GetDevice(), width, height, format, data, bytes, "bad"); });
     };
-    for (Case const& c : cases) {
-        try {
-            ImageTexture(device, c.width, c.height, c.format, c.pixels, c.bytes, "bad");
-            ADD_FAILURE() << c.message;
-        } catch (std::runtime_error const& error) {
-            EXPECT_STREQ(error.what(), c.message);
-        }
-    }
+    EXPECT_EQ(make(4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10), "ImageTexture \"bad\": 10 bytes given, 64 needed");
+    EXPECT_EQ(make(1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4), "ImageTexture \"bad\": 4 bytes given, 4 needed");
+    EXPECT_EQ(make(0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0), "ImageTexture \"bad\": empty size 0x4");
+    EXPECT_EQ(make(1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4), "ImageTexture \"bad\": unsupported format 126");
 }
 
 } // namespace
