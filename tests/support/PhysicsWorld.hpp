@@ -42,14 +42,10 @@ public:
     static game::physics::EnvironmentFunction Floor()
     {
         return [](glm::dvec3 const& position, game::EnvironmentInfoFlags flags, double) {
-            game::physics::EnvironmentInfo info;
-            info.gravity = glm::dvec3(0.0, -9.81, 0.0);
-            if (flags & game::EnvironmentTerrain) {
-                info.altitude = position.y;
-                info.surfaceNormal = glm::dvec3(0.0, 1.0, 0.0);
-                info.terrain.depth = std::max(0.0, -position.y);
-            }
-            return info;
+            if (!(flags & game::EnvironmentTerrain))
+                return game::physics::EnvironmentInfo{.gravity = {0.0, -9.81, 0.0}};
+            return game::physics::EnvironmentInfo{.terrain = {.depth = std::max(0.0, -position.y)}, .gravity = {0.0, -9.81, 0.0},
+                                                  .altitude = position.y, .surfaceNormal = {0.0, 1.0, 0.0}};
         };
     }
 

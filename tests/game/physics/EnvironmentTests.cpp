@@ -22,21 +22,15 @@ using Body = game::physics::DynamicRigidbody<ServerSideEntity>;
 using V = glm::dvec3;
 
 constexpr double G = 9.81, Frame = 1.0 / 60.0;
-constexpr int Substeps = 10;
 
 /// Gravity, no ground near; below z = surface the liquid, above it air; with ground, flat ground at z = 0.
 EnvironmentFunction Medium(V gravity, double liquidDensity, double liquidViscosity, double surface = 1e9, bool ground = false)
 {
     return [=](V const& position, game::EnvironmentInfoFlags flags, double) {
-        EnvironmentInfo info;
-        info.gravity = gravity;
-        info.altitude = position.z + (ground ? 0.0 : 1e4);
-        info.surfaceNormal = V(0.0, 0.0, 1.0);
-        info.terrain.depth = ground && (flags & game::EnvironmentTerrain) ? std::max(0.0, -position.z) : 0.0;
-        bool const wet = position.z < surface;
-        info.density = wet ? liquidDensity : 1.2;
-        info.viscosity = wet ? liquidViscosity : 1.5e-5;
-        return info;
+        bool const wet = position.z < surface, deep = ground && (flags & game::EnvironmentTerrain);
+        return EnvironmentInfo{.terrain = {.depth = deep ? std::max(0.0, -position.z) : 0.0}, .gravity = gravity,
+                               .altitude = position.z + (ground ? 0.0 : 1e4), .surfaceNormal = V(0.0, 0.0, 1.0),
+                               .density = wet ? liquidDensity : 1.2, .viscosity = wet ? liquidViscosity : 1.5e-5};
     };
 }
 
@@ -59,18 +53,6 @@ protected:
     ServerSideEntity::Ptr Pontoon(double mass, V velocity = {}) { return Boxes(mass, velocity, {4.0, 4.0, 0.25}, 4); }
 };
 
-/// Frames as the step driver runs them for a body without parent: samples once, then each substep.
-void Fly(Body& body, EnvironmentFunction& environment, int frames)
-{
-    for (int frame = 0; frame < frames; ++frame) {
-        body.ComputeAerodynamicSurfaces(environment);
-        for (int step = 0; step < Substeps; ++step) {
-            body.IntegrateMotion(Frame / Substeps);
-            body.InteractWithEnvironment(environment, Frame / Substeps);
-        }
-    }
-}
-
 TEST_F(EnvironmentTest, WithoutGravityOrWithoutMediumBodiesKeepTheirVelocities)
 {
     // Exactly zero gravity ends the interaction before drag, even in a damping liquid.
@@ -81,8 +63,8 @@ TEST_F(EnvironmentTest, WithoutGravityOrWithoutMediumBodiesKeepTheirVelocities)
         entity->pendingAcceleration = V(1.0, 2.0, 3.0);
         Body body(entity, Frame);
         body.ComputeAerodynamicSurfaces(environment);
-        for (int step = 0; step < Substeps; ++step)
-            body.InteractWithEnvironment(environment, Frame / Substeps);
+        for (int step = 0; step < 10; ++step)
+            body.InteractWithEnvironment(environment, Frame / 10);
         EXPECT_EQ(std::tuple(body.linearVelocity, body.angularVelocity, body.pendingAcceleration, body.keepOnParent),
                   std::tuple(entity->linearVelocity, entity->angularVelocity, gravity, false)) << gravity.y;
     }

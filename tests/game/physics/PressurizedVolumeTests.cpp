@@ -36,14 +36,7 @@ PressurizedVolume Tank(double size, double n2, std::map<std::string, double> mor
     return tank;
 }
 
-EnvironmentInfo Air()
-{
-    EnvironmentInfo air;
-    air.pressure = 101325.0;
-    air.density = 1.2;
-    air.composition = {{"N2", 0.8}, {"O2", 0.2}};
-    return air;
-}
+EnvironmentInfo Air() { return {.density = 1.2, .pressure = 101325.0, .composition = {{"N2", 0.8}, {"O2", 0.2}}}; }
 
 /// kg of gas the outside air holds in size m^3.
 double Share(double size, double fraction, char const* gas) { return 1.2 * size * fraction * M(gas) / (0.8 * M("N2") + 0.2 * M("O2")); }

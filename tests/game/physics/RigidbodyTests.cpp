@@ -99,26 +99,16 @@ TEST_F(RigidbodyDeathTest, ZeroExtentZeroStepZeroMassAndAPresentParentAsCandidat
 
 TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesAddUpOverSubsteps)
 {
-    struct Case { V velocity, impulse, gravity, pending; double dt; int steps; V position, endVelocity; };
-    for (Case const& c : {Case{{1, 0, 0}, {}, {0, 0, -9.81}, {0, 2, 0}, 0.1, 1, {0.1, 0.01, -0.04905}, {1, 0.2, -0.981}},
-                          // 1 N s on 1 kg adds 1 m/s over the frame, whole or in halves.
-                          Case{{}, {1, 0, 0}, {}, {}, Step, 1, {Step / 2.0, 0, 0}, {1, 0, 0}},
-                          Case{{}, {1, 0, 0}, {}, {}, Step / 2.0, 2, {Step / 2.0, 0, 0}, {1, 0, 0}}}) {
-        SCOPED_TRACE(c.steps);
-        ServerSideEntity::Ptr entity = Cube({}, c.velocity);
-        entity->linearImpulse = c.impulse;
-        Dynamic body(entity, Step);
-        body.gravity = c.gravity;
-        body.pendingAcceleration = c.pending;
-        for (int i = 0; i < c.steps; ++i)
-            body.IntegrateMotion(c.dt);
-        ExpectVecNear(body.position, c.position, 1e-12);
-        ExpectVecNear(body.linearVelocity, c.endVelocity, 1e-12);
-    }
     ServerSideEntity::Ptr entity = Cube();
+    entity->linearImpulse = V(1.0, 0.0, 0.0); // 1 N s on 1 kg adds 1 m/s over the frame, in halves too
     entity->orientation = Turn(90.0, {1, 0, 0});
     entity->angularVelocity = Up;
-    Dynamic body(entity, 0.001);
+    Dynamic halves(entity, Step), body(entity, 0.001);
+    for (int i = 0; i < 2; ++i)
+        halves.IntegrateMotion(Step / 2.0);
+    ExpectVecNear(halves.position, V(Step / 2.0, 0.0, 0.0), 1e-12);
+    ExpectVecNear(halves.linearVelocity, V(1.0, 0.0, 0.0), 1e-12);
+    body.impulseAcceleration = V(0.0);
     for (int i = 0; i < 1000; ++i)
         body.IntegrateMotion(0.001);
     testsupport::ExpectRotationNear(body.orientation, glm::angleAxis(1.0, Up) * Turn(90.0, {1, 0, 0}), 1e-10);
