@@ -3,6 +3,7 @@
 #include "game/GameSettings.hpp"
 #include "game/entity/ConvexMeshCollider.hpp"
 #include "game/entity/Id.hpp"
+#include "game/physics/DebugRecords.hpp"
 #include "game/physics/EnvironmentInfo.hpp"
 #include "nerox/FPSCounter.hpp"
 #include "nerox/SharedMutex.hpp"
@@ -36,19 +37,8 @@ class Game {
 public:
     Game() = delete;
 
-    /// One debug line of the physics step, in world coordinates.
-    struct PhysicsLineDebug {
-        glm::dvec3 start{0.0};         ///< First end point.
-        glm::dvec3 end{0.0};           ///< Second end point.
-        glm::vec4 color{1.0f};         ///< Red, green, blue, alpha.
-    };
-
-    /// One collider of the physics step, with its world transform, for debug drawing.
-    struct PhysicsColliderDebug {
-        game::entity::Id entity;                    ///< The entity whose body holds it.
-        game::entity::ConvexMeshCollider collider;  ///< Copy with the world transform.
-        bool dynamic = false;                       ///< From a moving body.
-    };
+    using PhysicsLineDebug = game::physics::DebugLine;         ///< One debug line of the physics step.
+    using PhysicsColliderDebug = game::physics::DebugCollider; ///< One collider of the step, for debug drawing.
 
     // Lifecycle and environment.
     static std::atomic<bool> isActive;                     ///< True while the game runs; `Quit` clears it.

@@ -7,10 +7,10 @@
 #include <glm/glm.hpp>
 #include <glm/gtc/quaternion.hpp>
 
-#include "game/Game.hpp"
 #include "game/entity/ConvexMeshCollider.hpp"
 #include "game/entity/Id.hpp"
 #include "game/physics/Collision.hpp"
+#include "game/physics/DebugRecords.hpp"
 #include "game/physics/EnvironmentInfo.hpp"
 
 namespace game::physics {
@@ -142,7 +142,7 @@ public:
     std::vector<AerodynamicSample> aerodynamicSamples;  ///< Surface samples of this step.
     std::vector<glm::dvec3> staticContactNormals;       ///< Normals of the remembered static contacts.
     std::vector<glm::dvec3> staticRelativeContactPoints; ///< Those contacts minus position.
-    std::vector<Game::PhysicsLineDebug> debugLines;     ///< Filled while debugging physics.
+    std::vector<DebugLine> debugLines;             ///< Filled while debugging physics.
     std::vector<entity::ConvexMeshCollider> debugColliders; ///< Sampled surfaces while debugging physics.
     std::vector<entity::ConvexMeshCollider> aerodynamicSurfaces; ///< Colliders that gave samples.
     std::unordered_set<entity::Id> collisionExclusions; ///< The entity's.

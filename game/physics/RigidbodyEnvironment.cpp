@@ -11,6 +11,8 @@
 // mass); each substep turns them by the body's current rotation.
 #include "game/physics/Rigidbody.hpp"
 
+#include "game/Game.hpp"
+
 #include <algorithm>
 #include <cfloat>
 #include <bit>
