@@ -7,6 +7,13 @@ namespace game::modules {
 /// Hooks of GAME_Mod modules, the client side. Each comment says when the hook runs and
 /// how it is routed: through ForEachModule ("all modules"), through the ordered list of
 /// ForEachSortedModule that is named, or by the host or a network module directly.
+///
+/// Threads (see Hooks.hpp): Game_Start, Game_Ready and Game_Stop run on the host's main
+/// thread while no pass runs; Game_Update and Game_ClientUpdate on the client pass's
+/// thread; the Input_ hooks on the input pass's thread; the Renderer_ hooks on the render
+/// thread, inside one frame or around the renderer's start and stop. Client, input and
+/// render passes may run at the same time as each other and as the server tick. Each
+/// hook holds the shared lock of the GAME_Mod table and no other lock of the game.
 struct GameModHooks {
     /// Class name: key suffix and file name part of these modules.
     static constexpr char const className[] = "GAME_Mod";

@@ -10,6 +10,25 @@
 //     static_assert(std::is_same_v<decltype(&Game_Update), game::modules::DeltaTimeHook>);
 //
 // Every hook is optional; a symbol that the library does not export stays null.
+//
+// Threads. The host owns four kinds of pass and may run each on a thread of its own,
+// at the same time as the others: client passes (Game::Update, Game::ClientUpdate),
+// server ticks (Game::ServerUpdate), input passes (Game::InputUpdate and its two
+// companions) and render frames (GameRenderer::Frame and its stages). A hook runs on
+// the thread of the pass that calls it; GAME_Mod.hpp and SERVER_Mod.hpp say which pass
+// that is for each hook. So hooks of different passes may run at the same time and must
+// guard what they share, while the hooks of one pass never overlap one another.
+// Game_Start, Game_Ready, Game_Stop, ModuleLoad and ModuleUnload run on the host's main
+// thread while no pass runs. Hooks named "from the host or a network module" run on
+// whatever thread that caller uses. The tessara program runs the client and input passes
+// (and the frames, in client mode) on its main thread and the server ticks on a second one.
+//
+// Locks. A hook called through ForEachModule or ForEachSortedModule holds the shared lock
+// of its own module class, and no other lock of the game: inside it, the lookups and
+// ForEach calls of every class are safe, while loading, unloading or sorting modules of
+// its own class deadlocks (Module.hpp has the whole rule). ModuleLoad runs under the
+// exclusive lock of its class. To hand work to the client pass from any thread, use
+// Game::Synchronize.
 #include <cstddef>
 #include <cstdint>
 

@@ -6,6 +6,14 @@ namespace game::modules {
 
 /// Hooks of SERVER_Mod modules, the server side. The two update hooks run in every
 /// Game::ServerUpdate; the others are called by the host or a network module.
+///
+/// Threads (see Hooks.hpp): Server_BeforeUpdate and Server_GameUpdate run on the server
+/// tick's thread, before and after the entities and the physics step, holding the shared
+/// lock of the SERVER_Mod table and no other lock; they may run at the same time as the
+/// client, input and render passes. The entities' own interface calls of the tick
+/// (BeforeUpdate, Update, AfterUpdate) run on the same thread inside
+/// ServerSideEntity::ForEach, under the entity registry's shared lock. The other hooks run
+/// on the thread of the host or network module that calls them.
 struct ServerModHooks {
     /// Class name: key suffix and file name part of these modules.
     static constexpr char const className[] = "SERVER_Mod";
