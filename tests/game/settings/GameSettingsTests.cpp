@@ -24,11 +24,21 @@ constexpr int NoReload = 3600 * 1000;
 
 // Every visible key with its default, the bindings set by the constructor included;
 // the hidden keys are neither added nor written, and a second start changes nothing.
-TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaults) {
+// The shared instance lives while held and reads the file again after release.
+TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaultsAndSharedWhileHeld) {
     TempDir dir;
     std::string const path = dir.File("settings.ini");
-    { GameSettings settings(path, NoReload); }
-    std::string const text = ReadText(path);
+    std::weak_ptr<GameSettings> watch;
+    {
+        std::shared_ptr<GameSettings> first = GameSettings::Instance(path, NoReload);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first, GameSettings::Instance(nerox::filesystem::FilePath(path), NoReload));
+        EXPECT_NE(first, GameSettings::Instance(dir.File("other.ini"), NoReload));
+        EXPECT_EQ(first->GetPath(), path);
+        watch = first;
+    }
+    EXPECT_TRUE(watch.expired());
+    std::string text = ReadText(path);
     testsupport::ExpectGolden(text, "settings/defaults.ini");
     {
         GameSettings again(path, NoReload);
@@ -36,6 +46,8 @@ TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaults) {
         again.WriteConfig();
     }
     EXPECT_EQ(ReadText(path), text);
+    ReplaceText(path, text.replace(text.find("fov = 70"), 8, "fov = 42"));
+    EXPECT_EQ(GameSettings::Instance(path, NoReload)->fov, 42.0f);
 }
 
 // Values in the file win, a broken value keeps its default while the rest counts,
@@ -79,25 +91,6 @@ TEST(GameSettingsFile, AUsersFileIsReadAndWrittenBack) {
     EXPECT_EQ(again.input_binding_avatar_light, custom);
     EXPECT_TRUE(again.ide_opacity == 1.0f / 3.0f && again.graphics_preset == 5 && again.dev_tools);
     EXPECT_EQ(again.upscaling_algo, " spaced out ");
-}
-
-TEST(GameSettingsInstance, SharedWhileHeldAndReadAgainAfterRelease) {
-    TempDir dir;
-    std::string const path = dir.File("settings.ini");
-    std::weak_ptr<GameSettings> watch;
-    {
-        std::shared_ptr<GameSettings> first = GameSettings::Instance(path, NoReload);
-        ASSERT_TRUE(first);
-        EXPECT_EQ(first, GameSettings::Instance(nerox::filesystem::FilePath(path), NoReload));
-        EXPECT_NE(first, GameSettings::Instance(dir.File("other.ini"), NoReload));
-        EXPECT_EQ(first->GetPath(), path);
-        watch = first;
-    }
-    EXPECT_TRUE(watch.expired()); // the last user closed it
-
-    std::string text = ReadText(path);
-    ReplaceText(path, text.replace(text.find("fov = 70"), 8, "fov = 42"));
-    EXPECT_EQ(GameSettings::Instance(path, NoReload)->fov, 42.0f);
 }
 
 TEST(GameSettingsReload, OutsideChangeIsPickedUp) {
