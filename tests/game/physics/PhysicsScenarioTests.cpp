@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "game/Game.hpp"
 #include "game/physics/PhysicsRandom.hpp"
 #include "modules/planet/PlanetEnvironment.hpp"
 #include "tests/support/GlmChecks.hpp"

@@ -7,6 +7,7 @@
 
 #include <glm/gtc/matrix_transform.hpp>
 
+#include "game/Game.hpp"
 #include "game/physics/Collision.hpp"
 #include "game/physics/Rigidbody.hpp"
 #include "tests/support/GlmChecks.hpp"
