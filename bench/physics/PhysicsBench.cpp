@@ -19,6 +19,7 @@
 #include "game/entity/ServerSideEntity.hpp"
 #include "game/physics/EnvironmentInfo.hpp"
 #include "nerox/cpu/Profiler.hpp"
+#include "tests/support/PhysicsWorld.hpp"
 
 #if TESSARA_WITH_BULLET
 #include <btBulletDynamicsCommon.h>
@@ -58,53 +59,21 @@ Timing Measure(int steps, Step&& step)
     return timing;
 }
 
-/// Gravity and flat ground at y = 0, no air: the crates meet the ground and each other.
-void RegisterEnvironment()
-{
-    Game::_environmentFunctions[BenchEnvironment] = [](glm::dvec3 const& position, game::EnvironmentInfoFlags flags,
-                                                       double) {
-        game::physics::EnvironmentInfo info;
-        info.gravity = glm::dvec3(0.0, -9.81, 0.0);
-        if (flags & game::EnvironmentTerrain) {
-            info.altitude = position.y;
-            info.surfaceNormal = glm::dvec3(0.0, 1.0, 0.0);
-            info.terrain.depth = std::max(0.0, -position.y);
-        }
-        return info;
-    };
-}
-
-ServerSideEntity::Ptr MakeBody(glm::dvec3 const& position, glm::vec3 const& half, double mass, bool dynamic)
-{
-    ServerSideEntity::Ptr entity = game::entity::Create<ServerSideEntity>(nerox::modular::ModuleID(), "crate",
-                                                                           game::entity::Id());
-    entity->colliders["box"] = game::entity::ConvexMeshCollider::Box(-half, half);
-    entity->UpdateBoundingBox(true);
-    entity->mass = mass;
-    entity->position = position;
-    entity->isDynamic = dynamic;
-    entity->physicsEnabled = true;
-    entity->environmentId = BenchEnvironment;
-    entity->deleteFilesOnDestroy = false;
-    return entity;
-}
-
 /// crates unit boxes in a grid of side columns, layers high, spaced by gap.
-void BuildCrates(int count, int columns, double gap, double firstHeight)
+void BuildCrates(testsupport::PhysicsWorld& world, int count, int columns, double gap, double firstHeight)
 {
     for (int i = 0; i < count; ++i) {
         int const x = i % columns;
         int const z = (i / columns) % columns;
         int const layer = i / (columns * columns);
-        MakeBody(glm::dvec3((x - columns / 2) * gap, firstHeight + layer * gap, (z - columns / 2) * gap),
-                 glm::vec3(0.5f), 1.0, true);
+        world.AddBox({.position = glm::dvec3((x - columns / 2) * gap, firstHeight + layer * gap, (z - columns / 2) * gap)});
     }
 }
 
-Timing RunOurs(int steps)
+Timing RunOurs(testsupport::PhysicsWorld& world, int steps)
 {
     ServerSideEntity::DestroyAll();
-    BuildCrates(1000, 10, 1.5, 1.0);
+    BuildCrates(world, 1000, 10, 1.5, 1.0);
     Timing const timing = Measure(steps, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); });
     ServerSideEntity::DestroyAll();
     return timing;
@@ -162,7 +131,7 @@ void EvictCaches()
 
 /// Our step with count crates on the ground, 9 in 10 at rest; with cold set,
 /// every step starts with empty caches.
-Timing RunResting(int count, int steps, bool cold)
+Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool cold)
 {
     ServerSideEntity::DestroyAll();
     int const columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
@@ -170,8 +139,7 @@ Timing RunResting(int count, int steps, bool cold)
         int const x = i % columns, z = i / columns;
         bool const awake = i % 10 == 0;
         ServerSideEntity::Ptr crate =
-            MakeBody(glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0), glm::vec3(0.5f),
-                     1.0, true);
+            world.AddBox({.position = glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0)});
         crate->restTime = awake ? 0.0 : 2.0;
     }
     Timing timing;
@@ -197,13 +165,14 @@ int main(int argc, char** argv)
     int const steps = argc > 1 ? std::max(1, std::atoi(argv[1])) : 300;
     int const only = argc > 2 ? std::atoi(argv[2]) : 0;
     nerox::cpu::Profiler::enabled = false;
-    RegisterEnvironment();
+    // Gravity and flat ground at y = 0, no air: the crates meet the ground and each other.
+    testsupport::PhysicsWorld world(BenchEnvironment);
 
     if (only != 2) {
     std::printf("Scene 1: 1,000 unit crates dropped in a 10 x 10 x 10 grid onto flat ground, %d steps of 1/60 s\n"
                 "         (ours with %d substeps per step, Bullet with one)\n", steps, Substeps);
     std::printf("  %-10s %12s %12s\n", "engine", "mean ms", "worst ms");
-    Timing const ours = RunOurs(steps);
+    Timing const ours = RunOurs(world, steps);
     std::printf("  %-10s %12.3f %12.3f\n", "tessara", ours.mean, ours.worst);
 #if TESSARA_WITH_BULLET
     Timing const bullet = RunBullet(steps);
@@ -223,8 +192,8 @@ int main(int argc, char** argv)
                 "         of a server tick does\n", restingSteps);
     std::printf("  %-10s %-6s %12s %12s\n", "bodies", "caches", "mean ms", "worst ms");
     for (bool cold : {false, true}) {
-        Timing const small = RunResting(1000, restingSteps, cold);
-        Timing const large = RunResting(10000, restingSteps, cold);
+        Timing const small = RunResting(world, 1000, restingSteps, cold);
+        Timing const large = RunResting(world, 10000, restingSteps, cold);
         char const* const caches = cold ? "cold" : "warm";
         std::printf("  %-10d %-6s %12.3f %12.3f\n", 1000, caches, small.mean, small.worst);
         std::printf("  %-10d %-6s %12.3f %12.3f\n", 10000, caches, large.mean, large.worst);
