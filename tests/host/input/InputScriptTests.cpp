@@ -1,7 +1,6 @@
-// Input scripts of the host: reading the text (every event, comments, line ends,
-// errors with their line, times, the bounds of devices), playing it into a headless
-// window in time order, and the printed action stream. What a script reads as, its
-// errors and its replay are compared whole with transcripts under tests/data/input/.
+// Input scripts of the host: reading the text, playing it into a headless window in
+// time order, and the printed action stream. What a script reads as, its errors and
+// its replay are compared whole with transcripts under tests/data/input/.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -104,37 +103,32 @@ TEST(InputScriptErrors, CutOrDamagedTextGivesAnErrorOrAScript) {
             ErrorOf(text.substr(0, at) + replacement + text.substr(at + 1));
 }
 
-class InputPlayerTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        Game::window = &window;
-        Game::isActive.store(true);
-    }
-    void TearDown() override {
-        Game::_inputMode = 0;
-        Game::_mouseLook = false;
-        Game::isActive.store(false);
-        Game::window = nullptr;
-    }
-
-    /// What the window and the game show now: keys and buttons down, cursor, focus,
-    /// modes, and every device with its raw and mapped readings.
-    std::string State() {
+// Pass N applies, at N/60 s, in file order, the events whose time has come: what each
+// applying pass gives the window and the game. An early call gives nothing, a late one
+// catches up in order, and quit ends the game and frees the cursor.
+TEST(InputPlayer, ReplaysTheScriptIntoTheWindowAndTheGame) {
+    HeadlessWindow window{1280, 720};
+    Game::window = &window;
+    Game::isActive.store(true);
+    // What the window and the game show now: keys and buttons down, cursor, focus,
+    // modes, and every device with its raw and mapped readings.
+    auto State = [&window] {
         std::string text;
-        auto add = [&text](std::string const& part) { text += " " + part; };
+        char number[64];
+        auto add = [&text, &number](char const* format, double value) {
+            text += (std::snprintf(number, sizeof number, format, value), number);
+        };
         for (int key = GLFW_KEY_SPACE; key <= GLFW_KEY_LAST; ++key)
-            if (window.GetKey(key) == GLFW_PRESS) add("key" + std::to_string(key));
+            if (window.GetKey(key) == GLFW_PRESS) add(" key%g", key);
         for (int button = 0; button <= GLFW_MOUSE_BUTTON_LAST; ++button)
-            if (window.GetMouseButton(button) == GLFW_PRESS) add("mouse" + std::to_string(button));
+            if (window.GetMouseButton(button) == GLFW_PRESS) add(" mouse%g", button);
         double x = 0.0, y = 0.0;
         window.GetCursorPos(&x, &y);
-        char number[64];
-        std::snprintf(number, sizeof number, "cursor %g,%g", x, y);
-        add(number);
-        add(window.IsFocused() ? "focused" : "unfocused");
-        add(window.GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_DISABLED ? "captured" : "free");
-        add("mode " + std::to_string(Game::_inputMode) + (Game::_mouseLook ? " look" : "") +
-            (Game::isActive.load() ? "" : " quit"));
+        add(" cursor %g", x);
+        add(",%g", y);
+        text += std::string(window.IsFocused() ? " focused" : " unfocused") +
+                (window.GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_DISABLED ? " captured" : " free") + " mode " +
+                std::to_string(Game::_inputMode) + (Game::_mouseLook ? " look" : "") + (Game::isActive.load() ? "" : " quit");
         for (int id = 0; id <= GLFW_JOYSTICK_LAST; ++id) {
             if (!window.JoystickPresent(id)) continue;
             text += "\n  device " + std::to_string(id) + " '" + window.GetJoystickGUID(id) + "' '" +
@@ -143,27 +137,19 @@ protected:
             float const* axis = window.GetJoystickAxes(id, &axes);
             unsigned char const* button = window.GetJoystickButtons(id, &buttons);
             unsigned char const* hat = window.GetJoystickHats(id, &hats);
-            for (int i = 0; i < axes; ++i) add((std::snprintf(number, sizeof number, "%g", axis[i]), number));
-            std::string pressed;
-            for (int i = 0; i < buttons; ++i) pressed += static_cast<char>('0' + button[i]);
-            add("buttons " + pressed + " hats");
-            for (int i = 0; i < hats; ++i) add(std::to_string(hat[i]));
+            for (int i = 0; i < axes; ++i) add(" %g", axis[i]);
+            text += " buttons ";
+            for (int i = 0; i < buttons; ++i) text += static_cast<char>('0' + button[i]);
+            text += " hats";
+            for (int i = 0; i < hats; ++i) add(" %g", hat[i]);
             GLFWgamepadstate state{};
             if (!window.JoystickIsGamepad(id) || !window.GetGamepadState(id, &state)) continue;
-            add("mapped");
-            for (float value : state.axes) add((std::snprintf(number, sizeof number, "%g", value), number));
-            for (unsigned char pressed : state.buttons) add(std::to_string(pressed));
+            text += " mapped";
+            for (float value : state.axes) add(" %g", value);
+            for (unsigned char pressed : state.buttons) add(" %g", pressed);
         }
         return text;
-    }
-
-    HeadlessWindow window{1280, 720};
-};
-
-// Pass N applies, at N/60 s, in file order, the events whose time has come: what each
-// applying pass gives the window and the game. An early call gives nothing, a late one
-// catches up in order, and quit ends the game and frees the cursor.
-TEST_F(InputPlayerTest, ReplaysTheScriptIntoTheWindowAndTheGame) {
+    };
     int keyEvents = 0;
     window.onKey = [&keyEvents](int, int, int, int) { ++keyEvents; };
     InputPlayer player(InputScript::Load(testsupport::DataFile("input/replay.input")), window);
@@ -178,6 +164,10 @@ TEST_F(InputPlayerTest, ReplaysTheScriptIntoTheWindowAndTheGame) {
     }
     transcript += std::string(player.Finished() ? "finished" : "not finished") + (player.QuitApplied() ? ", quit\n" : "\n");
     EXPECT_EQ(keyEvents, 7); // the window's key callback saw every key event
+    Game::_inputMode = 0;
+    Game::_mouseLook = false;
+    Game::isActive.store(false);
+    Game::window = nullptr;
     testsupport::ExpectGolden(transcript, "input/replay.txt");
 }
 
