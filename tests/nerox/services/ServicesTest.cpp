@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -27,14 +28,12 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
     EXPECT_EQ(std::vector<int>({window->GetWidth(), window->GetHeight(), window->ShouldClose()}), std::vector<int>({320, 200, 0}));
     window->SetShouldClose(true);
     window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
-    EXPECT_TRUE(window->ShouldClose());
-    EXPECT_EQ(window->GetInputMode(GLFW_CURSOR), GLFW_CURSOR_HIDDEN);
+    EXPECT_TRUE(window->ShouldClose() && window->GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_HIDDEN);
     // Codes out of range and absent joysticks read as released and absent.
     int count = 7;
     EXPECT_EQ(std::vector<int>({window->GetKey(GLFW_KEY_A), window->GetKey(-1), window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1),
                                 window->JoystickPresent(GLFW_JOYSTICK_16)}), std::vector<int>(4, GLFW_RELEASE));
-    EXPECT_EQ(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count), nullptr);
-    EXPECT_EQ(count, 0);
+    EXPECT_TRUE(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count) == nullptr && count == 0);
     window->PollEvents();
     window.reset(); // the first closes before the second
     second->PollEvents();
@@ -59,11 +58,10 @@ TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOr
     window.TypeChar(0x263A);
     window.Scroll(1.0, -2.0);
     // Codes out of range read as released and are ignored when set.
-    for (int code : {-1, GLFW_KEY_LAST + 1}) {
-        window.SetKey(code, GLFW_PRESS);
-        window.SetMouseButton(code < 0 ? code : GLFW_MOUSE_BUTTON_LAST + 1, GLFW_PRESS);
-        EXPECT_EQ(window.GetKey(code), GLFW_RELEASE) << code;
-        EXPECT_EQ(window.GetMouseButton(code < 0 ? code : GLFW_MOUSE_BUTTON_LAST + 1), GLFW_RELEASE) << code;
+    for (auto const& [key, button] : {std::pair(-1, -1), std::pair(GLFW_KEY_LAST + 1, GLFW_MOUSE_BUTTON_LAST + 1)}) {
+        window.SetKey(key, GLFW_PRESS);
+        window.SetMouseButton(button, GLFW_PRESS);
+        EXPECT_TRUE(window.GetKey(key) == GLFW_RELEASE && window.GetMouseButton(button) == GLFW_RELEASE) << key;
     }
     EXPECT_EQ(events, (std::vector<std::string>{"key 87 1", "key 87 2", "key 87 0", "mouse 1 1", "char 9786 0", "scroll 1 -2"}));
     window.GetCursorPos(nullptr, nullptr); // null outputs are allowed
@@ -76,8 +74,7 @@ TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
     EXPECT_EQ(count, 0);
     GLFWgamepadstate state{};
     state.axes[0] = 0.25f;
-    EXPECT_FALSE(window.GetGamepadState(0, &state));
-    EXPECT_EQ(state.axes[0], 0.25f) << "state untouched";
+    EXPECT_TRUE(!window.GetGamepadState(0, &state) && state.axes[0] == 0.25f) << "state untouched";
     HeadlessWindow::Joystick pad;
     pad.axes = {0.0f, 0.0f, 0.0f, 0.0f};
     pad.buttons = {GLFW_RELEASE, GLFW_RELEASE};
@@ -90,7 +87,7 @@ TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
     window.ConnectJoystick(GLFW_JOYSTICK_LAST + 1, pad);
     EXPECT_FALSE(window.JoystickPresent(GLFW_JOYSTICK_LAST + 1));
     window.DisconnectJoystick(0);
-    window.DisconnectJoystick(0);
+    window.DisconnectJoystick(0); // already gone: nothing happens
     EXPECT_FALSE(window.JoystickPresent(0));
 }
 
@@ -119,17 +116,15 @@ TEST(Studio, EventHandlesShareOneInstanceAndAnEmptyOneIgnoresEveryCall) {
     auto state = event.GetState();
     EXPECT_TRUE(state.path == "event:/Ambience/Wind" && state.playing && state.volume == 0.3f);
     EXPECT_EQ(state.parameters.at("altitude"), 120.0f);
-    ASSERT_EQ(studio.GetEvents().size(), 1u);
-    EXPECT_TRUE(studio.GetEvents()[0].playing);
+    EXPECT_TRUE(studio.GetEvents().size() == 1 && studio.GetEvents()[0].playing);
     event.Stop();
     EXPECT_FALSE(copy.GetState().playing);
     Studio::Event empty;
-    EXPECT_FALSE(empty.IsValid());
     empty.Start();
     empty.SetParameter("x", 1.0f);
     empty.SetVolume(0.0f);
     empty.Stop();
-    EXPECT_FALSE(empty.GetState().playing);
+    EXPECT_FALSE(empty.IsValid() || empty.GetState().playing);
 }
 
 TEST(Studio, ConcurrentCallersAreSafe) {
