@@ -3,7 +3,6 @@
 #include "nerox/FPSCounter.hpp"
 #include "nerox/RandomGenerator.hpp"
 #include "nerox/String.hpp"
-#include "nerox/Timer.hpp"
 #include "nerox/input/InputCodes.hpp"
 #include "support/Golden.hpp"
 
@@ -112,23 +111,6 @@ TEST(RandomGeneratorTest, ValuesReachBothBoundsAndTheTopBitAndGeneratorsAreSeede
     EXPECT_NE(differ, 0u) << "two generators gave the same sequence";
 }
 
-// A reading right after Start may be below 0 by the rounding of the start,
-// kept as milliseconds since the epoch in a double (well under a microsecond).
-TEST(TimerTest, ElapsedIsInMillisecondsAndStartAgainRestartsTheCount) {
-    nerox::Timer timer;
-    timer.Start();
-    std::this_thread::sleep_for(20ms);
-    double const before = timer.GetElapsedMilliseconds();
-    EXPECT_GE(before, 18.0) << "20 ms read as about 20, not 0.02 nor 20000000";
-    timer.Start();
-    double const after = timer.GetElapsedMilliseconds();
-    EXPECT_LT(after, before);
-    EXPECT_GT(after, -0.001);
-    EXPECT_TRUE(timer.IsRunning());
-    timer.Stop();
-    EXPECT_FALSE(timer.IsRunning());
-}
-
 /// Runs 2 ms passes until the counter shows what is waited for (at most 5000
 /// passes), calling WorkDone the given number of times before and after the pause.
 void RunUntil(nerox::FPSCounter& counter, int before, int after, bool (*shows)(nerox::FPSCounter const&)) {
@@ -156,6 +138,7 @@ TEST(FPSCounterTest, DeltaRateAndLoadFollowThePassesAndWorkDone) {
     counter.Tick();
     EXPECT_EQ(counter.GetDeltaTime() + counter.GetRate(), 0.0) << "no previous pass, no window closed yet";
     EXPECT_EQ(counter.GetLoad(), 1.0);
+    std::this_thread::sleep_for(2ms); // like every pass of RunUntil, for the bound on the rate below
     RunUntil(counter, 1, 0, [](nerox::FPSCounter const& c) { return c.GetLoad() < 1.0; });
     EXPECT_LT(counter.GetLoad(), 1.0) << "an idle loop never showed a load below 1";
     // Every pass lasts at least 2 ms: the delta is in seconds, and at most 500 passes fit in a second.

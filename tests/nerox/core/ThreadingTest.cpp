@@ -149,10 +149,24 @@ TEST_F(ProfilerTest, ThreadsKeepTheirOwnPathsAndNamesWhileReadersVisit) {
     EXPECT_EQ(anonymous.find_first_not_of("0123456789", 4), std::string::npos) << anonymous;
 }
 
-// Three threads queue jobs at once while this one watches the pool.
-TEST(ThreadPoolTest, PromisesFromSeveralThreadsDeliverResultsAndExceptions) {
-    ThreadPool<> pool("Compute");
-    pool.RunThreads(3);
+// Three threads queue jobs at once while this one watches the pool. Only new
+// threads run the init function; they take the pool's name, cut to 15 characters.
+TEST(ThreadPoolTest, ThreadsStartShrinkAndGrowAndDeliverPromisesQueuedFromSeveralThreads) {
+    ThreadPool<> pool("AVeryLongPoolNameIndeed");
+    std::future<int> waiting = pool.Promise([] { return 3; });
+    EXPECT_EQ(waiting.wait_for(10ms), std::future_status::timeout) << "a job ran without threads";
+    std::mutex mutex;
+    std::vector<std::string> names;
+    auto const init = [&] {
+        std::lock_guard guard(mutex);
+        names.push_back(ThreadName());
+    };
+    pool.RunThreads(4, init);
+    EXPECT_EQ(waiting.get(), 3);
+    pool.RunThreads(1);
+    EXPECT_EQ(pool.GetThreadCount(), 1u);
+    EXPECT_EQ(pool.Promise([] { return 9; }).get(), 9);
+    pool.RunThreads(3, init);
     std::atomic<long> sum{0};
     Concurrently(3, [&](int t) {
         std::vector<std::future<long>> futures;
@@ -175,6 +189,9 @@ TEST(ThreadPoolTest, PromisesFromSeveralThreadsDeliverResultsAndExceptions) {
         EXPECT_STREQ(error.what(), "bad input");
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the future holds the exception, nothing to report";
+    EXPECT_EQ(names, std::vector<std::string>(6, "AVeryLongPoolNa"));
+    pool.RunThreads(1);
+    EXPECT_EQ(pool.Promise([] { return 4; }).get(), 4) << "a pool runs again after Shutdown";
 }
 
 TEST(ThreadPoolTest, ShutdownLetsTheRunningJobEndAndDropsQueuedJobs) {
@@ -201,29 +218,6 @@ TEST(ThreadPoolTest, ShutdownLetsTheRunningJobEndAndDropsQueuedJobs) {
     EXPECT_EQ(pool.GetQueueSize() + pool.GetThreadCount(), 0u);
     // A dropped job's future reports a broken promise, the only error get() can give here.
     for (auto& future : queued) EXPECT_THROW(future.get(), std::future_error);
-}
-
-TEST(ThreadPoolTest, RunThreadsStartsShrinksAndGrowsAndNamesNewThreads) {
-    ThreadPool<> pool("AVeryLongPoolNameIndeed");
-    std::future<int> waiting = pool.Promise([] { return 3; });
-    EXPECT_EQ(waiting.wait_for(10ms), std::future_status::timeout) << "a job ran without threads";
-    std::mutex mutex;
-    std::vector<std::string> names;
-    auto const init = [&] {
-        std::lock_guard guard(mutex);
-        names.push_back(ThreadName());
-    };
-    pool.RunThreads(4, init);
-    EXPECT_EQ(waiting.get(), 3);
-    pool.RunThreads(1);
-    EXPECT_EQ(pool.GetThreadCount(), 1u);
-    EXPECT_EQ(pool.Promise([] { return 9; }).get(), 9);
-    pool.RunThreads(3, init);
-    EXPECT_EQ(pool.GetThreadCount(), 3u);
-    pool.Shutdown(); // joins, so every init function has run
-    EXPECT_EQ(names, std::vector<std::string>(6, "AVeryLongPoolNa")) << "new threads only, names cut to 15";
-    pool.RunThreads(1);
-    EXPECT_EQ(pool.Promise([] { return 4; }).get(), 4) << "a pool runs again after Shutdown";
 }
 
 // The report texts are what users see.
