@@ -6,6 +6,7 @@
 #include "nerox/graphics/Texture.hpp"
 #include "nerox/renderer/NeroxRenderer.hpp"
 #include "nerox/vk/Renderpass.hpp"
+#include "support/Golden.hpp"
 #include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
@@ -119,18 +120,13 @@ TEST_F(Renderer, OneFrameRunsEveryStageInItsOrder) {
     renderer->StartRendering();
     EXPECT_FALSE(renderer->HasSwapchain()) << "a headless window renders offscreen";
     renderer->Frame();
-    std::vector<std::string> const expected = {
-        "BeginFrame",          "FrameInit",          "FrameCollectGarbage", "FrameUpdateUi",
-        "FrameBeforeUpdate",   "FrameUpdate",        "FrameAfterUpdate",    "FrameUpdateDescriptorSets",
-        "FrameBeforeRender",   "FramePushCommands",  "FrameBuildCommands",  "FrameRenderCommands",
-        "FrameAfterRender",    "FrameResolveCommands", "FrameBeforePost",   "FrameBlitCommands",
-        "FramePostCommands",   "FrameOverlayCommands", "EndFrame"};
-    EXPECT_EQ(renderer->stages, expected);
+    std::string order;
+    for (std::string const& stage : renderer->stages) order += stage + "\n";
+    testsupport::ExpectGolden(order, "nerox/renderer/frame_stages.txt");
     EXPECT_EQ(renderer->FrameIndex(), 1u) << "counted anew after a restart";
     EXPECT_EQ(renderer->CurrentCommandBuffer(), VK_NULL_HANDLE) << "no command buffer between frames";
     for (int i = 0; i < 4; ++i) renderer->Frame();
-    EXPECT_EQ(renderer->stages.size(), 5 * expected.size()) << "frames in flight are reused";
-    EXPECT_EQ(renderer->FrameIndex(), 5u);
+    EXPECT_TRUE(renderer->stages.size() == 5 * 19 && renderer->FrameIndex() == 5u) << "frames in flight are reused";
 }
 
 TEST_F(Renderer, TheOutputFollowsTheWindowsSizeAndAScreenshotDecodesToTheRenderedPixels) {
@@ -185,7 +181,7 @@ TEST_F(Renderer, AStageThatThrowsEndsItsFrameAndTheNextOneRuns) {
 }
 
 TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsNothing) {
-    std::vector<uint8_t> pixels = {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 9, 9, 9, 128};
+    std::vector<uint8_t> pixels(2 * 2 * 4, 9);
     ASSERT_TRUE(Texture::SaveFile(dir.File("texture.png"), 2, 2, 4, false, pixels.data(), 90));
     EXPECT_EQ(renderer->AddTexture(TextureRef(dir.File("texture.png"))), 0u);
     auto const texture = std::dynamic_pointer_cast<ImageTexture>(renderer->GetTexture(0));
