@@ -3,6 +3,7 @@
 #include "game/input/Controller.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <cmath>
 
 #include <imgui.h>
@@ -206,26 +207,24 @@ enum class Pad { None, Any, AnyTrigger, Avatar, AvatarTrigger, AvatarJoystick, V
 enum class PadDevice { Gamepad, JoystickOnly, Steering };
 
 struct PadRule {
-    int mode;          ///< The input mode it counts in; -1 for all.
+    int mode;          ///< The input mode it counts in; -1 for all; 0 for none.
     bool unsignedAxis; ///< Axes read as 0 to 1 (double actions only).
     PadDevice device;
 };
 
-constexpr PadRule RuleOf(Pad pad)
-{
-    switch (pad) {
-    case Pad::Any: return {-1, false, PadDevice::Gamepad};
-    case Pad::AnyTrigger: return {-1, true, PadDevice::Gamepad};
-    case Pad::Avatar: return {1, false, PadDevice::Gamepad};
-    case Pad::AvatarTrigger: return {1, true, PadDevice::Gamepad};
-    case Pad::AvatarJoystick: return {1, false, PadDevice::JoystickOnly};
-    case Pad::Vehicle: return {2, false, PadDevice::Gamepad};
-    case Pad::VehicleTrigger: return {2, true, PadDevice::Gamepad};
-    case Pad::VehicleSteer: return {2, false, PadDevice::Steering};
-    case Pad::None: break;
-    }
-    return {-1, false, PadDevice::JoystickOnly};
-}
+/// The rule of each Pad, in the enum's order.
+constexpr PadRule PadRules[] = {
+    {0, false, PadDevice::JoystickOnly}, // None: the gamepad and joystick do not count
+    {-1, false, PadDevice::Gamepad},     // Any
+    {-1, true, PadDevice::Gamepad},      // AnyTrigger
+    {1, false, PadDevice::Gamepad},      // Avatar
+    {1, true, PadDevice::Gamepad},       // AvatarTrigger
+    {1, false, PadDevice::JoystickOnly}, // AvatarJoystick
+    {2, false, PadDevice::Gamepad},      // Vehicle
+    {2, true, PadDevice::Gamepad},       // VehicleTrigger
+    {2, false, PadDevice::Steering},     // VehicleSteer
+};
+static_assert(std::size(PadRules) == static_cast<size_t>(Pad::VehicleSteer) + 1);
 
 /// One action of the record with its binding and rules; exactly one of flag
 /// and amount is set.
@@ -325,8 +324,8 @@ void Controller::InputUpdate(double deltaTime)
                 continue;
             InputBinding const& binding = s.*row.binding;
             bool const keys = row.keys == Keys::Inventory ? inventoryKeys : row.keys == Keys::Play && playKeys;
-            PadRule const pad = RuleOf(row.pad);
-            bool const padded = row.pad != Pad::None && (pad.mode < 0 || pad.mode == Game::_inputMode);
+            PadRule const pad = PadRules[static_cast<size_t>(row.pad)];
+            bool const padded = pad.mode < 0 || (pad.mode != 0 && pad.mode == Game::_inputMode);
             bool const withGamepad = pad.device == PadDevice::Gamepad ||
                                      (pad.device == PadDevice::Steering && !vehicleGamepadLookMode);
             std::shared_ptr<Joystick> const& device = withGamepad ? gamepad : NoJoystick;
