@@ -149,14 +149,7 @@ constexpr uint32_t Rgba(uint32_t r, uint32_t g, uint32_t b, uint32_t a = 255) { 
 uint32_t Channel(uint32_t texel, int channel) { return (texel >> (8 * channel)) & 0xFF; }
 VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) { return VkClearColorValue{{r, g, b, a}}; }
 
-RenderpassOptions ClearThenCopy()
-{
-    RenderpassOptions options;
-    options.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
-    options.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
-    options.finalLayout = VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL;
-    return options;
-}
+RenderpassOptions const ClearThenCopy{VK_ATTACHMENT_LOAD_OP_CLEAR, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL};
 
 // In a W x H target the triangle covers the pixels whose centres lie inside
 // (W/4, H/4), (3W/4, H/4), (W/2, 3H/4): the apex points down the image.
@@ -172,9 +165,9 @@ protected:
                                uint32_t width = 64, uint32_t height = 64, VkFormat format = VK_FORMAT_R8G8B8A8_UNORM)
     {
         Image image(Dev(), width, height, format, TargetUsage, "target");
-        auto firstPass = std::make_unique<Renderpass>(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 64, 64, TargetUsage, ClearThenCopy());
+        auto firstPass = std::make_unique<Renderpass>(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 64, 64, TargetUsage, ClearThenCopy);
         GraphicsPipeline pipeline(Dev(), layout, *firstPass, Triangle, options);
-        Renderpass pass(Dev(), format, width, height, TargetUsage, ClearThenCopy());
+        Renderpass pass(Dev(), format, width, height, TargetUsage, ClearThenCopy);
         if (width != 64 || format != VK_FORMAT_R8G8B8A8_UNORM) {
             firstPass.reset();
             pipeline.RefreshViewport(pass);
@@ -234,7 +227,7 @@ TEST_F(VkPipelines, AlphaBlendingIsOnByDefaultAndCanBeTurnedOff) {
 TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
     Image a(Dev(), 16, 16, VK_FORMAT_R8G8B8A8_UNORM, TargetUsage, "a");
     Image b(Dev(), 16, 16, VK_FORMAT_R8G8B8A8_UNORM, TargetUsage, "b");
-    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 16, 16, TargetUsage, ClearThenCopy());
+    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 16, 16, TargetUsage, ClearThenCopy);
     auto drawInto = [&](std::vector<VkImageView> const& views) {
         return CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
             for (VkImageView view : views) pass.Begin(commands, view), pass.End(commands);
@@ -250,9 +243,7 @@ TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
 }
 
 TEST_F(VkPipelines, LoadingATargetOfUndefinedLayoutIsRefused) {
-    RenderpassOptions options;
-    options.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED; // with the default LOAD
-    options.name = "undefined load";
+    RenderpassOptions options{VK_ATTACHMENT_LOAD_OP_LOAD, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_GENERAL, "undefined load"};
     auto const make = [&] { Renderpass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, options); };
     EXPECT_EQ(Thrown<std::invalid_argument>(make),
               "Renderpass undefined load: loading a target in the undefined layout; clear it or give its layout");
@@ -266,7 +257,7 @@ TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
     testsupport::TempDir dir;
     std::string const vert = std::string(Triangle) + ".vert.spv";
     std::filesystem::copy_file(vert, dir.File("lonely.vert.spv")); // a vertex stage alone is not enough
-    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, ClearThenCopy());
+    Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, ClearThenCopy);
     auto const build = [&](std::string const& path) { return Thrown([&] { GraphicsPipeline(Dev(), layout, pass, path); }); };
     EXPECT_EQ(build("shaders/no_such_shader"), "Cannot load shader shaders/no_such_shader.vert.spv: no such file");
     EXPECT_EQ(build(dir.File("lonely")), "Cannot load shader " + dir.File("lonely.frag.spv") + ": no such file");
