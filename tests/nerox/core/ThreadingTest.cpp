@@ -2,6 +2,7 @@
 #include "nerox/cpu/Profiler.hpp"
 #include "nerox/cpu/ThreadPool.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -182,12 +183,7 @@ TEST(ThreadPoolTest, ThreadsStartShrinkAndGrowAndDeliverPromisesQueuedFromSevera
     // thread sanitizer cannot see its reference count inside the standard library).
     failing.wait();
     pool.Shutdown();
-    try {
-        failing.get();
-        ADD_FAILURE() << "the job's exception did not reach the future";
-    } catch (std::runtime_error const& error) {
-        EXPECT_STREQ(error.what(), "bad input");
-    }
+    EXPECT_THAT([&] { failing.get(); }, testing::ThrowsMessage<std::runtime_error>(testing::StrEq("bad input")));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the future holds the exception, nothing to report";
     EXPECT_EQ(names, std::vector<std::string>(6, "AVeryLongPoolNa"));
     pool.RunThreads(1);

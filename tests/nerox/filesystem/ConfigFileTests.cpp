@@ -72,14 +72,10 @@ std::string Read(std::string const& path, std::string const& section, std::strin
 /// Reads a key of values.ini with the type its section is named after.
 std::string ReadAsSectionType(std::string const& path, std::string const& section, std::string const& key)
 {
-    if (section == "bool")
-        return Read(path, section, key, true, false);
-    if (section == "int32")
-        return Read<int32_t>(path, section, key, 12345, -12345);
-    if (section == "float")
-        return Read(path, section, key, -1.25f, 3.5f);
-    if (section == "string")
-        return Read<std::string>(path, section, key, "#a", "#b");
+    if (section == "bool") return Read(path, section, key, true, false);
+    if (section == "int32") return Read<int32_t>(path, section, key, 12345, -12345);
+    if (section == "float") return Read(path, section, key, -1.25f, 3.5f);
+    if (section == "string") return Read<std::string>(path, section, key, "#a", "#b");
     return Read(path, section, key, InputBinding{.key = 12345}, InputBinding{});
 }
 
@@ -105,17 +101,14 @@ std::vector<RewriteCase> const RewriteCases = {
 };
 
 /// A config file that reads one value when it reloads.
-class WatchedConfig : public ConfigFile {
-public:
-    WatchedConfig(std::string const& path, std::optional<int> interval) : ConfigFile(path, interval) {}
+struct WatchedConfig : ConfigFile {
+    using ConfigFile::ConfigFile;
     ~WatchedConfig() override { StopAutoReloadThread(); }
-
     void ReadConfig() override
     {
         std::vector<Conf> entries = {Conf(this, "value", value)};
         ReadFromINI("main", entries, false);
     }
-
     int32_t value = 0;
 };
 

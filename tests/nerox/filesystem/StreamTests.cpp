@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/Bytes.hpp"
@@ -26,6 +27,8 @@ using testsupport::Bytes;
 using testsupport::ReadBytes;
 using testsupport::TempDir;
 using testsupport::WriteBytes;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 
 namespace {
 
@@ -137,12 +140,7 @@ TEST(StreamRoundTrip, StreamsWriteWhatRemainsToBeRead)
 TEST(StreamErrors, ReadsPastTheEndCorruptLengthsAndWrongDirectionsAreRefused)
 {
     ReadOnlyStream in(Bytes{1, 2});
-    try {
-        Get<uint32_t>(in);
-        FAIL() << "no exception";
-    } catch (std::runtime_error const& error) {
-        EXPECT_NE(std::string(error.what()).find("read past the end"), std::string::npos) << error.what();
-    }
+    EXPECT_THAT([&] { Get<uint32_t>(in); }, ThrowsMessage<std::runtime_error>(HasSubstr("read past the end")));
     EXPECT_THROW(in.Skip(3), std::runtime_error);
     in.Skip(2);
     EXPECT_TRUE(in.AtEnd());
@@ -226,12 +224,8 @@ TEST(BinaryFileStreamTest, OpeningFailuresAndWrongDirections)
 {
     TempDir dir;
     std::string const missing = dir.File("no_such_file.bin");
-    try {
-        BinaryFileStream stream(missing, 1024, BinaryFileStream::ReadOnly);
-        FAIL() << "no exception";
-    } catch (std::runtime_error const& error) {
-        EXPECT_NE(std::string(error.what()).find(missing), std::string::npos) << error.what();
-    }
+    EXPECT_THAT([&] { BinaryFileStream(missing, 1024, BinaryFileStream::ReadOnly); },
+                ThrowsMessage<std::runtime_error>(HasSubstr(missing)));
     std::filesystem::create_directories(dir.File("folder"));
     EXPECT_THROW(BinaryFileStream(dir.File("no_folder/file.bin"), 1024, BinaryFileStream::ReadWrite),
                  std::runtime_error);
