@@ -75,6 +75,7 @@ protected:
         }
         renderer->StartRendering();
     }
+    static void TearDownTestSuite() { renderer.reset(); } // before the program's statics go
     void TearDown() override {
         renderer->StopRendering();
         renderer->ClearTextures();
@@ -104,12 +105,6 @@ public:
     inline static auto window = std::make_unique<nerox::graphics::HeadlessWindow>(64, 48);
     inline static std::unique_ptr<RecordingRenderer> renderer;
 };
-
-/// Lets the renderer go before the program's statics do.
-struct RendererRelease : ::testing::Environment {
-    void TearDown() override { Renderer::renderer.reset(); }
-};
-::testing::Environment* const rendererRelease = ::testing::AddGlobalTestEnvironment(new RendererRelease);
 
 TEST_F(Renderer, OneFrameRunsEveryStageInItsOrder) {
     renderer->Frame();

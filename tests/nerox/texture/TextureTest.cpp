@@ -80,8 +80,8 @@ TEST(Upscalers, OnlyWhatRunsIsListed) {
     using nerox::renderer::Upscaler;
     EXPECT_EQ(Upscaler::GetAlgoEnumFromStr("FSR2"), UPSCALE_ALGO::NONE) << "unknown names fall back";
     EXPECT_STREQ(Upscaler::GetAlgoStrFromEnum(static_cast<UPSCALE_ALGO>(42)), "NONE");
-    EXPECT_FALSE(Upscaler::IsTemporal(UPSCALE_ALGO::NONE) || Upscaler::IsSupported(static_cast<UPSCALE_ALGO>(42)));
-    EXPECT_TRUE(Upscaler::IsSupported(UPSCALE_ALGO::NONE));
+    EXPECT_TRUE(!Upscaler::IsTemporal(UPSCALE_ALGO::NONE) && !Upscaler::IsSupported(static_cast<UPSCALE_ALGO>(42)) &&
+                Upscaler::IsSupported(UPSCALE_ALGO::NONE));
     EXPECT_EQ(Upscaler::SupportedAlgorithms(), std::vector<UPSCALE_ALGO>{UPSCALE_ALGO::NONE});
 }
 
