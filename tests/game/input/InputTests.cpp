@@ -319,34 +319,18 @@ TEST_F(ControllerTest, DearImGuiKeepsTheKeyboardButNotEscapeOrChat) {
     testsupport::ExpectGolden(transcript, "input/controller_imgui.txt");
 }
 
-// Per pass, of a double action and an on/off one: value, pressed, released and delta.
-TEST_F(ControllerTest, HeldKeyRisesOncePassesAndFalls) {
-    Game::_inputMode = 1;
-    std::string seen;
-    for (bool down : {true, true, false, false}) {
-        Key(GLFW_KEY_W, down);
-        Key(GLFW_KEY_R, down);
-        Pass();
-        char pass[64];
-        std::snprintf(pass, sizeof pass, "%g %d %d %+g, %d %d %d %+d; ", Controller::GetAvatarTranslateForward(),
-                      Controller::GetAvatarTranslateForward_Pressed(), Controller::GetAvatarTranslateForward_Released(),
-                      Controller::GetAvatarTranslateForward_Delta(), Controller::GetSit(), Controller::GetSit_Pressed(),
-                      Controller::GetSit_Released(), Controller::GetSit_Delta());
-        seen += pass;
-    }
-    EXPECT_EQ(seen, "1 1 0 +1, 1 1 0 +1; 1 0 0 +0, 1 0 0 +0; 0 0 1 -1, 0 0 1 -1; 0 0 0 +0, 0 0 0 +0; ");
-}
-
 // In play, one pass per word, the key down (D) or up (U), then a sleep of the
 // milliseconds after the letter: what the poll says after each pass. A press of fewer
 // than three passes is a tap, however far apart the passes, unless longer than the
 // limit. Holding fires once, after three passes of holding and the time, slow passes
 // first. Hold-or-toggle: true on a press, and again on the release of a long press.
+// The edges of an on/off and a double action, as a hex digit: pressed 1, released 2,
+// a rising delta 4, a falling one 8.
 TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
     struct Case {
         int key;
         char const* passes;
-        std::function<bool()> poll;
+        std::function<int()> poll;
         char const* seen;
     };
     Case const cases[] = {
@@ -355,6 +339,10 @@ TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
         {GLFW_KEY_F, "D20 D20 D5 D5 D5 D5 D5 D5 D5 D5 D5 D5 D U", [] { return Controller::GetAvatarInteract_Hold(30, 0); },
          "00001000000000"},
         {GLFW_KEY_C, "D U D15 D15 D15 D15 D U", [] { return Controller::GetAvatarToolConfigure_HoldOrToggle(40); }, "10100001"},
+        {GLFW_KEY_R, "D D U U", [] { return Controller::GetSit_Pressed() + 2 * Controller::GetSit_Released() +
+                                            4 * (Controller::GetSit_Delta() > 0) + 8 * (Controller::GetSit_Delta() < 0); }, "50a0"},
+        {GLFW_KEY_W, "D D U U", [] { return Controller::GetAvatarTranslateForward_Pressed() + 2 * Controller::GetAvatarTranslateForward_Released() +
+                                            4 * (Controller::GetAvatarTranslateForward_Delta() > 0) + 8 * (Controller::GetAvatarTranslateForward_Delta() < 0); }, "50a0"},
     };
     Game::_inputMode = 1;
     for (Case const& c : cases) {
@@ -363,7 +351,7 @@ TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
         for (std::string word; words >> word;) {
             Key(c.key, word[0] == 'D');
             Pass();
-            seen += c.poll() ? '1' : '0';
+            seen += "0123456789abcdef"[c.poll()];
             std::this_thread::sleep_for(std::chrono::milliseconds(word.size() > 1 ? std::stoi(word.substr(1)) : 0));
         }
         EXPECT_EQ(seen, c.seen) << c.passes;
