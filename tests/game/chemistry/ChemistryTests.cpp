@@ -133,19 +133,18 @@ TEST(FormulaParsing, TableOfFormulas) {
     EXPECT_EQ(Molecule(std::string(200000, 'H')).composition, Composition(200000, Entry{1, 1}));
 }
 
+// Table rows and symbols of one or two letters are not remembered; three-letter
+// symbols, formulas and bad names (as empty) are. The table is consulted before the
+// parser: a row under a name the parser would reject is taken as it stands.
 TEST(MoleculeMemory, TableRowsAndShortSymbolsAreNotRememberedOthersAre) {
     size_t const before = Molecule::molecules.size();
     EXPECT_EQ(Text(Molecule("H2").composition) + " " + Text(Molecule("Kr").composition) + " " +
                   Text(Molecule("_").composition), "1:2 36:1 0:1");
     EXPECT_EQ(Molecule::molecules.size(), before);
-    // Three-letter symbols, formulas and bad names (as empty) are parsed once and remembered.
     for (std::string name : {"Uuo", "CH3OH", "H2Zz", "", "h2o"}) {
         std::string const composition = Text(Molecule(name).composition);
-        ASSERT_EQ(Molecule::molecules.count(name), 1u) << name;
         EXPECT_EQ(Text(Molecule::molecules.at(name).composition), composition) << name;
     }
-    // The table is consulted before the parser: a row under a name the parser would
-    // reject is taken as it stands.
     Molecule::molecules.insert_or_assign("Zq7", Molecule::molecules.at("C5H12"));
     EXPECT_EQ(Text(Molecule("Zq7").composition), "6:5 1:12");
 }
