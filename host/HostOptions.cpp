@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 #include <sstream>
+#include <string_view>
 
 namespace host {
 
@@ -42,6 +43,8 @@ bool WholeAtLeast(std::string const& text, long long least, long long& out) {
     return ParseNumber(text, out) && out >= least;
 }
 
+constexpr std::string_view FileNameNeeded = "a file name";
+
 bool FileName(std::string const& text, std::string& out) {
     out = text;
     return !text.empty();
@@ -65,7 +68,7 @@ bool AddModuleEverywhere(HostOptions& o, std::string const& name, std::string& e
 // One command-line option: its name, the name of its value (none for a switch),
 // its lines of help, what a refused value needs, and what it does. apply returns
 // false with error set, or with error empty for the message made from `needs`:
-// "OPTION needs NEEDS, not 'VALUE'".
+// "OPTION needs NEEDS, not 'VALUE'" ("OPTION needs a file name" for file names).
 struct Option {
     char const* name;
     char const* value;
@@ -265,9 +268,11 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
         }
         std::string message;
         if (!option->apply(options, text, message)) {
+            // A file name is refused only when empty: there is no value to show.
+            bool const fileName = std::string_view(option->needs ? option->needs : "") == FileNameNeeded;
             error.message = !message.empty() ? message
-                            : text.empty()    ? argument + " needs " + option->needs
-                                              : argument + " needs " + option->needs + ", not '" + text + "'";
+                            : fileName       ? argument + " needs " + option->needs
+                                             : argument + " needs " + option->needs + ", not '" + text + "'";
             return std::nullopt;
         }
     }
