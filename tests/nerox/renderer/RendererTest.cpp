@@ -27,14 +27,12 @@ using nerox::graphics::Texture;
 using nerox::graphics::TextureRef;
 using Entries = std::vector<std::tuple<TextureRef, VkSampler>>;
 
-/// The message of the std::runtime_error that f throws; "no exception" when it throws none.
 template <class F>
 std::string Thrown(F&& f) {
     try { f(); } catch (std::runtime_error const& error) { return error.what(); }
     return "no exception";
 }
 
-/// Records the stages it runs, in order.
 class RecordingRenderer : public nerox::renderer::NeroxRenderer {
 public:
     using NeroxRenderer::NeroxRenderer;

@@ -76,8 +76,8 @@ TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
     state.axes[0] = 0.25f;
     EXPECT_TRUE(!window.GetGamepadState(0, &state) && state.axes[0] == 0.25f) << "state untouched";
     HeadlessWindow::Joystick pad;
-    pad.axes = {0.0f, 0.0f, 0.0f, 0.0f};
-    pad.buttons = {GLFW_RELEASE, GLFW_RELEASE};
+    pad.axes.resize(4);
+    pad.buttons.resize(2);
     window.ConnectJoystick(0, pad);
     EXPECT_FALSE(window.GetGamepadState(0, &state)) << "no mapping, no gamepad state";
     window.SetJoystickAxis(0, 4, 1.0f); // beyond the four axes

@@ -22,7 +22,6 @@ namespace {
 
 using namespace nerox::vk;
 
-/// The message of the exception of type E that f throws; "no exception" when it throws none.
 template <class E = std::runtime_error, class F>
 std::string Thrown(F&& f)
 {
@@ -144,7 +143,6 @@ TEST_F(VkBuffersDeathTest, IndexAndCountAreChecked) {
 constexpr char const* Triangle = "shaders/triangle"; // relative to the tests' working folder
 constexpr VkImageUsageFlags TargetUsage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT;
 
-/// R8G8B8A8 texel of the bytes r, g, b, a.
 constexpr uint32_t Rgba(uint32_t r, uint32_t g, uint32_t b, uint32_t a = 255) { return r | g << 8 | b << 16 | a << 24; }
 uint32_t Channel(uint32_t texel, int channel) { return (texel >> (8 * channel)) & 0xFF; }
 VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) { return VkClearColorValue{{r, g, b, a}}; }
