@@ -11,7 +11,6 @@
 #include <imgui.h>
 #include <imgui_internal.h>
 
-#include <chrono>
 #include <functional>
 #include <map>
 #include <stdexcept>
@@ -115,58 +114,21 @@ TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndCl
                   (Events{"SERVER_Mod:Server_BeforeUpdate(0.25 in ServerUpdate/ForEachModule::Server_BeforeUpdate)",
                           "SERVER_Mod:Server_GameUpdate(0.25 in ServerUpdate/ForEachModule::Server_AfterUpdate)"}));
         std::map<std::string, uint64_t> counts;
-        nerox::cpu::Profiler::ForEach([&](std::string const&, std::string const& path,
-                                          nerox::cpu::Profiler::Profile const& p) { counts[path] += p.count; });
-        for (char const* scope : {"", "/ForEachModule::Server_BeforeUpdate", "/ForEachEntity::BeforeUpdate",
-                                  "/ForEachEntity::Update", "/ForEachEntity::AfterUpdate",
-                                  "/ForEachModule::Server_AfterUpdate"})
+        nerox::cpu::Profiler::ForEach([&](std::string const&, std::string const& path, auto const& p) { counts[path] += p.count; });
+        for (char const* scope : {"", "/ForEachModule::Server_BeforeUpdate", "/ForEachEntity::BeforeUpdate", "/ForEachEntity::Update",
+                                  "/ForEachEntity::AfterUpdate", "/ForEachModule::Server_AfterUpdate"})
             EXPECT_EQ(counts[std::string("ServerUpdate") + scope], 1u) << scope;
     }
 }
 
 TEST_F(ServerTickTest, TimestampFollowsTheClockPlusOffsetOnlyWhileTimeIsActive) {
-    auto const now = [] { return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count(); };
-    Game::timeOffset = 1000.0;
-    double const before = now();
+    Game::timeOffset = 1e9;
     Game::ServerUpdate(0.1, 1);
-    EXPECT_GE(Game::timestamp, before + 1000.0 - 1e-3);
-    EXPECT_LE(Game::timestamp, now() + 1000.0 + 1e-3);
+    EXPECT_GT(Game::timestamp, 1e9 + 1.7e9);
     Game::timeActive = false;
     double const frozen = Game::timestamp;
     Game::ServerUpdate(0.1, 1);
     EXPECT_EQ(Game::timestamp, frozen);
-}
-
-TEST_F(ServerTickTest, AHookExceptionLeavesTheTickAndReleasesTheModuleLockAndTheScopes) {
-    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
-    recorder::ThrowIn("Server_BeforeUpdate");
-    EXPECT_THROW(Game::ServerUpdate(0.1, 1), std::runtime_error);
-    SERVER_Mod::UnloadModule(recorderName); // needs the exclusive lock
-    EXPECT_EQ(SERVER_Mod::Count(), 0u);
-    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
-    Game::ServerUpdate(0.1, 1); // nests from the top again
-    EXPECT_EQ(EventsWith("SERVER_Mod:").front(),
-              "SERVER_Mod:Server_BeforeUpdate(0.1 in ServerUpdate/ForEachModule::Server_BeforeUpdate)");
-}
-
-TEST_F(ServerTickTest, ServerTicksRunAlongsideClientPasses) {
-    ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
-    ASSERT_TRUE(LoadRecorder());
-    SortUpdateList();
-    std::atomic<bool> serverDone{false};
-    std::thread server([&] {
-        for (int i = 0; i < 200; ++i) Game::ServerUpdate(0.01, 1);
-        serverDone = true;
-    });
-    int passes = 0;
-    for (; !serverDone || passes < 10; ++passes) {
-        Game::Synchronize([] {});
-        Game::Update(0.0);
-        Game::ClientUpdate();
-    }
-    server.join();
-    EXPECT_EQ(EventsWith("SERVER_Mod:Server_GameUpdate").size(), 200u);
-    EXPECT_EQ(EventsWith("GAME_Mod:Game_ClientUpdate").size(), static_cast<size_t>(passes));
 }
 
 using LifecycleTest = GameTest;
@@ -184,9 +146,8 @@ TEST_F(LifecycleTest, ARunLoadsTheContentModulesAfterGameStartAndCanBeRepeated) 
         EXPECT_EQ(TESSARA_Mod::Count(), 1u);
         Game::Ready();
         Game::Stop();
-        std::string const out = testing::internal::GetCapturedStdout();
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "a missing content module is skipped silently";
-        EXPECT_EQ(out, "Shader compilation may take several minutes before starting the game the first time or "
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Shader compilation may take several minutes before starting the game the first time or "
                        "after an update...\nStarting game...\n");
         EXPECT_EQ(recorder::Events(),
                   (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)",
@@ -206,21 +167,16 @@ TEST_F(LifecycleTest, StopResetsTheRunStateButKeepsClientAndServerModules) {
     Game::window = &window;
     Game::SetInputMode_Station();
     Game::environmentIsLoaded = Game::settingsWindowOpen = Game::adminWindowOpen = true;
-    Game::parentEnvironmentId = 7;
-    Game::relativeEnvironmentId = 9;
-    Game::uiVisible = false;
+    std::tie(Game::parentEnvironmentId, Game::relativeEnvironmentId, Game::uiVisible) = std::tuple(7u, 9u, false);
     Game::_joysticks[0] = nullptr;
     Game::config.Parse(std::string("world: demo\n"));
-    ASSERT_EQ(Game::config["world"].AsString(), "demo");
-
     Game::Stop();
     EXPECT_EQ(std::tuple(TESSARA_Mod::Count(), GAME_Mod::Count(), SERVER_Mod::Count()), std::tuple(0u, 1u, 1u));
-    EXPECT_EQ(Game::environmentAudio, nullptr);
     EXPECT_EQ(std::tuple(Game::parentEnvironmentId, Game::relativeEnvironmentId, int(Game::_inputMode)), std::tuple(0u, 0u, 0));
-    EXPECT_FALSE(Game::environmentIsLoaded || Game::_mouseLook || Game::settingsWindowOpen || Game::adminWindowOpen);
+    EXPECT_FALSE(Game::environmentAudio || Game::environmentIsLoaded || Game::_mouseLook || Game::settingsWindowOpen ||
+                 Game::adminWindowOpen || Game::config["world"]);
     EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_DISABLED) << "Stop leaves the cursor as it was";
     EXPECT_TRUE(Game::_joysticks.empty() && Game::uiVisible);
-    EXPECT_FALSE(Game::config["world"]);
     EXPECT_EQ(Game::_mods, Events{recorderName}) << "the module list is the host's";
 }
 
@@ -239,42 +195,22 @@ TEST_F(InputModeTest, ModesInAFocusedWindowCaptureTheCursorAtTheOriginExceptTheI
                           Case{"station", &Game::SetInputMode_Station, 2, true},
                           Case{"ui", &Game::SetInputMode_Ui, 0, false}, Case{"Play", &Game::Play, 1, true},
                           Case{"Pause does nothing", &Game::Pause, 1, true}}) {
-        SCOPED_TRACE(c.name);
         window.SetCursorPos(300.0, 200.0);
         c.enter();
-        EXPECT_EQ(Game::_inputMode, c.mode);
-        EXPECT_EQ(Game::_mouseLook, c.mouseLook);
-        EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), c.mouseLook ? GLFW_CURSOR_DISABLED : GLFW_CURSOR_NORMAL);
         double x = -1, y = -1;
         window.GetCursorPos(&x, &y);
-        EXPECT_TRUE(!c.mouseLook || c.enter == &Game::Pause || (x == 0.0 && y == 0.0)) << x << "," << y;
+        bool const centred = x == 0.0 && y == 0.0;
+        EXPECT_EQ(std::tuple(int(Game::_inputMode), bool(Game::_mouseLook), window.GetInputMode(GLFW_CURSOR), centred),
+                  std::tuple(c.mode, c.mouseLook, c.mouseLook ? GLFW_CURSOR_DISABLED : GLFW_CURSOR_NORMAL,
+                             c.mouseLook && c.enter != &Game::Pause)) << c.name;
     }
 }
 
-TEST_F(InputModeTest, MouseLookNeedsAFocusedWindowAndAskingForTheCurrentStateTouchesNothing) {
+TEST_F(InputModeTest, MouseLookNeedsAFocusedWindowAndQuitFreesTheCursorAndEmptiesTheOptions) {
     window.SetFocused(false);
     Game::SetInputMode_Play();
-    EXPECT_EQ(Game::_inputMode, 1);
     EXPECT_FALSE(Game::_mouseLook);
     window.SetFocused(true);
-    EXPECT_FALSE(Game::_mouseLook) << "regaining the focus changes nothing by itself";
-    window.SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
-    Game::SetMouseLook(false);
-    EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_HIDDEN);
-    Game::SetMouseLook(true);
-    window.SetCursorPos(50.0, 60.0);
-    Game::SetMouseLook(true);
-    double x = 0, y = 0;
-    window.GetCursorPos(&x, &y);
-    EXPECT_EQ(x, 50.0) << "a second capture does not move the cursor again";
-    Game::window = nullptr;
-    Game::_mouseLook = false;
-    Game::SetInputMode_Station();
-    EXPECT_EQ(Game::_inputMode, 2);
-    EXPECT_FALSE(Game::_mouseLook) << "no window";
-}
-
-TEST_F(InputModeTest, QuitClearsTheActiveFlagFreesTheCursorAndEmptiesTheOptions) {
     Game::SetMouseLook(true);
     game::Options::Set("volume", 3.5);
     Game::isActive = true;
@@ -328,7 +264,6 @@ TEST_F(UiStyleTest, TheHelpTooltipShowsOnlyWhileLookingWithTheSettingOnAndCaptur
     ImGui::SetWindowFocus("Panel");
     ImGui::EndFrame();
     ImGui::NewFrame();
-    ASSERT_TRUE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
     EXPECT_FALSE(Game::ShowHelpTooltip()) << "a window has the focus";
     Game::SetMouseLook(true);
     EXPECT_FALSE(ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow));
