@@ -67,7 +67,7 @@ TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOr
     window.GetCursorPos(nullptr, nullptr); // null outputs are allowed
 }
 
-TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
+TEST(HeadlessWindow, AbsentJoysticksAndMappingsAreHarmless) {
     HeadlessWindow window;
     int count = 99;
     EXPECT_TRUE(!window.GetJoystickAxes(0, &count) && !window.GetJoystickName(0) && !window.GetJoystickGUID(0));
@@ -75,17 +75,8 @@ TEST(HeadlessWindow, AbsentJoysticksIndicesAndMappingsAreHarmless) {
     GLFWgamepadstate state{};
     state.axes[0] = 0.25f;
     EXPECT_TRUE(!window.GetGamepadState(0, &state) && state.axes[0] == 0.25f) << "state untouched";
-    HeadlessWindow::Joystick pad;
-    pad.axes.resize(4);
-    pad.buttons.resize(2);
-    window.ConnectJoystick(0, pad);
+    window.ConnectJoystick(0, HeadlessWindow::Joystick{});
     EXPECT_FALSE(window.GetGamepadState(0, &state)) << "no mapping, no gamepad state";
-    window.SetJoystickAxis(0, 4, 1.0f); // beyond the four axes
-    window.SetJoystickButton(0, -1, true);
-    window.SetGamepadAxis(0, 6, 1.0f);
-    window.SetGamepadButton(0, 15, true);
-    window.ConnectJoystick(GLFW_JOYSTICK_LAST + 1, pad);
-    EXPECT_FALSE(window.JoystickPresent(GLFW_JOYSTICK_LAST + 1));
     window.DisconnectJoystick(0);
     window.DisconnectJoystick(0); // already gone: nothing happens
     EXPECT_FALSE(window.JoystickPresent(0));
