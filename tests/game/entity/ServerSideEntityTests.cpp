@@ -1,6 +1,5 @@
-// Server entities: construction, the parent-child relation, lookups along the tree,
-// the hook runner, the parent cache, the entity stages of a server tick, loading and
-// unloading a world, and the state and checkpoint files.
+// Server entities: construction, broken relations, lookups along the tree, the parent cache,
+// the hook runner, loading a world, and the state and checkpoint files.
 #include <gtest/gtest.h>
 
 #include "support/Bytes.hpp"
@@ -11,15 +10,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <cmath>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <glm/glm.hpp>
@@ -32,7 +28,6 @@
 #include "nerox/modular/ModuleID.hpp"
 
 using namespace testsupport;
-using game::entity::BaseEntity;
 using game::entity::EntityConfig;
 using game::entity::Id;
 using game::entity::ServerSideEntity;
@@ -70,19 +65,16 @@ public:
     {
         hookLog.calls.emplace_back('U', id);
         auto const owner = entity.lock();
-        if (environmentToSet != 0) owner->environmentId = environmentToSet;
         if (bendElbow) owner->jointStates.at("elbow").rotation.x = 30.0f, owner->nodesDirty = true;
     }
-    void AfterUpdate(double) override { hookLog.calls.emplace_back('A', id), environmentInAfterUpdate = entity.lock()->environmentId; }
+    void AfterUpdate(double) override { hookLog.calls.emplace_back('A', id); }
     void SaveState(WriteOnlyStream& stream) override { stream.Write(payload.data(), payload.size()); }
-    void LoadState(ReadOnlyStream& stream) override { ++loadCalls, payload = BytesOf(stream); }
+    void LoadState(ReadOnlyStream& stream) override { payload = BytesOf(stream); }
     void SerializeState(WriteOnlyStream& stream) override { stream.Write(CheckpointBlob.data(), CheckpointBlob.size()); }
     void DeserializeState(ReadOnlyStream& stream) override { ++hookLog.deserializeCalls, hookLog.deserialized = BytesOf(stream); }
 
     Bytes payload = SavedBlob;
-    int loadCalls = 0;
     bool bendElbow = false;
-    game::entity::EnvironmentId environmentToSet = 0, environmentInAfterUpdate = 0;
 };
 class DerivedProbeInterface : public ProbeInterface {}; // inherits the overrides without naming them again
 class UpdateOnlyInterface : public ServerSideEntity::Interface {
@@ -125,9 +117,6 @@ protected:
         ServerSideEntity::DestroyAll();
         ServerSideEntity::_registered_interfaces.erase(TestModule.String());
         ServerSideEntity::_module_entities.erase(TestModule.String());
-        ::Game::serverSideEntityPerformanceMetrics = false;
-        ::Game::_serverSideEntityPerformance_timers.clear();
-        ::Game::serverSideEntityPerformance_avg_time.clear();
         std::error_code ignored;
         fs::remove_all(world, ignored);
         ::Game::_current_world.clear();
@@ -196,47 +185,6 @@ Motion Place(ServerSideEntity& entity, Motion const& motion)
     return motion;
 }
 
-/// entity is in the world where motion put it, seen through ancestor (or on its own).
-void ExpectInWorld(ServerSideEntity const& entity, Motion const& motion, ServerSideEntity const* ancestor = nullptr)
-{
-    glm::dmat4 const parent = ancestor ? ancestor->GetTransform() : glm::dmat4(1.0);
-    glm::dquat const turn = ancestor ? ancestor->orientation : glm::dquat(1.0, 0.0, 0.0, 0.0);
-    BaseEntity expected;
-    expected.position = motion.position, expected.orientation = motion.orientation;
-    ExpectMatNear(parent * entity.GetTransform(), expected.GetTransform());
-    ExpectVecNear(turn * entity.linearVelocity + (ancestor ? ancestor->linearVelocity : glm::dvec3(0.0)), motion.linear);
-    ExpectVecNear(turn * entity.angularVelocity, motion.angular);
-}
-
-TEST_F(ServerSideEntityConstruction, AddChildKeepsTheWorldPlaceAndRemoveChildRestoresItOrLandsOnTheGrandparent)
-{
-    Ptr grandparent = Make(), parent = Make();
-    Place(*grandparent, {{-5.0, 1.0, 0.0}, Rotation(60.0, {0.0, 0.0, 1.0}), {3.0, 0.0, -1.0}, {0.0, 0.5, 0.0}});
-    Place(*parent, {{10.0, -4.0, 2.5}, Rotation(37.0, {1.0, 2.0, -0.5}), {1.0, 2.0, 3.0}, {0.3, -0.2, 0.1}});
-    // Half turns take the quaternion conversion through its other branches.
-    for (glm::dquat const turn : {Rotation(-115.0, {0.2, -1.0, 0.7}), Rotation(180.0, {1, 0, 0}) * Rotation(10.0, {0, 1, 1}),
-                                  Rotation(180.0, {0, 1, 0}) * Rotation(10.0, {0, 1, 1}), Rotation(180.0, {0, 0, 1}) * Rotation(10.0, {0, 1, 1})}) {
-        Ptr child = Make();
-        Motion const world = Place(*child, {{12.0, -1.0, 4.0}, turn, {-4.0, 0.5, 7.0}, {2.0, 1.0, -3.0}});
-        parent->AddChild(child);
-        EXPECT_EQ(child->parentEntity, parent->GetID());
-        ExpectInWorld(*child, world, parent.get());
-        EXPECT_NEAR(glm::length(child->orientation), 1.0, 1e-12);
-        parent->RemoveChild(child);
-        EXPECT_FALSE(child->parentEntity.IsSet());
-        ExpectInWorld(*child, world);
-    }
-    Ptr child = Make();
-    Motion const world = Place(*child, {{0.0, 7.0, -2.0}, Rotation(140.0, {0.3, -0.4, 1.0}), {-1.0, -2.0, 5.0}, {0.0, -2.0, 1.5}});
-    parent->AddChild(child);
-    grandparent->AddChild(parent);
-    parent->RemoveChild(child);
-    EXPECT_EQ(child->parentEntity, grandparent->GetID());
-    ExpectInWorld(*child, world, grandparent.get());
-    grandparent->RemoveChild(child);
-    ExpectInWorld(*child, world);
-}
-
 using ServerSideEntityDeathTest = SseTest;
 
 TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheirCondition)
@@ -299,22 +247,13 @@ TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle)
     ASSERT_TRUE(ServerSideEntity::Destroy(bodyId));
     EXPECT_EQ(arm->GetVehicleID(), arm->GetID());
     EXPECT_EQ(hand->GetVehicleID(), arm->GetID()) << "the hand asks its parent, now the top of what is left";
-
-    arm->mass = 12.0, arm->box_size = {2.0, 4.0, 6.0}, arm->orientation = glm::dquat(1.0, 0.0, 0.0, 0.0);
-    ExpectMatNear(arm->GetInertiaTensorWorld(), glm::dmat3(52.0, 0, 0, 0, 40.0, 0, 0, 0, 20.0), 1e-12);
-    arm->orientation = Rotation(30.0, {0.0, 0.0, 1.0});
-    double const off = 12.0 * std::sqrt(3.0) / 4.0;
-    ExpectMatNear(arm->GetInertiaTensorWorld(), glm::dmat3(49.0, off, 0, off, 43.0, 0, 0, 0, 20.0));
 }
 
 TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion)
 {
     Ptr const root = Make(), middle = Make(), leaf = Make();
-    middle->parentEntity = root->GetID();
-    leaf->parentEntity = middle->GetID();
-    root->environmentId = 7, root->orbitEnvironmentId = 8;
-    middle->environmentId = 5, middle->orbitEnvironmentId = 6;
-    leaf->environmentId = 1, leaf->orbitEnvironmentId = 2;
+    middle->parentEntity = root->GetID(), leaf->parentEntity = middle->GetID();
+    root->environmentId = 7, root->orbitEnvironmentId = 8, middle->environmentId = 5, middle->orbitEnvironmentId = 6, leaf->environmentId = 1;
     struct Case { char const* name; bool rootDynamic; double rootRest; bool middleMoving, leafMoving; };
     // At rest since before loading (2) nobody moves; an ancestor passes on its own cached flag.
     for (Case const& c : {Case{"moving root", true, 1.5, false, true}, Case{"root at rest since the load", true, 2.0, false, false},
@@ -322,17 +261,14 @@ TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion)
         SCOPED_TRACE(c.name);
         root->isDynamic = c.rootDynamic, root->restTime = c.rootRest, middle->parentMoving = c.middleMoving, leaf->settled = true;
         leaf->RefreshCache();
-        EXPECT_EQ(leaf->environmentId, 7u) << "the last ancestor walked wins";
-        EXPECT_EQ(leaf->orbitEnvironmentId, 8u);
-        EXPECT_EQ(leaf->parentMoving, c.leafMoving);
-        EXPECT_EQ(leaf->settled, !c.leafMoving);
+        EXPECT_TRUE(leaf->environmentId == 7u && leaf->orbitEnvironmentId == 8u) << "the last ancestor walked wins";
+        EXPECT_TRUE(leaf->parentMoving == c.leafMoving && leaf->settled == !c.leafMoving);
     }
     // The walk stops at a missing parent: the environment then comes from the middle.
     root->environmentId = 99;
     middle->parentEntity = NextId();
     leaf->RefreshCache();
-    EXPECT_EQ(leaf->environmentId, 5u);
-    EXPECT_EQ(leaf->orbitEnvironmentId, 6u);
+    EXPECT_TRUE(leaf->environmentId == 5u && leaf->orbitEnvironmentId == 6u);
     root->RefreshCache();
     EXPECT_EQ(root->environmentId, 99u) << "an entity without a parent keeps its own environment";
     EXPECT_FALSE(root->parentMoving);
@@ -348,10 +284,7 @@ TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenRead
     Ptr const entity = Make("probe");
     RunHooks(entity);
     EXPECT_TRUE(hookLog.calls.empty()) << "not attached yet";
-    for (int i = 0; i < 2; ++i) {
-        ReadOnlyStream noState;
-        entity->Attach(noState);
-    }
+    for (int i = 0; i < 2; ++i) { ReadOnlyStream noState; entity->Attach(noState); }
     auto const& object = InterfaceOf<ProbeInterface>(entity);
     EXPECT_TRUE(object.isReady && object.entity.lock() == entity && object.self.lock() == entity->GetInterface() && object.id == entity->GetID());
     EXPECT_EQ(hookLog.initCalls, 1) << "attached once";
@@ -376,76 +309,13 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksThe
 {
     Ptr const bending = MakeReady("probearm");
     glm::dmat4 const rest = bending->colliders.at("fore").transform;
-    BaseEntity reference;
-    reference.config = bending->config;
-    reference.InitNodes();
-    reference.jointStates.at("elbow").rotation.x = 30.0f;
-    ASSERT_TRUE(bending->config->jointSolver(&reference));
     bending->jointStates.at("elbow").rotation.x = 30.0f;
     bending->Update(0.016); // not dirty: a changed joint value moves nothing yet
     ExpectMatNear(bending->colliders.at("fore").transform, rest, 0.0);
     InterfaceOf<ProbeInterface>(bending).bendElbow = true;
     bending->Update(0.016);
-    ExpectMatNear(bending->nodeTransforms.at("fore"), reference.nodeTransforms.at("fore"), 1e-12);
-    ExpectMatNear(bending->colliders.at("fore").transform, reference.nodeTransforms.at("fore"), 1e-12);
+    ExpectMatNear(bending->colliders.at("fore").transform, bending->nodeTransforms.at("fore"), 0.0);
     EXPECT_GT(std::abs(bending->colliders.at("fore").transform[3][1] - rest[3][1]), 0.05);
-}
-
-/// Every entity appears once per stage, and each stage ends before the next starts.
-void ExpectStagesInOrder(size_t entities)
-{
-    ASSERT_EQ(hookLog.calls.size(), 3 * entities);
-    for (size_t stage = 0; stage < 3; ++stage) {
-        std::set<std::pair<uint64_t, uint64_t>> seen;
-        for (size_t i = stage * entities; i < (stage + 1) * entities; ++i) {
-            EXPECT_EQ(hookLog.calls[i].first, "BUA"[stage]) << "call " << i;
-            seen.emplace(hookLog.calls[i].second.first, hookLog.calls[i].second.second);
-        }
-        EXPECT_EQ(seen.size(), entities);
-    }
-}
-
-TEST_F(ServerSideEntityHooks, TickRunsEachStageOverAllEntitiesAndAfterUpdateSeesTheRefreshedCacheMeasuredOrNot)
-{
-    ::Game::ServerUpdate(0.02, 1); // an empty world first: the next tick finds the registry changed
-    for (int i = 0; i < 5; ++i) MakeReady(i % 2 == 0 ? "probe" : "derived");
-    MakeReady("plain");
-    // The parent changes its environment in its Update hook. The child comes first
-    // in the walk, so only the refresh before AfterUpdate can bring it the change.
-    std::vector<Ptr> walk;
-    ServerSideEntity::ForEach([&walk](Ptr entity) {
-        if (dynamic_cast<ProbeInterface*>(entity->GetInterface().get())) walk.push_back(std::move(entity));
-    });
-    Ptr const child = walk.front(), parent = walk.back();
-    child->parentEntity = parent->GetID();
-    parent->environmentId = 30;
-    InterfaceOf<ProbeInterface>(parent).environmentToSet = 31;
-    ::Game::ServerUpdate(0.02, 1);
-    ExpectStagesInOrder(5);
-    EXPECT_EQ(InterfaceOf<ProbeInterface>(child).environmentInAfterUpdate, 31u);
-    EXPECT_EQ(child->environmentId, 31u);
-
-    // Measured ticks keep the order and book the time of each vehicle; a component books into its vehicle.
-    ::Game::serverSideEntityPerformanceMetrics = true;
-    child->isComponent = true;
-    double const dt = 0.25;
-    auto const& timers = ::Game::_serverSideEntityPerformance_timers;
-    auto const& averages = ::Game::serverSideEntityPerformance_avg_time;
-    std::unordered_map<Id, double> previous; // blended from 0
-    ServerSideEntity::ForEach([&previous, &child](Ptr entity) { if (entity != child) previous[entity->GetID()] = 0.0; });
-    for (int tick = 0; tick < 2; ++tick) {
-        hookLog.calls.clear();
-        ::Game::ServerUpdate(dt, 1);
-        ExpectStagesInOrder(5);
-        EXPECT_EQ(timers.size(), previous.size());
-        EXPECT_EQ(averages.size(), previous.size());
-        for (auto& [vehicle, average] : previous) {
-            ASSERT_EQ(timers.count(vehicle), 1u);
-            EXPECT_GE(timers.at(vehicle), 0.0);
-            EXPECT_DOUBLE_EQ(averages.at(vehicle), (1.0 - dt) * average + dt * timers.at(vehicle));
-            average = averages.at(vehicle);
-        }
-    }
 }
 
 // ---------------------------------------------------------------------------
@@ -453,65 +323,16 @@ TEST_F(ServerSideEntityHooks, TickRunsEachStageOverAllEntitiesAndAfterUpdateSees
 
 using ServerSideEntityWorld = SseTest;
 
-TEST_F(ServerSideEntityWorld, OnlyPlacedEntitiesOfLoadedModulesComeBackWithTheirStateAndDestroyingRemovesTheFiles)
-{
-    std::vector<std::pair<Id, Bytes>> saved;
-    std::vector<Motion> placed;
-    for (int i = 0; i < 3; ++i) {
-        Ptr const entity = ServerSideEntity::Spawn(TestModule, "probe");
-        EXPECT_EQ(entity->worldReferences.load(), 1u);
-        placed.push_back(Place(*entity, {{1.5 * i, -2.0, 1e6 + i}, Rotation(20.0 + 30.0 * i, {1.0, -1.0, 0.5 * i}), {}, {}}));
-        Bytes& payload = InterfaceOf<ProbeInterface>(entity).payload;
-        payload = {'s', static_cast<unsigned char>('0' + i), 0, '!'};
-        saved.emplace_back(entity->GetID(), payload);
-    }
-    Ptr first = ServerSideEntity::Get(saved[0].first), loose = MakeReady("probe"); // loose: worldReferences 0
-    Ptr component = ServerSideEntity::Spawn(TestModule, "probe");
-    component->isComponent = true;
-    component->parentEntity = first->GetID();
-    first->SerializeCheckpoint();
-    Ptr absent = ServerSideEntity::Create(Absent, "ghost", NextId());
-    absent->Serialize();
-    std::string const absentFile = absent->GetStateSaveFile(), looseFile = loose->GetStateSaveFile();
-    std::string const componentFile = component->GetStateSaveFile(), state = first->GetStateSaveFile(), checkpoint = first->GetCheckpointSaveFile();
-    Id const absentId = absent->GetID();
-    Unload(absent); // with the flag cleared its file stays
-    first.reset(), loose.reset(), component.reset();
-    std::string const before = ReadText(absentFile);
-    ASSERT_FALSE(before.empty());
-    for (int round = 0; round < 2; ++round) { // a second round keeps them as well
-        ServerSideEntity::UnloadAllEntities();
-        EXPECT_EQ(ServerSideEntity::Count(), 0u);
-        EXPECT_TRUE(ServerSideEntity::_module_entities[TestModule.String()].empty());
-        EXPECT_TRUE(fs::exists(state) && fs::exists(checkpoint)) << "unloading keeps the files";
-        EXPECT_FALSE(fs::exists(looseFile) || fs::exists(componentFile));
-        EXPECT_EQ(ReadText(absentFile), before) << "the absent module's entity stays on disk untouched";
-        ServerSideEntity::LoadAllEntities();
-        EXPECT_EQ(ServerSideEntity::Count(), saved.size());
-        EXPECT_EQ(ServerSideEntity::_module_entities[TestModule.String()].size(), saved.size());
-        EXPECT_FALSE(ServerSideEntity::Get(absentId));
-        for (size_t i = 0; i < saved.size(); ++i) {
-            SCOPED_TRACE(i);
-            Ptr const entity = ServerSideEntity::Get(saved[i].first);
-            ASSERT_TRUE(entity);
-            EXPECT_EQ(entity->position, placed[i].position);
-            EXPECT_EQ(entity->orientation, placed[i].orientation);
-            EXPECT_EQ(entity->itemType, "probe");
-            auto const& object = InterfaceOf<ProbeInterface>(entity);
-            EXPECT_TRUE(entity->worldReferences.load() == 1u && object.isReady && object.loadCalls == 1 && object.entity.lock() == entity);
-            EXPECT_EQ(object.payload, saved[i].second);
-        }
-    }
-    // Destroying a loaded entity (a dismantled one) takes its files away.
-    ASSERT_TRUE(ServerSideEntity::Destroy(saved[0].first));
-    EXPECT_FALSE(fs::exists(state) || fs::exists(checkpoint));
-}
-
-TEST_F(ServerSideEntityWorld, FolderContentsThatAreNoEntities)
+TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEntityIsSkipped)
 {
     EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities()) << "no folder";
     EXPECT_EQ(ServerSideEntity::Count(), 0u);
-    Id const id = ServerSideEntity::Spawn(TestModule, "probe")->GetID();
+    Ptr spawned = ServerSideEntity::Spawn(TestModule, "probe"), absent = ServerSideEntity::Create(Absent, "ghost", NextId());
+    Id const id = spawned->GetID(), absentId = absent->GetID();
+    InterfaceOf<ProbeInterface>(spawned).payload = {'s', 0, '!'};
+    absent->Serialize();
+    std::string const absentFile = absent->GetStateSaveFile(), state = spawned->GetStateSaveFile();
+    Unload(absent), spawned.reset();
     ServerSideEntity::UnloadAllEntities();
     std::string const folder = world + "/entities/";
     WriteText(folder + ".entitystate", "not an entity");
@@ -521,10 +342,14 @@ TEST_F(ServerSideEntityWorld, FolderContentsThatAreNoEntities)
     EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities());
     EXPECT_NE(testing::internal::GetCapturedStderr().find("WARNING: skipped a state file without an entity id"), std::string::npos);
     EXPECT_EQ(ServerSideEntity::Count(), 1u);
-    EXPECT_TRUE(ServerSideEntity::Get(id));
-    EXPECT_TRUE(fs::exists(folder + ".entitystate"));
+    ASSERT_TRUE(ServerSideEntity::Get(id));
+    EXPECT_EQ(InterfaceOf<ProbeInterface>(ServerSideEntity::Get(id)).payload, (Bytes{'s', 0, '!'}));
+    EXPECT_FALSE(ServerSideEntity::Get(absentId));
+    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(absentFile)) << "the absent module's entity stays on disk";
+    // Destroying a loaded entity (a dismantled one) takes its file away.
+    ASSERT_TRUE(ServerSideEntity::Destroy(id));
+    EXPECT_FALSE(fs::exists(state));
     // A stem of the wrong length stops the load.
-    ServerSideEntity::UnloadAllEntities();
     WriteText(folder + "abc.entitystate", "whatever");
     try {
         ServerSideEntity::LoadAllEntities();
@@ -651,42 +476,6 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     EXPECT_EQ(BytesOf(out), ExpectedState(*ghost, 1, {})) << "without an interface the blob is empty";
 }
 
-TEST_F(EntityFileTest, StateRoundTripRestoresFieldsBlobAndRestStateButRecomputesTheRadius)
-{
-    Ptr saved = MakeSaved("probearm");
-    Id const id = saved->GetID();
-    saved->Serialize();
-    std::string const path = saved->GetStateSaveFile();
-    Bytes const file = ReadBytes(path);
-    auto const reader = Reader(id);
-    ReadOnlyStream blob = reader->Deserialize();
-    ExpectSameSavedFields(*reader, *saved);
-    EXPECT_EQ(reader->restTime, 0.0);
-    EXPECT_EQ(BytesOf(blob), SavedBlob);
-    // An at-rest flag (any non-zero byte) reads back as at rest since before the load.
-    for (uint8_t const flag : {1, 0x7F}) {
-        Bytes resting = file;
-        Put<uint8_t>(resting, Base + 3 + 145, flag); // "probearm" is three letters longer than "probe"
-        WriteBytes(path, resting);
-        reader->restTime = 0.25;
-        reader->Deserialize();
-        EXPECT_EQ(reader->restTime, 2.0) << int(flag);
-    }
-    WriteBytes(path, file);
-    // The load path: a new entity from the file, its interface fed the blob.
-    Unload(saved);
-    Ptr const check = MakeSaved("probearm");
-    ASSERT_TRUE(ServerSideEntity::Interface::Create(id));
-    Ptr const entity = ServerSideEntity::Get(id);
-    ASSERT_TRUE(entity);
-    EXPECT_NEAR(entity->boundingRadius, 1.35, 1e-6) << "the description's box wins over the saved radius";
-    check->boundingRadius = entity->boundingRadius;
-    ExpectSameSavedFields(*entity, *check);
-    EXPECT_EQ(InterfaceOf<ProbeInterface>(entity).loadCalls, 1);
-    EXPECT_EQ(InterfaceOf<ProbeInterface>(entity).payload, SavedBlob);
-    EXPECT_EQ(ReadBytes(path), file) << "loading leaves the file as it was";
-}
-
 TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
 {
     Ptr entity = MakeSaved();
@@ -750,7 +539,6 @@ TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
         e->parentEntity = Id(), e->isDynamic = false; // no parent, so the parent walk keeps the environments
     entity->restTime = 1.5;
     entity->SerializeCheckpoint();
-    EXPECT_EQ(entity->GetCheckpointSaveFile(), ServerSideEntity::GetCheckpointDir() + "/" + static_cast<std::string>(entity->GetID()) + ".checkpoint");
     Bytes const file = ReadBytes(entity->GetCheckpointSaveFile());
     EXPECT_EQ(file, ExpectedCheckpoint(*entity));
     ASSERT_EQ(file.size(), 173u + CheckpointBlob.size()) << "no end marker";
@@ -801,40 +589,12 @@ TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine)
         hookLog = Log();
         std::string const output = DeserializeCheckpointOutput(*entity);
         if (output.empty()) return "reads";
-        EXPECT_EQ(entity->position, glm::dvec3(-1.0));
-        EXPECT_EQ(entity->parentEntity, Id());
-        EXPECT_EQ(entity->environmentId, 5u);
-        EXPECT_TRUE(entity->isDynamic);
-        EXPECT_EQ(entity->restTime, 2.0);
-        EXPECT_EQ(hookLog.deserializeCalls, 0);
+        EXPECT_TRUE(entity->position == glm::dvec3(-1.0) && !entity->parentEntity.IsSet() && entity->environmentId == 5u && entity->isDynamic &&
+                    entity->restTime == 2.0 && hookLog.deserializeCalls == 0) << "a rejected checkpoint changes nothing";
         return output.substr(0, output.size() - 1);
     };
     std::vector<Variant> const foreign = {{"another entity's checkpoint", -1, ReadBytes(other->GetCheckpointSaveFile())}};
     ExpectGolden(DamageReport(ReadBytes(path), path, foreign, read), "entity/damaged_checkpoint.txt");
 }
-
-// Module binaries call the interface's operations by their place in the virtual table,
-// so the places are part of the module interface.
-#if defined(__GXX_ABI_VERSION) && defined(__x86_64__)
-/// A pointer to a virtual member function holds 1 + the byte offset of its slot.
-template <class MemberFunction>
-size_t Slot(MemberFunction function)
-{
-    struct { uintptr_t pointer; ptrdiff_t adjustment; } representation;
-    static_assert(sizeof(function) == sizeof(representation));
-    std::memcpy(&representation, &function, sizeof(representation));
-    EXPECT_EQ(representation.pointer % 2, 1u) << "not a virtual function";
-    return (representation.pointer - 1) / sizeof(void*);
-}
-
-TEST(ServerSideEntityInterfaceLayout, OperationsSitInTheirSlots)
-{
-    using I = game::entity::ServerSideEntityInterface;
-    std::vector<size_t> const slots = {Slot(&I::IsInsideVolume), Slot(&I::SaveState), Slot(&I::LoadState), Slot(&I::SerializeState),
-                                       Slot(&I::DeserializeState), Slot(&I::ModuleSlot7), Slot(&I::ModuleSlot17), Slot(&I::InitInterface),
-                                       Slot(&I::BeforeUpdate), Slot(&I::Update), Slot(&I::AfterUpdate)};
-    EXPECT_EQ(slots, (std::vector<size_t>{2, 3, 4, 5, 6, 7, 17, 18, 19, 20, 21}));
-}
-#endif
 
 } // namespace
