@@ -17,12 +17,8 @@ namespace {
 
 using testsupport::Bytes;
 
-Bytes Floats(std::initializer_list<float> values)
-{
-    Bytes bytes(values.size() * sizeof(float));
-    std::memcpy(bytes.data(), values.begin(), bytes.size());
-    return bytes;
-}
+template <class... T>
+Bytes Floats(T... values) { return testsupport::ByteBuilder().Raws(static_cast<float>(values)...).bytes; }
 
 class SaveImageTest : public GameRendererTest {
 protected:
@@ -30,24 +26,15 @@ protected:
     std::unique_ptr<nerox::vk::Image> Upload(VkFormat format, uint32_t width, uint32_t height, Bytes const& pixels)
     {
         nerox::vk::Device& device = renderer->GetDevice();
-        auto image = std::make_unique<nerox::vk::Image>(device, width, height, format,
-                                                        VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT,
-                                                        "SaveImage test image");
-        nerox::vk::Buffer staging(device, pixels.size(), VK_BUFFER_USAGE_TRANSFER_SRC_BIT,
-                                  nerox::vk::MemoryUsage::CpuToGpu,
-                                  nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite,
-                                  "SaveImage test staging");
+        auto image = std::make_unique<nerox::vk::Image>(device, width, height, format, VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, "test image");
+        nerox::vk::Buffer staging(device, pixels.size(), VK_BUFFER_USAGE_TRANSFER_SRC_BIT, nerox::vk::MemoryUsage::CpuToGpu,
+                                  nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite, "test staging");
         std::memcpy(staging.Map(), pixels.data(), pixels.size());
-        nerox::vk::CommandBuffer::Run(
-            device, device.GraphicsQueue(),
-            [&](VkCommandBuffer commands) {
-                image->Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
-                VkBufferImageCopy region{};
-                region.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-                region.imageExtent = {width, height, 1};
-                vkCmdCopyBufferToImage(commands, staging, *image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &region);
-            },
-            "SaveImage test upload");
+        VkBufferImageCopy const region{0, 0, 0, {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1}, {0, 0, 0}, {width, height, 1}};
+        nerox::vk::CommandBuffer::Run(device, device.GraphicsQueue(), [&](VkCommandBuffer commands) {
+            image->Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
+            vkCmdCopyBufferToImage(commands, staging, *image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &region);
+        }, "test upload");
         return image;
     }
 };
@@ -65,11 +52,11 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot)
         // The colours of rgba.png stored blue first, as swapchains have them.
         {"bgra.png", VK_FORMAT_B8G8R8A8_UNORM, 3, 2, {0, 0, 255, 10, 0, 255, 0, 20, 255, 0, 0, 30, 30, 20, 10, 40, 70, 60, 50, 80, 110, 100, 90, 120}, {0, 0}, {3, 2}, true},
         // Radiance files share one exponent per pixel: exact for these powers of two.
-        {"float.hdr", VK_FORMAT_R32G32B32A32_SFLOAT, 2, 1, Floats({0.5f, 1.0f, 2.0f, 0.25f, 8.0f, 0.125f, 0.0f, 0.5f}), {0, 0}, {2, 1}, true},
+        {"float.hdr", VK_FORMAT_R32G32B32A32_SFLOAT, 2, 1, Floats(0.5, 1.0, 2.0, 0.25, 8.0, 0.125, 0.0, 0.5), {0, 0}, {2, 1}, true},
         {"r8.png", VK_FORMAT_R8_UNORM, 3, 1, {0, 128, 255}, {0, 0}, {3, 1}, true},
         {"rg8.png", VK_FORMAT_R8G8_UNORM, 2, 1, {10, 20, 30, 40}, {0, 0}, {2, 1}, true},
-        {"r32.hdr", VK_FORMAT_R32_SFLOAT, 3, 1, Floats({0.25f, 4.0f, 1.0f}), {0, 0}, {3, 1}, false},
-        {"rg32.hdr", VK_FORMAT_R32G32_SFLOAT, 2, 1, Floats({2.0f, 9.0f, 0.5f, 9.0f}), {0, 0}, {2, 1}, false},
+        {"r32.hdr", VK_FORMAT_R32_SFLOAT, 3, 1, Floats(0.25, 4.0, 1.0), {0, 0}, {3, 1}, false},
+        {"rg32.hdr", VK_FORMAT_R32G32_SFLOAT, 2, 1, Floats(2.0, 9.0, 0.5, 9.0), {0, 0}, {2, 1}, false},
     };
     Make();
     std::ostringstream listing;
@@ -87,17 +74,12 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot)
     // Other formats and areas outside the image write nothing.
     auto image = Upload(VK_FORMAT_R8G8B8A8_UNORM, 3, 2, rgba);
     std::string const path = scratch.File("never.png");
-    auto const save = [&](VkOffset2D offset, VkExtent2D extent, VkFormat format, VkImageLayout layout,
-                          std::string const& file) {
-        return renderer->SaveImage(*image, offset, extent, format, layout, file, 90, false);
-    };
+    struct Refused { VkOffset2D offset; VkExtent2D extent; VkFormat format; VkImageLayout layout; std::string file; };
     constexpr auto dst = VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL;
-    EXPECT_FALSE(save({0, 0}, {3, 2}, VK_FORMAT_R16G16B16A16_SFLOAT, dst, path));
-    EXPECT_FALSE(save({0, 0}, {0, 2}, VK_FORMAT_R8G8B8A8_UNORM, dst, path));
-    EXPECT_FALSE(save({-1, 0}, {1, 1}, VK_FORMAT_R8G8B8A8_UNORM, dst, path));
-    EXPECT_FALSE(save({0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, VK_IMAGE_LAYOUT_UNDEFINED, path));
-    // A file the encoder cannot write is its failure.
-    EXPECT_FALSE(save({0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, dst, scratch.File("no/such/folder.png")));
+    for (Refused const& c : {Refused{{0, 0}, {3, 2}, VK_FORMAT_R16G16B16A16_SFLOAT, dst, path}, Refused{{0, 0}, {0, 2}, VK_FORMAT_R8G8B8A8_UNORM, dst, path},
+                             Refused{{-1, 0}, {1, 1}, VK_FORMAT_R8G8B8A8_UNORM, dst, path}, Refused{{0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, VK_IMAGE_LAYOUT_UNDEFINED, path},
+                             Refused{{0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, dst, scratch.File("no/such/folder.png")}}) // the encoder's failure
+        EXPECT_FALSE(renderer->SaveImage(*image, c.offset, c.extent, c.format, c.layout, c.file, 90, false)) << c.offset.x << " " << c.extent.width << " " << c.format;
     renderer->StartRendering();
     renderer->Frame();
     EXPECT_FALSE(renderer->SaveImage(renderer->GetOutputVkImage(), {1, 0}, renderer->GetOutputImageExtent(),
