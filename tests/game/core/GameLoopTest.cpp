@@ -34,10 +34,9 @@ TEST_F(ClientPassTest, SynchronizedWorkRunsFirstThenTheSortedUpdateListAndTheCli
     Game::InputUpdate_Station(0.125);
     Events events = recorder::Events();
     ASSERT_EQ(events.size(), 6u);
-    EXPECT_EQ(events[1].rfind("GAME_Mod:Game_Update(", 0), 0u);
-    EXPECT_EQ(Events(events.begin() + 2, events.end()),
-              (Events{"GAME_Mod:Game_ClientUpdate", "GAME_Mod:Input_Update(0.5)", "GAME_Mod:Input_Update_Play(0.25)",
-                      "GAME_Mod:Input_Update_Station(0.125)"}));
+    events[1].erase(events[1].find('(')); // the delta time of the render loop
+    EXPECT_EQ(events, (Events{"sync", "GAME_Mod:Game_Update", "GAME_Mod:Game_ClientUpdate", "GAME_Mod:Input_Update(0.5)",
+                              "GAME_Mod:Input_Update_Play(0.25)", "GAME_Mod:Input_Update_Station(0.125)"}));
 }
 
 TEST_F(ClientPassTest, AnEmptySynchronizedFunctionThrowsAndReleasesTheQueueWithTheEntryStillInIt) {
@@ -69,8 +68,7 @@ TEST_F(ClientPassTest, AudioGetsHalfTheMasterVolumeOnTheMainBusAndOneUpdatePerPa
     Game::settings->master_volume = 0.8f;
     Game::Update(0.0);
     Game::Update(0.0);
-    EXPECT_FLOAT_EQ(studio.GetVolume("bus:/"), 0.4f);
-    EXPECT_EQ(studio.GetUpdateCount(), 2u);
+    EXPECT_EQ(std::tuple(studio.GetVolume("bus:/"), studio.GetUpdateCount()), std::tuple(0.4f, 2u));
 }
 
 using ServerTickTest = GameTest;
@@ -117,17 +115,14 @@ TEST_F(LifecycleTest, ARunLoadsTheContentModulesAfterGameStartAndCanBeRepeated) 
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         Game::Start();
-        EXPECT_NE(Game::environmentAudio, nullptr);
-        EXPECT_EQ(TESSARA_Mod::Count(), 1u);
+        EXPECT_TRUE(Game::environmentAudio && TESSARA_Mod::Count() == 1u);
         Game::Ready();
         Game::Stop();
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "a missing content module is skipped silently";
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Shader compilation may take several minutes before starting the game the first time or "
-                       "after an update...\nStarting game...\n");
-        EXPECT_EQ(recorder::Events(),
-                  (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)",
-                          "GAME_Mod:Game_Ready", "TESSARA_Mod:Unload(scratch)", "TESSARA_Mod:ModuleUnload",
-                          "GAME_Mod:Game_Stop"}));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Shader compilation may take several minutes before starting the game "
+                                                          "the first time or after an update...\nStarting game...\n");
+        EXPECT_EQ(recorder::Events(), (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)", "GAME_Mod:Game_Ready",
+                                              "TESSARA_Mod:Unload(scratch)", "TESSARA_Mod:ModuleUnload", "GAME_Mod:Game_Stop"}));
     }
 }
 
@@ -190,8 +185,7 @@ TEST_F(InputModeTest, MouseLookNeedsAFocusedWindowAndQuitFreesTheCursorAndEmptie
     game::Options::Set("volume", 3.5);
     Game::isActive = true;
     Game::Quit();
-    EXPECT_FALSE(Game::isActive.load() || Game::_mouseLook);
-    EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_NORMAL);
+    EXPECT_FALSE(Game::isActive.load() || Game::_mouseLook || window.GetInputMode(GLFW_CURSOR) != GLFW_CURSOR_NORMAL);
     EXPECT_EQ(game::Options::Get<double>("volume", -1.0), -1.0);
 }
 
@@ -224,8 +218,7 @@ TEST_F(UiStyleTest, TheStyleIsScaledToWholePixelsByTheSettingsInterfaceScaleButN
     // Without a context nothing is drawn and the scale comes from the settings.
     ImGui::SetCurrentContext(nullptr);
     Game::settings->ui_scaling = 2.0f;
-    EXPECT_FLOAT_EQ(Game::GetUiScaling(), 2.0f);
-    EXPECT_FALSE(Game::ShowHelpTooltip());
+    EXPECT_TRUE(Game::GetUiScaling() == 2.0f && !Game::ShowHelpTooltip());
     Game::SetupUiStyle();
     Game::LoadFonts();
     ImGui::SetCurrentContext(context);
