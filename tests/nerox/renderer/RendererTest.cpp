@@ -178,8 +178,7 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
     ASSERT_TRUE(Texture::SaveFile(dir.File("texture.png"), 2, 2, 4, false, pixels.data(), 90));
     EXPECT_EQ(renderer->AddTexture(TextureRef(dir.File("texture.png"))), 0u);
     auto const texture = std::dynamic_pointer_cast<ImageTexture>(renderer->GetTexture(0));
-    ASSERT_NE(texture, nullptr);
-    EXPECT_TRUE(texture->GetImage().Width() == 2u && texture->GetImage().Format() == VK_FORMAT_R8G8B8A8_UNORM);
+    ASSERT_TRUE(texture && texture->GetImage().Width() == 2u && texture->GetImage().Format() == VK_FORMAT_R8G8B8A8_UNORM);
     renderer->Frame();
     EXPECT_EQ(renderer->AddTexture(Solid(), renderer->DefaultSampler()), 1u); // while the last frame may still run
     EXPECT_EQ(renderer->AddTextures(Entries(3, {Solid(), VK_NULL_HANDLE})), 2u) << "the index of the first added";
@@ -194,7 +193,8 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
     std::string const full = "Texture table is full: " + std::to_string(capacity);
     std::pair<Entries, std::string> const cases[] = {
         {{{TextureRef("no/such/texture.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/texture.png: no such file"},
-        {{{Solid(), VK_NULL_HANDLE}, {TextureRef("no/such/file.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/file.png: no such file"},
+        {{{Solid(), VK_NULL_HANDLE}, {TextureRef("no/such/file.png"), VK_NULL_HANDLE}},
+         "Cannot load image file no/such/file.png: no such file"},
         {Entries(capacity, {Solid(), VK_NULL_HANDLE}), full + " more do not fit in " + std::to_string(capacity)},
     };
     for (auto const& [entries, message] : cases) EXPECT_EQ(Thrown([&] { renderer->AddTextures(entries); }), message);

@@ -31,8 +31,9 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
     EXPECT_TRUE(window->ShouldClose() && window->GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_HIDDEN);
     // Codes out of range and absent joysticks read as released and absent.
     int count = 7;
-    EXPECT_EQ(std::vector<int>({window->GetKey(GLFW_KEY_A), window->GetKey(-1), window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1),
-                                window->JoystickPresent(GLFW_JOYSTICK_16)}), std::vector<int>(4, GLFW_RELEASE));
+    int const released[] = {window->GetKey(GLFW_KEY_A), window->GetKey(-1),
+                            window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1), window->JoystickPresent(GLFW_JOYSTICK_16)};
+    EXPECT_EQ(std::vector<int>(std::begin(released), std::end(released)), std::vector<int>(4, GLFW_RELEASE));
     EXPECT_TRUE(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count) == nullptr && count == 0);
     window->PollEvents();
     window.reset(); // the first closes before the second

@@ -1,8 +1,6 @@
-// Image files (what SaveFile writes, LoadFile reads back; refusals are clean), the
-// upscalers on offer, and the compiled shaders: every source in nerox/shaders has
-// its SPIR-V module in the run directory.
+// Image files (what SaveFile writes, LoadFile reads back; refusals are clean) and the
+// compiled shaders: every source in nerox/shaders has its SPIR-V module in the run directory.
 #include "nerox/graphics/Texture.hpp"
-#include "nerox/renderer/Upscaler.hpp"
 #include "support/Golden.hpp"
 #include "support/TempDir.hpp"
 
@@ -28,7 +26,8 @@ TEST(ImageFiles, PngKeepsEveryChannelCountExactlyHdrItsFloatsAndJpegItsSize) {
         std::string const path = dir.File("c" + std::to_string(channels) + ".png");
         ASSERT_TRUE(Texture::SaveFile(path, 3, 2, channels, false, pixels.data(), 0));
         ImageData const back = Texture::LoadFile(path, 0);
-        EXPECT_EQ(std::vector<int>({back.width, back.height, back.channels, back.isFloat}), std::vector<int>({3, 2, channels, 0}));
+        EXPECT_EQ(std::vector<int>({back.width, back.height, back.channels, back.isFloat}),
+                  std::vector<int>({3, 2, channels, 0}));
         EXPECT_EQ(back.pixels, pixels) << channels << " channels";
         EXPECT_EQ(Texture::LoadFile(path, 4).pixels.size(), 3u * 2u * 4u);
     }
@@ -71,16 +70,6 @@ TEST(ImageFiles, BadRequestsAreRefusedWithoutWritingAndUnreadableFilesThrowWithT
     EXPECT_EQ(load("missing.png", 0), prefix + "missing.png: no such file");
     EXPECT_EQ(load("garbage.png", 0).rfind(prefix + "garbage.png: ", 0), 0u) << "stb's reason follows";
     EXPECT_EQ(load("garbage.png", 7), prefix + "garbage.png: 7 channels asked for");
-}
-
-TEST(Upscalers, OnlyWhatRunsIsListed) {
-    using nerox::renderer::UPSCALE_ALGO;
-    using nerox::renderer::Upscaler;
-    EXPECT_EQ(Upscaler::GetAlgoEnumFromStr("FSR2"), UPSCALE_ALGO::NONE) << "unknown names fall back";
-    EXPECT_STREQ(Upscaler::GetAlgoStrFromEnum(static_cast<UPSCALE_ALGO>(42)), "NONE");
-    EXPECT_TRUE(!Upscaler::IsTemporal(UPSCALE_ALGO::NONE) && !Upscaler::IsSupported(static_cast<UPSCALE_ALGO>(42)) &&
-                Upscaler::IsSupported(UPSCALE_ALGO::NONE));
-    EXPECT_EQ(Upscaler::SupportedAlgorithms(), std::vector<UPSCALE_ALGO>{UPSCALE_ALGO::NONE});
 }
 
 TEST(CompiledShaders, EverySourceHasItsSpirvModule) {

@@ -115,7 +115,8 @@ TEST_F(VkDevice_, BuffersCopyOnTheDeviceHaveDistinctAlignedAddressesAndMoveTheir
         VkBufferCopy region{0, 0, records.Size()};
         vkCmdCopyBuffer(commands, records, back, 1, &region);
     }, "copy records"));
-    EXPECT_EQ(std::vector<uint32_t>(back.Data(), back.Data() + back.Count()), std::vector<uint32_t>(records.Data(), records.Data() + 100));
+    EXPECT_EQ(std::vector<uint32_t>(back.Data(), back.Data() + back.Count()),
+              std::vector<uint32_t>(records.Data(), records.Data() + 100));
     EXPECT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), {}, "empty")) << "nothing to record is fine";
 
     Buffer local(Dev(), 64, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, MemoryUsage::GpuOnly, 0, "local only");
