@@ -15,6 +15,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::Eq;
 using ::testing::HasSubstr;
 
 TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
@@ -53,8 +54,7 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
     Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
     struct Case { int preset, quality; float finalUpscale; bool saved; };
     // Presets outside 1 to 6 change nothing.
-    for (Case c : {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{7, 7, 0.25f, false},
-                   Case{5, 2, 1.0f, false}}) {
+    for (Case c : {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{7, 7, 0.25f, false}, Case{5, 2, 1.0f, false}}) {
         SCOPED_TRACE(c.preset);
         game::GameSettings& s = *Game::settings;
         std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale) = std::tuple(c.preset, 7, 0.25f);
@@ -63,10 +63,7 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
         renderer.reset();
         EXPECT_EQ(std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale), std::tuple(c.preset == -1 ? 3 : c.preset, c.quality, c.finalUpscale));
         std::string const after = testsupport::ReadText(settingsPath);
-        if (c.saved)
-            EXPECT_THAT(after, AllOf(HasSubstr("graphics_preset = 3\n"), HasSubstr("upscaling_quality_setting = 1\n")));
-        else
-            EXPECT_EQ(after, before);
+        EXPECT_THAT(after, c.saved ? ::testing::Matcher<std::string>(AllOf(HasSubstr("graphics_preset = 3\n"), HasSubstr("upscaling_quality_setting = 1\n"))) : Eq(before));
     }
 }
 
@@ -95,10 +92,8 @@ TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndT
     r.PushTexture(std::make_shared<PushCounter>());
     r.Trash(std::make_shared<Tracked>());
     Game::Stop();
-    EXPECT_FALSE(r.IsRendering());
     EXPECT_EQ(r.TextureCount(), 0u); // the font atlas went too
-    EXPECT_TRUE(r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty());
-    EXPECT_EQ(Tracked::alive, 0);
+    EXPECT_TRUE(!r.IsRendering() && r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty() && Tracked::alive == 0);
     EXPECT_THAT(recorder::Events(), ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering",
                                                 "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
     // The next world's textures count from 0 again.

@@ -29,9 +29,9 @@ constexpr char kAlphaPath[] = "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod.so";
 
 template <class T>
 bool IsUnlocked() {
-    if (!T::_mutexForLoadedModules.try_lock()) return false;
-    T::_mutexForLoadedModules.unlock();
-    return true;
+    bool const free = T::_mutexForLoadedModules.try_lock();
+    if (free) T::_mutexForLoadedModules.unlock();
+    return free;
 }
 
 template <class T>
@@ -105,12 +105,10 @@ TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnCallbacksListsAndHoo
     ASSERT_TRUE(content && content->_TESSARA_Mod_VERSION && content->Load && content->Unload);
     ASSERT_TRUE(init && init->Vulkan_ScoreGPU && init->SplashBegin && init->SplashEnd);
     EXPECT_FALSE(server->Server_Load || server->Server_Send || init->Vulkan_Init);
-    EXPECT_EQ(server->path, "modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so");
-    EXPECT_EQ(init->path, "modules/MODTEST_init/MODTEST_init.GAME_Init.so");
+    EXPECT_EQ(std::tuple(server->path, init->path), std::tuple("modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so", "modules/MODTEST_init/MODTEST_init.GAME_Init.so"));
     EXPECT_NE(client->handle, server->handle);
-    EXPECT_EQ(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), 7);
     int gpu = 0;
-    EXPECT_EQ(init->Vulkan_ScoreGPU(&gpu), 42);
+    EXPECT_EQ(std::tuple(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), init->Vulkan_ScoreGPU(&gpu)), std::tuple(7, 42));
     server->Server_Receive(17, "ping", 4);
     EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:ModuleLoad", "GAME_Mod loaded MODTEST_alpha", "server:ModuleLoad",
                                                 "SERVER_Mod loaded MODTEST_alpha", "content:ModuleLoad", "init:ModuleLoad",
@@ -119,15 +117,13 @@ TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnCallbacksListsAndHoo
     GAME_Mod::SortModules("update", [](GAME_Mod::Ptr, GAME_Mod::Ptr) { return false; });
     SERVER_Mod::ForEachSortedModule("update", [&](SERVER_Mod::Ptr&) { ADD_FAILURE() << "GAME_Mod's list"; });
     SERVER_Mod::UnloadModule("MODTEST_alpha");
-    EXPECT_EQ(SERVER_Mod::GetModule("MODTEST_alpha"), nullptr);
-    EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), client);
+    EXPECT_TRUE(!SERVER_Mod::GetModule("MODTEST_alpha") && GAME_Mod::GetModule("MODTEST_alpha") == client);
     EXPECT_EQ(SERVER_Mod::LoadModule("MODTEST_beta", false), nullptr) << "only a GAME_Mod library";
 }
 
 TEST_F(ModuleTest, AFailedLoadIsReportedOnlyWhenAskedAndTriedAgainByTheNextLoad) {
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", false), nullptr);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(!GAME_Mod::LoadModule("MODTEST_late", false) && ::testing::internal::GetCapturedStderr().empty());
     ::testing::internal::CaptureStderr();
     EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_late", true), nullptr);
     std::string const prefix = "Module 'modules/MODTEST_late/MODTEST_late.GAME_Mod' failed to load with error: ";
