@@ -94,8 +94,7 @@ TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndT
     Game::Stop();
     EXPECT_EQ(r.TextureCount(), 0u); // the font atlas went too
     EXPECT_TRUE(!r.IsRendering() && r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty() && Tracked::alive == 0);
-    EXPECT_THAT(recorder::Events(), ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering",
-                                                "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
+    EXPECT_THAT(recorder::Events(), ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering", "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
     // The next world's textures count from 0 again.
     EXPECT_EQ(r.AddTexture(nerox::graphics::TextureRef(GameRenderer::FontAtlasPath)), 0u);
 }
@@ -107,14 +106,13 @@ TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndARelea
     r.StartRendering();
     r.Frame();
     r.Trash(std::make_shared<Tracked>()); // in frame N, after its collection
-    r.Frame();                            // N + 1
-    EXPECT_EQ(Tracked::alive, 1);
-    r.Frame(); // N + 2
-    EXPECT_EQ(Tracked::alive, 0);
+    for (int expected : {1, 0}) { // frames N + 1 and N + 2
+        r.Frame();
+        EXPECT_EQ(Tracked::alive, expected);
+    }
     // The outer object, when released, trashes the inner one.
     auto const makeChain = [&r] {
-        auto inner = std::make_shared<Tracked>();
-        auto outer = std::make_shared<Tracked>();
+        auto inner = std::make_shared<Tracked>(), outer = std::make_shared<Tracked>();
         outer->onDestroy = [&r, inner]() mutable { r.Trash(std::move(inner)); };
         r.Trash(std::move(outer));
     };
@@ -125,8 +123,7 @@ TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndARelea
     }
     makeChain();
     r.CollectAllTrash(); // takes both at once
-    EXPECT_EQ(Tracked::alive, 0);
-    EXPECT_TRUE(r.trash.empty() && r.trashPrevious.empty());
+    EXPECT_TRUE(Tracked::alive == 0 && r.trash.empty() && r.trashPrevious.empty());
 }
 
 TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect)
@@ -135,12 +132,10 @@ TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect)
     Tracked::alive = 0;
     std::atomic<bool> done{false};
     std::thread producer([&] {
-        for (int i = 0; i < 2000; ++i)
-            r.Trash(std::make_shared<Tracked>());
+        for (int i = 0; i < 2000; ++i) r.Trash(std::make_shared<Tracked>());
         done = true;
     });
-    while (!done.load())
-        r.CollectTrash();
+    while (!done.load()) r.CollectTrash();
     producer.join();
     r.CollectAllTrash();
     EXPECT_EQ(Tracked::alive, 0);
