@@ -13,7 +13,6 @@
 namespace rendertest {
 namespace {
 
-
 // The renderer hooks called since the log was emptied, one a line.
 std::string RendererHooks()
 {
@@ -62,8 +61,7 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
               std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f));
     EXPECT_EQ(std::tuple(r.upscalingQualitySetting, r.devTools, static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip),
               std::tuple(2, true, 0.05f));
-    EXPECT_EQ(s.upscaling_algo, "NONE"); // upper-cased in place
-    EXPECT_EQ(r.upscalingAlgo, nerox::renderer::UPSCALE_ALGO::NONE);
+    EXPECT_EQ(std::tuple(s.upscaling_algo, r.upscalingAlgo), std::tuple("NONE", nerox::renderer::UPSCALE_ALGO::NONE)); // upper-cased in place
 
     struct Row { bool toneMapping, taa, debug, dithering; uint32_t word; };
     // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
