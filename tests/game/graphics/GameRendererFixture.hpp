@@ -30,8 +30,7 @@ protected:
     }
     void TearDown() override
     {
-        if (renderer)
-            renderer->StopRendering();
+        if (renderer) renderer->StopRendering();
         renderer.reset();
         Game::renderer = nullptr;
         game::Options::Clear();
@@ -40,10 +39,8 @@ protected:
     }
     GameRenderer& Make()
     {
-        renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1,
-                                                  nerox::vk::PhysicalDevice::Features{});
-        Game::renderer = renderer.get();
-        return *renderer;
+        renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1, nerox::vk::PhysicalDevice::Features{});
+        return *(Game::renderer = renderer.get());
     }
     /// Loads a module (the recorder by default) and sorts it into the lists named.
     static void LoadSortedInto(std::vector<std::string> const& keys = {"update", "render", "post", "overlay", "ui"},
