@@ -9,26 +9,20 @@ namespace nerox::modular {
 namespace {
 
 TEST(ModuleIDTest, TextsReadBackNormalisedOrLeaveTheIdUnset) {
-    struct Case {
-        char const* text;
-        char const* printed; // nullptr: both words stay 0
-    };
+    struct Case { char const* text; char const* printed; }; // printed nullptr: both words stay 0
     Case const cases[] = {
-        {"ab_CD", "AB_cd"}, {"vEnDoR_NaMe", "VENDOR_name"}, {"A1_b2", "A1_b2"},
-        {"TESSARA9_core42 x", "TESSARA9_core42 x"},
+        {"ab_CD", "AB_cd"}, {"vEnDoR_NaMe", "VENDOR_name"}, {"A1_b2", "A1_b2"}, {"TESSARA9_core42 x", "TESSARA9_core42 x"},
         {"ABCDEFGHIJKL_abcdefghijkl", "ABCDEFGHIJKL_abcdefghijkl"}, // twelve characters fit in a word
         {"ABCDEFGHIJKLM_abc", nullptr}, {"ABC_abcdefghijklm", nullptr}, // thirteen do not
         {" A_b", " A_b"}, {"AB  _cd ", "AB_cd"}, // a blank may open a part; trailing ones are lost
         {"", nullptr}, {"VENDORNAME", nullptr}, {"_name", nullptr}, {"VENDOR_", nullptr}, {"_", nullptr},
-        {"1ACME_tools", nullptr}, {"ACME_9tools", nullptr}, // a digit may not open a part
-        {"-ACME_tools", nullptr}, {"ACME_.tools", nullptr},
+        {"-ACME_tools", nullptr}, {"ACME_.tools", nullptr}, {"1ACME_tools", nullptr}, {"ACME_9tools", nullptr}, // nor may a digit or a sign open a part
     };
     for (Case const& c : cases) {
         ModuleID const id(c.text);
         EXPECT_EQ(id.String(), c.printed ? c.printed : "") << '"' << c.text << '"';
         EXPECT_TRUE(c.printed || (id.vendor == 0 && id.name == 0)) << '"' << c.text << '"';
     }
-    EXPECT_EQ(ModuleID().String(), "");
 }
 
 TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigitABadLaterOneClearsOnlyItsWordAndCaseIsIgnored) {
