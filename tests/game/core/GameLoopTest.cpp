@@ -4,6 +4,7 @@
 #include "game/GameSettings.hpp"
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
+#include "game/entity/ServerSideEntity.hpp"
 #include "nerox/audio/Studio.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
 #include "support/TempDir.hpp"
@@ -75,7 +76,11 @@ using ServerTickTest = GameTest;
 TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndClientModulesAreLeftOut) {
     ASSERT_TRUE(LoadRecorder());
     ASSERT_TRUE(LoadRecorder<SERVER_Mod>());
-    for (bool metrics : {false, true}) { // the measuring branch runs the same stages
+    using game::entity::ServerSideEntity;
+    ServerSideEntity::Ptr vehicle = ServerSideEntity::Spawn(nerox::modular::ModuleID("TEST_absent"), "hull");
+    ServerSideEntity::Ptr part = ServerSideEntity::Spawn(nerox::modular::ModuleID("TEST_absent"), "part");
+    vehicle->AddChild(part);
+    for (bool metrics : {false, true}) { // the measuring branch runs the same stages and books the part into its vehicle
         SCOPED_TRACE(metrics);
         recorder::Clear();
         nerox::cpu::Profiler::Reset();
@@ -91,6 +96,9 @@ TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndCl
                                   "/ForEachEntity::AfterUpdate", "/ForEachModule::Server_AfterUpdate"})
             EXPECT_EQ(counts[std::string("ServerUpdate") + scope], 1u) << scope;
     }
+    EXPECT_EQ(std::tuple(Game::_serverSideEntityPerformance_timers.size(), Game::serverSideEntityPerformance_avg_time.count(vehicle->id)), std::tuple(1u, 1u));
+    Game::_serverSideEntityPerformance_timers.clear(), Game::serverSideEntityPerformance_avg_time.clear();
+    ServerSideEntity::DestroyAll();
 }
 
 TEST_F(ServerTickTest, TimestampFollowsTheClockPlusOffsetOnlyWhileTimeIsActive) {
