@@ -28,8 +28,7 @@ nerox::modular::ModuleID const BenchModule("BENCH_state");
 
 /// The id of entity i. Generated ids may repeat when many are made within one
 /// microsecond; these cannot.
-Id EntityId(int i)
-{
+Id EntityId(int i) {
     return Id(game::UniqueId(0x0000000054544E45ull, 0x0200000000000000ull + static_cast<uint64_t>(i) + 1)); // "ENTT"
 }
 
@@ -37,10 +36,8 @@ Id EntityId(int i)
 class BenchInterface : public ServerSideEntity::Interface {
 public:
     void SaveState(WriteOnlyStream& stream) override { stream.Write(state); }
-    void LoadState(ReadOnlyStream& stream) override
-    {
-        if (stream.Remaining() >= sizeof(state))
-            stream.Read(state);
+    void LoadState(ReadOnlyStream& stream) override {
+        if (stream.Remaining() >= sizeof(state)) stream.Read(state);
     }
 
     struct {
@@ -52,8 +49,7 @@ public:
 /// benchmark's time, since world paths are relative to it.
 class ScratchWorld {
 public:
-    ScratchWorld()
-    {
+    ScratchWorld() {
         _root = fs::temp_directory_path() / ("tessara_state_bench_" + std::to_string(::getpid()));
         fs::remove_all(_root);
         fs::create_directories(_root / "run");
@@ -66,8 +62,7 @@ public:
         row.factory = [] { return std::make_shared<BenchInterface>(); };
     }
 
-    ~ScratchWorld()
-    {
+    ~ScratchWorld() {
         Forget();
         ServerSideEntity::_registered_interfaces.erase(BenchModule.String());
         Game::_current_world.clear();
@@ -77,16 +72,14 @@ public:
     }
 
     /// Empties the registry and leaves the files where they are.
-    static void Forget()
-    {
+    static void Forget() {
         ServerSideEntity::ForEach([](ServerSideEntity::Ptr entity) { entity->deleteFilesOnDestroy = false; });
         ServerSideEntity::DestroyAll();
         ServerSideEntity::_module_entities.erase(BenchModule.String());
     }
 
     /// EntityCount entities placed in the world, spread out, half of them at rest.
-    static std::vector<ServerSideEntity::Ptr> Populate()
-    {
+    static std::vector<ServerSideEntity::Ptr> Populate() {
         std::vector<ServerSideEntity::Ptr> entities;
         entities.reserve(EntityCount);
         for (int i = 0; i < EntityCount; ++i) {
@@ -109,8 +102,7 @@ private:
 /// ids, read each file, attach the interfaces). One pass of each costs tens of
 /// thousands of file operations, so the two share one run: the counters give
 /// entities per second of each half, the time is the sum.
-void BM_EntityStateSaveThenLoad(benchmark::State& state)
-{
+void BM_EntityStateSaveThenLoad(benchmark::State& state) {
     using Clock = std::chrono::steady_clock;
     ScratchWorld world;
     double saveSeconds = 0.0;
@@ -123,8 +115,7 @@ void BM_EntityStateSaveThenLoad(benchmark::State& state)
         state.ResumeTiming();
 
         Clock::time_point const start = Clock::now();
-        for (ServerSideEntity::Ptr const& entity : entities)
-            entity->Serialize();
+        for (ServerSideEntity::Ptr const& entity : entities) entity->Serialize();
         Clock::time_point const saved = Clock::now();
 
         state.PauseTiming();
@@ -137,8 +128,7 @@ void BM_EntityStateSaveThenLoad(benchmark::State& state)
         Clock::time_point const loaded = Clock::now();
 
         state.PauseTiming();
-        if (ServerSideEntity::Count() != EntityCount)
-            state.SkipWithError("not every entity loaded");
+        if (ServerSideEntity::Count() != EntityCount) state.SkipWithError("not every entity loaded");
         ScratchWorld::Forget();
         state.ResumeTiming();
 

@@ -13,15 +13,14 @@
 
 namespace {
 
-using game::Config;
 using fuzzsupport::Check;
 using fuzzsupport::SilenceErrors;
+using game::Config;
 
 /// Deepest level of the tree that is visited.
 constexpr int maxDepth = 64;
 /// Most nodes visited for one input, so that alias-heavy trees stay quick.
 constexpr size_t maxVisits = 200000;
-
 
 /// Keeps the results of the accessors alive so that none is optimised away.
 volatile uint64_t consumed = 0;

@@ -19,8 +19,6 @@ using fuzzsupport::WriteBytes;
 
 namespace {
 
-
-
 /// Keeps the walked transforms alive so that none is optimised away.
 volatile double consumed = 0.0;
 

@@ -21,8 +21,7 @@ namespace {
 Id const FuzzId{game::UniqueId(0x0000000054544E45ull, 0x0123456789ABCDEFull)};
 
 /// Bitwise equality, so that NaN fields compare equal to themselves.
-template <class T>
-bool Same(T const& a, T const& b) {
+template <class T> bool Same(T const& a, T const& b) {
     return std::memcmp(&a, &b, sizeof(T)) == 0;
 }
 

@@ -19,9 +19,15 @@ constexpr double atomRadius = 9.2e-11;
 /// (4/3)π: the volume of a sphere per cubed radius.
 constexpr double sphereVolumePerCubedRadius = 4.1887902047863905;
 
-bool IsUpperLetter(char c) { return c >= 'A' && c <= 'Z'; }
-bool IsLowerLetter(char c) { return c >= 'a' && c <= 'z'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsUpperLetter(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+bool IsLowerLetter(char c) {
+    return c >= 'a' && c <= 'z';
+}
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 } // namespace
 
@@ -77,12 +83,11 @@ nerox::SharedMutex Molecule::_moleculesMutex;
 nerox::SharedMutex Molecule::_liquidMoleculesMaxDensityMutex;
 
 std::unordered_map<std::string, double> const Molecule::gasMoleculesIndexOfRefraction = {
-    {"H", 1.000132},  {"He", 1.000035}, {"Ne", 1.000067},   {"F", 1.000195},    {"O", 1.000271},
-    {"Ar", 1.000281}, {"N", 1.000298},  {"Kr", 1.000427},   {"Xe", 1.000702},   {"Cl", 1.000773},
-    {"Se", 1.000895}, {"Hg", 1.000933}, {"Te", 1.000991},   {"S", 1.001111},    {"Br", 1.001132},
-    {"P", 1.001212},  {"As", 1.001552}, {"Zn", 1.002},      {"CO", 1.000338},   {"CO2", 1.000449},
-    {"CH4", 1.000444}, {"NH3", 1.000376}, {"C6H6", 1.001762}, {"CS2", 1.001481}, {"HCl", 1.000447},
-    {"NO", 1.000297}, {"N2O", 1.000516}, {"C5H12", 1.000686}, {"SO2", 1.000686}, {"H2O", 1.000261},
+    {"H", 1.000132},   {"He", 1.000035},  {"Ne", 1.000067},  {"F", 1.000195},     {"O", 1.000271},    {"Ar", 1.000281},
+    {"N", 1.000298},   {"Kr", 1.000427},  {"Xe", 1.000702},  {"Cl", 1.000773},    {"Se", 1.000895},   {"Hg", 1.000933},
+    {"Te", 1.000991},  {"S", 1.001111},   {"Br", 1.001132},  {"P", 1.001212},     {"As", 1.001552},   {"Zn", 1.002},
+    {"CO", 1.000338},  {"CO2", 1.000449}, {"CH4", 1.000444}, {"NH3", 1.000376},   {"C6H6", 1.001762}, {"CS2", 1.001481},
+    {"HCl", 1.000447}, {"NO", 1.000297},  {"N2O", 1.000516}, {"C5H12", 1.000686}, {"SO2", 1.000686},  {"H2O", 1.000261},
 };
 
 std::unordered_map<std::string, double> Molecule::liquidMoleculesMaxDensity = {
@@ -222,15 +227,15 @@ std::unordered_map<std::string, Element const*> const Element::elementsBySymbol 
 // Nitrogen, fluorine and chlorine stand as atoms, hydrogen and oxygen as H2 and O2.
 std::unordered_map<std::string, Molecule> Molecule::molecules = [] {
     static char const* const formulas[] = {
-        "H2", "N",  "He", "Ne",   "F",  "Ar", "Xe", "Cl", "Se", "O2",  "CO2",  "H2O", "Si", "Al", "Fe", "Ca",
-        "Na", "NaCl", "K", "Mg", "Ti", "CO", "CH4", "NH3", "C6H6", "CS2", "HCl", "NO", "N2O", "C5H12", "SO2",
+        "H2", "N",    "He", "Ne", "F",  "Ar", "Xe",  "Cl",  "Se",   "O2",  "CO2", "H2O", "Si",  "Al",    "Fe",  "Ca",
+        "Na", "NaCl", "K",  "Mg", "Ti", "CO", "CH4", "NH3", "C6H6", "CS2", "HCl", "NO",  "N2O", "C5H12", "SO2",
     };
     std::unordered_map<std::string, Molecule> table;
     for (char const* formula : formulas) table.emplace(formula, Molecule(GetElementsFromFormula(formula)));
     return table;
 }();
 
-Molecule::Molecule(std::vector<std::tuple<uint8_t, uint8_t>> composition) : composition(std::move(composition)) {}
+Molecule::Molecule(std::vector<std::tuple<uint8_t, uint8_t>> composition) : composition(std::move(composition)) { }
 
 Molecule::Molecule(std::string const& name) {
     {
@@ -274,11 +279,17 @@ double Molecule::GetMolarMass() const {
     return grams / 1000.0;
 }
 
-double Molecule::HeatCapacity() const { return 1.0; }
+double Molecule::HeatCapacity() const {
+    return 1.0;
+}
 
-double Molecule::LiquidIndexOfRefraction() const { return 1.33; }
+double Molecule::LiquidIndexOfRefraction() const {
+    return 1.33;
+}
 
-double Molecule::SolidIndexOfRefraction() const { return 1.45; }
+double Molecule::SolidIndexOfRefraction() const {
+    return 1.45;
+}
 
 double Molecule::GaseousIndexOfRefraction() const {
     std::string const key = Formula();

@@ -54,19 +54,12 @@ unsigned TakeBasePrefix(std::string_view& text) {
     if (text.size() < 2 || text[0] != '0') return 10;
     switch (text[1]) {
     case 'x':
-    case 'X':
-        text.remove_prefix(2);
-        return 16;
+    case 'X': text.remove_prefix(2); return 16;
     case 'b':
-    case 'B':
-        text.remove_prefix(2);
-        return 2;
+    case 'B': text.remove_prefix(2); return 2;
     case 'o':
-    case 'O':
-        text.remove_prefix(2);
-        return 8;
-    default:
-        return 10;
+    case 'O': text.remove_prefix(2); return 8;
+    default: return 10;
     }
 }
 
@@ -95,8 +88,7 @@ bool IsIntegerText(std::string_view text) {
 }
 
 /// The integer of text in U's width, wrapping: optional "-", optional base prefix, digits. 0 if malformed.
-template <typename U>
-U WrappingInteger(std::string_view text) {
+template <typename U> U WrappingInteger(std::string_view text) {
     bool negative = !text.empty() && text[0] == '-';
     if (negative) text.remove_prefix(1);
     unsigned base = TakeBasePrefix(text);
@@ -212,16 +204,12 @@ bool IsTooLarge(std::string_view body, bool hexadecimal) {
 }
 
 /// The real number of text in T; 0 if the text isn't a whole real number.
-template <typename T>
-T RealValue(std::string_view text) {
+template <typename T> T RealValue(std::string_view text) {
     bool negative = false;
     switch (SpecialReal(text, negative)) {
-    case Special::infinity:
-        return negative ? -std::numeric_limits<T>::infinity() : std::numeric_limits<T>::infinity();
-    case Special::nan:
-        return std::copysign(std::numeric_limits<T>::quiet_NaN(), negative ? T(-1) : T(1));
-    case Special::none:
-        break;
+    case Special::infinity: return negative ? -std::numeric_limits<T>::infinity() : std::numeric_limits<T>::infinity();
+    case Special::nan: return std::copysign(std::numeric_limits<T>::quiet_NaN(), negative ? T(-1) : T(1));
+    case Special::none: break;
     }
     if (!IsRealText(text)) return 0;
     negative = text[0] == '-';
@@ -303,7 +291,7 @@ void ReportError(int line, int column, std::string_view message) {
 }
 
 /// Diagnostic output that goes nowhere: errors are collected and reported by Parse.
-void DiscardDiagnostic(fy_diag*, void*, char const*, size_t) {}
+void DiscardDiagnostic(fy_diag*, void*, char const*, size_t) { }
 
 /// Lets go of a diagnostic object. Collected errors are only freed when collecting is
 /// switched off, not when the last reference goes, so switch it off first.
@@ -577,9 +565,13 @@ void Config::Parse(char* text) {
     ParseText(text, std::strlen(text));
 }
 
-void Config::Parse(std::string const& text) { ParseText(text.data(), text.size()); }
+void Config::Parse(std::string const& text) {
+    ParseText(text.data(), text.size());
+}
 
-void Config::Clear() { _tree.reset(); }
+void Config::Clear() {
+    _tree.reset();
+}
 
 void Config::ParseText(char const* data, size_t size) {
     Clear();
@@ -632,8 +624,8 @@ void Config::ParseText(char const* data, size_t size) {
     try {
         auto tree = std::make_unique<Tree>();
         tree->Build(document.get());
-        bool emptyRoot = tree->nodes.empty() || (tree->nodes.size() == 1 && (tree->nodes[0].flags & valueBit) &&
-                                                 tree->nodes[0].value.size == 0);
+        bool emptyRoot = tree->nodes.empty() ||
+            (tree->nodes.size() == 1 && (tree->nodes[0].flags & valueBit) && tree->nodes[0].value.size == 0);
         if (!emptyRoot) _tree = std::move(tree);
     } catch (BuildError const& error) {
         ReportError(error.line, error.column, error.message);
@@ -654,18 +646,24 @@ Config::Node Config::operator[](unsigned long index) const {
     return Node(_tree.get(), 0)[index];
 }
 
-bool Config::Empty() const { return !_tree; }
+bool Config::Empty() const {
+    return !_tree;
+}
 
 // ---- Node
 
-Config::Node::operator bool() const { return Tree::At(_tree, _id) != nullptr; }
+Config::Node::operator bool() const {
+    return Tree::At(_tree, _id) != nullptr;
+}
 
 long Config::Node::Index() const {
     Tree::Record const* record = Tree::At(_tree, _id);
     return record != nullptr ? long(record->position) : -1;
 }
 
-size_t Config::Node::Size() const { return Tree::At(_tree, _id) != nullptr ? _tree->nodes.size() : 0; }
+size_t Config::Node::Size() const {
+    return Tree::At(_tree, _id) != nullptr ? _tree->nodes.size() : 0;
+}
 
 bool Config::Node::HasKey() const {
     Tree::Record const* record = Tree::At(_tree, _id);
@@ -701,9 +699,13 @@ bool Config::Node::IsInt() const {
     return !text.empty() && IsIntegerText(text);
 }
 
-bool Config::Node::IsNumeric() const { return IsInt() || IsFloat(); }
+bool Config::Node::IsNumeric() const {
+    return IsInt() || IsFloat();
+}
 
-bool Config::Node::IsString() const { return IsValue() && !IsNumeric(); }
+bool Config::Node::IsString() const {
+    return IsValue() && !IsNumeric();
+}
 
 float Config::Node::AsFloat() const {
     Tree::Record const* record = Tree::At(_tree, _id);
@@ -741,7 +743,9 @@ std::string Config::Node::AsString() const {
     return std::string(_tree->View(record->value));
 }
 
-Config::Node::operator std::string() const { return AsString(); }
+Config::Node::operator std::string() const {
+    return AsString();
+}
 
 std::string Config::Node::Key() const {
     Tree::Record const* record = Tree::At(_tree, _id);
@@ -751,21 +755,25 @@ std::string Config::Node::Key() const {
 
 bool Config::Node::operator==(char const* text) const {
     Tree::Record const* record = Tree::At(_tree, _id);
-    std::string_view mine = record != nullptr && (record->flags & valueBit) ? _tree->View(record->value)
-                                                                            : std::string_view();
+    std::string_view mine =
+        record != nullptr && (record->flags & valueBit) ? _tree->View(record->value) : std::string_view();
     return mine == (text != nullptr ? std::string_view(text) : std::string_view());
 }
 
 bool Config::Node::operator==(std::string const& text) const {
     Tree::Record const* record = Tree::At(_tree, _id);
-    std::string_view mine = record != nullptr && (record->flags & valueBit) ? _tree->View(record->value)
-                                                                            : std::string_view();
+    std::string_view mine =
+        record != nullptr && (record->flags & valueBit) ? _tree->View(record->value) : std::string_view();
     return mine == std::string_view(text);
 }
 
-bool Config::Node::operator!=(char const* text) const { return !(*this == text); }
+bool Config::Node::operator!=(char const* text) const {
+    return !(*this == text);
+}
 
-bool Config::Node::operator!=(std::string const& text) const { return !(*this == text); }
+bool Config::Node::operator!=(std::string const& text) const {
+    return !(*this == text);
+}
 
 Config::Node Config::Node::operator[](char const* key) const {
     Tree::Record const* record = Tree::At(_tree, _id);

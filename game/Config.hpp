@@ -118,7 +118,7 @@ public:
     private:
         friend class Config;
         friend class Iterator;
-        Node(Tree const* tree, size_t id) : _tree(tree), _id(id) {}
+        Node(Tree const* tree, size_t id) : _tree(tree), _id(id) { }
 
         Tree const* _tree = nullptr;
         size_t _id = none;
@@ -145,7 +145,7 @@ public:
 
     private:
         friend class Node;
-        Iterator(Tree const* tree, size_t id) : _tree(tree), _id(id) {}
+        Iterator(Tree const* tree, size_t id) : _tree(tree), _id(id) { }
 
         Tree const* _tree = nullptr;
         size_t _id = none;

@@ -109,8 +109,9 @@ char const* const fallbackFontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSan
 
 // Seconds since the epoch as a double, from the system clock's nanosecond count.
 double SystemClockSeconds() {
-    auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                           std::chrono::system_clock::now().time_since_epoch()).count();
+    auto nanoseconds =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     return static_cast<double>(nanoseconds) / 1e6 * 0.001;
 }
 
@@ -129,8 +130,9 @@ void Game::Start() {
         unsigned char scratch = 0;
         if (mod->Load) mod->Load(&scratch);
     });
-    std::cout << "Shader compilation may take several minutes before starting the game the first time or after an update..."
-              << std::endl;
+    std::cout
+        << "Shader compilation may take several minutes before starting the game the first time or after an update..."
+        << std::endl;
 }
 
 void Game::Ready() {
@@ -320,8 +322,7 @@ void Game::Stop() {
     _inputMode = 0;
     _mouseLook = false;
     for (auto& [id, device] : _joysticks) {
-        if (device)
-            device->Disconnect(); // whoever still holds one sees it gone
+        if (device) device->Disconnect(); // whoever still holds one sees it gone
     }
     _joysticks.clear();
     game::input::Controller::Reset();
@@ -340,9 +341,11 @@ void Game::Quit() {
     game::Options::_options.clear();
 }
 
-void Game::Pause() {}
+void Game::Pause() { }
 
-void Game::Play() { SetInputMode_Play(); }
+void Game::Play() {
+    SetInputMode_Play();
+}
 
 void Game::SetInputMode_Ui() {
     SetMouseLook(false);
@@ -439,8 +442,7 @@ bool Game::ShowHelpTooltip() {
     ImGui::SetNextWindowPos(position, ImGuiCond_Always, ImVec2(1.0f, 0.0f));
     ImGui::SetNextWindowBgAlpha(0.5f);
     ImGuiWindowFlags flags = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_AlwaysAutoResize |
-                             ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoFocusOnAppearing |
-                             ImGuiWindowFlags_NoNav;
+        ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoFocusOnAppearing | ImGuiWindowFlags_NoNav;
     ImGui::Begin("Help Tooltips", nullptr, flags);
     ImGui::TextUnformatted("Help Tooltips (Press F1 and uncheck \"Show Help Tooltips\" to disable)");
     ImGui::Separator();
@@ -472,7 +474,9 @@ void Game::SetIMC(std::string const& key, std::string const& value) {
     std::strncpy(it->second.data(), value.c_str(), imcValueSize - 1);
 }
 
-void Game::SetIMC(std::string const& key, double value) { SetIMC(key, nerox::String::FromDouble(value, -1)); }
+void Game::SetIMC(std::string const& key, double value) {
+    SetIMC(key, nerox::String::FromDouble(value, -1));
+}
 
 void Game::AssignMonitor(unsigned int id, std::string const& text) {
     std::lock_guard lock(_monitorsMutex);

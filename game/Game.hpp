@@ -21,11 +21,21 @@
 #include <unordered_map>
 #include <vector>
 
-namespace nerox::graphics { class Window; }
-namespace nerox::audio { class Studio; }
-namespace game::graphics { class GameRenderer; }
-namespace game::audio { class EnvironmentAudio; }
-namespace game::input { class Joystick; }
+namespace nerox::graphics {
+class Window;
+}
+namespace nerox::audio {
+class Studio;
+}
+namespace game::graphics {
+class GameRenderer;
+}
+namespace game::audio {
+class EnvironmentAudio;
+}
+namespace game::input {
+class Joystick;
+}
 
 /// The root of the game library: static state and the entry points that the host
 /// calls from its own loops. Never instantiated. The host fills `window`,
@@ -41,31 +51,31 @@ public:
     using PhysicsColliderDebug = game::physics::DebugCollider; ///< One collider of the step, for debug drawing.
 
     // Lifecycle and environment.
-    static std::atomic<bool> isActive;                     ///< True while the game runs; `Quit` clears it.
-    static std::unique_ptr<game::GameSettings> settings;   ///< The user's settings, set by the host.
-    static game::graphics::GameRenderer* renderer;         ///< The renderer, or null when headless.
-    static nerox::graphics::Window* window;                ///< The window, or null when headless.
-    static nerox::audio::Studio* audio;                    ///< The audio studio, or null when silent.
+    static std::atomic<bool> isActive;                   ///< True while the game runs; `Quit` clears it.
+    static std::unique_ptr<game::GameSettings> settings; ///< The user's settings, set by the host.
+    static game::graphics::GameRenderer* renderer;       ///< The renderer, or null when headless.
+    static nerox::graphics::Window* window;              ///< The window, or null when headless.
+    static nerox::audio::Studio* audio;                  ///< The audio studio, or null when silent.
     static std::unique_ptr<game::audio::EnvironmentAudio> environmentAudio; ///< Created by Start, destroyed by Stop.
-    static game::Config config;                            ///< Game-wide YAML configuration; Stop clears it.
-    static std::vector<std::string> _mods;                 ///< Content modules that Start loads.
-    static std::string _current_world;                     ///< Name of the loaded world.
-    static int32_t _mode;                                  ///< 0 creative, 1 adventure, else survival.
-    static bool _is_server;                                ///< True in the process that runs the server side.
-    static uint64_t offlineSteamId;                        ///< User id for play without the Steam client.
-    static std::string offlineSteamUsername;               ///< User name for `offlineSteamId`.
+    static game::Config config;              ///< Game-wide YAML configuration; Stop clears it.
+    static std::vector<std::string> _mods;   ///< Content modules that Start loads.
+    static std::string _current_world;       ///< Name of the loaded world.
+    static int32_t _mode;                    ///< 0 creative, 1 adventure, else survival.
+    static bool _is_server;                  ///< True in the process that runs the server side.
+    static uint64_t offlineSteamId;          ///< User id for play without the Steam client.
+    static std::string offlineSteamUsername; ///< User name for `offlineSteamId`.
 
     // World time.
-    static double timestamp;   ///< Shared game clock in seconds, written by each server tick.
-    static double timeOffset;  ///< Added to the system clock to form `timestamp`.
-    static bool timeActive;    ///< While false, `timestamp` stands still.
+    static double timestamp;  ///< Shared game clock in seconds, written by each server tick.
+    static double timeOffset; ///< Added to the system clock to form `timestamp`.
+    static bool timeActive;   ///< While false, `timestamp` stands still.
 
     // User state.
-    static uint8_t _inputMode;       ///< 0 interface, 1 play, 2 station.
-    static bool _mouseLook;          ///< Cursor captured, mouse turns the view.
-    static bool uiVisible;           ///< Whether the overlay is drawn.
-    static bool settingsWindowOpen;  ///< Settings window open.
-    static bool adminWindowOpen;     ///< Admin window open.
+    static uint8_t _inputMode;                                               ///< 0 interface, 1 play, 2 station.
+    static bool _mouseLook;                                                  ///< Cursor captured, mouse turns the view.
+    static bool uiVisible;                                                   ///< Whether the overlay is drawn.
+    static bool settingsWindowOpen;                                          ///< Settings window open.
+    static bool adminWindowOpen;                                             ///< Admin window open.
     static std::map<int, std::shared_ptr<game::input::Joystick>> _joysticks; ///< Connected joysticks by device number.
 
     // Environment references.
@@ -74,7 +84,7 @@ public:
     static bool environmentIsLoaded;                          ///< Set by the module that loads the environment.
     /// The answer functions of the environments, registered by content modules.
     static std::unordered_map<game::entity::EnvironmentId, game::physics::EnvironmentFunction> _environmentFunctions;
-    static glm::dmat4 backgroundTransform;                    ///< Transform of the background.
+    static glm::dmat4 backgroundTransform; ///< Transform of the background.
 
     // Measurement and debugging.
     static nerox::FPSCounter mainRenderingFramerate; ///< Render loop; `Update` reads its delta time.
@@ -82,29 +92,31 @@ public:
     static nerox::FPSCounter inputFramerate;         ///< Input loop.
     static nerox::FPSCounter gameFramerate;          ///< Client game loop.
     static bool serverSideEntityPerformanceMetrics;  ///< Switches ServerUpdate to its measuring branch.
-    static std::unordered_map<game::entity::Id, double> _serverSideEntityPerformance_timers; ///< Seconds this tick, per vehicle.
-    static std::unordered_map<game::entity::Id, double> serverSideEntityPerformance_avg_time; ///< Smoothed seconds per tick, per vehicle.
-    static double serverSideSyncAvgTime;             ///< Smoothed synchronisation time of the server step.
-    static double serverSidePhysicsAvgTime;          ///< Smoothed seconds of the server physics step.
-    static bool debugServerSidePhysics;              ///< Server physics collects debug shapes.
-    static bool debugClientSidePhysics;              ///< Client physics debug drawing.
-    static std::vector<PhysicsLineDebug> physicsDebugLines_back;    ///< Filled by the physics step.
-    static std::vector<PhysicsLineDebug> physicsDebugLines_staging; ///< Handed over under `physicsDebugMutex`.
-    static std::vector<PhysicsLineDebug> physicsDebugLines_front;   ///< Drawn by the renderer.
+    static std::unordered_map<game::entity::Id, double>
+        _serverSideEntityPerformance_timers; ///< Seconds this tick, per vehicle.
+    static std::unordered_map<game::entity::Id, double>
+        serverSideEntityPerformance_avg_time;                    ///< Smoothed seconds per tick, per vehicle.
+    static double serverSideSyncAvgTime;                         ///< Smoothed synchronisation time of the server step.
+    static double serverSidePhysicsAvgTime;                      ///< Smoothed seconds of the server physics step.
+    static bool debugServerSidePhysics;                          ///< Server physics collects debug shapes.
+    static bool debugClientSidePhysics;                          ///< Client physics debug drawing.
+    static std::vector<PhysicsLineDebug> physicsDebugLines_back; ///< Filled by the physics step.
+    static std::vector<PhysicsLineDebug> physicsDebugLines_staging;         ///< Handed over under `physicsDebugMutex`.
+    static std::vector<PhysicsLineDebug> physicsDebugLines_front;           ///< Drawn by the renderer.
     static std::vector<PhysicsColliderDebug> physicsDebugColliders_back;    ///< Filled by the physics step.
     static std::vector<PhysicsColliderDebug> physicsDebugColliders_staging; ///< Handed over under `physicsDebugMutex`.
     static std::vector<PhysicsColliderDebug> physicsDebugColliders_front;   ///< Drawn by the renderer.
-    static std::atomic<bool> physicsDebugCollidersUpdated;          ///< New data stands in the staging buffers.
-    static std::mutex physicsDebugMutex;                            ///< Guards the staging buffers and the flag.
-    static int32_t debugGizmoOp;                     ///< Operation of the debug entity gizmo; 0 none.
-    static game::entity::Id debugGizmoEntityId;      ///< Entity under the gizmo.
-    static glm::dmat4 debugGizmoTransform;           ///< Transform under the gizmo.
-    static float testSlider[5];                      ///< Developer test sliders.
+    static std::atomic<bool> physicsDebugCollidersUpdated;                  ///< New data stands in the staging buffers.
+    static std::mutex physicsDebugMutex;        ///< Guards the staging buffers and the flag.
+    static int32_t debugGizmoOp;                ///< Operation of the debug entity gizmo; 0 none.
+    static game::entity::Id debugGizmoEntityId; ///< Entity under the gizmo.
+    static glm::dmat4 debugGizmoTransform;      ///< Transform under the gizmo.
+    static float testSlider[5];                 ///< Developer test sliders.
 
     // Inter-module channel: short texts by key, written and read by hooks on any thread.
-    static constexpr size_t imcValueSize = 4096;                                 ///< Bytes per value, terminator included.
+    static constexpr size_t imcValueSize = 4096; ///< Bytes per value, terminator included.
     static std::unordered_map<std::string, std::array<char, imcValueSize>> _imcData; ///< Values by key.
-    static nerox::SharedMutex _imcMutex;                                         ///< Guards `_imcData`.
+    static nerox::SharedMutex _imcMutex;                                             ///< Guards `_imcData`.
 
     // Monitors: in-world displays and the text each shows.
     static std::unordered_map<uint32_t, std::string> _monitors; ///< Text by monitor id; 0 is the empty text.

@@ -22,7 +22,7 @@ struct BindingDefault {
     int padButton = -1; // first gamepad
     int padAxis = -1;
     int padDir = 1;
-    int joyAxis = -1;   // second (named joystick) record
+    int joyAxis = -1; // second (named joystick) record
     int joyDir = 1;
 };
 
@@ -34,69 +34,216 @@ BindingDefault const Bindings[] = {
     {.name = "input_binding_sit", .member = &S::input_binding_sit, .keyboard = GLFW_KEY_R, .padButton = 1},
     {.name = "input_binding_third_person", .member = &S::input_binding_third_person, .keyboard = GLFW_KEY_K},
     {.name = "input_binding_zoom", .member = &S::input_binding_zoom, .keyboard = GLFW_KEY_Z},
-    {.name = "input_binding_avatar_jump", .member = &S::input_binding_avatar_jump, .keyboard = GLFW_KEY_SPACE, .padButton = 0},
-    {.name = "input_binding_avatar_look_toggle", .member = &S::input_binding_avatar_look_toggle, .keyboard = GLFW_KEY_LEFT_ALT},
+    {.name = "input_binding_avatar_jump",
+     .member = &S::input_binding_avatar_jump,
+     .keyboard = GLFW_KEY_SPACE,
+     .padButton = 0},
+    {.name = "input_binding_avatar_look_toggle",
+     .member = &S::input_binding_avatar_look_toggle,
+     .keyboard = GLFW_KEY_LEFT_ALT},
     {.name = "input_binding_get_info", .member = &S::input_binding_get_info, .keyboard = GLFW_KEY_V, .padButton = 2},
-    {.name = "input_binding_avatar_interact", .member = &S::input_binding_avatar_interact, .keyboard = GLFW_KEY_F, .padButton = 3},
-    {.name = "input_binding_avatar_light", .member = &S::input_binding_avatar_light, .keyboard = GLFW_KEY_L, .padButton = 5},
-    {.name = "input_binding_avatar_sprint", .member = &S::input_binding_avatar_sprint, .keyboard = GLFW_KEY_LEFT_SHIFT, .padButton = 9},
-    {.name = "input_binding_avatar_crouch", .member = &S::input_binding_avatar_crouch, .keyboard = GLFW_KEY_LEFT_CONTROL, .padButton = 10},
-    {.name = "input_binding_avatar_jetpack", .member = &S::input_binding_avatar_jetpack, .keyboard = GLFW_KEY_J, .padButton = 4},
-    {.name = "input_binding_avatar_inventory_toggle", .member = &S::input_binding_avatar_inventory_toggle, .keyboard = GLFW_KEY_TAB, .padButton = 11},
-    {.name = "input_binding_avatar_inventory_select_prev", .member = &S::input_binding_avatar_inventory_select_prev, .keyboard = GLFW_KEY_MINUS, .padButton = 14},
-    {.name = "input_binding_avatar_inventory_select_next", .member = &S::input_binding_avatar_inventory_select_next, .keyboard = GLFW_KEY_EQUAL, .padButton = 12},
-    {.name = "input_binding_avatar_inventory_select_1", .member = &S::input_binding_avatar_inventory_select_1, .keyboard = GLFW_KEY_1},
-    {.name = "input_binding_avatar_inventory_select_2", .member = &S::input_binding_avatar_inventory_select_2, .keyboard = GLFW_KEY_2},
-    {.name = "input_binding_avatar_inventory_select_3", .member = &S::input_binding_avatar_inventory_select_3, .keyboard = GLFW_KEY_3},
-    {.name = "input_binding_avatar_inventory_select_4", .member = &S::input_binding_avatar_inventory_select_4, .keyboard = GLFW_KEY_4},
-    {.name = "input_binding_avatar_inventory_select_5", .member = &S::input_binding_avatar_inventory_select_5, .keyboard = GLFW_KEY_5},
-    {.name = "input_binding_avatar_inventory_select_6", .member = &S::input_binding_avatar_inventory_select_6, .keyboard = GLFW_KEY_6},
-    {.name = "input_binding_avatar_inventory_select_7", .member = &S::input_binding_avatar_inventory_select_7, .keyboard = GLFW_KEY_7},
-    {.name = "input_binding_avatar_inventory_select_8", .member = &S::input_binding_avatar_inventory_select_8, .keyboard = GLFW_KEY_8},
-    {.name = "input_binding_avatar_inventory_select_9", .member = &S::input_binding_avatar_inventory_select_9, .keyboard = GLFW_KEY_9},
-    {.name = "input_binding_avatar_inventory_deselect", .member = &S::input_binding_avatar_inventory_deselect, .keyboard = GLFW_KEY_GRAVE_ACCENT, .padButton = 13},
-    {.name = "input_binding_avatar_tool_primary", .member = &S::input_binding_avatar_tool_primary, .mouse = GLFW_MOUSE_BUTTON_LEFT},
-    {.name = "input_binding_avatar_tool_secondary", .member = &S::input_binding_avatar_tool_secondary, .mouse = GLFW_MOUSE_BUTTON_RIGHT},
-    {.name = "input_binding_avatar_tool_configure", .member = &S::input_binding_avatar_tool_configure, .keyboard = GLFW_KEY_C},
-    {.name = "input_binding_avatar_tool_special_mode", .member = &S::input_binding_avatar_tool_special_mode, .keyboard = GLFW_KEY_X},
-    {.name = "input_binding_avatar_translate_forward", .member = &S::input_binding_avatar_translate_forward, .keyboard = GLFW_KEY_W, .padAxis = 1, .padDir = -1},
-    {.name = "input_binding_avatar_translate_backward", .member = &S::input_binding_avatar_translate_backward, .keyboard = GLFW_KEY_S, .padAxis = 1},
-    {.name = "input_binding_avatar_translate_left", .member = &S::input_binding_avatar_translate_left, .keyboard = GLFW_KEY_A, .padAxis = 0, .padDir = -1},
-    {.name = "input_binding_avatar_translate_right", .member = &S::input_binding_avatar_translate_right, .keyboard = GLFW_KEY_D, .padAxis = 0},
+    {.name = "input_binding_avatar_interact",
+     .member = &S::input_binding_avatar_interact,
+     .keyboard = GLFW_KEY_F,
+     .padButton = 3},
+    {.name = "input_binding_avatar_light",
+     .member = &S::input_binding_avatar_light,
+     .keyboard = GLFW_KEY_L,
+     .padButton = 5},
+    {.name = "input_binding_avatar_sprint",
+     .member = &S::input_binding_avatar_sprint,
+     .keyboard = GLFW_KEY_LEFT_SHIFT,
+     .padButton = 9},
+    {.name = "input_binding_avatar_crouch",
+     .member = &S::input_binding_avatar_crouch,
+     .keyboard = GLFW_KEY_LEFT_CONTROL,
+     .padButton = 10},
+    {.name = "input_binding_avatar_jetpack",
+     .member = &S::input_binding_avatar_jetpack,
+     .keyboard = GLFW_KEY_J,
+     .padButton = 4},
+    {.name = "input_binding_avatar_inventory_toggle",
+     .member = &S::input_binding_avatar_inventory_toggle,
+     .keyboard = GLFW_KEY_TAB,
+     .padButton = 11},
+    {.name = "input_binding_avatar_inventory_select_prev",
+     .member = &S::input_binding_avatar_inventory_select_prev,
+     .keyboard = GLFW_KEY_MINUS,
+     .padButton = 14},
+    {.name = "input_binding_avatar_inventory_select_next",
+     .member = &S::input_binding_avatar_inventory_select_next,
+     .keyboard = GLFW_KEY_EQUAL,
+     .padButton = 12},
+    {.name = "input_binding_avatar_inventory_select_1",
+     .member = &S::input_binding_avatar_inventory_select_1,
+     .keyboard = GLFW_KEY_1},
+    {.name = "input_binding_avatar_inventory_select_2",
+     .member = &S::input_binding_avatar_inventory_select_2,
+     .keyboard = GLFW_KEY_2},
+    {.name = "input_binding_avatar_inventory_select_3",
+     .member = &S::input_binding_avatar_inventory_select_3,
+     .keyboard = GLFW_KEY_3},
+    {.name = "input_binding_avatar_inventory_select_4",
+     .member = &S::input_binding_avatar_inventory_select_4,
+     .keyboard = GLFW_KEY_4},
+    {.name = "input_binding_avatar_inventory_select_5",
+     .member = &S::input_binding_avatar_inventory_select_5,
+     .keyboard = GLFW_KEY_5},
+    {.name = "input_binding_avatar_inventory_select_6",
+     .member = &S::input_binding_avatar_inventory_select_6,
+     .keyboard = GLFW_KEY_6},
+    {.name = "input_binding_avatar_inventory_select_7",
+     .member = &S::input_binding_avatar_inventory_select_7,
+     .keyboard = GLFW_KEY_7},
+    {.name = "input_binding_avatar_inventory_select_8",
+     .member = &S::input_binding_avatar_inventory_select_8,
+     .keyboard = GLFW_KEY_8},
+    {.name = "input_binding_avatar_inventory_select_9",
+     .member = &S::input_binding_avatar_inventory_select_9,
+     .keyboard = GLFW_KEY_9},
+    {.name = "input_binding_avatar_inventory_deselect",
+     .member = &S::input_binding_avatar_inventory_deselect,
+     .keyboard = GLFW_KEY_GRAVE_ACCENT,
+     .padButton = 13},
+    {.name = "input_binding_avatar_tool_primary",
+     .member = &S::input_binding_avatar_tool_primary,
+     .mouse = GLFW_MOUSE_BUTTON_LEFT},
+    {.name = "input_binding_avatar_tool_secondary",
+     .member = &S::input_binding_avatar_tool_secondary,
+     .mouse = GLFW_MOUSE_BUTTON_RIGHT},
+    {.name = "input_binding_avatar_tool_configure",
+     .member = &S::input_binding_avatar_tool_configure,
+     .keyboard = GLFW_KEY_C},
+    {.name = "input_binding_avatar_tool_special_mode",
+     .member = &S::input_binding_avatar_tool_special_mode,
+     .keyboard = GLFW_KEY_X},
+    {.name = "input_binding_avatar_translate_forward",
+     .member = &S::input_binding_avatar_translate_forward,
+     .keyboard = GLFW_KEY_W,
+     .padAxis = 1,
+     .padDir = -1},
+    {.name = "input_binding_avatar_translate_backward",
+     .member = &S::input_binding_avatar_translate_backward,
+     .keyboard = GLFW_KEY_S,
+     .padAxis = 1},
+    {.name = "input_binding_avatar_translate_left",
+     .member = &S::input_binding_avatar_translate_left,
+     .keyboard = GLFW_KEY_A,
+     .padAxis = 0,
+     .padDir = -1},
+    {.name = "input_binding_avatar_translate_right",
+     .member = &S::input_binding_avatar_translate_right,
+     .keyboard = GLFW_KEY_D,
+     .padAxis = 0},
     {.name = "input_binding_avatar_roll_left", .member = &S::input_binding_avatar_roll_left, .keyboard = GLFW_KEY_Q},
     {.name = "input_binding_avatar_roll_right", .member = &S::input_binding_avatar_roll_right, .keyboard = GLFW_KEY_E},
     {.name = "input_binding_avatar_pitch_up", .member = &S::input_binding_avatar_pitch_up, .padAxis = 3},
-    {.name = "input_binding_avatar_pitch_down", .member = &S::input_binding_avatar_pitch_down, .padAxis = 3, .padDir = -1},
+    {.name = "input_binding_avatar_pitch_down",
+     .member = &S::input_binding_avatar_pitch_down,
+     .padAxis = 3,
+     .padDir = -1},
     {.name = "input_binding_avatar_yaw_left", .member = &S::input_binding_avatar_yaw_left, .padAxis = 2, .padDir = -1},
     {.name = "input_binding_avatar_yaw_right", .member = &S::input_binding_avatar_yaw_right, .padAxis = 2},
-    {.name = "input_binding_vehicle_gamepad_look_toggle", .member = &S::input_binding_vehicle_gamepad_look_toggle, .padButton = 10},
-    {.name = "input_binding_vehicle_aux_0", .member = &S::input_binding_vehicle_aux_0, .keyboard = GLFW_KEY_0, .padButton = 0},
-    {.name = "input_binding_vehicle_aux_1", .member = &S::input_binding_vehicle_aux_1, .keyboard = GLFW_KEY_1, .padButton = 2},
-    {.name = "input_binding_vehicle_aux_2", .member = &S::input_binding_vehicle_aux_2, .keyboard = GLFW_KEY_2, .padButton = 3},
-    {.name = "input_binding_vehicle_aux_3", .member = &S::input_binding_vehicle_aux_3, .keyboard = GLFW_KEY_3, .padButton = 5},
-    {.name = "input_binding_vehicle_aux_4", .member = &S::input_binding_vehicle_aux_4, .keyboard = GLFW_KEY_4, .padButton = 4},
-    {.name = "input_binding_vehicle_aux_5", .member = &S::input_binding_vehicle_aux_5, .keyboard = GLFW_KEY_5, .padButton = 9},
+    {.name = "input_binding_vehicle_gamepad_look_toggle",
+     .member = &S::input_binding_vehicle_gamepad_look_toggle,
+     .padButton = 10},
+    {.name = "input_binding_vehicle_aux_0",
+     .member = &S::input_binding_vehicle_aux_0,
+     .keyboard = GLFW_KEY_0,
+     .padButton = 0},
+    {.name = "input_binding_vehicle_aux_1",
+     .member = &S::input_binding_vehicle_aux_1,
+     .keyboard = GLFW_KEY_1,
+     .padButton = 2},
+    {.name = "input_binding_vehicle_aux_2",
+     .member = &S::input_binding_vehicle_aux_2,
+     .keyboard = GLFW_KEY_2,
+     .padButton = 3},
+    {.name = "input_binding_vehicle_aux_3",
+     .member = &S::input_binding_vehicle_aux_3,
+     .keyboard = GLFW_KEY_3,
+     .padButton = 5},
+    {.name = "input_binding_vehicle_aux_4",
+     .member = &S::input_binding_vehicle_aux_4,
+     .keyboard = GLFW_KEY_4,
+     .padButton = 4},
+    {.name = "input_binding_vehicle_aux_5",
+     .member = &S::input_binding_vehicle_aux_5,
+     .keyboard = GLFW_KEY_5,
+     .padButton = 9},
     {.name = "input_binding_vehicle_aux_6", .member = &S::input_binding_vehicle_aux_6, .keyboard = GLFW_KEY_6},
     {.name = "input_binding_vehicle_aux_7", .member = &S::input_binding_vehicle_aux_7, .keyboard = GLFW_KEY_7},
     {.name = "input_binding_vehicle_aux_8", .member = &S::input_binding_vehicle_aux_8, .keyboard = GLFW_KEY_8},
     {.name = "input_binding_vehicle_aux_9", .member = &S::input_binding_vehicle_aux_9, .keyboard = GLFW_KEY_9},
-    {.name = "input_binding_vehicle_translate_up", .member = &S::input_binding_vehicle_translate_up, .keyboard = GLFW_KEY_SPACE, .padButton = 11},
-    {.name = "input_binding_vehicle_translate_down", .member = &S::input_binding_vehicle_translate_down, .keyboard = GLFW_KEY_LEFT_CONTROL, .padButton = 13},
-    {.name = "input_binding_vehicle_roll_left", .member = &S::input_binding_vehicle_roll_left, .keyboard = GLFW_KEY_Q, .padButton = 14, .joyAxis = 0, .joyDir = -1},
-    {.name = "input_binding_vehicle_roll_right", .member = &S::input_binding_vehicle_roll_right, .keyboard = GLFW_KEY_E, .padButton = 12, .joyAxis = 0},
-    {.name = "input_binding_vehicle_translate_forward", .member = &S::input_binding_vehicle_translate_forward, .keyboard = GLFW_KEY_W, .padAxis = 1, .padDir = -1},
-    {.name = "input_binding_vehicle_translate_backward", .member = &S::input_binding_vehicle_translate_backward, .keyboard = GLFW_KEY_S, .padAxis = 1},
-    {.name = "input_binding_vehicle_translate_left", .member = &S::input_binding_vehicle_translate_left, .keyboard = GLFW_KEY_A, .padAxis = 0, .padDir = -1},
-    {.name = "input_binding_vehicle_translate_right", .member = &S::input_binding_vehicle_translate_right, .keyboard = GLFW_KEY_D, .padAxis = 0},
-    {.name = "input_binding_vehicle_pitch_up", .member = &S::input_binding_vehicle_pitch_up, .keyboard = GLFW_KEY_DOWN, .padAxis = 3, .joyAxis = 1},
-    {.name = "input_binding_vehicle_pitch_down", .member = &S::input_binding_vehicle_pitch_down, .keyboard = GLFW_KEY_UP, .padAxis = 3, .padDir = -1, .joyAxis = 1, .joyDir = -1},
-    {.name = "input_binding_vehicle_yaw_left", .member = &S::input_binding_vehicle_yaw_left, .keyboard = GLFW_KEY_LEFT, .padAxis = 2, .padDir = -1, .joyAxis = 3, .joyDir = -1},
-    {.name = "input_binding_vehicle_yaw_right", .member = &S::input_binding_vehicle_yaw_right, .keyboard = GLFW_KEY_RIGHT, .padAxis = 2, .joyAxis = 3},
-    {.name = "input_binding_vehicle_main_thrust", .member = &S::input_binding_vehicle_main_thrust, .keyboard = GLFW_KEY_T, .padAxis = 5, .joyAxis = 2},
+    {.name = "input_binding_vehicle_translate_up",
+     .member = &S::input_binding_vehicle_translate_up,
+     .keyboard = GLFW_KEY_SPACE,
+     .padButton = 11},
+    {.name = "input_binding_vehicle_translate_down",
+     .member = &S::input_binding_vehicle_translate_down,
+     .keyboard = GLFW_KEY_LEFT_CONTROL,
+     .padButton = 13},
+    {.name = "input_binding_vehicle_roll_left",
+     .member = &S::input_binding_vehicle_roll_left,
+     .keyboard = GLFW_KEY_Q,
+     .padButton = 14,
+     .joyAxis = 0,
+     .joyDir = -1},
+    {.name = "input_binding_vehicle_roll_right",
+     .member = &S::input_binding_vehicle_roll_right,
+     .keyboard = GLFW_KEY_E,
+     .padButton = 12,
+     .joyAxis = 0},
+    {.name = "input_binding_vehicle_translate_forward",
+     .member = &S::input_binding_vehicle_translate_forward,
+     .keyboard = GLFW_KEY_W,
+     .padAxis = 1,
+     .padDir = -1},
+    {.name = "input_binding_vehicle_translate_backward",
+     .member = &S::input_binding_vehicle_translate_backward,
+     .keyboard = GLFW_KEY_S,
+     .padAxis = 1},
+    {.name = "input_binding_vehicle_translate_left",
+     .member = &S::input_binding_vehicle_translate_left,
+     .keyboard = GLFW_KEY_A,
+     .padAxis = 0,
+     .padDir = -1},
+    {.name = "input_binding_vehicle_translate_right",
+     .member = &S::input_binding_vehicle_translate_right,
+     .keyboard = GLFW_KEY_D,
+     .padAxis = 0},
+    {.name = "input_binding_vehicle_pitch_up",
+     .member = &S::input_binding_vehicle_pitch_up,
+     .keyboard = GLFW_KEY_DOWN,
+     .padAxis = 3,
+     .joyAxis = 1},
+    {.name = "input_binding_vehicle_pitch_down",
+     .member = &S::input_binding_vehicle_pitch_down,
+     .keyboard = GLFW_KEY_UP,
+     .padAxis = 3,
+     .padDir = -1,
+     .joyAxis = 1,
+     .joyDir = -1},
+    {.name = "input_binding_vehicle_yaw_left",
+     .member = &S::input_binding_vehicle_yaw_left,
+     .keyboard = GLFW_KEY_LEFT,
+     .padAxis = 2,
+     .padDir = -1,
+     .joyAxis = 3,
+     .joyDir = -1},
+    {.name = "input_binding_vehicle_yaw_right",
+     .member = &S::input_binding_vehicle_yaw_right,
+     .keyboard = GLFW_KEY_RIGHT,
+     .padAxis = 2,
+     .joyAxis = 3},
+    {.name = "input_binding_vehicle_main_thrust",
+     .member = &S::input_binding_vehicle_main_thrust,
+     .keyboard = GLFW_KEY_T,
+     .padAxis = 5,
+     .joyAxis = 2},
 };
 
-InputBinding MakeBinding(BindingDefault const& row)
-{
+InputBinding MakeBinding(BindingDefault const& row) {
     InputBinding binding;
     binding.key = row.keyboard;
     binding.mouseButton = row.mouse;
@@ -111,52 +258,44 @@ InputBinding MakeBinding(BindingDefault const& row)
 } // namespace
 
 std::shared_ptr<GameSettings> GameSettings::Instance(nerox::filesystem::FilePath path,
-                                                     std::optional<int> reloadInterval)
-{
+                                                     std::optional<int> reloadInterval) {
     static std::mutex mutex;
     static std::unordered_map<std::string, std::weak_ptr<GameSettings>> instances;
     std::lock_guard<std::mutex> lock(mutex);
     std::weak_ptr<GameSettings>& entry = instances[path.GetPath()];
-    if (std::shared_ptr<GameSettings> existing = entry.lock())
-        return existing;
+    if (std::shared_ptr<GameSettings> existing = entry.lock()) return existing;
     auto created = std::make_shared<GameSettings>(path.GetPath(), reloadInterval);
     entry = created;
     return created;
 }
 
 GameSettings::GameSettings(std::string const& path, std::optional<int> reloadInterval)
-    : ConfigFile(path, reloadInterval)
-{
+    : ConfigFile(path, reloadInterval) {
     // Scalar defaults are the member initialisers; the bindings come from the table.
-    for (BindingDefault const& row : Bindings)
-        this->*row.member = MakeBinding(row);
+    for (BindingDefault const& row : Bindings) this->*row.member = MakeBinding(row);
     ReadConfig();
     StartAutoReloadThread();
 }
 
-GameSettings::~GameSettings()
-{
+GameSettings::~GameSettings() {
     StopAutoReloadThread();
 }
 
-std::vector<GameSettings::Conf> GameSettings::HiddenGameEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::HiddenGameEntries() {
     return {
         Conf(this, "debug_window", debug_window),
         Conf(this, "dev_tools", dev_tools),
     };
 }
 
-std::vector<GameSettings::Conf> GameSettings::GameEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::GameEntries() {
     return {
         Conf(this, "show_help_tooltips", show_help_tooltips),
         Conf(this, "admin_privileges", admin_privileges),
     };
 }
 
-std::vector<GameSettings::Conf> GameSettings::GraphicsEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::GraphicsEntries() {
     return {
         Conf(this, "graphics_preset", graphics_preset),
         Conf(this, "framerate_limit_main_rendering", framerate_limit_main_rendering),
@@ -179,21 +318,18 @@ std::vector<GameSettings::Conf> GameSettings::GraphicsEntries()
     };
 }
 
-std::vector<GameSettings::Conf> GameSettings::PerformanceEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::PerformanceEntries() {
     return {Conf(this, "main_thread_cpu_affinity", main_thread_cpu_affinity)};
 }
 
-std::vector<GameSettings::Conf> GameSettings::IdeEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::IdeEntries() {
     return {
         Conf(this, "ide_zoom", ide_zoom),
         Conf(this, "ide_opacity", ide_opacity),
     };
 }
 
-std::vector<GameSettings::Conf> GameSettings::AudioEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::AudioEntries() {
     return {
         Conf(this, "master_volume", master_volume),
         Conf(this, "entities_volume", entities_volume),
@@ -202,21 +338,18 @@ std::vector<GameSettings::Conf> GameSettings::AudioEntries()
     };
 }
 
-std::vector<GameSettings::Conf> GameSettings::InputEntries()
-{
+std::vector<GameSettings::Conf> GameSettings::InputEntries() {
     std::vector<Conf> entries;
     entries.reserve(std::size(Bindings) + 4);
     entries.emplace_back(this, "look_sensitivity", look_sensitivity);
     entries.emplace_back(this, "avatar_mouselook_invert_y", avatar_mouselook_invert_y);
-    for (BindingDefault const& row : Bindings)
-        entries.emplace_back(this, row.name, this->*row.member);
+    for (BindingDefault const& row : Bindings) entries.emplace_back(this, row.name, this->*row.member);
     entries.emplace_back(this, "input_gamepad_axis_deadzone", input_gamepad_axis_deadzone);
     entries.emplace_back(this, "input_joystick_axis_deadzone", input_joystick_axis_deadzone);
     return entries;
 }
 
-void GameSettings::ReadConfig()
-{
+void GameSettings::ReadConfig() {
     std::vector<Conf> hidden = HiddenGameEntries();
     ReadFromINI("game", hidden, false);
     std::vector<Conf> game = GameEntries();
@@ -233,8 +366,7 @@ void GameSettings::ReadConfig()
     ReadFromINI("input", input, true);
 }
 
-void GameSettings::WriteConfig()
-{
+void GameSettings::WriteConfig() {
     std::vector<Conf> game = GameEntries();
     WriteToINI("game", game);
     std::vector<Conf> graphics = GraphicsEntries();
@@ -249,11 +381,9 @@ void GameSettings::WriteConfig()
     WriteToINI("input", input);
 }
 
-GameSettings::GraphicsPreset const* GameSettings::FindGraphicsPreset(int32_t preset)
-{
+GameSettings::GraphicsPreset const* GameSettings::FindGraphicsPreset(int32_t preset) {
     for (GraphicsPreset const& entry : graphicsPresets)
-        if (entry.preset == preset)
-            return &entry;
+        if (entry.preset == preset) return &entry;
     return nullptr;
 }
 

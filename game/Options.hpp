@@ -13,8 +13,7 @@ class Options {
 public:
     /// The stored value, or `defaultValue` if the key is absent. A value stored
     /// with another type raises std::bad_any_cast.
-    template <typename T>
-    static T Get(std::string const& key, T const& defaultValue) {
+    template <typename T> static T Get(std::string const& key, T const& defaultValue) {
         std::lock_guard lock(_mu);
         auto it = _options.find(key);
         if (it == _options.end()) return defaultValue;
@@ -22,8 +21,7 @@ public:
     }
 
     /// Stores a value under a key, replacing any earlier value of any type.
-    template <typename T>
-    static void Set(std::string const& key, T value) {
+    template <typename T> static void Set(std::string const& key, T value) {
         std::lock_guard lock(_mu);
         _options[key] = std::any(std::move(value));
     }

@@ -41,8 +41,9 @@ UniqueId UniqueId::Generate(char const (&type)[5]) {
     std::memcpy(bytes + 4, &_this_owner, 4);
     UniqueId id;
     std::memcpy(&id.first, bytes, 8);
-    auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                           std::chrono::system_clock::now().time_since_epoch()).count();
+    auto nanoseconds =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     uint64_t time = static_cast<uint64_t>(nanoseconds / 1000) & timeMask;
     // Two ids of one process never share the time part: within one microsecond
     // the part counts on, so that ids made in a tight loop stay unique.

@@ -16,7 +16,7 @@ public:
     /// The zero id.
     UniqueId() = default;
     /// An id from its two words: the first holds the tag and the owner.
-    UniqueId(uint64_t first, uint64_t second) : first(first), second(second) {}
+    UniqueId(uint64_t first, uint64_t second) : first(first), second(second) { }
     /// Parses the text form. The empty text gives the zero id; any other length
     /// than 28 throws std::runtime_error, a bad digit std::invalid_argument.
     explicit UniqueId(std::string const& text);
@@ -52,7 +52,6 @@ static_assert(sizeof(UniqueId) == 16);
 } // namespace game
 
 /// Hashes an id by its second word, unchanged.
-template <>
-struct std::hash<game::UniqueId> {
+template <> struct std::hash<game::UniqueId> {
     size_t operator()(game::UniqueId const& id) const noexcept { return static_cast<size_t>(id.second); }
 };

@@ -29,13 +29,14 @@ using game::modules::GAME_Mod;
 
 std::atomic<bool> interrupted{false};
 
-void OnInterrupt(int) { interrupted.store(true); }
+void OnInterrupt(int) {
+    interrupted.store(true);
+}
 
 // The Dear ImGui context of the run: made before rendering starts, so that the
 // game's fonts and style are in place for the renderer's first frame.
 struct UiContext {
-    UiContext()
-    {
+    UiContext() {
         ImGui::CreateContext();
         ImGui::GetIO().IniFilename = nullptr;
         Game::LoadFonts();
@@ -48,8 +49,7 @@ struct UiContext {
 
 // What the game holds of this run, given back in every way out of it.
 struct GameGlobals {
-    ~GameGlobals()
-    {
+    ~GameGlobals() {
         GAME_Mod::UnloadModules();
         Game::renderer = nullptr;
         Game::window = nullptr;
@@ -59,23 +59,20 @@ struct GameGlobals {
 
 // Saves the last frame: offscreen straight from the output image, from a
 // window through the copy the frame kept.
-bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& path)
-{
-    if (renderer.HasSwapchain())
-        return renderer.SaveOutputImage(path);
+bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& path) {
+    if (renderer.HasSwapchain()) return renderer.SaveOutputImage(path);
     return renderer.SaveImage(renderer.GetOutputVkImage(), {0, 0}, renderer.GetOutputImageExtent(),
                               renderer.GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 95, true);
 }
 
 // Frames until the window closes, Ctrl+C or --frames; one client and input pass
 // before each frame. Returns the frames drawn.
-long long RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer)
-{
+long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
+                    game::graphics::GameRenderer& renderer) {
     long long frames = 0;
     while (!interrupted.load() && Game::isActive.load()) {
         window.PollEvents();
-        if (window.ShouldClose())
-            break;
+        if (window.ShouldClose()) break;
         Game::mainRenderingFramerate.Tick();
         Game::Update(0.0);
         Game::ClientUpdate();
@@ -85,8 +82,7 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
         RunInputPass(inputDelta);
         // A window's frame is presented and gone: keep a copy of each while a
         // screenshot is wanted, since the last one is known only afterwards.
-        if (!options.screenshotPath.empty() && renderer.HasSwapchain())
-            renderer.CaptureNextFrame();
+        if (!options.screenshotPath.empty() && renderer.HasSwapchain()) renderer.CaptureNextFrame();
         uint64_t const before = renderer.FrameIndex();
         renderer.Frame();
         Game::mainRenderingFramerate.WorkDone();
@@ -96,16 +92,14 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
             continue;
         }
         ++frames;
-        if (options.frames && frames >= *options.frames)
-            break;
+        if (options.frames && frames >= *options.frames) break;
     }
     return frames;
 }
 
 } // namespace
 
-int RunClient(HostOptions const& options)
-{
+int RunClient(HostOptions const& options) {
     std::unique_ptr<nerox::graphics::Window> window;
     if (options.offscreen) {
         window = std::make_unique<nerox::graphics::HeadlessWindow>(options.width, options.height);
@@ -121,8 +115,7 @@ int RunClient(HostOptions const& options)
 
     std::error_code error;
     std::filesystem::path const settingsPath(options.settingsPath);
-    if (settingsPath.has_parent_path())
-        std::filesystem::create_directories(settingsPath.parent_path(), error);
+    if (settingsPath.has_parent_path()) std::filesystem::create_directories(settingsPath.parent_path(), error);
     GameGlobals globals;
     Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
     Game::window = window.get();
@@ -155,8 +148,7 @@ int RunClient(HostOptions const& options)
         Game::Start();
         Game::Ready();
         // Offscreen there is no pointer to free: aim as in play, crosshair and all.
-        if (options.offscreen)
-            Game::SetInputMode_Play();
+        if (options.offscreen) Game::SetInputMode_Play();
         auto const start = std::chrono::steady_clock::now();
         frames = RunFrames(options, *window, renderer);
         seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -175,8 +167,7 @@ int RunClient(HostOptions const& options)
     try {
         Game::Stop();
     } catch (...) {
-        if (!failure)
-            failure = std::current_exception();
+        if (!failure) failure = std::current_exception();
     }
     if (failure) {
         try {

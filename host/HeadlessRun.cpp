@@ -74,12 +74,13 @@ void QuitIfRequested() {
     }
 }
 
-void RequestClientQuit() { clientQuitRequested.store(true); }
+void RequestClientQuit() {
+    clientQuitRequested.store(true);
+}
 
 // Runs a loop; an exception ends the whole run (through quit, Game::Quit unless
 // told otherwise) and is kept for the caller.
-template <typename Loop>
-void RunGuarded(Loop&& loop, std::exception_ptr& failure, void (*quit)() = &Game::Quit) {
+template <typename Loop> void RunGuarded(Loop&& loop, std::exception_ptr& failure, void (*quit)() = &Game::Quit) {
     try {
         loop();
     } catch (...) {
@@ -179,8 +180,10 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
         if (!quitThroughClient) QuitIfRequested();
         if (!Game::isActive.load()) break;
         if (options.ticks && stats.serverTicks >= *options.ticks) {
-            if (quitThroughClient) RequestClientQuit();
-            else Game::Quit();
+            if (quitThroughClient)
+                RequestClientQuit();
+            else
+                Game::Quit();
             break;
         }
         Game::serverFramerate.Tick();
@@ -201,7 +204,7 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
 
 // What the client loop does with input besides the game's own passes.
 struct ClientInput {
-    InputPlayer* player = nullptr;   ///< --input: the script, on a fixed clock of 1/60 s per pass.
+    InputPlayer* player = nullptr;    ///< --input: the script, on a fixed clock of 1/60 s per pass.
     ActionPrinter* printer = nullptr; ///< --print-actions.
 };
 
@@ -256,10 +259,10 @@ void PrintSummary(HostOptions const& options, RunStats const& stats) {
 
     // Sorted by thread, then path, so that nested scopes follow their parents.
     std::map<std::pair<std::string, std::string>, nerox::cpu::Profiler::Profile> rows;
-    nerox::cpu::Profiler::ForEach([&](std::string const& thread, std::string const& path,
-                                      nerox::cpu::Profiler::Profile const& profile) {
-        rows[{thread, path}] = profile;
-    });
+    nerox::cpu::Profiler::ForEach(
+        [&](std::string const& thread, std::string const& path, nerox::cpu::Profiler::Profile const& profile) {
+            rows[{thread, path}] = profile;
+        });
     std::printf("\nProfiler scopes (milliseconds)\n");
     std::printf("  %-8s %-52s %8s %10s %9s %9s %9s\n", "thread", "scope", "calls", "total", "mean", "min", "max");
     for (auto const& [key, profile] : rows) {
@@ -318,7 +321,8 @@ int RunHeadless(HostOptions const& options) {
     loaded = LoadModules<SERVER_Mod>(options.serverModules) && loaded;
     if (!loaded) {
         std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
-                     "or check the names with tessara --help" << std::endl;
+                     "or check the names with tessara --help"
+                  << std::endl;
         GAME_Mod::UnloadModules();
         SERVER_Mod::UnloadModules();
         Game::settings.reset();
@@ -337,12 +341,14 @@ int RunHeadless(HostOptions const& options) {
     Game::isActive.exchange(true);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
-    RunGuarded([&worldOpen] {
-        Game::Start();
-        Game::Ready();
-        LoadWorld();
-        worldOpen = true;
-    }, failure);
+    RunGuarded(
+        [&worldOpen] {
+            Game::Start();
+            Game::Ready();
+            LoadWorld();
+            worldOpen = true;
+        },
+        failure);
 
     std::unique_ptr<Trace> trace;
     if (!failure && !options.tracePath.empty()) {

@@ -26,8 +26,7 @@ std::vector<std::string> SplitList(std::string const& text) {
     return names;
 }
 
-template <typename T>
-bool ParseNumber(std::string const& text, T& value) {
+template <typename T> bool ParseNumber(std::string const& text, T& value) {
     auto const* end = text.data() + text.size();
     auto result = std::from_chars(text.data(), end, value);
     return result.ec == std::errc() && result.ptr == end;
@@ -59,7 +58,7 @@ bool AddModuleEverywhere(HostOptions& o, std::string const& name, std::string& e
     }
     if (!std::filesystem::exists("modules/" + name)) {
         error = "module '" + name + "' not found: there is no folder modules/" + name + " in " +
-                std::filesystem::current_path().string();
+            std::filesystem::current_path().string();
         return false;
     }
     return true;
@@ -79,14 +78,16 @@ struct Option {
 
 Option const Options[] = {
     {"--headless", nullptr, "Run without window, renderer or audio (the default).", nullptr,
-     [](HostOptions& o, std::string const&, std::string&) { o.headless = true, o.client = false; return true; }},
+     [](HostOptions& o, std::string const&, std::string&) {
+         o.headless = true, o.client = false;
+         return true;
+     }},
     {"--ticks", "N", "Run N server ticks as fast as possible, then stop.", "a whole number of at least 0",
      [](HostOptions& o, std::string const& t, std::string&) {
          long long n = 0;
          return WholeAtLeast(t, 0, n) && (o.ticks = n, true);
      }},
-    {"--tick-rate", "HZ", "Server ticks per second in real time (default 60).",
-     "a number of ticks per second above 0",
+    {"--tick-rate", "HZ", "Server ticks per second in real time (default 60).", "a number of ticks per second above 0",
      [](HostOptions& o, std::string const& t, std::string&) {
          return ParseNumber(t, o.tickRate) && o.tickRate > 0.0 && o.tickRate <= 100000.0 && (o.tickRateGiven = true);
      }},
@@ -174,12 +175,15 @@ Option const Options[] = {
      "After each input pass in which some controller action\n"
      "changed, print one line with the changed ones:\n"
      "  actions pass 12 t=0.200 AvatarTranslateForward 0->1",
-     nullptr,
-     [](HostOptions& o, std::string const&, std::string&) { return o.printActions = true; }},
+     nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.printActions = true; }},
     {"--client", nullptr,
      "Client mode: open a window with the Vulkan renderer and run\n"
      "frames until the window is closed (or --frames).",
-     nullptr, [](HostOptions& o, std::string const&, std::string&) { o.headless = false; return o.client = true; }},
+     nullptr,
+     [](HostOptions& o, std::string const&, std::string&) {
+         o.headless = false;
+         return o.client = true;
+     }},
     {"--offscreen", nullptr,
      "In client mode, render into an image instead of a window\n"
      "(no display needed).",
@@ -217,16 +221,15 @@ Option const* FindOption(std::string const& name) {
 } // namespace
 
 std::string UsageText() {
-    std::string text =
-        "Usage: tessara [options]\n"
-        "       tessara nodes compile FILE   (see tessara nodes --help)\n"
-        "\n"
-        "Runs the Tessara game module. Without a renderer this is the headless server:\n"
-        "it loads the modules, starts the game, runs server ticks and stops cleanly on\n"
-        "Ctrl+C (or after --ticks), then prints a summary with the profiler's scopes.\n"
-        "Run it from the run directory (build/run), which holds game.so and modules/.\n"
-        "\n"
-        "Options:\n";
+    std::string text = "Usage: tessara [options]\n"
+                       "       tessara nodes compile FILE   (see tessara nodes --help)\n"
+                       "\n"
+                       "Runs the Tessara game module. Without a renderer this is the headless server:\n"
+                       "it loads the modules, starts the game, runs server ticks and stops cleanly on\n"
+                       "Ctrl+C (or after --ticks), then prints a summary with the profiler's scopes.\n"
+                       "Run it from the run directory (build/run), which holds game.so and modules/.\n"
+                       "\n"
+                       "Options:\n";
     for (Option const& option : Options) {
         std::string head = "  " + std::string(option.name) + (option.value ? std::string(" ") + option.value : "");
         head.resize(std::max<size_t>(head.size() + 1, 24), ' ');
@@ -236,17 +239,17 @@ std::string UsageText() {
             text += (first ? head : std::string(24, ' ')) + line + "\n";
     }
     return text +
-           "\n"
-           "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
-           "  [modules]\n"
-           "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
-           "  game = TESSARA_sample\n"
-           "  server = TESSARA_sample\n"
-           "  content = TESSARA_sample\n"
-           "  [server]\n"
-           "  tick_rate = 60\n"
-           "  substeps = 4\n"
-           "  world = demo\n";
+        "\n"
+        "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
+        "  [modules]\n"
+        "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
+        "  game = TESSARA_sample\n"
+        "  server = TESSARA_sample\n"
+        "  content = TESSARA_sample\n"
+        "  [server]\n"
+        "  tick_rate = 60\n"
+        "  substeps = 4\n"
+        "  world = demo\n";
 }
 
 std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& error) {
@@ -271,7 +274,7 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             // A file name is refused only when empty: there is no value to show.
             bool const fileName = std::string_view(option->needs ? option->needs : "") == FileNameNeeded;
             error.message = !message.empty() ? message
-                            : fileName       ? argument + " needs " + option->needs
+                : fileName                   ? argument + " needs " + option->needs
                                              : argument + " needs " + option->needs + ", not '" + text + "'";
             return std::nullopt;
         }
@@ -321,13 +324,13 @@ bool ApplyConfigFile(HostOptions& options, UsageError& error) {
     double tickRate = options.tickRate;
     int substeps = options.substeps;
     if (!tickRateText.empty() && (!ParseNumber(tickRateText, tickRate) || !(tickRate > 0.0) || tickRate > 100000.0)) {
-        error.message = options.configPath + ": tick_rate must be a number above 0 and at most 100000, not '" +
-                        tickRateText + "'";
+        error.message =
+            options.configPath + ": tick_rate must be a number above 0 and at most 100000, not '" + tickRateText + "'";
         return false;
     }
     if (!substepsText.empty() && (!ParseNumber(substepsText, substeps) || substeps < 1)) {
-        error.message = options.configPath + ": substeps must be a whole number of at least 1, not '" +
-                        substepsText + "'";
+        error.message =
+            options.configPath + ": substeps must be a whole number of at least 1, not '" + substepsText + "'";
         return false;
     }
     if (!options.tickRateGiven) options.tickRate = tickRate;

@@ -9,34 +9,34 @@ namespace host {
 /// What the tessara program was asked to do, from its command line and its
 /// host configuration file.
 struct HostOptions {
-    bool headless = true;                     ///< Run without window, renderer or audio.
-    std::optional<long long> ticks;           ///< Run this many server ticks as fast as possible, then stop.
-    double tickRate = 60.0;                   ///< Server ticks per second when running in real time.
-    int substeps = 4;                         ///< Physics substeps handed to each server tick.
-    std::string world = "demo";               ///< Name of the world to run.
-    std::string configPath = "tessara.ini";   ///< Host configuration file.
-    bool configGiven = false;                 ///< Whether --config named the file (then it must exist).
+    bool headless = true;                   ///< Run without window, renderer or audio.
+    std::optional<long long> ticks;         ///< Run this many server ticks as fast as possible, then stop.
+    double tickRate = 60.0;                 ///< Server ticks per second when running in real time.
+    int substeps = 4;                       ///< Physics substeps handed to each server tick.
+    std::string world = "demo";             ///< Name of the world to run.
+    std::string configPath = "tessara.ini"; ///< Host configuration file.
+    bool configGiven = false;               ///< Whether --config named the file (then it must exist).
     std::string settingsPath = "../Tessara-data/settings.ini"; ///< The user's settings file.
-    std::vector<std::string> gameModules;     ///< Modules to load as GAME_Mod.
-    std::vector<std::string> serverModules;   ///< Modules to load as SERVER_Mod.
-    std::vector<std::string> contentModules;  ///< Modules that Game::Start loads as TESSARA_Mod.
-    bool modulesGiven = false;                ///< Whether the command line named modules (the file's are then ignored).
-    bool tickRateGiven = false;               ///< --tick-rate was given (the file's value is then ignored).
-    bool substepsGiven = false;               ///< --substeps was given.
-    bool worldGiven = false;                  ///< --world was given.
-    bool profile = true;                      ///< Collect and print profiler scopes.
-    std::string tracePath;                    ///< Write a CSV trace of the entities here; empty: none.
-    std::vector<std::string> traceTypes;      ///< Item types to trace; empty: every entity.
-    std::optional<uint64_t> seed;             ///< Seed of the physics step's random sampling.
-    std::string inputPath;                    ///< Replay this input script in a headless window; empty: none.
-    bool printActions = false;                ///< Print the controller's actions that changed, pass by pass.
-    bool client = false;                      ///< Open a renderer and run frames (client mode).
-    bool offscreen = false;                   ///< In client mode, render into an image instead of a window.
-    std::optional<long long> frames;          ///< In client mode, stop after this many frames.
-    std::string screenshotPath;               ///< In client mode, save the last frame here; empty: none.
-    int width = 1280;                         ///< Client output width in pixels.
-    int height = 720;                         ///< Client output height in pixels.
-    bool help = false;                        ///< Print the usage and exit.
+    std::vector<std::string> gameModules;                      ///< Modules to load as GAME_Mod.
+    std::vector<std::string> serverModules;                    ///< Modules to load as SERVER_Mod.
+    std::vector<std::string> contentModules;                   ///< Modules that Game::Start loads as TESSARA_Mod.
+    bool modulesGiven = false;           ///< Whether the command line named modules (the file's are then ignored).
+    bool tickRateGiven = false;          ///< --tick-rate was given (the file's value is then ignored).
+    bool substepsGiven = false;          ///< --substeps was given.
+    bool worldGiven = false;             ///< --world was given.
+    bool profile = true;                 ///< Collect and print profiler scopes.
+    std::string tracePath;               ///< Write a CSV trace of the entities here; empty: none.
+    std::vector<std::string> traceTypes; ///< Item types to trace; empty: every entity.
+    std::optional<uint64_t> seed;        ///< Seed of the physics step's random sampling.
+    std::string inputPath;               ///< Replay this input script in a headless window; empty: none.
+    bool printActions = false;           ///< Print the controller's actions that changed, pass by pass.
+    bool client = false;                 ///< Open a renderer and run frames (client mode).
+    bool offscreen = false;              ///< In client mode, render into an image instead of a window.
+    std::optional<long long> frames;     ///< In client mode, stop after this many frames.
+    std::string screenshotPath;          ///< In client mode, save the last frame here; empty: none.
+    int width = 1280;                    ///< Client output width in pixels.
+    int height = 720;                    ///< Client output height in pixels.
+    bool help = false;                   ///< Print the usage and exit.
 };
 
 /// Why the command line could not be read.

@@ -24,7 +24,9 @@ namespace {
 constexpr int GamepadAxes = GLFW_GAMEPAD_AXIS_LAST + 1;
 constexpr int GamepadButtons = GLFW_GAMEPAD_BUTTON_LAST + 1;
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
 
 std::string Lower(std::string_view text) {
     std::string out(text);
@@ -44,7 +46,7 @@ struct DeviceSlot {
 class LineReader {
 public:
     LineReader(std::string const& fileName, int line, std::vector<std::string_view> words)
-        : _fileName(fileName), _line(line), _words(std::move(words)) {}
+        : _fileName(fileName), _line(line), _words(std::move(words)) { }
 
     [[noreturn]] void Fail(std::string const& what) const {
         throw std::runtime_error(_fileName + ":" + std::to_string(_line) + ": " + what);
@@ -67,8 +69,7 @@ public:
 
     /// Fails when words are left over.
     void End() const {
-        if (_at < _words.size())
-            Fail("unexpected '" + std::string(_words[_at]) + "' after '" + Joined(0, _at) + "'");
+        if (_at < _words.size()) Fail("unexpected '" + std::string(_words[_at]) + "' after '" + Joined(0, _at) + "'");
     }
 
     /// A finite number from min to max.
@@ -91,8 +92,8 @@ public:
         if (!ParseInt(word, value))
             Fail(std::string(what) + " must be a whole number, not '" + std::string(word) + "'");
         if (value < min || value > max)
-            Fail(std::string(what) + " must be from " + std::to_string(min) + " to " + std::to_string(max) +
-                 ", not " + std::string(word));
+            Fail(std::string(what) + " must be from " + std::to_string(min) + " to " + std::to_string(max) + ", not " +
+                 std::string(word));
         return value;
     }
 
@@ -167,13 +168,18 @@ unsigned char ParseHat(LineReader& reader) {
         size_t const plus = std::min(lower.find('+', start), lower.size());
         std::string const part = lower.substr(start, plus - start);
         unsigned char bit = 0;
-        if (part == "up") bit = GLFW_HAT_UP;
-        else if (part == "right") bit = GLFW_HAT_RIGHT;
-        else if (part == "down") bit = GLFW_HAT_DOWN;
-        else if (part == "left") bit = GLFW_HAT_LEFT;
+        if (part == "up")
+            bit = GLFW_HAT_UP;
+        else if (part == "right")
+            bit = GLFW_HAT_RIGHT;
+        else if (part == "down")
+            bit = GLFW_HAT_DOWN;
+        else if (part == "left")
+            bit = GLFW_HAT_LEFT;
         else
             reader.Fail("hat direction must be centered, up, down, left, right or two of them joined by '+' "
-                        "(up+left), not '" + std::string(word) + "'");
+                        "(up+left), not '" +
+                        std::string(word) + "'");
         if (bits & bit) reader.Fail("hat direction '" + std::string(word) + "' names " + part + " twice");
         bits |= bit;
         start = plus + 1;
@@ -210,7 +216,8 @@ struct ScriptLine {
 
     void Connected(DeviceSlot const& slot, DeviceSlot::Type type) const {
         std::string const id = std::to_string(IdOf(slot));
-        if (slot.type == DeviceSlot::Type::None) reader.Fail("no device is connected at " + id + " (connect one first)");
+        if (slot.type == DeviceSlot::Type::None)
+            reader.Fail("no device is connected at " + id + " (connect one first)");
         if (slot.type != type) {
             bool const isPad = slot.type == DeviceSlot::Type::Gamepad;
             reader.Fail("device " + id + " is a " + (isPad ? "gamepad" : "joystick") + ": use '" +
@@ -222,9 +229,12 @@ struct ScriptLine {
     int IndexOn(char const* what, int count, int id, char const* kind) {
         std::string_view const word = reader.Next(what);
         int value = 0;
-        if (kind != nullptr) value = nerox::input::code_from_string(kind, std::string(word));
-        else if (!LineReader::ParseInt(word, value)) value = -1;
-        if (value < 0) reader.Fail(std::string(what) + " must be a whole number from 0, not '" + std::string(word) + "'");
+        if (kind != nullptr)
+            value = nerox::input::code_from_string(kind, std::string(word));
+        else if (!LineReader::ParseInt(word, value))
+            value = -1;
+        if (value < 0)
+            reader.Fail(std::string(what) + " must be a whole number from 0, not '" + std::string(word) + "'");
         if (value >= count)
             reader.Fail(std::string(what) + " " + std::string(word) + " is past the " + std::to_string(count) +
                         " that device " + std::to_string(id) + " was connected with");
@@ -415,7 +425,7 @@ InputScript InputScript::Parse(std::string_view text, std::string const& fileNam
 }
 
 InputPlayer::InputPlayer(InputScript script, nerox::graphics::HeadlessWindow& window)
-    : _script(std::move(script)), _window(window) {}
+    : _script(std::move(script)), _window(window) { }
 
 size_t InputPlayer::Apply(double now) {
     std::vector<InputEvent> const& events = _script.Events();
@@ -434,9 +444,12 @@ void InputPlayer::ApplyOne(InputEvent const& event) {
     int const action = event.down ? GLFW_PRESS : GLFW_RELEASE;
     switch (event.kind) {
     case Kind::Mode:
-        if (event.value == 0) Game::SetInputMode_Ui();
-        else if (event.value == 1) Game::SetInputMode_Play();
-        else Game::SetInputMode_Station();
+        if (event.value == 0)
+            Game::SetInputMode_Ui();
+        else if (event.value == 1)
+            Game::SetInputMode_Play();
+        else
+            Game::SetInputMode_Station();
         break;
     case Kind::Key: _window.SetKey(event.index, action); break;
     case Kind::Mouse: _window.SetMouseButton(event.index, action); break;

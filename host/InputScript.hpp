@@ -31,20 +31,20 @@ struct InputEvent {
         Quit,            ///< The run ends through Game::Quit.
     };
 
-    double time = 0.0;  ///< Seconds from the start of the run.
-    int line = 0;       ///< Line of the file, from 1.
+    double time = 0.0; ///< Seconds from the start of the run.
+    int line = 0;      ///< Line of the file, from 1.
     Kind kind = Kind::Quit;
-    int device = -1;    ///< Device number, 0 to 15, of the joystick events.
-    int index = 0;      ///< Key, button, axis or hat.
-    int value = 0;      ///< Mode or hat bits.
-    bool down = false;  ///< Key and button state; focus on.
-    double x = 0.0;     ///< Cursor x or axis value.
-    double y = 0.0;     ///< Cursor y.
-    int axes = 0;       ///< Connect: raw axes.
-    int buttons = 0;    ///< Connect: raw buttons.
-    int hats = 0;       ///< Connect: raw hats.
-    std::string guid;   ///< Connect: device identity.
-    std::string name;   ///< Connect: device name.
+    int device = -1;   ///< Device number, 0 to 15, of the joystick events.
+    int index = 0;     ///< Key, button, axis or hat.
+    int value = 0;     ///< Mode or hat bits.
+    bool down = false; ///< Key and button state; focus on.
+    double x = 0.0;    ///< Cursor x or axis value.
+    double y = 0.0;    ///< Cursor y.
+    int axes = 0;      ///< Connect: raw axes.
+    int buttons = 0;   ///< Connect: raw buttons.
+    int hats = 0;      ///< Connect: raw hats.
+    std::string guid;  ///< Connect: device identity.
+    std::string name;  ///< Connect: device name.
 };
 
 /// A scripted run of input: a text file with one event per line,
@@ -128,7 +128,7 @@ public:
 private:
     std::vector<std::array<char, 24>> _shown; ///< Per action, in record order: the value printed last.
     std::string _line;
-    size_t _at = 0;                           ///< Action being visited.
+    size_t _at = 0; ///< Action being visited.
 };
 
 } // namespace host

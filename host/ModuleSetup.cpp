@@ -13,8 +13,10 @@ void SortClientModuleLists() {
 
 void RunInputPass(double deltaTime) {
     Game::InputUpdate(deltaTime);
-    if (Game::_inputMode == 1) Game::InputUpdate_Play(deltaTime);
-    else if (Game::_inputMode == 2) Game::InputUpdate_Station(deltaTime);
+    if (Game::_inputMode == 1)
+        Game::InputUpdate_Play(deltaTime);
+    else if (Game::_inputMode == 2)
+        Game::InputUpdate_Station(deltaTime);
 }
 
 } // namespace host

@@ -7,8 +7,7 @@ namespace host {
 
 /// Loads each named module of ModuleClass (GAME_Mod, SERVER_Mod); every failure is
 /// reported by the class's load error callback. Returns false when any failed.
-template <class ModuleClass>
-bool LoadModules(std::vector<std::string> const& names) {
+template <class ModuleClass> bool LoadModules(std::vector<std::string> const& names) {
     bool ok = true;
     for (std::string const& name : names) {
         if (!ModuleClass::LoadModule(name, true)) ok = false;

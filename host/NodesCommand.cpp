@@ -18,9 +18,9 @@ namespace {
 namespace program = game::graphics::ui::NeroxCodeEditor;
 
 struct CompileOptions {
-    std::string input;      ///< File to read; "-" reads the standard input.
-    std::string name;       ///< Program name; empty: from the file name.
-    std::string output;     ///< File to write; empty: the standard output.
+    std::string input;  ///< File to read; "-" reads the standard input.
+    std::string name;   ///< Program name; empty: from the file name.
+    std::string output; ///< File to write; empty: the standard output.
 };
 
 bool EndsWith(std::string const& text, std::string const& end) {

@@ -14,8 +14,7 @@ using game::entity::ServerSideEntity;
 Trace::Trace(std::string const& path, std::vector<std::string> itemTypes)
     : _path(path), _itemTypes(std::move(itemTypes)) {
     _file = std::fopen(path.c_str(), "w");
-    if (_file == nullptr)
-        throw std::runtime_error("cannot write the trace file " + path + ": " + std::strerror(errno));
+    if (_file == nullptr) throw std::runtime_error("cannot write the trace file " + path + ": " + std::strerror(errno));
     std::fprintf(_file, "tick,time,entity,item,x,y,z,vx,vy,vz\n");
 }
 
@@ -49,8 +48,8 @@ void Trace::Write(long long tick, double seconds) {
     std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) { return a.id < b.id; });
     for (Row const& row : rows) {
         std::fprintf(_file, "%lld,%.6f,%s,%s,%.6f,%.6f,%.6f,%.6f,%.6f,%.6f\n", tick, seconds, row.id.c_str(),
-                     row.item.c_str(), row.position.x, row.position.y, row.position.z, row.velocity.x,
-                     row.velocity.y, row.velocity.z);
+                     row.item.c_str(), row.position.x, row.position.y, row.position.z, row.velocity.x, row.velocity.y,
+                     row.velocity.z);
         ++_rows;
     }
     if (std::ferror(_file)) throw std::runtime_error("could not write the trace file " + _path);

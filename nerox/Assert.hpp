@@ -6,10 +6,10 @@
 namespace nerox {
 /// Prints the failure line for an assertion and aborts the process.
 [[noreturn]] void AssertionFailed(char const* condition, char const* file, int line) noexcept;
-}
+} // namespace nerox
 
-#define NEROX_ASSERT(condition)                                         \
-    do {                                                                \
-        if (!(condition)) [[unlikely]]                                  \
-            ::nerox::AssertionFailed(#condition, __FILE__, __LINE__);   \
+#define NEROX_ASSERT(condition)                                                                                        \
+    do {                                                                                                               \
+        if (!(condition)) [[unlikely]]                                                                                 \
+            ::nerox::AssertionFailed(#condition, __FILE__, __LINE__);                                                  \
     } while (0)

@@ -4,7 +4,7 @@
 
 namespace nerox {
 
-FPSCounter::FPSCounter(double windowSeconds) : _windowSeconds(windowSeconds) {}
+FPSCounter::FPSCounter(double windowSeconds) : _windowSeconds(windowSeconds) { }
 
 void FPSCounter::Tick() {
     if (!_passTimer.IsRunning()) {

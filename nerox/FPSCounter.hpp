@@ -50,15 +50,15 @@ public:
     double GetDeltaTime() const;
 
 private:
-    Timer _passTimer;              // runs from the latest Tick
-    Timer _windowTimer;            // runs from the start of the current window
+    Timer _passTimer;   // runs from the latest Tick
+    Timer _windowTimer; // runs from the start of the current window
     double _windowSeconds;
     std::atomic<double> _rate{0.0};
     std::atomic<double> _load{1.0};
-    double _passes = 0.0;          // passes counted in the current window
-    double _busySeconds = 0.0;     // busy time reported in the current window
+    double _passes = 0.0;      // passes counted in the current window
+    double _busySeconds = 0.0; // busy time reported in the current window
     std::atomic<double> _deltaTime{0.0};
-    bool _workReported = false;    // WorkDone was called in the current window
+    bool _workReported = false; // WorkDone was called in the current window
 };
 
 } // namespace nerox

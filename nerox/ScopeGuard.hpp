@@ -10,14 +10,11 @@
 
 namespace nerox {
 
-template <class Cleanup>
-class OnFailure {
+template <class Cleanup> class OnFailure {
 public:
-    explicit OnFailure(Cleanup cleanup) : _cleanup(std::move(cleanup)), _exceptions(std::uncaught_exceptions()) {}
-    ~OnFailure()
-    {
-        if (std::uncaught_exceptions() > _exceptions)
-            _cleanup();
+    explicit OnFailure(Cleanup cleanup) : _cleanup(std::move(cleanup)), _exceptions(std::uncaught_exceptions()) { }
+    ~OnFailure() {
+        if (std::uncaught_exceptions() > _exceptions) _cleanup();
     }
     OnFailure(OnFailure const&) = delete;
     OnFailure& operator=(OnFailure const&) = delete;

@@ -43,9 +43,7 @@ struct Timing {
     double worst = 0.0;
 };
 
-template <class Step>
-Timing Measure(int steps, Step&& step)
-{
+template <class Step> Timing Measure(int steps, Step&& step) {
     Timing timing;
     double total = 0.0;
     for (int i = 0; i < steps; ++i) {
@@ -60,18 +58,17 @@ Timing Measure(int steps, Step&& step)
 }
 
 /// crates unit boxes in a grid of side columns, layers high, spaced by gap.
-void BuildCrates(testsupport::PhysicsWorld& world, int count, int columns, double gap, double firstHeight)
-{
+void BuildCrates(testsupport::PhysicsWorld& world, int count, int columns, double gap, double firstHeight) {
     for (int i = 0; i < count; ++i) {
         int const x = i % columns;
         int const z = (i / columns) % columns;
         int const layer = i / (columns * columns);
-        world.AddBox({.position = glm::dvec3((x - columns / 2) * gap, firstHeight + layer * gap, (z - columns / 2) * gap)});
+        world.AddBox(
+            {.position = glm::dvec3((x - columns / 2) * gap, firstHeight + layer * gap, (z - columns / 2) * gap)});
     }
 }
 
-Timing RunOurs(testsupport::PhysicsWorld& world, int steps)
-{
+Timing RunOurs(testsupport::PhysicsWorld& world, int steps) {
     ServerSideEntity::DestroyAll();
     BuildCrates(world, 1000, 10, 1.5, 1.0);
     Timing const timing = Measure(steps, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); });
@@ -80,8 +77,7 @@ Timing RunOurs(testsupport::PhysicsWorld& world, int steps)
 }
 
 #if TESSARA_WITH_BULLET
-Timing RunBullet(int steps)
-{
+Timing RunBullet(int steps) {
     btDefaultCollisionConfiguration configuration;
     btCollisionDispatcher dispatcher(&configuration);
     btDbvtBroadphase broadphase;
@@ -104,7 +100,8 @@ Timing RunBullet(int steps)
         int const x = i % 10, z = (i / 10) % 10, layer = i / 100;
         btVector3 const origin((x - 5) * 1.5f, 1.0f + layer * 1.5f, (z - 5) * 1.5f);
         motions.emplace_back(btTransform(btQuaternion::getIdentity(), origin));
-        crates.push_back(new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
+        crates.push_back(
+            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
         world.addRigidBody(crates.back());
     }
     Timing const timing = Measure(steps, [&world] { world.stepSimulation(btScalar(StepSeconds), 0); });
@@ -120,19 +117,16 @@ Timing RunBullet(int steps)
 /// Evicts the caches by writing a buffer larger than the last level, as the
 /// rest of a server tick (entity hooks, modules, networking) does between two
 /// physics steps.
-void EvictCaches()
-{
+void EvictCaches() {
     static std::vector<char> buffer(64u << 20);
     static char round = 0;
     ++round;
-    for (size_t i = 0; i < buffer.size(); i += 64)
-        buffer[i] = round;
+    for (size_t i = 0; i < buffer.size(); i += 64) buffer[i] = round;
 }
 
 /// Our step with count crates on the ground, 9 in 10 at rest; with cold set,
 /// every step starts with empty caches.
-Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool cold)
-{
+Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool cold) {
     ServerSideEntity::DestroyAll();
     int const columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
     for (int i = 0; i < count; ++i) {
@@ -145,8 +139,7 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
     Timing timing;
     double total = 0.0;
     for (int i = 0; i < steps; ++i) {
-        if (cold)
-            EvictCaches();
+        if (cold) EvictCaches();
         auto const start = Clock::now();
         ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps);
         double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
@@ -160,8 +153,7 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     int const steps = argc > 1 ? std::max(1, std::atoi(argv[1])) : 300;
     int const only = argc > 2 ? std::atoi(argv[2]) : 0;
     nerox::cpu::Profiler::enabled = false;
@@ -169,27 +161,28 @@ int main(int argc, char** argv)
     testsupport::PhysicsWorld world(BenchEnvironment);
 
     if (only != 2) {
-    std::printf("Scene 1: 1,000 unit crates dropped in a 10 x 10 x 10 grid onto flat ground, %d steps of 1/60 s\n"
-                "         (ours with %d substeps per step, Bullet with one)\n", steps, Substeps);
-    std::printf("  %-10s %12s %12s\n", "engine", "mean ms", "worst ms");
-    Timing const ours = RunOurs(world, steps);
-    std::printf("  %-10s %12.3f %12.3f\n", "tessara", ours.mean, ours.worst);
+        std::printf("Scene 1: 1,000 unit crates dropped in a 10 x 10 x 10 grid onto flat ground, %d steps of 1/60 s\n"
+                    "         (ours with %d substeps per step, Bullet with one)\n",
+                    steps, Substeps);
+        std::printf("  %-10s %12s %12s\n", "engine", "mean ms", "worst ms");
+        Timing const ours = RunOurs(world, steps);
+        std::printf("  %-10s %12.3f %12.3f\n", "tessara", ours.mean, ours.worst);
 #if TESSARA_WITH_BULLET
-    Timing const bullet = RunBullet(steps);
-    std::printf("  %-10s %12.3f %12.3f\n", "bullet", bullet.mean, bullet.worst);
-    std::printf("  ratio tessara / bullet: mean %.2f, worst %.2f (goal: mean at most 0.5)\n", ours.mean / bullet.mean,
-                ours.worst / bullet.worst);
+        Timing const bullet = RunBullet(steps);
+        std::printf("  %-10s %12.3f %12.3f\n", "bullet", bullet.mean, bullet.worst);
+        std::printf("  ratio tessara / bullet: mean %.2f, worst %.2f (goal: mean at most 0.5)\n",
+                    ours.mean / bullet.mean, ours.worst / bullet.worst);
 #else
-    std::printf("  (built without Bullet: no peer to compare with)\n");
+        std::printf("  (built without Bullet: no peer to compare with)\n");
 #endif
     }
-    if (only == 1)
-        return 0;
+    if (only == 1) return 0;
 
     int const restingSteps = std::max(1, steps / 5);
     std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps\n"
                 "         warm: steps back to back; cold: caches evicted before each step, as the rest\n"
-                "         of a server tick does\n", restingSteps);
+                "         of a server tick does\n",
+                restingSteps);
     std::printf("  %-10s %-6s %12s %12s\n", "bodies", "caches", "mean ms", "worst ms");
     for (bool cold : {false, true}) {
         Timing const small = RunResting(world, 1000, restingSteps, cold);

@@ -19,8 +19,7 @@ constexpr uint16_t BoxTriangles[12][3] = {
 };
 
 /// Makes collider the box of its box_min and box_max.
-void MakeBox(ConvexMeshCollider& collider)
-{
+void MakeBox(ConvexMeshCollider& collider) {
     for (uint32_t corner = 0; corner < 8; ++corner) {
         collider.vertices[corner] = glm::vec3((corner & 4u) ? collider.box_max.x : collider.box_min.x,
                                               (corner & 2u) ? collider.box_max.y : collider.box_min.y,
@@ -38,8 +37,7 @@ void MakeBox(ConvexMeshCollider& collider)
 
 } // namespace
 
-ConvexMeshCollider ConvexMeshCollider::Box(glm::vec3 const& boxMin, glm::vec3 const& boxMax)
-{
+ConvexMeshCollider ConvexMeshCollider::Box(glm::vec3 const& boxMin, glm::vec3 const& boxMax) {
     ConvexMeshCollider collider;
     collider.box_min = glm::min(boxMin, boxMax);
     collider.box_max = glm::max(boxMin, boxMax);
@@ -51,8 +49,7 @@ ConvexMeshCollider ConvexMeshCollider::Box(glm::vec3 const& boxMin, glm::vec3 co
 namespace {
 
 /// Copies the hull of a description into collider, at most what its arrays hold.
-void CopyHull(EntityConfig::Collider const& described, ConvexMeshCollider& collider)
-{
+void CopyHull(EntityConfig::Collider const& described, ConvexMeshCollider& collider) {
     collider.verticesCount = std::min<uint32_t>(described.nb_vertices, ConvexMeshCollider::MaxVertices);
     collider.normalsCount = std::min<uint32_t>(described.nb_faces, ConvexMeshCollider::MaxNormals);
     collider.trianglesCount = std::min<uint32_t>(described.nb_triangles, ConvexMeshCollider::MaxTriangles);
@@ -65,10 +62,8 @@ void CopyHull(EntityConfig::Collider const& described, ConvexMeshCollider& colli
 
 BaseEntity::~BaseEntity() = default;
 
-void BaseEntity::InitNodes()
-{
-    if (!config)
-        return;
+void BaseEntity::InitNodes() {
+    if (!config) return;
     EntityConfig const& described = *config;
     mass = described.mass;
 
@@ -114,8 +109,7 @@ void BaseEntity::InitNodes()
     UpdateBoundingBox(true);
 }
 
-void BaseEntity::UpdateBoundingBox(bool updateCenterOfMass)
-{
+void BaseEntity::UpdateBoundingBox(bool updateCenterOfMass) {
     if (colliders.empty()) {
         boundsMin = glm::dvec3(0.0);
         boundsMax = glm::dvec3(0.0);
@@ -141,25 +135,20 @@ void BaseEntity::UpdateBoundingBox(bool updateCenterOfMass)
     box_size = glm::abs(boundsMax - boundsMin);
     boundsCenter = (boundsMin + boundsMax) / 2.0;
     boundingRadius = 0.5 * glm::length(boundsMax - boundsMin);
-    if (updateCenterOfMass)
-        centerOfMass = boundsCenter;
+    if (updateCenterOfMass) centerOfMass = boundsCenter;
 }
 
-void BaseEntity::Update(double /*dt*/)
-{
+void BaseEntity::Update(double /*dt*/) {
     nerox::cpu::Profiler profiler("BaseEntity::Update");
-    if (!nodesAnimated && !nodesDirty)
-        return;
+    if (!nodesAnimated && !nodesDirty) return;
     for (auto& [name, collider] : colliders) {
         auto const found = nodeTransforms.find(name);
-        if (found != nodeTransforms.end())
-            collider.transform = found->second;
+        if (found != nodeTransforms.end()) collider.transform = found->second;
     }
     UpdateBoundingBox(true);
 }
 
-glm::dmat4 BaseEntity::GetTransform() const
-{
+glm::dmat4 BaseEntity::GetTransform() const {
     return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(orientation);
 }
 

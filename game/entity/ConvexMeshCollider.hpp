@@ -38,28 +38,28 @@ struct ConvexMeshCollider {
     using ContactCallback = std::function<bool(void* body, ConvexMeshCollider& self, ConvexMeshCollider& other,
                                                game::physics::Collision& collision, double dt)>;
 
-    bool enabled = true;                                   ///< False keeps the collider out of rigid bodies.
-    glm::dmat4 transform{1.0};                             ///< Collider space to entity space; moved by joints.
-    glm::vec3 box_min{0.0f};                               ///< Box of the vertices in collider space, smaller corner.
-    glm::vec3 box_max{0.0f};                               ///< Box of the vertices in collider space, larger corner.
-    double radius = 0.0;                                   ///< Half the box diagonal.
-    double fill = 1.0;                                     ///< Solid share of the box.
-    uint64_t reserved0 = 0;                                ///< Reserved; zero.
-    uint32_t verticesCount = 0;                            ///< Used entries of vertices.
-    uint32_t normalsCount = 0;                             ///< Used entries of normals.
-    uint32_t trianglesCount = 0;                           ///< Used entries of triangles.
-    std::array<glm::vec3, MaxVertices> vertices{};         ///< Hull vertices in collider space.
-    std::array<glm::vec3, MaxNormals> normals{};           ///< Distinct unit face normals in collider space.
-    std::array<glm::u16vec3, MaxTriangles> triangles{};    ///< Vertex indices, three per triangle.
+    bool enabled = true;                                ///< False keeps the collider out of rigid bodies.
+    glm::dmat4 transform{1.0};                          ///< Collider space to entity space; moved by joints.
+    glm::vec3 box_min{0.0f};                            ///< Box of the vertices in collider space, smaller corner.
+    glm::vec3 box_max{0.0f};                            ///< Box of the vertices in collider space, larger corner.
+    double radius = 0.0;                                ///< Half the box diagonal.
+    double fill = 1.0;                                  ///< Solid share of the box.
+    uint64_t reserved0 = 0;                             ///< Reserved; zero.
+    uint32_t verticesCount = 0;                         ///< Used entries of vertices.
+    uint32_t normalsCount = 0;                          ///< Used entries of normals.
+    uint32_t trianglesCount = 0;                        ///< Used entries of triangles.
+    std::array<glm::vec3, MaxVertices> vertices{};      ///< Hull vertices in collider space.
+    std::array<glm::vec3, MaxNormals> normals{};        ///< Distinct unit face normals in collider space.
+    std::array<glm::u16vec3, MaxTriangles> triangles{}; ///< Vertex indices, three per triangle.
     /// Finer colliders, each placed relative to this one; an empty list by default.
     std::shared_ptr<std::vector<ConvexMeshCollider>> subColliders = std::make_shared<std::vector<ConvexMeshCollider>>();
-    Id entity;                                             ///< The owning entity.
-    std::string name;                                      ///< Name of the node.
-    double reserved1 = 0.0;                                ///< Reserved; zero.
-    bool reducedQuery = false;                             ///< Take part in reduced queries only.
-    bool exactEdges = false;                               ///< Also test the edge-cross axes.
-    double friction = 0.2;                                 ///< Surface friction coefficient.
-    ContactCallback onContact;                             ///< Contact callback; empty by default.
+    Id entity;                 ///< The owning entity.
+    std::string name;          ///< Name of the node.
+    double reserved1 = 0.0;    ///< Reserved; zero.
+    bool reducedQuery = false; ///< Take part in reduced queries only.
+    bool exactEdges = false;   ///< Also test the edge-cross axes.
+    double friction = 0.2;     ///< Surface friction coefficient.
+    ContactCallback onContact; ///< Contact callback; empty by default.
 };
 
 } // namespace game::entity

@@ -17,30 +17,25 @@ namespace {
 constexpr char const* NameBlanks = " \f\n\r\t\v";
 
 /// The modelling tool's vector (x, y, z) in game axes: (x, z, -y).
-glm::vec3 ToGameAxes(glm::vec3 const& v)
-{
+glm::vec3 ToGameAxes(glm::vec3 const& v) {
     return glm::vec3(v.x, v.z, -v.y);
 }
 
 /// Reads three floats into v; a failed read leaves what the extractor left.
-void ReadVec3(std::istringstream& line, glm::vec3& v)
-{
+void ReadVec3(std::istringstream& line, glm::vec3& v) {
     line >> v.x >> v.y >> v.z;
 }
 
 /// Reads one word, lower-cased: true for "true", "yes" and "1".
-bool ReadFlag(std::istringstream& line)
-{
+bool ReadFlag(std::istringstream& line) {
     std::string word;
     line >> word;
-    for (char& c : word)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : word) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return word == "true" || word == "yes" || word == "1";
 }
 
 /// Reads the keys that every node section shares. Returns false for any other key.
-bool ReadNodeKey(std::string const& key, std::istringstream& line, EntityConfig::NodeFields& record)
-{
+bool ReadNodeKey(std::string const& key, std::istringstream& line, EntityConfig::NodeFields& record) {
     if (key == "parent") {
         line >> record.parent;
         return true;
@@ -57,13 +52,11 @@ bool ReadNodeKey(std::string const& key, std::istringstream& line, EntityConfig:
 }
 
 /// Brings a box into game axes and keeps min below max on each axis.
-void ConvertBox(glm::vec3& boxMin, glm::vec3& boxMax)
-{
+void ConvertBox(glm::vec3& boxMin, glm::vec3& boxMax) {
     boxMin = ToGameAxes(boxMin);
     boxMax = ToGameAxes(boxMax);
     for (int axis = 0; axis < 3; ++axis) {
-        if (boxMin[axis] > boxMax[axis])
-            std::swap(boxMin[axis], boxMax[axis]);
+        if (boxMin[axis] > boxMax[axis]) std::swap(boxMin[axis], boxMax[axis]);
     }
 }
 
@@ -72,14 +65,12 @@ void ConvertBox(glm::vec3& boxMin, glm::vec3& boxMax)
 /// failed read left; a failed read ends the list after its entry. When the line
 /// holds more than fit, the rest is dropped and warn() is called once.
 template <class Entry, size_t Capacity, class Read, class Warn>
-uint16_t ReadList(std::istringstream& line, std::array<Entry, Capacity>& out, Read const& read, Warn const& warn)
-{
+uint16_t ReadList(std::istringstream& line, std::array<Entry, Capacity>& out, Read const& read, Warn const& warn) {
     size_t count = 0;
     while (line.good()) {
         if (count == Capacity) {
             line >> std::ws;
-            if (!line.eof())
-                warn();
+            if (!line.eof()) warn();
             break;
         }
         read(line, out[count]);
@@ -89,8 +80,7 @@ uint16_t ReadList(std::istringstream& line, std::array<Entry, Capacity>& out, Re
 }
 
 /// The rotation that turns normals from file axes into game axes.
-glm::quat const& NormalRotation()
-{
+glm::quat const& NormalRotation() {
     // -pi/2 as the float with the bits 0xBFC90FDB.
     static glm::quat const rotation(glm::vec3(std::bit_cast<float>(0xBFC90FDBu), 0.0f, 0.0f));
     return rotation;
@@ -100,14 +90,11 @@ using Lines = std::vector<std::istringstream>;
 
 /// Reads every line of a node section: the shared keys into record, any other
 /// key through more(key, line).
-template <class More>
-void ReadNodeLines(Lines& lines, EntityConfig::NodeFields& record, More const& more)
-{
+template <class More> void ReadNodeLines(Lines& lines, EntityConfig::NodeFields& record, More const& more) {
     for (std::istringstream& line : lines) {
         std::string key;
         line >> key;
-        if (!ReadNodeKey(key, line, record))
-            more(key, line);
+        if (!ReadNodeKey(key, line, record)) more(key, line);
     }
 }
 
@@ -115,8 +102,7 @@ void ReadNodeLines(Lines& lines, EntityConfig::NodeFields& record, More const& m
 /// in the table of its kind.
 template <class Record>
 void AddNode(EntityConfig& config, std::string const& keyword, std::string const& name, Record& record,
-             std::map<std::string, Record>& table)
-{
+             std::map<std::string, Record>& table) {
     record.transform = EntityConfig::TransformFromBlender(record.position, record.rotation);
     EntityConfig::Node& node = config.nodes[name];
     node.transform = record.transform;
@@ -125,8 +111,7 @@ void AddNode(EntityConfig& config, std::string const& keyword, std::string const
     table[name] = std::move(record);
 }
 
-void ParseEntity(EntityConfig& config, std::string const&, std::string const&, Lines& lines)
-{
+void ParseEntity(EntityConfig& config, std::string const&, std::string const&, Lines& lines) {
     for (std::istringstream& line : lines) {
         std::string key;
         line >> key;
@@ -135,26 +120,22 @@ void ParseEntity(EntityConfig& config, std::string const&, std::string const&, L
         } else if (key == "base_planes") {
             config.base_planes.clear();
             std::string plane;
-            while (line >> plane)
-                config.base_planes.push_back(plane);
+            while (line >> plane) config.base_planes.push_back(plane);
         } else if (key == "airtight") {
             config.airtight = ReadFlag(line);
         }
     }
 }
 
-void ParseCamera(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParseCamera(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     EntityConfig::Camera camera;
     ReadNodeLines(lines, camera, [&](std::string const& key, std::istringstream& line) {
-        if (key == "znear")
-            line >> camera.znear;
+        if (key == "znear") line >> camera.znear;
     });
     AddNode(config, keyword, name, camera, config.cameras);
 }
 
-void ParseJoint(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParseJoint(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     static char const* const linearKeys[3] = {"linear_x", "linear_y", "linear_z"};
     static char const* const angularKeys[3] = {"angular_x", "angular_y", "angular_z"};
     EntityConfig::Joint joint;
@@ -189,20 +170,18 @@ void ParseJoint(EntityConfig& config, std::string const& keyword, std::string co
 
 /// A section with the shared keys only: TARGET and RENDERABLE.
 template <class Record, std::map<std::string, Record> EntityConfig::*Table>
-void ParsePlainNode(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParsePlainNode(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     Record record;
     ReadNodeLines(lines, record, [](std::string const&, std::istringstream&) {});
     AddNode(config, keyword, name, record, config.*Table);
 }
 
-void ParseCollider(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParseCollider(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     EntityConfig::Collider collider;
     auto const warnAbout = [&](char const* what, size_t capacity) {
         return [&config, &name, what, capacity]() {
-            std::cerr << config.GetPath() << ": collider '" << name << "' lists more than " << capacity << ' '
-                      << what << "; the rest are ignored" << std::endl;
+            std::cerr << config.GetPath() << ": collider '" << name << "' lists more than " << capacity << ' ' << what
+                      << "; the rest are ignored" << std::endl;
         };
     };
     ReadNodeLines(lines, collider, [&](std::string const& key, std::istringstream& line) {
@@ -243,18 +222,15 @@ void ParseCollider(EntityConfig& config, std::string const& keyword, std::string
     AddNode(config, keyword, name, collider, config.colliders);
 }
 
-void ParseAdapter(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParseAdapter(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     EntityConfig::Adapter adapter;
     ReadNodeLines(lines, adapter, [&](std::string const& key, std::istringstream& line) {
-        if (key == "type")
-            line >> adapter.type;
+        if (key == "type") line >> adapter.type;
     });
     AddNode(config, keyword, name, adapter, config.adapters);
 }
 
-void ParseLightBox(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines)
-{
+void ParseLightBox(EntityConfig& config, std::string const& keyword, std::string const& name, Lines& lines) {
     EntityConfig::LightBox lightBox;
     ReadNodeLines(lines, lightBox, [&](std::string const& key, std::istringstream& line) {
         if (key == "box_min")
@@ -286,44 +262,35 @@ constexpr SectionKind SectionKinds[] = {
 } // namespace
 
 EntityConfig::EntityConfig(std::string const& path, std::optional<int> reloadInterval)
-    : ConfigFile(path, reloadInterval)
-{
-}
+    : ConfigFile(path, reloadInterval) { }
 
-EntityConfig::~EntityConfig()
-{
+EntityConfig::~EntityConfig() {
     StopAutoReloadThread();
 }
 
-void EntityConfig::ReadConfig()
-{
+void EntityConfig::ReadConfig() {
     // The caller holds GetMutex(): the reload thread takes it before calling here.
     Parse();
 }
 
-void EntityConfig::Load()
-{
+void EntityConfig::Load() {
     std::lock_guard<std::mutex> lock(GetMutex());
     Parse();
 }
 
-void EntityConfig::Parse()
-{
+void EntityConfig::Parse() {
     cameras.clear();
     joints.clear();
     targets.clear();
     renderables.clear();
-    ReadFromINI([this](std::istringstream& header, std::vector<std::istringstream>& lines) {
-        ParseSection(header, lines);
-    });
+    ReadFromINI(
+        [this](std::istringstream& header, std::vector<std::istringstream>& lines) { ParseSection(header, lines); });
     jointSolver.Init();
 }
 
-void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::istringstream>& lines)
-{
+void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::istringstream>& lines) {
     std::string keyword;
-    if (!(header >> keyword))
-        return; // an empty header: lines before the first section
+    if (!(header >> keyword)) return; // an empty header: lines before the first section
     std::string name;
     std::getline(header, name);
     size_t const first = name.find_first_not_of(NameBlanks);
@@ -340,53 +307,45 @@ void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::ist
     }
 }
 
-std::string EntityConfig::GetMeshFilePath() const
-{
+std::string EntityConfig::GetMeshFilePath() const {
     std::filesystem::path const path = ToPath();
     return (path.parent_path() / (path.stem().string() + ".gltf")).string();
 }
 
-glm::dmat4 EntityConfig::GetAbsoluteTransform(std::string const& node) const
-{
+glm::dmat4 EntityConfig::GetAbsoluteTransform(std::string const& node) const {
     // Walked upwards without recursion. A chain never has more links than there
     // are nodes, so the bound only cuts parent loops in a broken file.
     glm::dmat4 result(1.0);
     std::string const* current = &node;
     for (size_t steps = 0; steps < nodes.size(); ++steps) {
         auto const found = nodes.find(*current);
-        if (found == nodes.end())
-            break;
+        if (found == nodes.end()) break;
         result = glm::dmat4(found->second.transform) * result;
-        if (found->second.parent.empty())
-            break;
+        if (found->second.parent.empty()) break;
         current = &found->second.parent;
     }
     return result;
 }
 
 glm::dmat4 EntityConfig::GetTransformRelativeToFirstParentJointOrRoot(std::string const& node,
-                                                                      std::string& outJoint) const
-{
+                                                                      std::string& outJoint) const {
     glm::dmat4 result(1.0);
     std::string const* current = &node;
     for (size_t steps = 0; steps < nodes.size(); ++steps) {
         auto const found = nodes.find(*current);
-        if (found == nodes.end())
-            break;
+        if (found == nodes.end()) break;
         if (found->second.type == "JOINT") {
             outJoint = found->first;
             break;
         }
         result = glm::dmat4(found->second.transform) * result;
-        if (found->second.parent.empty())
-            break;
+        if (found->second.parent.empty()) break;
         current = &found->second.parent;
     }
     return result;
 }
 
-glm::mat4 EntityConfig::TransformFromBlender(glm::vec3 const& position, glm::vec3 const& rotationDegrees)
-{
+glm::mat4 EntityConfig::TransformFromBlender(glm::vec3 const& position, glm::vec3 const& rotationDegrees) {
     glm::vec3 const radians = rotationDegrees * 0.017453292f;
     // The same turn that maps (x, y, z) to (x, z, -y): -90 degrees about x.
     glm::quat const toGameAxes(0.70710677f, -0.70710677f, 0.0f, 0.0f);

@@ -36,15 +36,15 @@ class EntityConfig : public nerox::filesystem::ConfigFile {
 public:
     /// What every node section has: its place in the node tree.
     struct NodeFields {
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
-        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
-        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
     };
 
     /// A camera mount.
     struct Camera : NodeFields {
-        float znear = 0.0f;              ///< Near clipping distance.
+        float znear = 0.0f; ///< Near clipping distance.
     };
 
     /// A movable joint. The ranges stay in the file's axes: component x of each
@@ -65,10 +65,10 @@ public:
     };
 
     /// A named point, e.g. where a tool aims.
-    struct Target : NodeFields {};
+    struct Target : NodeFields { };
 
     /// A part of the mesh that is drawn with its node's transform.
-    struct Renderable : NodeFields {};
+    struct Renderable : NodeFields { };
 
     /// Most hull vertices a collider holds.
     static constexpr size_t MaxColliderVertices = 8;
@@ -79,13 +79,13 @@ public:
 
     /// A convex collision hull, or a box when it lists no vertices.
     struct Collider : NodeFields {
-        bool is_build_block = false;                          ///< Counts as a building block.
-        float displacement_volume = 0.0f;                     ///< Volume that displaces fluids.
-        glm::vec3 box_min{0.0f};                              ///< Box corner, game axes, the smaller per axis.
-        glm::vec3 box_max{0.0f};                              ///< Box corner, game axes, the larger per axis.
-        uint16_t nb_vertices = 0;                             ///< Entries used in vertices.
-        uint16_t nb_faces = 0;                                ///< Entries used in faces_normal.
-        uint16_t nb_triangles = 0;                            ///< Entries used in triangles.
+        bool is_build_block = false;                                ///< Counts as a building block.
+        float displacement_volume = 0.0f;                           ///< Volume that displaces fluids.
+        glm::vec3 box_min{0.0f};                                    ///< Box corner, game axes, the smaller per axis.
+        glm::vec3 box_max{0.0f};                                    ///< Box corner, game axes, the larger per axis.
+        uint16_t nb_vertices = 0;                                   ///< Entries used in vertices.
+        uint16_t nb_faces = 0;                                      ///< Entries used in faces_normal.
+        uint16_t nb_triangles = 0;                                  ///< Entries used in triangles.
         std::array<glm::vec3, MaxColliderVertices> vertices{};      ///< Hull vertices, game axes.
         std::array<glm::vec3, MaxColliderFaces> faces_normal{};     ///< Unit face normals, game axes.
         std::array<glm::u16vec3, MaxColliderTriangles> triangles{}; ///< Vertex indices, three per triangle.
@@ -93,38 +93,38 @@ public:
 
     /// A place where another item can be attached.
     struct Adapter : NodeFields {
-        std::string type;                ///< Kind of attachment; interpreted by the content modules.
+        std::string type; ///< Kind of attachment; interpreted by the content modules.
     };
 
     /// A box that bounds a light's effect.
     struct LightBox : NodeFields {
-        glm::vec3 box_min{0.0f};         ///< Box corner, game axes, the smaller per axis.
-        glm::vec3 box_max{0.0f};         ///< Box corner, game axes, the larger per axis.
+        glm::vec3 box_min{0.0f}; ///< Box corner, game axes, the smaller per axis.
+        glm::vec3 box_max{0.0f}; ///< Box corner, game axes, the larger per axis.
     };
 
     /// One node of the tree that every section but ENTITY adds.
     struct Node {
-        glm::mat4 transform{1.0f};       ///< Transform relative to the parent.
-        std::string parent;              ///< Name of the parent node; empty for the root.
-        std::string type;                ///< The section keyword, e.g. "JOINT".
+        glm::mat4 transform{1.0f}; ///< Transform relative to the parent.
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        std::string type;          ///< The section keyword, e.g. "JOINT".
     };
 
-    double mass = 0.0;                                  ///< Kilograms.
-    bool airtight = false;                              ///< The hull holds air.
-    std::vector<std::string> base_planes{"-Z", "-Y"};   ///< Planes the item may stand on.
-    std::map<std::string, Camera> cameras;              ///< CAMERA sections by name.
-    std::map<std::string, Joint> joints;                ///< JOINT sections by name.
-    std::map<std::string, Target> targets;              ///< TARGET sections by name.
-    std::map<std::string, Renderable> renderables;      ///< RENDERABLE sections by name.
-    std::map<std::string, Collider> colliders;          ///< COLLIDER sections by name.
-    std::map<std::string, Adapter> adapters;            ///< ADAPTER sections by name.
-    std::map<std::string, LightBox> lightBoxes;         ///< LIGHT_BOX sections by name.
-    std::map<std::string, Node> nodes;                  ///< Every section but ENTITY, by name.
-    std::shared_ptr<game::graphics::Mesh> mesh;         ///< The loaded mesh; empty until loaded.
-    std::filesystem::file_time_type meshWriteTime{};    ///< Last write time of the mesh file when loaded.
-    uint64_t meshCheckFrame = 0;                        ///< Renderer frame of the last reload.
-    double meshCheckTime = 0.0;                         ///< Time of the last check for a newer mesh, seconds.
-    JointSolver jointSolver{this};                      ///< The joint tree, rebuilt at the end of each read.
+    double mass = 0.0;                                ///< Kilograms.
+    bool airtight = false;                            ///< The hull holds air.
+    std::vector<std::string> base_planes{"-Z", "-Y"}; ///< Planes the item may stand on.
+    std::map<std::string, Camera> cameras;            ///< CAMERA sections by name.
+    std::map<std::string, Joint> joints;              ///< JOINT sections by name.
+    std::map<std::string, Target> targets;            ///< TARGET sections by name.
+    std::map<std::string, Renderable> renderables;    ///< RENDERABLE sections by name.
+    std::map<std::string, Collider> colliders;        ///< COLLIDER sections by name.
+    std::map<std::string, Adapter> adapters;          ///< ADAPTER sections by name.
+    std::map<std::string, LightBox> lightBoxes;       ///< LIGHT_BOX sections by name.
+    std::map<std::string, Node> nodes;                ///< Every section but ENTITY, by name.
+    std::shared_ptr<game::graphics::Mesh> mesh;       ///< The loaded mesh; empty until loaded.
+    std::filesystem::file_time_type meshWriteTime{};  ///< Last write time of the mesh file when loaded.
+    uint64_t meshCheckFrame = 0;                      ///< Renderer frame of the last reload.
+    double meshCheckTime = 0.0;                       ///< Time of the last check for a newer mesh, seconds.
+    JointSolver jointSolver{this};                    ///< The joint tree, rebuilt at the end of each read.
 
     /// The description file at path. Reads nothing and starts no reload thread;
     /// reloadInterval is passed to ConfigFile for a later StartAutoReloadThread().

@@ -11,7 +11,7 @@ struct Id : UniqueId {
     using UniqueId::UniqueId;
     Id() = default;
     /// Wraps an existing id.
-    Id(UniqueId const& id) : UniqueId(id) {}
+    Id(UniqueId const& id) : UniqueId(id) { }
     /// A new entity id.
     static Id Generate() { return Id(UniqueId::Generate("ENTT")); }
     /// True when the id is unset, as in "!entity->parentEntity".
@@ -24,7 +24,6 @@ using EnvironmentId = uint64_t;
 } // namespace game::entity
 
 /// Hashes an entity id by its second word.
-template <>
-struct std::hash<game::entity::Id> {
+template <> struct std::hash<game::entity::Id> {
     size_t operator()(game::entity::Id const& id) const noexcept { return static_cast<size_t>(id.second); }
 };

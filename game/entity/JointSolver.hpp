@@ -26,7 +26,7 @@ public:
     };
 
     /// A solver of the joints of config (which owns it).
-    explicit JointSolver(EntityConfig* config) : _config(config) {}
+    explicit JointSolver(EntityConfig* config) : _config(config) { }
     JointSolver(JointSolver const&) = delete;
     JointSolver& operator=(JointSolver const&) = delete;
 

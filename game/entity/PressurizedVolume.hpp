@@ -105,8 +105,8 @@ public:
     /// as in the other Transfer) or lets the outside's gases in, each up to the
     /// outside's share; then the mass that flowed is returned. Gases of a that the
     /// outside lacks are kept by the replacement. 0 when a is null or inactive.
-    static double Transfer(PressurizedVolume* a, game::physics::EnvironmentInfo const& outside,
-                           glm::dvec3 const& point, glm::dvec3 const& normal, double area, double dt);
+    static double Transfer(PressurizedVolume* a, game::physics::EnvironmentInfo const& outside, glm::dvec3 const& point,
+                           glm::dvec3 const& normal, double area, double dt);
 
     /// Makes a volume of entity, registers it and returns it. The caller owns it.
     static std::shared_ptr<PressurizedVolume> Create(Id entity, double volume, double temperature);

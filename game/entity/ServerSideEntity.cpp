@@ -23,26 +23,28 @@ namespace game::entity {
 // module's class with these to skip hooks nobody wrote.
 
 ServerSideEntityInterface::~ServerSideEntityInterface() = default;
-bool ServerSideEntityInterface::IsInsideVolume(glm::dvec3 const&) const { return false; }
-void ServerSideEntityInterface::SaveState(nerox::filesystem::WriteOnlyStream&) {}
-void ServerSideEntityInterface::LoadState(nerox::filesystem::ReadOnlyStream&) {}
-void ServerSideEntityInterface::SerializeState(nerox::filesystem::WriteOnlyStream&) {}
-void ServerSideEntityInterface::DeserializeState(nerox::filesystem::ReadOnlyStream&) {}
-void ServerSideEntityInterface::ModuleSlot7() {}
-void ServerSideEntityInterface::ModuleSlot8() {}
-void ServerSideEntityInterface::ModuleSlot9() {}
-void ServerSideEntityInterface::ModuleSlot10() {}
-void ServerSideEntityInterface::ModuleSlot11() {}
-void ServerSideEntityInterface::ModuleSlot12() {}
-void ServerSideEntityInterface::ModuleSlot13() {}
-void ServerSideEntityInterface::ModuleSlot14() {}
-void ServerSideEntityInterface::ModuleSlot15() {}
-void ServerSideEntityInterface::ModuleSlot16() {}
-void ServerSideEntityInterface::ModuleSlot17() {}
-void ServerSideEntityInterface::InitInterface() {}
-void ServerSideEntityInterface::BeforeUpdate(double) {}
-void ServerSideEntityInterface::Update(double) {}
-void ServerSideEntityInterface::AfterUpdate(double) {}
+bool ServerSideEntityInterface::IsInsideVolume(glm::dvec3 const&) const {
+    return false;
+}
+void ServerSideEntityInterface::SaveState(nerox::filesystem::WriteOnlyStream&) { }
+void ServerSideEntityInterface::LoadState(nerox::filesystem::ReadOnlyStream&) { }
+void ServerSideEntityInterface::SerializeState(nerox::filesystem::WriteOnlyStream&) { }
+void ServerSideEntityInterface::DeserializeState(nerox::filesystem::ReadOnlyStream&) { }
+void ServerSideEntityInterface::ModuleSlot7() { }
+void ServerSideEntityInterface::ModuleSlot8() { }
+void ServerSideEntityInterface::ModuleSlot9() { }
+void ServerSideEntityInterface::ModuleSlot10() { }
+void ServerSideEntityInterface::ModuleSlot11() { }
+void ServerSideEntityInterface::ModuleSlot12() { }
+void ServerSideEntityInterface::ModuleSlot13() { }
+void ServerSideEntityInterface::ModuleSlot14() { }
+void ServerSideEntityInterface::ModuleSlot15() { }
+void ServerSideEntityInterface::ModuleSlot16() { }
+void ServerSideEntityInterface::ModuleSlot17() { }
+void ServerSideEntityInterface::InitInterface() { }
+void ServerSideEntityInterface::BeforeUpdate(double) { }
+void ServerSideEntityInterface::Update(double) { }
+void ServerSideEntityInterface::AfterUpdate(double) { }
 
 namespace {
 
@@ -52,9 +54,7 @@ using Interface = ServerSideEntityInterface;
 // pointer to a virtual member function holds 1 + the slot's byte offset in
 // the table, and an object starts with its table pointer.
 #if defined(__GXX_ABI_VERSION) && (defined(__x86_64__) || defined(__i386__))
-template <class MemberFunction>
-size_t SlotIndex(MemberFunction function)
-{
+template <class MemberFunction> size_t SlotIndex(MemberFunction function) {
     struct Representation {
         uintptr_t pointer;
         ptrdiff_t adjustment;
@@ -64,26 +64,21 @@ size_t SlotIndex(MemberFunction function)
     return (representation.pointer - 1) / sizeof(void*);
 }
 
-void const* SlotEntry(Interface const& object, size_t slot)
-{
+void const* SlotEntry(Interface const& object, size_t slot) {
     void const* const* table = nullptr;
     std::memcpy(&table, &object, sizeof(table));
     return table[slot];
 }
 
 /// Whether object's class replaced the default of the virtual function.
-template <class MemberFunction>
-bool Overrides(Interface const& object, MemberFunction function)
-{
+template <class MemberFunction> bool Overrides(Interface const& object, MemberFunction function) {
     static Interface const defaults;
     size_t const slot = SlotIndex(function);
     return SlotEntry(object, slot) != SlotEntry(defaults, slot);
 }
 #else
 // Elsewhere every hook counts as overridden: correct, only slower.
-template <class MemberFunction>
-bool Overrides(Interface const&, MemberFunction)
-{
+template <class MemberFunction> bool Overrides(Interface const&, MemberFunction) {
     return true;
 }
 #endif
@@ -97,13 +92,11 @@ constexpr int MaxParentDepth = 4096;
 /// entity alive when it is not start.
 template <class Leave>
 ServerSideEntity const* ClimbComponents(ServerSideEntity const* start, ServerSideEntity::Ptr& holder,
-                                        Leave const& leave)
-{
+                                        Leave const& leave) {
     ServerSideEntity const* current = start;
     for (int depth = 0; current->isComponent && depth < MaxParentDepth; ++depth) {
         ServerSideEntity::Ptr parent = ServerSideEntity::Get(current->parentEntity);
-        if (!parent)
-            break;
+        if (!parent) break;
         leave(*current);
         holder = std::move(parent);
         current = holder.get();
@@ -111,59 +104,50 @@ ServerSideEntity const* ClimbComponents(ServerSideEntity const* start, ServerSid
     return current;
 }
 
-std::string WorldFolder() { return "../Tessara-data/server/worlds/" + Game::_current_world; }
+std::string WorldFolder() {
+    return "../Tessara-data/server/worlds/" + Game::_current_world;
+}
 
 } // namespace
 
 // ---------------------------------------------------------------------------
 // Construction
 
-ServerSideEntity::ServerSideEntity(nerox::modular::ModuleID const& module, std::string const& type, Id givenId)
-{
+ServerSideEntity::ServerSideEntity(nerox::modular::ModuleID const& module, std::string const& type, Id givenId) {
     moduleId = module;
     itemType = type;
     id = givenId.IsSet() ? givenId : Id::Generate();
     Construct();
 }
 
-ServerSideEntity::ServerSideEntity(Id givenId, nerox::filesystem::ReadOnlyStream& stream) : id(givenId)
-{
+ServerSideEntity::ServerSideEntity(Id givenId, nerox::filesystem::ReadOnlyStream& stream) : id(givenId) {
     stream = Deserialize();
     Construct();
 }
 
-void ServerSideEntity::Construct()
-{
+void ServerSideEntity::Construct() {
     _beforeUpdateScope = "Entity<" + itemType + ">::BeforeUpdate";
     _updateScope = "Entity<" + itemType + ">::Update";
     _afterUpdateScope = "Entity<" + itemType + ">::AfterUpdate";
 
     auto const module = _registered_interfaces.find(moduleId.String());
-    if (module == _registered_interfaces.end())
-        return;
+    if (module == _registered_interfaces.end()) return;
     auto const row = module->second.find(itemType);
-    if (row == module->second.end())
-        return;
-    if (row->second.factory)
-        _interface = row->second.factory();
+    if (row == module->second.end()) return;
+    if (row->second.factory) _interface = row->second.factory();
     NEROX_ASSERT(_interface);
 
     _overriddenHooks = 0;
-    if (Overrides(*_interface, &Interface::BeforeUpdate))
-        _overriddenHooks |= HookBeforeUpdate;
-    if (Overrides(*_interface, &Interface::Update))
-        _overriddenHooks |= HookUpdate;
-    if (Overrides(*_interface, &Interface::AfterUpdate))
-        _overriddenHooks |= HookAfterUpdate;
-    if (Overrides(*_interface, &Interface::DeserializeState))
-        _overriddenHooks |= HookDeserializeState;
+    if (Overrides(*_interface, &Interface::BeforeUpdate)) _overriddenHooks |= HookBeforeUpdate;
+    if (Overrides(*_interface, &Interface::Update)) _overriddenHooks |= HookUpdate;
+    if (Overrides(*_interface, &Interface::AfterUpdate)) _overriddenHooks |= HookAfterUpdate;
+    if (Overrides(*_interface, &Interface::DeserializeState)) _overriddenHooks |= HookDeserializeState;
 
     config = TakeConfig(row->second);
     InitNodes();
 }
 
-ServerSideEntity::~ServerSideEntity()
-{
+ServerSideEntity::~ServerSideEntity() {
     // The interface's code belongs to its module: let it go before anything else.
     _interface.reset();
     if (deleteFilesOnDestroy && id.IsSet()) {
@@ -173,8 +157,8 @@ ServerSideEntity::~ServerSideEntity()
     }
 }
 
-ServerSideEntity::Ptr ServerSideEntity::Spawn(nerox::modular::ModuleID const& module, std::string const& type, Id givenId)
-{
+ServerSideEntity::Ptr ServerSideEntity::Spawn(nerox::modular::ModuleID const& module, std::string const& type,
+                                              Id givenId) {
     Ptr entity = Create(module, type, givenId);
     nerox::filesystem::ReadOnlyStream noState;
     entity->Attach(noState);
@@ -182,10 +166,8 @@ ServerSideEntity::Ptr ServerSideEntity::Spawn(nerox::modular::ModuleID const& mo
     return entity;
 }
 
-void ServerSideEntity::Attach(nerox::filesystem::ReadOnlyStream& state)
-{
-    if (!_interface || _interface->isReady)
-        return;
+void ServerSideEntity::Attach(nerox::filesystem::ReadOnlyStream& state) {
+    if (!_interface || _interface->isReady) return;
     _interface->entity = std::static_pointer_cast<ServerSideEntity>(selfReference.lock());
     _interface->self = _interface;
     _interface->id = id;
@@ -198,8 +180,7 @@ void ServerSideEntity::Attach(nerox::filesystem::ReadOnlyStream& state)
     _module_entities[moduleId.String()].push_back(_interface);
 }
 
-std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id id)
-{
+std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id id) {
     if (!id.IsSet()) {
         std::cerr << "WARNING: skipped a state file without an entity id in " << ServerSideEntity::GetCheckpointDir()
                   << std::endl;
@@ -221,8 +202,7 @@ std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id 
 // ---------------------------------------------------------------------------
 // Hierarchy
 
-void ServerSideEntity::AddChild(Ptr& entity)
-{
+void ServerSideEntity::AddChild(Ptr& entity) {
     NEROX_ASSERT(!entity->parentEntity);
     NEROX_ASSERT(!entity->isComponent);
     NEROX_ASSERT(entity->GetID() != GetID());
@@ -237,8 +217,7 @@ void ServerSideEntity::AddChild(Ptr& entity)
     entity->angularVelocity = inverse * entity->angularVelocity;
 }
 
-void ServerSideEntity::RemoveChild(Ptr& entity)
-{
+void ServerSideEntity::RemoveChild(Ptr& entity) {
     NEROX_ASSERT(entity->parentEntity == GetID());
     NEROX_ASSERT(!entity->isComponent);
     NEROX_ASSERT(entity->GetID() != parentEntity);
@@ -251,20 +230,16 @@ void ServerSideEntity::RemoveChild(Ptr& entity)
     entity->angularVelocity = orientation * entity->angularVelocity;
 }
 
-ServerSideEntity::Ptr ServerSideEntity::GetFirstNonComponentParent() const
-{
+ServerSideEntity::Ptr ServerSideEntity::GetFirstNonComponentParent() const {
     Ptr parent = Get(parentEntity);
-    if (!parent)
-        return Ptr();
+    if (!parent) return Ptr();
     Ptr holder;
     ServerSideEntity const* const top = ClimbComponents(parent.get(), holder, [](ServerSideEntity const&) {});
-    if (top->isComponent)
-        return Ptr();
+    if (top->isComponent) return Ptr();
     return holder ? holder : parent;
 }
 
-glm::dmat4 ServerSideEntity::GetTransformInPhysicsParent() const
-{
+glm::dmat4 ServerSideEntity::GetTransformInPhysicsParent() const {
     // The product of the components' transforms places this one in the body
     // that carries them all.
     glm::dmat4 transform(1.0);
@@ -275,14 +250,12 @@ glm::dmat4 ServerSideEntity::GetTransformInPhysicsParent() const
     return transform;
 }
 
-Id ServerSideEntity::GetVehicleID() const
-{
+Id ServerSideEntity::GetVehicleID() const {
     Ptr holder;
     return ClimbComponents(this, holder, [](ServerSideEntity const&) {})->id;
 }
 
-glm::dmat3 ServerSideEntity::GetInertiaTensorWorld() const
-{
+glm::dmat3 ServerSideEntity::GetInertiaTensorWorld() const {
     NEROX_ASSERT(mass > 0.0);
     NEROX_ASSERT(box_size.x > 0.0);
     NEROX_ASSERT(box_size.y > 0.0);
@@ -298,48 +271,41 @@ glm::dmat3 ServerSideEntity::GetInertiaTensorWorld() const
 // ---------------------------------------------------------------------------
 // Per-tick operations
 
-void ServerSideEntity::BeforeUpdate(double dt)
-{
+void ServerSideEntity::BeforeUpdate(double dt) {
     if (_interface && _interface->isReady && (_overriddenHooks & HookBeforeUpdate)) {
         nerox::cpu::Profiler scope(_beforeUpdateScope, true);
         _interface->BeforeUpdate(dt);
     }
 }
 
-void ServerSideEntity::Update(double dt)
-{
+void ServerSideEntity::Update(double dt) {
     nerox::cpu::Profiler scope("ServerSideEntity::Update", true);
     if (_interface && _interface->isReady && (_overriddenHooks & HookUpdate)) {
         nerox::cpu::Profiler hookScope(_updateScope, true);
         _interface->Update(dt);
     }
-    if (config && (nodesAnimated || nodesDirty))
-        config->jointSolver(this);
+    if (config && (nodesAnimated || nodesDirty)) config->jointSolver(this);
     BaseEntity::Update(dt);
 }
 
-void ServerSideEntity::AfterUpdate(double dt)
-{
+void ServerSideEntity::AfterUpdate(double dt) {
     if (_interface && _interface->isReady && (_overriddenHooks & HookAfterUpdate)) {
         nerox::cpu::Profiler scope(_afterUpdateScope, true);
         _interface->AfterUpdate(dt);
     }
 }
 
-void ServerSideEntity::RefreshCache()
-{
+void ServerSideEntity::RefreshCache() {
     nerox::cpu::Profiler scope("ServerSideEntity::RefreshCache", true);
     RefreshFromParents();
 }
 
-void ServerSideEntity::RefreshFromParents()
-{
+void ServerSideEntity::RefreshFromParents() {
     parentMoving = false;
     Id next = parentEntity;
     for (int depth = 0; depth < MaxParentDepth; ++depth) {
         Ptr const ancestor = Get(next);
-        if (!ancestor)
-            break;
+        if (!ancestor) break;
         environmentId = ancestor->environmentId;
         orbitEnvironmentId = ancestor->orbitEnvironmentId;
         if (ancestor->isDynamic && ancestor->restTime < 2.0)
@@ -348,12 +314,10 @@ void ServerSideEntity::RefreshFromParents()
             parentMoving = parentMoving || ancestor->parentMoving;
         next = ancestor->parentEntity;
     }
-    if (parentMoving)
-        settled = false;
+    if (parentMoving) settled = false;
 }
 
-void ServerSideEntity::InitNodes()
-{
+void ServerSideEntity::InitNodes() {
     BaseEntity::InitNodes();
     for (auto& [name, collider] : colliders) {
         collider.entity = id;
@@ -364,39 +328,36 @@ void ServerSideEntity::InitNodes()
 // ---------------------------------------------------------------------------
 // World loading and unloading
 
-std::string ServerSideEntity::GetCheckpointDir() { return WorldFolder() + "/entities"; }
+std::string ServerSideEntity::GetCheckpointDir() {
+    return WorldFolder() + "/entities";
+}
 
-std::string ServerSideEntity::GetStateSaveFile() const
-{
+std::string ServerSideEntity::GetStateSaveFile() const {
     return GetCheckpointDir() + "/" + static_cast<std::string>(id) + ".entitystate";
 }
 
-std::string ServerSideEntity::GetCheckpointSaveFile() const
-{
+std::string ServerSideEntity::GetCheckpointSaveFile() const {
     return GetCheckpointDir() + "/" + static_cast<std::string>(id) + ".checkpoint";
 }
 
-void ServerSideEntity::LoadAllEntities()
-{
+void ServerSideEntity::LoadAllEntities() {
     namespace fs = std::filesystem;
     fs::path const folder = GetCheckpointDir();
     std::error_code error;
-    if (!fs::is_directory(folder, error))
-        return;
+    if (!fs::is_directory(folder, error)) return;
 
     static constexpr std::string_view extension = ".entitystate";
     std::vector<std::string> stems;
     for (fs::directory_iterator entries(folder, error), end; !error && entries != end; entries.increment(error)) {
         std::error_code typeError;
-        if (!entries->is_regular_file(typeError))
-            continue;
+        if (!entries->is_regular_file(typeError)) continue;
         std::string const name = entries->path().filename().string();
-        if (name.size() < extension.size() || name.compare(name.size() - extension.size(), extension.size(), extension) != 0)
+        if (name.size() < extension.size() ||
+            name.compare(name.size() - extension.size(), extension.size(), extension) != 0)
             continue;
         stems.push_back(name.substr(0, name.size() - extension.size()));
     }
-    if (error)
-        throw std::runtime_error("Could not list the entities in " + folder.string() + ": " + error.message());
+    if (error) throw std::runtime_error("Could not list the entities in " + folder.string() + ": " + error.message());
 
     // Always the same order, so that a world loads the same way every time.
     std::sort(stems.begin(), stems.end());
@@ -404,14 +365,12 @@ void ServerSideEntity::LoadAllEntities()
         Id const entityId{UniqueId(stem)};
         std::shared_ptr<Interface> const loaded = Interface::Create(entityId);
         if (loaded) {
-            if (Ptr const entity = loaded->entity.lock())
-                entity->worldReferences.fetch_add(1);
+            if (Ptr const entity = loaded->entity.lock()) entity->worldReferences.fetch_add(1);
         }
     }
 }
 
-void ServerSideEntity::UnloadAllEntities()
-{
+void ServerSideEntity::UnloadAllEntities() {
     std::vector<Ptr> released;
     size_t failures = 0;
     std::string firstFailure;
@@ -420,8 +379,7 @@ void ServerSideEntity::UnloadAllEntities()
         released.reserve(_sharedObjects.size());
         for (auto& entry : _sharedObjects) {
             Ptr& entity = entry.second;
-            if (!entity)
-                continue;
+            if (!entity) continue;
             if (entity->worldReferences.load() != 0 && !entity->isComponent) {
                 try {
                     entity->Serialize();
@@ -429,8 +387,7 @@ void ServerSideEntity::UnloadAllEntities()
                     // The old file stays as it was; go on with the others.
                     std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity->id) << ": "
                               << failure.what() << std::endl;
-                    if (failures++ == 0)
-                        firstFailure = failure.what();
+                    if (failures++ == 0) firstFailure = failure.what();
                 }
                 entity->deleteFilesOnDestroy = false;
             }
@@ -451,8 +408,8 @@ void ServerSideEntity::UnloadAllEntities()
         PressurizedVolume::_sharedObjects.clear();
     }
     if (failures != 0) {
-        throw std::runtime_error("Could not save " + std::to_string(failures) + " entities; the first error: " +
-                                 firstFailure);
+        throw std::runtime_error("Could not save " + std::to_string(failures) +
+                                 " entities; the first error: " + firstFailure);
     }
 }
 

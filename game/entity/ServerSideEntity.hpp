@@ -146,20 +146,20 @@ public:
     /// Throws std::runtime_error after the last entity when some could not be saved.
     static void UnloadAllEntities();
 
-    Id id;                                        ///< Identity; also the registry key.
-    bool physicsEnabled = false;                  ///< Takes part in physics.
-    bool aerodynamic = true;                      ///< Its rigid body feels air and water.
-    bool deleteFilesOnDestroy = true;             ///< The destructor removes its state and checkpoint files.
-    std::atomic<uint64_t> worldReferences{0};     ///< Holders in the world; 0 means not saved at unload.
-    glm::dvec3 linearImpulse{0.0};                ///< N*s gathered since the last physics step.
-    glm::dvec3 angularImpulse{0.0};               ///< N*m*s gathered since the last physics step.
-    glm::dvec3 pendingAcceleration{0.0};          ///< m/s^2 to apply during the next step.
-    double restTime = 0.0;                        ///< 0 awake, 1 or more at rest, 2 at rest since before loading.
-    EnvironmentId environmentId = 0;              ///< Environment that acts on the entity.
-    EnvironmentId orbitEnvironmentId = 0;         ///< Environment orbited when environmentId is 0.
-    unsigned char reserved[128] = {};             ///< Free for modules.
-    bool settled = false;                         ///< Cleared whenever the entity or a parent moves.
-    bool parentMoving = false;                    ///< Some ancestor moves; set by RefreshCache.
+    Id id;                                    ///< Identity; also the registry key.
+    bool physicsEnabled = false;              ///< Takes part in physics.
+    bool aerodynamic = true;                  ///< Its rigid body feels air and water.
+    bool deleteFilesOnDestroy = true;         ///< The destructor removes its state and checkpoint files.
+    std::atomic<uint64_t> worldReferences{0}; ///< Holders in the world; 0 means not saved at unload.
+    glm::dvec3 linearImpulse{0.0};            ///< N*s gathered since the last physics step.
+    glm::dvec3 angularImpulse{0.0};           ///< N*m*s gathered since the last physics step.
+    glm::dvec3 pendingAcceleration{0.0};      ///< m/s^2 to apply during the next step.
+    double restTime = 0.0;                    ///< 0 awake, 1 or more at rest, 2 at rest since before loading.
+    EnvironmentId environmentId = 0;          ///< Environment that acts on the entity.
+    EnvironmentId orbitEnvironmentId = 0;     ///< Environment orbited when environmentId is 0.
+    unsigned char reserved[128] = {};         ///< Free for modules.
+    bool settled = false;                     ///< Cleared whenever the entity or a parent moves.
+    bool parentMoving = false;                ///< Some ancestor moves; set by RefreshCache.
 
     /// Item types of each module by module name; filled and read by modules.
     inline static std::map<std::string, std::vector<std::string>> _registered_items;

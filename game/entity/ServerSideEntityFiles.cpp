@@ -22,26 +22,22 @@ using nerox::filesystem::WriteOnlyStream;
 
 static_assert(std::endian::native == std::endian::little, "entity files are little-endian memory images");
 
-void WriteBytes(WriteOnlyStream& out, char const* bytes, size_t size)
-{
+void WriteBytes(WriteOnlyStream& out, char const* bytes, size_t size) {
     out.Write(reinterpret_cast<unsigned char const*>(bytes), size);
 }
 
-void WriteId(WriteOnlyStream& out, Id const& value)
-{
+void WriteId(WriteOnlyStream& out, Id const& value) {
     out.Write(value.first);
     out.Write(value.second);
 }
 
-void WriteVector(WriteOnlyStream& out, glm::dvec3 const& value)
-{
+void WriteVector(WriteOnlyStream& out, glm::dvec3 const& value) {
     out.Write(value.x);
     out.Write(value.y);
     out.Write(value.z);
 }
 
-void WriteQuaternion(WriteOnlyStream& out, glm::dquat const& value)
-{
+void WriteQuaternion(WriteOnlyStream& out, glm::dquat const& value) {
     out.Write(value.w);
     out.Write(value.x);
     out.Write(value.y);
@@ -52,13 +48,11 @@ void WriteQuaternion(WriteOnlyStream& out, glm::dquat const& value)
 /// throws Cut, which the callers turn into their own message.
 class FieldReader {
 public:
-    struct Cut {};
+    struct Cut { };
 
-    explicit FieldReader(ReadOnlyStream& in) : _in(in) {}
+    explicit FieldReader(ReadOnlyStream& in) : _in(in) { }
 
-    template <class T>
-    T Get()
-    {
+    template <class T> T Get() {
         Need(sizeof(T));
         T value;
         _in.Read(value);
@@ -66,24 +60,20 @@ public:
     }
 
     /// Whether the next size bytes equal bytes; a cut file does not match.
-    bool Matches(char const* bytes, size_t size)
-    {
-        if (_in.Remaining() < size)
-            return false;
+    bool Matches(char const* bytes, size_t size) {
+        if (_in.Remaining() < size) return false;
         unsigned char found[8];
         _in.Read(found, size);
         return std::memcmp(found, bytes, size) == 0;
     }
 
-    Id GetId()
-    {
+    Id GetId() {
         uint64_t const first = Get<uint64_t>();
         uint64_t const second = Get<uint64_t>();
         return Id(UniqueId(first, second));
     }
 
-    glm::dvec3 GetVector()
-    {
+    glm::dvec3 GetVector() {
         glm::dvec3 value;
         value.x = Get<double>();
         value.y = Get<double>();
@@ -91,8 +81,7 @@ public:
         return value;
     }
 
-    glm::dquat GetQuaternion()
-    {
+    glm::dquat GetQuaternion() {
         glm::dquat value;
         value.w = Get<double>();
         value.x = Get<double>();
@@ -103,8 +92,7 @@ public:
 
     bool GetBool() { return Get<uint8_t>() != 0; }
 
-    std::string GetString()
-    {
+    std::string GetString() {
         std::string text;
         try {
             _in.Read(text); // checks its length against the rest before allocating
@@ -114,8 +102,7 @@ public:
         return text;
     }
 
-    ReadOnlyStream GetBlob()
-    {
+    ReadOnlyStream GetBlob() {
         try {
             return _in.ReadStream();
         } catch (std::runtime_error const&) {
@@ -124,10 +111,8 @@ public:
     }
 
 private:
-    void Need(size_t size)
-    {
-        if (_in.Remaining() < size)
-            throw Cut{};
+    void Need(size_t size) {
+        if (_in.Remaining() < size) throw Cut{};
     }
 
     ReadOnlyStream& _in;
@@ -135,8 +120,7 @@ private:
 
 /// Writes bytes to path through a temporary file beside it, so that the old
 /// file is replaced only by a complete new one.
-void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes)
-{
+void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes) {
     namespace fs = std::filesystem;
     std::error_code error;
     fs::create_directories(fs::path(path).parent_path(), error);
@@ -170,8 +154,7 @@ struct SavedPlacement {
     EnvironmentId orbitEnvironment = 0;
     bool dynamic = false;
 
-    void ApplyTo(ServerSideEntity& entity) const
-    {
+    void ApplyTo(ServerSideEntity& entity) const {
         entity.parentEntity = parent;
         entity.position = position;
         entity.orientation = orientation;
@@ -188,11 +171,9 @@ struct SavedPlacement {
 // ---------------------------------------------------------------------------
 // State file
 
-void ServerSideEntity::WriteState(WriteOnlyStream& out)
-{
+void ServerSideEntity::WriteState(WriteOnlyStream& out) {
     WriteOnlyStream blob;
-    if (_interface)
-        _interface->SaveState(blob);
+    if (_interface) _interface->SaveState(blob);
 
     WriteBytes(out, MAGICSTR1, sizeof(MAGICSTR1));
     WriteBytes(out, MAGICSTR2, sizeof(MAGICSTR2));
@@ -215,8 +196,7 @@ void ServerSideEntity::WriteState(WriteOnlyStream& out)
     WriteBytes(out, MAGICSTR_EOF, sizeof(MAGICSTR_EOF));
 }
 
-ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
-{
+ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
     std::string const name = static_cast<std::string>(id);
     auto fail = [&name](char const* text) { return std::runtime_error(text + name); };
 
@@ -224,8 +204,7 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
     if (!file.Matches(MAGICSTR1, sizeof(MAGICSTR1)) || !file.Matches(MAGICSTR2, sizeof(MAGICSTR2)))
         throw fail("Invalid save state magic string for entity ");
     try {
-        if (file.Get<uint32_t>() != STATE_FILE_VERSION)
-            throw fail("Invalid save state version for entity ");
+        if (file.Get<uint32_t>() != STATE_FILE_VERSION) throw fail("Invalid save state version for entity ");
     } catch (FieldReader::Cut const&) {
         throw fail("Invalid save state version for entity ");
     }
@@ -256,23 +235,20 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in)
         itemType = std::move(type);
         saved.ApplyTo(*this);
         boundingRadius = savedBoundingRadius;
-        if (atRest)
-            restTime = 2.0; // at rest since before the load
+        if (atRest) restTime = 2.0; // at rest since before the load
         return blob;
     } catch (FieldReader::Cut const&) {
         throw fail("Save state file is cut short for entity ");
     }
 }
 
-void ServerSideEntity::Serialize()
-{
+void ServerSideEntity::Serialize() {
     WriteOnlyStream bytes(256);
     WriteState(bytes);
     ReplaceFile(GetStateSaveFile(), bytes);
 }
 
-ReadOnlyStream ServerSideEntity::Deserialize()
-{
+ReadOnlyStream ServerSideEntity::Deserialize() {
     std::string const path = GetStateSaveFile();
     std::error_code error;
     if (!std::filesystem::exists(std::filesystem::status(path, error)))
@@ -290,8 +266,7 @@ ReadOnlyStream ServerSideEntity::Deserialize()
 // ---------------------------------------------------------------------------
 // Checkpoint file
 
-void ServerSideEntity::SerializeCheckpoint()
-{
+void ServerSideEntity::SerializeCheckpoint() {
     NEROX_ASSERT(_interface);
     WriteOnlyStream blob;
     _interface->SerializeState(blob);
@@ -312,8 +287,7 @@ void ServerSideEntity::SerializeCheckpoint()
     ReplaceFile(GetCheckpointSaveFile(), out);
 }
 
-void ServerSideEntity::DeserializeCheckpoint()
-{
+void ServerSideEntity::DeserializeCheckpoint() {
     std::string const path = GetCheckpointSaveFile();
     ReadOnlyStream contents;
     try {
@@ -351,10 +325,8 @@ void ServerSideEntity::DeserializeCheckpoint()
         ReadOnlyStream blob = file.GetBlob();
 
         saved.ApplyTo(*this);
-        if (isDynamic)
-            restTime = 0.0;
-        if (_interface && (_overriddenHooks & HookDeserializeState))
-            _interface->DeserializeState(blob);
+        if (isDynamic) restTime = 0.0;
+        if (_interface && (_overriddenHooks & HookDeserializeState)) _interface->DeserializeState(blob);
     } catch (FieldReader::Cut const&) {
         std::cerr << "Invalid checkpoint file" << std::endl;
         return;

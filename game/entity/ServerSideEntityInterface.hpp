@@ -69,11 +69,11 @@ public:
     /// Throws std::runtime_error for a damaged state file.
     static std::shared_ptr<ServerSideEntityInterface> Create(Id id);
 
-    std::weak_ptr<ServerSideEntity> entity;          ///< The owning entity.
-    std::weak_ptr<ServerSideEntityInterface> self;   ///< This object.
-    Id id;                                           ///< The owning entity's id.
-    bool isReady = false;                            ///< Fully attached; no hook runs before.
-    std::shared_ptr<EntityConfig> config;            ///< Description of the item type; may be empty.
+    std::weak_ptr<ServerSideEntity> entity;        ///< The owning entity.
+    std::weak_ptr<ServerSideEntityInterface> self; ///< This object.
+    Id id;                                         ///< The owning entity's id.
+    bool isReady = false;                          ///< Fully attached; no hook runs before.
+    std::shared_ptr<EntityConfig> config;          ///< Description of the item type; may be empty.
 };
 
 } // namespace game::entity

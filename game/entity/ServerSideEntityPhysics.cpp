@@ -43,10 +43,9 @@ struct BodyIndexEntry {
 struct GroupKey {
     EnvironmentId environment = 0;
     Id parent;
-    bool operator<(GroupKey const& other) const
-    {
+    bool operator<(GroupKey const& other) const {
         return std::tie(environment, parent.first, parent.second) <
-               std::tie(other.environment, other.parent.first, other.parent.second);
+            std::tie(other.environment, other.parent.first, other.parent.second);
     }
     bool operator==(GroupKey const& other) const = default;
 };
@@ -70,13 +69,10 @@ struct ListedEntity {
 /// Records of one kind, kept from step to step: the first size() are this
 /// step's, the others wait to be loaded again, so that neither the records
 /// nor their lists are freed and allocated anew in every step.
-template <class Record>
-class RecordPool {
+template <class Record> class RecordPool {
 public:
     /// The next record, loaded from args as Record(args...) would be.
-    template <class... Args>
-    Record& Add(Args&&... args)
-    {
+    template <class... Args> Record& Add(Args&&... args) {
         if (_used == _records.size())
             _records.emplace_back(std::forward<Args>(args)...);
         else
@@ -85,10 +81,8 @@ public:
     }
 
     /// Releases this step's records (see Record::Release); they stay for reuse.
-    void Release()
-    {
-        for (Record& record : *this)
-            record.Release();
+    void Release() {
+        for (Record& record : *this) record.Release();
         _used = 0;
     }
 
@@ -117,18 +111,17 @@ struct StepScratch {
     /// groups and the holders of components), and only those.
     std::unordered_map<Id, BodyIndexEntry> bodyIndex;
     std::map<GroupKey, std::vector<ServerSideEntity::Ptr>> components;
-    std::vector<ListedEntity> entities;          ///< The registry's slots, in its order.
-    bool listed = false;                         ///< Whether entities lists the registry of listedVersion.
-    uint64_t listedVersion = 0;                  ///< The registry's version when entities was listed.
-    size_t listedSize = 0;                       ///< And its size then.
+    std::vector<ListedEntity> entities;            ///< The registry's slots, in its order.
+    bool listed = false;                           ///< Whether entities lists the registry of listedVersion.
+    uint64_t listedVersion = 0;                    ///< The registry's version when entities was listed.
+    size_t listedSize = 0;                         ///< And its size then.
     std::vector<ServerSideEntity*> staticEntities; ///< The entity of each static record, for prefetching.
     physics::Broadphase broadphase;
     std::vector<physics::Broadphase::Body> broadphaseDynamics;
     std::vector<physics::Broadphase::Body> broadphaseStatics;
     std::vector<physics::Broadphase::Pair> pairs;
 
-    void Clear()
-    {
+    void Clear() {
         // Normally released at the end of the last step already; not when
         // that step ended in an exception.
         statics.Release();
@@ -149,8 +142,7 @@ struct StepScratch {
         staticEntities.clear();
     }
 
-    void Release()
-    {
+    void Release() {
         statics.Release();
         dynamics.Release();
         orbiting.Release();
@@ -159,22 +151,17 @@ struct StepScratch {
 };
 
 /// The record of an index entry, whatever its type; null for an unknown entry.
-Static* RecordOf(StepScratch& step, BodyIndexEntry const& entry)
-{
+Static* RecordOf(StepScratch& step, BodyIndexEntry const& entry) {
     switch (entry.type) {
-    case RigidbodyEnvType::Static:
-        return entry.index < step.statics.size() ? &step.statics[entry.index] : nullptr;
-    case RigidbodyEnvType::Dynamic:
-        return entry.index < step.dynamics.size() ? &step.dynamics[entry.index] : nullptr;
-    case RigidbodyEnvType::Orbiting:
-        return entry.index < step.orbiting.size() ? &step.orbiting[entry.index] : nullptr;
+    case RigidbodyEnvType::Static: return entry.index < step.statics.size() ? &step.statics[entry.index] : nullptr;
+    case RigidbodyEnvType::Dynamic: return entry.index < step.dynamics.size() ? &step.dynamics[entry.index] : nullptr;
+    case RigidbodyEnvType::Orbiting: return entry.index < step.orbiting.size() ? &step.orbiting[entry.index] : nullptr;
     }
     return nullptr;
 }
 
 /// The index entry of entity id in environment, or null.
-BodyIndexEntry const* FindEntry(StepScratch const& step, EnvironmentId environment, Id const& id)
-{
+BodyIndexEntry const* FindEntry(StepScratch const& step, EnvironmentId environment, Id const& id) {
     auto const found = step.bodyIndex.find(id);
     if (found == step.bodyIndex.end() || !found->second.found || found->second.environment != environment)
         return nullptr;
@@ -187,27 +174,24 @@ constexpr size_t PrefetchAhead = 8;
 /// Asks for what PrepareRigidbodies reads and writes of a listed entity to be
 /// fetched into the cache: its registry slot, its control block and the
 /// fields of the record, not the whole entity.
-void Prefetch(ListedEntity const& listed)
-{
+void Prefetch(ListedEntity const& listed) {
     __builtin_prefetch(listed.pointer);
     ServerSideEntity const* const e = listed.entity;
-    if (e == nullptr)
-        return;
+    if (e == nullptr) return;
     __builtin_prefetch(reinterpret_cast<char const*>(e) - 16);
     for (void const* field : {static_cast<void const*>(&e->mass), static_cast<void const*>(&e->orientation),
                               static_cast<void const*>(&e->boundsMin), static_cast<void const*>(&e->centerOfMass),
-                              static_cast<void const*>(&e->feltAcceleration), static_cast<void const*>(&e->parentEntity),
-                              static_cast<void const*>(&e->colliders), static_cast<void const*>(&e->nodesDirty),
-                              static_cast<void const*>(&e->physicsEnabled), static_cast<void const*>(&e->restTime),
-                              static_cast<void const*>(&e->orbitEnvironmentId)})
+                              static_cast<void const*>(&e->feltAcceleration),
+                              static_cast<void const*>(&e->parentEntity), static_cast<void const*>(&e->colliders),
+                              static_cast<void const*>(&e->nodesDirty), static_cast<void const*>(&e->physicsEnabled),
+                              static_cast<void const*>(&e->restTime), static_cast<void const*>(&e->orbitEnvironmentId)})
         __builtin_prefetch(field, 1);
 }
 
 /// Asks for the parts of entity that ApplyGravity reads and writes to be
 /// fetched into the cache: the control block, the position and orientation,
 /// and the felt acceleration.
-void PrefetchGravityFields(ServerSideEntity const* entity)
-{
+void PrefetchGravityFields(ServerSideEntity const* entity) {
     char const* const bytes = reinterpret_cast<char const*>(entity);
     __builtin_prefetch(bytes - 16);
     __builtin_prefetch(&entity->position);
@@ -220,8 +204,7 @@ void PrefetchGravityFields(ServerSideEntity const* entity)
 class EnvironmentLookup {
 public:
     /// The function of environment, or null when it has none.
-    physics::EnvironmentFunction const* Find(EnvironmentId environment)
-    {
+    physics::EnvironmentFunction const* Find(EnvironmentId environment) {
         if (!_looked || environment != _environment) {
             _looked = true;
             _environment = environment;
@@ -232,8 +215,7 @@ public:
     }
 
     /// Gravity at position in environment; zero without a function.
-    glm::dvec3 Gravity(EnvironmentId environment, glm::dvec3 const& position)
-    {
+    glm::dvec3 Gravity(EnvironmentId environment, glm::dvec3 const& position) {
         physics::EnvironmentFunction const* function = Find(environment);
         return function != nullptr ? (*function)(position, EnvironmentGravityOnly, 0.0).gravity : glm::dvec3(0.0);
     }
@@ -246,8 +228,7 @@ private:
 
 /// Felt acceleration of a static body without parent: its environment's
 /// gravity in the body's axes, or none outside an environment.
-void FeelEnvironmentGravity(ServerSideEntity& entity, EnvironmentLookup& environments)
-{
+void FeelEnvironmentGravity(ServerSideEntity& entity, EnvironmentLookup& environments) {
     if (entity.environmentId == 0) {
         entity.feltAcceleration = glm::dvec3(0.0);
         return;
@@ -257,8 +238,7 @@ void FeelEnvironmentGravity(ServerSideEntity& entity, EnvironmentLookup& environ
 }
 
 /// The group of key; consecutive entities mostly share one, so the last is remembered.
-Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*& last)
-{
+Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*& last) {
     if (last == nullptr || !(key == lastKey)) {
         last = &step.groups[key];
         lastKey = key;
@@ -266,8 +246,7 @@ Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*
     return *last;
 }
 
-void PrepareRigidbodies(StepScratch& step, double dt)
-{
+void PrepareRigidbodies(StepScratch& step, double dt) {
     nerox::cpu::Profiler scope("Prepare rigidbodies", true);
     // Static records get their colliders only when a moving body comes near
     // (see FindNearBodies), or at once when the debug view shows them all.
@@ -284,27 +263,24 @@ void PrepareRigidbodies(StepScratch& step, double dt)
     if (!step.listed || step.listedVersion != ServerSideEntity::_sharedObjectsVersion ||
         step.listedSize != ServerSideEntity::_sharedObjects.size()) {
         step.entities.clear();
-        for (auto& [key, entity] : ServerSideEntity::_sharedObjects)
-            step.entities.push_back({&entity, entity.get()});
+        for (auto& [key, entity] : ServerSideEntity::_sharedObjects) step.entities.push_back({&entity, entity.get()});
         step.listed = true;
         step.listedVersion = ServerSideEntity::_sharedObjectsVersion;
         step.listedSize = ServerSideEntity::_sharedObjects.size();
     }
     size_t const count = step.entities.size();
     for (size_t i = 0; i < count; ++i) {
-        if (i + PrefetchAhead < count)
-            Prefetch(step.entities[i + PrefetchAhead]);
+        if (i + PrefetchAhead < count) Prefetch(step.entities[i + PrefetchAhead]);
         ServerSideEntity::Ptr& entity = *step.entities[i].pointer;
         if (!entity || entity.get() != step.entities[i].entity) {
             // Emptied or replaced in its slot since it was listed: read it anew.
             step.entities[i].entity = entity.get();
-            if (!entity)
-                continue;
+            if (!entity) continue;
         }
-        if (!entity->physicsEnabled || !(entity->mass > 0.0))
-            continue;
+        if (!entity->physicsEnabled || !(entity->mass > 0.0)) continue;
         if (entity->environmentId == 0) {
-            if (entity->orbitEnvironmentId != 0 && entity->isDynamic && entity->restTime < 1.0 && !entity->isComponent) {
+            if (entity->orbitEnvironmentId != 0 && entity->isDynamic && entity->restTime < 1.0 &&
+                !entity->isComponent) {
                 GroupKey const group{entity->orbitEnvironmentId, entity->parentEntity};
                 GroupOf(step, group, lastKey, last).orbiting.push_back(static_cast<uint32_t>(step.orbiting.size()));
                 step.orbiting.Add(entity, dt);
@@ -325,8 +301,7 @@ void PrepareRigidbodies(StepScratch& step, double dt)
                 // Gravity of a static body without parent depends on nothing
                 // the later phases change: it is felt here, while the entity
                 // is in the cache, rather than in a second walk over them all.
-                if (!group.parent.IsSet())
-                    FeelEnvironmentGravity(*entity, environments);
+                if (!group.parent.IsSet()) FeelEnvironmentGravity(*entity, environments);
             }
         }
         entity->nodesDirty = false;
@@ -335,41 +310,30 @@ void PrepareRigidbodies(StepScratch& step, double dt)
 
 /// Fills the body index with the entities that are looked up: the parents of
 /// the groups and the holders of components.
-void IndexLookedUpBodies(StepScratch& step)
-{
+void IndexLookedUpBodies(StepScratch& step) {
     for (auto const& [key, group] : step.groups) {
-        if (key.parent.IsSet() && !group.Empty())
-            step.bodyIndex.try_emplace(key.parent);
+        if (key.parent.IsSet() && !group.Empty()) step.bodyIndex.try_emplace(key.parent);
     }
-    for (auto const& [key, members] : step.components)
-        step.bodyIndex.try_emplace(key.parent);
-    if (step.bodyIndex.empty())
-        return;
+    for (auto const& [key, members] : step.components) step.bodyIndex.try_emplace(key.parent);
+    if (step.bodyIndex.empty()) return;
     auto note = [&step](GroupKey const& key, RigidbodyEnvType type, uint32_t index, Id const& id) {
         auto const found = step.bodyIndex.find(id);
-        if (found != step.bodyIndex.end())
-            found->second = {key.environment, type, index, key.parent, true};
+        if (found != step.bodyIndex.end()) found->second = {key.environment, type, index, key.parent, true};
     };
     for (auto const& [key, group] : step.groups) {
-        for (uint32_t index : group.statics)
-            note(key, RigidbodyEnvType::Static, index, step.statics[index].id);
-        for (uint32_t index : group.dynamics)
-            note(key, RigidbodyEnvType::Dynamic, index, step.dynamics[index].id);
-        for (uint32_t index : group.orbiting)
-            note(key, RigidbodyEnvType::Orbiting, index, step.orbiting[index].id);
+        for (uint32_t index : group.statics) note(key, RigidbodyEnvType::Static, index, step.statics[index].id);
+        for (uint32_t index : group.dynamics) note(key, RigidbodyEnvType::Dynamic, index, step.dynamics[index].id);
+        for (uint32_t index : group.orbiting) note(key, RigidbodyEnvType::Orbiting, index, step.orbiting[index].id);
     }
 }
 
-void PrepareCompositeEntities(StepScratch& step)
-{
+void PrepareCompositeEntities(StepScratch& step) {
     nerox::cpu::Profiler scope("Prepare composite entities", true);
     for (auto& [key, members] : step.components) {
         BodyIndexEntry const* entry = FindEntry(step, key.environment, key.parent);
-        if (entry == nullptr)
-            continue;
+        if (entry == nullptr) continue;
         Static* record = RecordOf(step, *entry);
-        if (record == nullptr)
-            continue;
+        if (record == nullptr) continue;
         record->LoadColliders(); // the holder's own come first
         glm::dmat4 const toBody = glm::translate(glm::dmat4(1.0), -record->centerOfMass);
         for (ServerSideEntity::Ptr const& component : members) {
@@ -384,29 +348,23 @@ void PrepareCompositeEntities(StepScratch& step)
             record->boundsMax = glm::max(record->boundsMax, glm::max(cornerA, cornerB));
         }
         record->ComputeBounds();
-        if (entry->type != RigidbodyEnvType::Static)
-            static_cast<Dynamic*>(record)->ComputeInertiaTensor();
+        if (entry->type != RigidbodyEnvType::Static) static_cast<Dynamic*>(record)->ComputeInertiaTensor();
     }
 }
 
 /// Gravity of a record in a parent group: the acceleration of the parent's
 /// moving frame at the body, in that frame. A static body feels it too.
-void ApplyParentGravity(Static& record, Id const& parentId, bool isStatic)
-{
+void ApplyParentGravity(Static& record, Id const& parentId, bool isStatic) {
     ServerSideEntity::Ptr const entity = record.entity.lock();
-    if (!entity)
-        return;
+    if (!entity) return;
     ServerSideEntity::Ptr const parent = ServerSideEntity::Get(parentId);
-    if (!parent)
-        return;
+    if (!parent) return;
     glm::dvec3 const r = entity->position - parent->centerOfMass;
     record.gravity = glm::cross(parent->angularVelocity, r) + parent->feltAcceleration;
-    if (isStatic)
-        entity->feltAcceleration = glm::inverse(glm::mat3_cast(entity->orientation)) * record.gravity;
+    if (isStatic) entity->feltAcceleration = glm::inverse(glm::mat3_cast(entity->orientation)) * record.gravity;
 }
 
-void ApplyGravityToRigidbodies(StepScratch& step)
-{
+void ApplyGravityToRigidbodies(StepScratch& step) {
     nerox::cpu::Profiler scope("Apply gravity to rigidbodies", true);
     EnvironmentLookup environments;
     for (auto& [key, group] : step.groups) {
@@ -418,20 +376,18 @@ void ApplyGravityToRigidbodies(StepScratch& step)
             for (uint32_t index : group.dynamics) {
                 Dynamic& body = step.dynamics[index];
                 if (body.aerodynamic)
-                    body.pendingAcceleration += environments.Gravity(key.environment, body.GetPositionAtCenterOfBounds());
+                    body.pendingAcceleration +=
+                        environments.Gravity(key.environment, body.GetPositionAtCenterOfBounds());
             }
             continue;
         }
         size_t const count = group.statics.size();
         for (size_t i = 0; i < count; ++i) {
-            if (i + PrefetchAhead < count)
-                PrefetchGravityFields(step.staticEntities[group.statics[i + PrefetchAhead]]);
+            if (i + PrefetchAhead < count) PrefetchGravityFields(step.staticEntities[group.statics[i + PrefetchAhead]]);
             ApplyParentGravity(step.statics[group.statics[i]], key.parent, true);
         }
-        for (uint32_t index : group.dynamics)
-            ApplyParentGravity(step.dynamics[index], key.parent, false);
-        for (uint32_t index : group.orbiting)
-            ApplyParentGravity(step.orbiting[index], key.parent, false);
+        for (uint32_t index : group.dynamics) ApplyParentGravity(step.dynamics[index], key.parent, false);
+        for (uint32_t index : group.orbiting) ApplyParentGravity(step.orbiting[index], key.parent, false);
     }
 }
 
@@ -439,8 +395,7 @@ void ApplyGravityToRigidbodies(StepScratch& step)
 /// records. The candidates and their order are those of testing every later
 /// body and every static body in turn; the broadphase only finds them faster.
 void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>& bodies,
-                    std::vector<uint32_t> const& members, std::vector<uint32_t> const* statics)
-{
+                    std::vector<uint32_t> const& members, std::vector<uint32_t> const* statics) {
     step.broadphaseDynamics.clear();
     for (uint32_t index : members)
         step.broadphaseDynamics.push_back({bodies[index].boundsWorldCenter, bodies[index].sweptRadius});
@@ -455,8 +410,7 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>&
     for (physics::Broadphase::Pair const& pair : step.pairs) {
         Dynamic& a = bodies[members[pair.first]];
         Dynamic& b = bodies[members[pair.second]];
-        if (a.collisionExclusions.contains(b.id) || b.collisionExclusions.contains(a.id))
-            continue;
+        if (a.collisionExclusions.contains(b.id) || b.collisionExclusions.contains(a.id)) continue;
         a.nearDynamics.push_back(&b);
     }
     if (statics != nullptr && !statics->empty()) {
@@ -464,26 +418,21 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>&
         for (physics::Broadphase::Pair const& pair : step.pairs) {
             Dynamic& a = bodies[members[pair.first]];
             Static& s = step.statics[(*statics)[pair.second]];
-            if (a.collisionExclusions.contains(s.id))
-                continue;
+            if (a.collisionExclusions.contains(s.id)) continue;
             s.LoadColliders();
             a.nearStatics.push_back(&s);
         }
     }
 
-    if (!key.parent.IsSet())
-        return;
+    if (!key.parent.IsSet()) return;
     BodyIndexEntry const* entry = FindEntry(step, key.environment, key.parent);
-    if (entry == nullptr)
-        return;
+    if (entry == nullptr) return;
     Static* parentRecord = RecordOf(step, *entry);
-    if (parentRecord != nullptr)
-        parentRecord->LoadColliders();
+    if (parentRecord != nullptr) parentRecord->LoadColliders();
     for (uint32_t index : members) {
         Dynamic& body = bodies[index];
         body.parentBody = parentRecord;
-        if (parentRecord == nullptr)
-            continue;
+        if (parentRecord == nullptr) continue;
         glm::dvec3 const parentCenter = parentRecord->boundsCenter + parentRecord->centerOfMass;
         if (body.collisionExclusions.contains(parentRecord->id) ||
             glm::distance(body.boundsWorldCenter, parentCenter) > body.sweptRadius + parentRecord->radius)
@@ -491,46 +440,37 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>&
     }
 }
 
-void BroadphaseCollisionDetection(StepScratch& step)
-{
+void BroadphaseCollisionDetection(StepScratch& step) {
     nerox::cpu::Profiler scope("Broadphase collision detection", true);
     for (auto& [key, group] : step.groups) {
-        if (!group.dynamics.empty())
-            FindNearBodies(step, key, step.dynamics, group.dynamics, &group.statics);
+        if (!group.dynamics.empty()) FindNearBodies(step, key, step.dynamics, group.dynamics, &group.statics);
     }
 }
 
-void OrbitingRigidbodies(StepScratch& step, double dt)
-{
+void OrbitingRigidbodies(StepScratch& step, double dt) {
     nerox::cpu::Profiler scope("Orbiting Rigidbodies", true);
     for (auto& [key, group] : step.groups) {
-        if (!group.orbiting.empty())
-            FindNearBodies(step, key, step.orbiting, group.orbiting, nullptr);
+        if (!group.orbiting.empty()) FindNearBodies(step, key, step.orbiting, group.orbiting, nullptr);
     }
     for (auto& [key, group] : step.groups) {
-        if (group.orbiting.empty())
-            continue;
+        if (group.orbiting.empty()) continue;
         {
             nerox::cpu::Profiler detection("CollisionDetection", true);
-            for (uint32_t index : group.orbiting)
-                step.orbiting[index].CollisionDetection(dt);
+            for (uint32_t index : group.orbiting) step.orbiting[index].CollisionDetection(dt);
         }
         nerox::cpu::Profiler integration("IntegrateMotion", true);
-        for (uint32_t index : group.orbiting)
-            step.orbiting[index].IntegrateMotion(dt);
+        for (uint32_t index : group.orbiting) step.orbiting[index].IntegrateMotion(dt);
     }
 }
 
-void DynamicRigidbodies(StepScratch& step, double dt, int substeps)
-{
+void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
     nerox::cpu::Profiler scope("Dynamic Rigidbodies", true);
     double const h = dt / static_cast<double>(substeps);
     physics::EnvironmentFunction* function = nullptr;
     EnvironmentId current = 0;
     bool looked = false;
     for (auto& [key, group] : step.groups) {
-        if (group.dynamics.empty())
-            continue;
+        if (group.dynamics.empty()) continue;
         if (!looked || key.environment != current) {
             current = key.environment;
             looked = true;
@@ -547,26 +487,22 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps)
         if (function != nullptr) {
             nerox::cpu::Profiler surfaces("Compute aerodynamic surfaces", true);
             for (uint32_t index : group.dynamics) {
-                if (step.dynamics[index].aerodynamic)
-                    step.dynamics[index].ComputeAerodynamicSurfaces(*function);
+                if (step.dynamics[index].aerodynamic) step.dynamics[index].ComputeAerodynamicSurfaces(*function);
             }
         }
         for (int substep = 0; substep < substeps; ++substep) {
             {
                 nerox::cpu::Profiler integration("IntegrateMotion", true);
-                for (uint32_t index : group.dynamics)
-                    step.dynamics[index].IntegrateMotion(h);
+                for (uint32_t index : group.dynamics) step.dynamics[index].IntegrateMotion(h);
             }
             {
                 nerox::cpu::Profiler detection("CollisionDetection", true);
-                for (uint32_t index : group.dynamics)
-                    step.dynamics[index].CollisionDetection(h);
+                for (uint32_t index : group.dynamics) step.dynamics[index].CollisionDetection(h);
             }
             if (!key.parent.IsSet() && function != nullptr) {
                 nerox::cpu::Profiler environment("InteractWithEnvironment", true);
                 for (uint32_t index : group.dynamics) {
-                    if (step.dynamics[index].aerodynamic)
-                        step.dynamics[index].InteractWithEnvironment(*function, h);
+                    if (step.dynamics[index].aerodynamic) step.dynamics[index].InteractWithEnvironment(*function, h);
                 }
             }
         }
@@ -584,17 +520,13 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps)
     }
 }
 
-void ApplyToEntities(StepScratch& step, double dt)
-{
+void ApplyToEntities(StepScratch& step, double dt) {
     nerox::cpu::Profiler scope("Apply to entities", true);
-    for (Dynamic& body : step.dynamics)
-        body.ApplyToEntity(dt);
-    for (Dynamic& body : step.orbiting)
-        body.ApplyToEntity(dt);
+    for (Dynamic& body : step.dynamics) body.ApplyToEntity(dt);
+    for (Dynamic& body : step.orbiting) body.ApplyToEntity(dt);
 }
 
-void AddDebugColliders(Static const& record, bool dynamic)
-{
+void AddDebugColliders(Static const& record, bool dynamic) {
     glm::dmat4 const world = record.GetTransform();
     for (ConvexMeshCollider const& collider : record.colliders) {
         Game::physicsDebugColliders_back.push_back({record.id, collider, dynamic});
@@ -602,12 +534,10 @@ void AddDebugColliders(Static const& record, bool dynamic)
     }
 }
 
-void PublishDebugShapes(StepScratch& step)
-{
+void PublishDebugShapes(StepScratch& step) {
     Game::physicsDebugColliders_back.clear();
     Game::physicsDebugLines_back.clear();
-    for (Static const& record : step.statics)
-        AddDebugColliders(record, false);
+    for (Static const& record : step.statics) AddDebugColliders(record, false);
     for (RecordPool<Dynamic>* list : {&step.dynamics, &step.orbiting}) {
         for (Dynamic const& body : *list) {
             AddDebugColliders(body, true);
@@ -623,8 +553,7 @@ void PublishDebugShapes(StepScratch& step)
 
 } // namespace
 
-void ServerSideEntity::PhysicsUpdate(double dt, int substeps)
-{
+void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
     // The step's lists keep their capacity from one step to the next; only the
     // server update thread runs the step.
     static StepScratch step;
@@ -644,11 +573,11 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps)
     OrbitingRigidbodies(step, dt);
     DynamicRigidbodies(step, dt, substeps);
     ApplyToEntities(step, dt);
-    if (Game::debugServerSidePhysics)
-        PublishDebugShapes(step);
+    if (Game::debugServerSidePhysics) PublishDebugShapes(step);
 
     step.Release(); // records may hold module callbacks: drop them before the modules could go
-    Game::serverSidePhysicsAvgTime = 0.9 * Game::serverSidePhysicsAvgTime + 0.1 * timer.GetElapsedMilliseconds() * 0.001;
+    Game::serverSidePhysicsAvgTime =
+        0.9 * Game::serverSidePhysicsAvgTime + 0.1 * timer.GetElapsedMilliseconds() * 0.001;
     scope.Stop();
 }
 

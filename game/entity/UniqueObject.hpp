@@ -25,19 +25,15 @@ namespace game::entity {
 /// exclusively by Create, Destroy and DestroyAll. Objects are constructed and
 /// released outside the lock, so constructors and destructors may call Get.
 /// A ForEach callback may call Get, but must not create or destroy objects of T.
-template <class T>
-class UniqueObject {
+template <class T> class UniqueObject {
 public:
     /// Constructs a T from args, stores its self reference and registers it under
     /// its Id. Throws std::runtime_error when an object with that Id exists
     /// already (the new object is released, the old one stays) or when the Id is
     /// not set.
-    template <class... Args>
-    static std::shared_ptr<T> Create(Args&&... args)
-    {
+    template <class... Args> static std::shared_ptr<T> Create(Args&&... args) {
         std::shared_ptr<T> object = std::make_shared<T>(std::forward<Args>(args)...);
-        if constexpr (requires { object->selfReference = object; })
-            object->selfReference = object;
+        if constexpr (requires { object->selfReference = object; }) object->selfReference = object;
         Id const id = object->GetID();
         if (!id.IsSet()) {
             KeepFiles(*object);
@@ -47,8 +43,7 @@ public:
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
             inserted = _sharedObjects.try_emplace(id, object).second;
-            if (inserted)
-                ++_sharedObjectsVersion;
+            if (inserted) ++_sharedObjectsVersion;
         }
         if (!inserted) {
             KeepFiles(*object);
@@ -59,10 +54,8 @@ public:
     }
 
     /// The registered object with id, or an empty pointer (always for an unset id).
-    static std::shared_ptr<T> Get(Id const& id)
-    {
-        if (!id.IsSet())
-            return {};
+    static std::shared_ptr<T> Get(Id const& id) {
+        if (!id.IsSet()) return {};
         std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
         auto const found = _sharedObjects.find(id);
         return found == _sharedObjects.end() ? std::shared_ptr<T>() : found->second;
@@ -70,26 +63,22 @@ public:
 
     /// Calls callback with each registered object, holding the shared lock for
     /// the whole walk. Empty slots are skipped.
-    static void ForEach(std::function<void(std::shared_ptr<T>)>&& callback)
-    {
+    static void ForEach(std::function<void(std::shared_ptr<T>)>&& callback) {
         std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
         for (auto const& entry : _sharedObjects) {
-            if (entry.second)
-                callback(entry.second);
+            if (entry.second) callback(entry.second);
         }
     }
 
     /// Removes the object with id from the registry; false when there is none.
     /// An object that someone else still holds is removed all the same, after a
     /// warning on the standard error stream.
-    static bool Destroy(Id const& id)
-    {
+    static bool Destroy(Id const& id) {
         std::shared_ptr<T> released;
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
             auto const found = _sharedObjects.find(id);
-            if (found == _sharedObjects.end())
-                return false;
+            if (found == _sharedObjects.end()) return false;
             if (found->second.use_count() != 1) {
                 std::cerr << "WARNING: UNIQUE_OBJECT " << T::_uniqueObjectName << " with id "
                           << static_cast<std::string>(id) << " being Destroyed while still in use" << std::endl;
@@ -103,8 +92,7 @@ public:
     }
 
     /// Removes every object from the registry without warnings.
-    static void DestroyAll()
-    {
+    static void DestroyAll() {
         std::unordered_map<Id, std::shared_ptr<T>> released;
         {
             std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
@@ -114,8 +102,7 @@ public:
     }
 
     /// Number of registered objects.
-    static size_t Count()
-    {
+    static size_t Count() {
         std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
         return _sharedObjects.size();
     }
@@ -123,10 +110,8 @@ public:
 private:
     /// A rejected object must not take the files of the one that stays (or of
     /// anyone) with it: objects that remove their files on destruction keep them.
-    static void KeepFiles(T& object)
-    {
-        if constexpr (requires { object.deleteFilesOnDestroy = false; })
-            object.deleteFilesOnDestroy = false;
+    static void KeepFiles(T& object) {
+        if constexpr (requires { object.deleteFilesOnDestroy = false; }) object.deleteFilesOnDestroy = false;
     }
 
 public:
@@ -145,16 +130,12 @@ public:
 };
 
 /// Creates and registers a T; see UniqueObject::Create.
-template <class T, class... Args>
-std::shared_ptr<T> Create(Args&&... args)
-{
+template <class T, class... Args> std::shared_ptr<T> Create(Args&&... args) {
     return T::Create(std::forward<Args>(args)...);
 }
 
 /// The registered T with id, or an empty pointer; see UniqueObject::Get.
-template <class T>
-std::shared_ptr<T> Get(Id const& id)
-{
+template <class T> std::shared_ptr<T> Get(Id const& id) {
     return T::Get(id);
 }
 

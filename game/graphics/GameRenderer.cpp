@@ -30,8 +30,7 @@ using game::modules::GameModHooks;
 using nerox::renderer::Upscaler;
 
 // What the game's shaders need of the device beyond what the host asks.
-nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Features const& host)
-{
+nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Features const& host) {
     nerox::vk::PhysicalDevice::Features features = host;
     features.core.vertexPipelineStoresAndAtomics = VK_TRUE;
     features.core.fragmentStoresAndAtomics = VK_TRUE;
@@ -39,44 +38,35 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     return features;
 }
 
-game::GameSettings& RequireSettings()
-{
+game::GameSettings& RequireSettings() {
     if (!Game::settings)
         throw std::runtime_error("GameRenderer: Game::settings must be set before the renderer is created");
     return *Game::settings;
 }
 
 // Calls one hook of every loaded module, in the table's order.
-void CallAll(game::modules::VoidHook GameModHooks::*hook)
-{
+void CallAll(game::modules::VoidHook GameModHooks::*hook) {
     GAME_Mod::ForEachModule([hook](GAME_Mod::Ptr& mod) {
-        if (auto function = (*mod).*hook)
-            function();
+        if (auto function = (*mod).*hook) function();
     });
 }
 
-void CallAll(game::modules::CommandBufferHook GameModHooks::*hook, VkCommandBuffer commandBuffer)
-{
+void CallAll(game::modules::CommandBufferHook GameModHooks::*hook, VkCommandBuffer commandBuffer) {
     GAME_Mod::ForEachModule([hook, commandBuffer](GAME_Mod::Ptr& mod) {
-        if (auto function = (*mod).*hook)
-            function(commandBuffer);
+        if (auto function = (*mod).*hook) function(commandBuffer);
     });
 }
 
 // Calls one hook of the modules of the ordered list key, in list order.
-void CallSorted(char const* key, game::modules::VoidHook GameModHooks::*hook)
-{
+void CallSorted(char const* key, game::modules::VoidHook GameModHooks::*hook) {
     GAME_Mod::ForEachSortedModule(key, [hook](GAME_Mod::Ptr& mod) {
-        if (auto function = (*mod).*hook)
-            function();
+        if (auto function = (*mod).*hook) function();
     });
 }
 
-void CallSorted(char const* key, game::modules::CommandBufferHook GameModHooks::*hook, VkCommandBuffer commandBuffer)
-{
+void CallSorted(char const* key, game::modules::CommandBufferHook GameModHooks::*hook, VkCommandBuffer commandBuffer) {
     GAME_Mod::ForEachSortedModule(key, [hook, commandBuffer](GAME_Mod::Ptr& mod) {
-        if (auto function = (*mod).*hook)
-            function(commandBuffer);
+        if (auto function = (*mod).*hook) function(commandBuffer);
     });
 }
 
@@ -88,8 +78,7 @@ struct PixelFormat {
     bool hasAlpha = false; // whether opaque applies
 };
 
-bool DescribeFormat(VkFormat format, PixelFormat& pixel)
-{
+bool DescribeFormat(VkFormat format, PixelFormat& pixel) {
     switch (format) {
     case VK_FORMAT_R8_UNORM: pixel = {1, 1, false, false}; return true;
     case VK_FORMAT_R8G8_UNORM: pixel = {2, 2, false, false}; return true;
@@ -103,8 +92,7 @@ bool DescribeFormat(VkFormat format, PixelFormat& pixel)
     }
 }
 
-std::string const& ThresholdKey()
-{
+std::string const& ThresholdKey() {
     static std::string const key = GameRenderer::WorldOriginThresholdOption;
     return key;
 }
@@ -115,8 +103,7 @@ std::string const& ThresholdKey()
 
 GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicationName,
                            unsigned int applicationVersion, nerox::vk::PhysicalDevice::Features const& features)
-    : NeroxRenderer(window, applicationName, applicationVersion, GameFeatures(features), RequireSettings().vsync)
-{
+    : NeroxRenderer(window, applicationName, applicationVersion, GameFeatures(features), RequireSettings().vsync) {
     CreateOverlayPass();
 
     nerox::vk::SamplerOptions linearClamp;
@@ -139,7 +126,8 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
     linearClampSampler2 = std::make_unique<nerox::vk::Sampler>(GetDevice(), linearClamp, "Linear Clamp Sampler 2");
     overlayPipelineLayout = std::make_unique<nerox::vk::PipelineLayout>(
         GetDevice(), std::vector<VkDescriptorSetLayout>{MainDescriptorSetLayout()},
-        std::vector<VkPushConstantRange>{{VK_SHADER_STAGE_ALL, 0, OverlayPushConstantBytes}}, "Overlay Pipeline Layout");
+        std::vector<VkPushConstantRange>{{VK_SHADER_STAGE_ALL, 0, OverlayPushConstantBytes}},
+        "Overlay Pipeline Layout");
 
     viewMatrix = projectionMatrix = viewMatrixHistory = projectionMatrixHistory = glm::dmat4(1.0);
     nearClip = 0.001f;
@@ -165,8 +153,7 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
     entityCallableShader = AddRenderableCallableShader(EmptyCallableShader);
 }
 
-GameRenderer::~GameRenderer()
-{
+GameRenderer::~GameRenderer() {
     try {
         GetDevice().WaitIdle();
     } catch (std::exception const& error) {
@@ -175,8 +162,7 @@ GameRenderer::~GameRenderer()
     CollectAllTrash();
 }
 
-void GameRenderer::CreateOverlayPass()
-{
+void GameRenderer::CreateOverlayPass() {
     VkExtent2D extent = GetOutputImageExtent();
     if (extent.width == 0 || extent.height == 0) {
         // Before the output exists: the window's size, which it will have.
@@ -185,8 +171,7 @@ void GameRenderer::CreateOverlayPass()
             extent = {static_cast<uint32_t>(window->GetWidth()), static_cast<uint32_t>(window->GetHeight())};
     }
     VkImageUsageFlags usage = GetOutputImageUsage();
-    if (usage == 0)
-        usage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
+    if (usage == 0) usage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
     nerox::vk::RenderpassOptions options;
     options.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
     options.initialLayout = VK_IMAGE_LAYOUT_GENERAL; // the stages leave the output in GENERAL
@@ -197,8 +182,7 @@ void GameRenderer::CreateOverlayPass()
                                                                 extent.height, usage, options);
 }
 
-void GameRenderer::CreateOverlayPipelines()
-{
+void GameRenderer::CreateOverlayPipelines() {
     nerox::vk::GraphicsPipelineOptions options;
     options.depthTest = true;
     options.depthWrite = true;
@@ -209,9 +193,8 @@ void GameRenderer::CreateOverlayPipelines()
 
     options.topology = VK_PRIMITIVE_TOPOLOGY_POINT_LIST;
     options.cullMode = VK_CULL_MODE_BACK_BIT;
-    crosshairPipeline = std::make_unique<nerox::vk::GraphicsPipeline>(GetDevice(), *overlayPipelineLayout,
-                                                                      *overlayRenderpass, "game/graphics/crosshair",
-                                                                      options);
+    crosshairPipeline = std::make_unique<nerox::vk::GraphicsPipeline>(
+        GetDevice(), *overlayPipelineLayout, *overlayRenderpass, "game/graphics/crosshair", options);
     options.cullMode = VK_CULL_MODE_NONE;
     options.topology = VK_PRIMITIVE_TOPOLOGY_TRIANGLE_LIST;
     colliderTrianglesPipeline = std::make_unique<nerox::vk::GraphicsPipeline>(
@@ -221,47 +204,39 @@ void GameRenderer::CreateOverlayPipelines()
         GetDevice(), *overlayPipelineLayout, *overlayRenderpass, "game/graphics/physicsCollider", options);
 }
 
-bool GameRenderer::OverlayPassMatchesOutput() const
-{
-    if (!overlayRenderpass)
-        return false;
+bool GameRenderer::OverlayPassMatchesOutput() const {
+    if (!overlayRenderpass) return false;
     VkExtent2D const extent = GetOutputImageExtent();
     VkExtent2D const passExtent = overlayRenderpass->Extent();
     return overlayRenderpass->Format() == GetOutputImageFormat() && passExtent.width == extent.width &&
-           passExtent.height == extent.height;
+        passExtent.height == extent.height;
 }
 
 // ---------------------------------------------------------------- output and lifecycle
 
-void GameRenderer::FollowOutput()
-{
-    if (OverlayPassMatchesOutput() || GetOutputImageExtent().width == 0 || GetOutputImageExtent().height == 0)
-        return;
+void GameRenderer::FollowOutput() {
+    if (OverlayPassMatchesOutput() || GetOutputImageExtent().width == 0 || GetOutputImageExtent().height == 0) return;
     CreateOverlayPass();
     crosshairPipeline->RefreshViewport(*overlayRenderpass);
     colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
     colliderLinesPipeline->RefreshViewport(*overlayRenderpass);
 }
 
-void GameRenderer::CreateSwapchainDependantObjects()
-{
+void GameRenderer::CreateSwapchainDependantObjects() {
     NeroxRenderer::CreateSwapchainDependantObjects();
     // An output of another format or size (the first swapchain, or one made
     // again by the base) needs its own overlay pass; the device is idle here.
     FollowOutput();
 }
 
-void GameRenderer::DestroySwapchainDependantObjects()
-{
+void GameRenderer::DestroySwapchainDependantObjects() {
     // A new output may reuse the handles of the old views: drop their framebuffers.
     GetDevice().WaitIdle();
-    if (overlayRenderpass)
-        overlayRenderpass->ForgetAllTargets();
+    if (overlayRenderpass) overlayRenderpass->ForgetAllTargets();
     NeroxRenderer::DestroySwapchainDependantObjects();
 }
 
-void GameRenderer::RefreshViewport()
-{
+void GameRenderer::RefreshViewport() {
     NeroxRenderer::RefreshViewport();
     // The new output's CreateSwapchainDependantObjects has made the new pass
     // already, unless a subclass of the base made the output another way.
@@ -269,25 +244,20 @@ void GameRenderer::RefreshViewport()
     CallAll(&GameModHooks::Renderer_RefreshViewport);
 }
 
-void GameRenderer::StartRendering()
-{
-    if (IsRendering())
-        return;
+void GameRenderer::StartRendering() {
+    if (IsRendering()) return;
     NeroxRenderer::StartRendering();
     CallAll(&GameModHooks::Renderer_StartRendering);
 }
 
-void GameRenderer::StopRendering()
-{
-    if (!IsRendering())
-        return; // never started, or stopped already: the modules hear of it once
+void GameRenderer::StopRendering() {
+    if (!IsRendering()) return; // never started, or stopped already: the modules hear of it once
     GetDevice().WaitIdle();
     CallAll(&GameModHooks::Renderer_StopRendering);
     NeroxRenderer::StopRendering();
 }
 
-void GameRenderer::Frame()
-{
+void GameRenderer::Frame() {
     if (uiStyleDirty && ImGui::GetCurrentContext() != nullptr) {
         uiStyleDirty = false;
         ImGui::GetStyle() = ImGuiStyle();
@@ -305,8 +275,7 @@ void GameRenderer::Frame()
 
 // ---------------------------------------------------------------- stages
 
-void GameRenderer::FrameInit()
-{
+void GameRenderer::FrameInit() {
     if (Game::settings) {
         game::GameSettings& settings = *Game::settings;
         vsync = settings.vsync;
@@ -321,8 +290,7 @@ void GameRenderer::FrameInit()
         NeroxRenderer::nearClip = nearClip;
         devTools = settings.dev_tools;
 
-        for (char& c : settings.upscaling_algo)
-            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        for (char& c : settings.upscaling_algo) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         upscalingAlgo = Upscaler::GetAlgoEnumFromStr(settings.upscaling_algo);
 
         uint32_t options = 0;
@@ -362,31 +330,43 @@ void GameRenderer::FrameInit()
     cameraTransform = glm::mat4(glm::inverse(viewMatrix * originInverseTransform));
 }
 
-void GameRenderer::FrameCollectGarbage()
-{
+void GameRenderer::FrameCollectGarbage() {
     CallAll(&GameModHooks::Renderer_FrameCollectGarbage);
     CollectTrash();
 }
 
-void GameRenderer::FrameUpdateDescriptorSets() { CallAll(&GameModHooks::Renderer_FrameUpdateDescriptorSets); }
-void GameRenderer::FrameBeforePost() { CallAll(&GameModHooks::Renderer_FrameBeforePost); }
-void GameRenderer::FrameUpdateUi() { CallSorted("ui", &GameModHooks::Renderer_FrameUpdateUi); }
-void GameRenderer::FrameBeforeUpdate() { CallSorted("update", &GameModHooks::Renderer_FrameBeforeUpdate); }
-void GameRenderer::FrameUpdate() { CallSorted("update", &GameModHooks::Renderer_FrameUpdate); }
-void GameRenderer::FrameAfterUpdate() { CallSorted("update", &GameModHooks::Renderer_FrameAfterUpdate); }
-void GameRenderer::FrameBeforeRender() { CallSorted("render", &GameModHooks::Renderer_FrameBeforeRender); }
-void GameRenderer::FrameAfterRender() { CallSorted("render", &GameModHooks::Renderer_FrameAfterRender); }
+void GameRenderer::FrameUpdateDescriptorSets() {
+    CallAll(&GameModHooks::Renderer_FrameUpdateDescriptorSets);
+}
+void GameRenderer::FrameBeforePost() {
+    CallAll(&GameModHooks::Renderer_FrameBeforePost);
+}
+void GameRenderer::FrameUpdateUi() {
+    CallSorted("ui", &GameModHooks::Renderer_FrameUpdateUi);
+}
+void GameRenderer::FrameBeforeUpdate() {
+    CallSorted("update", &GameModHooks::Renderer_FrameBeforeUpdate);
+}
+void GameRenderer::FrameUpdate() {
+    CallSorted("update", &GameModHooks::Renderer_FrameUpdate);
+}
+void GameRenderer::FrameAfterUpdate() {
+    CallSorted("update", &GameModHooks::Renderer_FrameAfterUpdate);
+}
+void GameRenderer::FrameBeforeRender() {
+    CallSorted("render", &GameModHooks::Renderer_FrameBeforeRender);
+}
+void GameRenderer::FrameAfterRender() {
+    CallSorted("render", &GameModHooks::Renderer_FrameAfterRender);
+}
 
-void GameRenderer::FramePushCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FramePushCommands(VkCommandBuffer commandBuffer) {
     CallAll(&GameModHooks::Renderer_FramePushCommands, commandBuffer);
     std::lock_guard lock(pushTexturesMutex);
     for (std::shared_ptr<nerox::graphics::Texture>& texture : pushTextures) {
-        if (!texture)
-            continue;
+        if (!texture) continue;
         // Only the list holds it: nobody wants the upload any more.
-        if (texture.use_count() > 1)
-            texture->Push(commandBuffer);
+        if (texture.use_count() > 1) texture->Push(commandBuffer);
         // The list's reference goes through the trash, not away at once: if the
         // other owners let go meanwhile, the upload just recorded must still find it.
         Trash(std::move(texture));
@@ -394,43 +374,35 @@ void GameRenderer::FramePushCommands(VkCommandBuffer commandBuffer)
     pushTextures.clear();
 }
 
-void GameRenderer::FrameBuildCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FrameBuildCommands(VkCommandBuffer commandBuffer) {
     CallAll(&GameModHooks::Renderer_FrameBuildCommands, commandBuffer);
 }
 
-void GameRenderer::FrameRenderCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FrameRenderCommands(VkCommandBuffer commandBuffer) {
     CallSorted("render", &GameModHooks::Renderer_FrameRenderCommands, commandBuffer);
 }
 
-void GameRenderer::FrameResolveCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FrameResolveCommands(VkCommandBuffer commandBuffer) {
     CallSorted("post", &GameModHooks::Renderer_FrameResolveCommands, commandBuffer);
 }
 
-void GameRenderer::FrameBlitCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FrameBlitCommands(VkCommandBuffer commandBuffer) {
     CallSorted("post", &GameModHooks::Renderer_FrameBlitCommands, commandBuffer);
 }
 
-void GameRenderer::FramePostCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FramePostCommands(VkCommandBuffer commandBuffer) {
     CallSorted("post", &GameModHooks::Renderer_FramePostCommands, commandBuffer);
 }
 
-void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer)
-{
+void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer) {
     CallSorted("overlay", &GameModHooks::Renderer_FrameOverlayCommands, commandBuffer);
     VkImageView const target = GetOutputVkImageView();
-    if (target == VK_NULL_HANDLE || !OverlayPassMatchesOutput())
-        return;
+    if (target == VK_NULL_HANDLE || !OverlayPassMatchesOutput()) return;
     overlayRenderpass->Begin(commandBuffer, target);
     if (Game::_mouseLook) {
         float const uiScaling = Game::settings ? Game::settings->ui_scaling : 1.0f;
         crosshairPipeline->Bind(commandBuffer);
-        vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling,
-                           &uiScaling);
+        vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling, &uiScaling);
         vkCmdDraw(commandBuffer, 1, 1, 0, 0);
     }
     overlayRenderpass->End(commandBuffer);
@@ -438,10 +410,8 @@ void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer)
 
 // ---------------------------------------------------------------- settings and shader tables
 
-void GameRenderer::ConfigureSettingsFromPreset()
-{
-    if (!Game::settings)
-        return;
+void GameRenderer::ConfigureSettingsFromPreset() {
+    if (!Game::settings) return;
     game::GameSettings& settings = *Game::settings;
     if (auto const* preset = game::GameSettings::FindGraphicsPreset(settings.graphics_preset)) {
         settings.upscaling_quality_setting = preset->upscaling_quality_setting;
@@ -449,40 +419,34 @@ void GameRenderer::ConfigureSettingsFromPreset()
     }
 }
 
-uint32_t GameRenderer::AddRenderableHitShader(std::string const& path)
-{
+uint32_t GameRenderer::AddRenderableHitShader(std::string const& path) {
     std::lock_guard lock(renderableShadersMutex);
     NEROX_ASSERT(!renderableShadersLocked);
     renderableHitShaders.push_back(path);
     return static_cast<uint32_t>(renderableHitShaders.size() - 1);
 }
 
-uint32_t GameRenderer::AddRenderableCallableShader(std::string const& shader)
-{
+uint32_t GameRenderer::AddRenderableCallableShader(std::string const& shader) {
     std::lock_guard lock(renderableShadersMutex);
     NEROX_ASSERT(!renderableShadersLocked);
     renderableCallableShaders.push_back(shader);
     return static_cast<uint32_t>(renderableCallableShaders.size() - 1);
 }
 
-void GameRenderer::PushTexture(std::shared_ptr<nerox::graphics::Texture> texture)
-{
+void GameRenderer::PushTexture(std::shared_ptr<nerox::graphics::Texture> texture) {
     std::lock_guard lock(pushTexturesMutex);
     pushTextures.push_back(std::move(texture));
 }
 
 // ---------------------------------------------------------------- deferred destruction
 
-void GameRenderer::Trash(std::shared_ptr<void> object)
-{
-    if (!object)
-        return;
+void GameRenderer::Trash(std::shared_ptr<void> object) {
+    if (!object) return;
     std::lock_guard lock(trashMutex);
     trash.push_back(std::move(object));
 }
 
-void GameRenderer::ReleaseTrashGeneration()
-{
+void GameRenderer::ReleaseTrashGeneration() {
     {
         // Only the swap is locked: the releases run outside, so that a
         // destructor may trash again (into the new generation).
@@ -493,22 +457,21 @@ void GameRenderer::ReleaseTrashGeneration()
     _releasing.clear();
 }
 
-void GameRenderer::CollectTrash() { ReleaseTrashGeneration(); }
+void GameRenderer::CollectTrash() {
+    ReleaseTrashGeneration();
+}
 
-void GameRenderer::CollectAllTrash()
-{
+void GameRenderer::CollectAllTrash() {
     for (;;) {
         {
             std::lock_guard lock(trashMutex);
-            if (trash.empty() && trashPrevious.empty())
-                return;
+            if (trash.empty() && trashPrevious.empty()) return;
         }
         ReleaseTrashGeneration();
     }
 }
 
-void GameRenderer::Cleanup()
-{
+void GameRenderer::Cleanup() {
     ClearTextures();
     std::vector<std::shared_ptr<nerox::graphics::Texture>> pushed;
     {
@@ -521,12 +484,10 @@ void GameRenderer::Cleanup()
 
 // ---------------------------------------------------------------- screenshots
 
-bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent, VkFormat format,
-                             VkImageLayout layout, std::string const& path, int quality, bool opaque)
-{
+bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent, VkFormat format, VkImageLayout layout,
+                             std::string const& path, int quality, bool opaque) {
     PixelFormat pixel;
-    if (!DescribeFormat(format, pixel))
-        return false;
+    if (!DescribeFormat(format, pixel)) return false;
     if (image == VK_NULL_HANDLE || extent.width == 0 || extent.height == 0 || extent.width > INT_MAX ||
         extent.height > INT_MAX || offset.x < 0 || offset.y < 0) {
         std::cerr << "SaveImage: no image, or an empty or negative area, for " << path << '\n';
@@ -565,8 +526,7 @@ bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent
             region.imageOffset = {offset.x, offset.y, 0};
             region.imageExtent = {extent.width, extent.height, 1};
             vkCmdCopyImageToBuffer(commands, image, copyLayout, buffer, 1, &region);
-            if (!copyable)
-                nerox::vk::Image::Transition(commands, image, copyLayout, layout);
+            if (!copyable) nerox::vk::Image::Transition(commands, image, copyLayout, layout);
             VkMemoryBarrier toHost{VK_STRUCTURE_TYPE_MEMORY_BARRIER};
             toHost.srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
             toHost.dstAccessMask = VK_ACCESS_HOST_READ_BIT;
@@ -577,8 +537,7 @@ bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent
 
     auto* bytes = static_cast<unsigned char*>(buffer.Map());
     if (format == VK_FORMAT_B8G8R8A8_UNORM) {
-        for (uint64_t i = 0; i < pixelCount; ++i)
-            std::swap(bytes[i * 4 + 0], bytes[i * 4 + 2]);
+        for (uint64_t i = 0; i < pixelCount; ++i) std::swap(bytes[i * 4 + 0], bytes[i * 4 + 2]);
     }
     if (opaque && pixel.hasAlpha) {
         if (pixel.isFloat) {
@@ -586,8 +545,7 @@ bool GameRenderer::SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent
             for (uint64_t i = 0; i < pixelCount; ++i)
                 std::memcpy(bytes + i * pixel.bytesPerPixel + 3 * sizeof(float), &one, sizeof one);
         } else {
-            for (uint64_t i = 0; i < pixelCount; ++i)
-                bytes[i * 4 + 3] = 255;
+            for (uint64_t i = 0; i < pixelCount; ++i) bytes[i * 4 + 3] = 255;
         }
     }
     return nerox::graphics::Texture::SaveFile(path, static_cast<int>(extent.width), static_cast<int>(extent.height),

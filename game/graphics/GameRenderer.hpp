@@ -60,10 +60,10 @@ public:
     // ---- engine stages
     void CreateSwapchainDependantObjects() override;  ///< Base first.
     void DestroySwapchainDependantObjects() override; ///< Forgets the overlay framebuffers, then base.
-    void RefreshViewport() override;  ///< Base, a new overlay pass and pipelines, then Renderer_RefreshViewport.
-    void StartRendering() override;   ///< Base, then Renderer_StartRendering.
-    void StopRendering() override;    ///< Waits for the device, Renderer_StopRendering, then base.
-    void FrameCollectGarbage() override;       ///< Renderer_FrameCollectGarbage, then CollectTrash.
+    void RefreshViewport() override;     ///< Base, a new overlay pass and pipelines, then Renderer_RefreshViewport.
+    void StartRendering() override;      ///< Base, then Renderer_StartRendering.
+    void StopRendering() override;       ///< Waits for the device, Renderer_StopRendering, then base.
+    void FrameCollectGarbage() override; ///< Renderer_FrameCollectGarbage, then CollectTrash.
     void FrameUpdateDescriptorSets() override; ///< Renderer_FrameUpdateDescriptorSets, all modules.
     void FrameBeforePost() override;           ///< Renderer_FrameBeforePost, all modules.
     void FrameInit() override;                 ///< Settings, world origin, Renderer_FrameInit, camera.
@@ -73,7 +73,7 @@ public:
     void FrameBeforeRender() override;         ///< Renderer_FrameBeforeRender, list "render".
     void FrameAfterRender() override;          ///< Renderer_FrameAfterRender, list "render".
     void FrameAfterUpdate() override;          ///< Renderer_FrameAfterUpdate, list "update".
-    void FramePushCommands(VkCommandBuffer commandBuffer) override;    ///< Renderer_FramePushCommands, then the push list.
+    void FramePushCommands(VkCommandBuffer commandBuffer) override; ///< Renderer_FramePushCommands, then the push list.
     void FrameBuildCommands(VkCommandBuffer commandBuffer) override;   ///< Renderer_FrameBuildCommands, all modules.
     void FrameRenderCommands(VkCommandBuffer commandBuffer) override;  ///< Renderer_FrameRenderCommands, list "render".
     void FrameResolveCommands(VkCommandBuffer commandBuffer) override; ///< Renderer_FrameResolveCommands, list "post".
@@ -121,8 +121,10 @@ public:
     void PushTexture(std::shared_ptr<nerox::graphics::Texture> texture);
 
     // ---- members, in the order the engine expects them
-    std::unique_ptr<nerox::vk::Renderpass> overlayRenderpass; ///< Overlay pass on the output, rebuilt with the viewport.
-    std::unique_ptr<nerox::vk::Sampler> linearClampSampler;   ///< Linear, clamp to edge: the font atlas and voxel textures.
+    std::unique_ptr<nerox::vk::Renderpass>
+        overlayRenderpass; ///< Overlay pass on the output, rebuilt with the viewport.
+    std::unique_ptr<nerox::vk::Sampler>
+        linearClampSampler; ///< Linear, clamp to edge: the font atlas and voxel textures.
     /// Labels of graphics_preset 0 to 6.
     std::array<char const*, 7> graphicsPresetNames{};
     /// Upscaling algorithms the settings panel offers, "NONE" first.
@@ -133,18 +135,18 @@ public:
     std::unique_ptr<nerox::vk::PipelineLayout> overlayPipelineLayout;
 
     // Camera, in world coordinates; modules write it before or in FrameInit.
-    glm::dmat4 viewMatrix{1.0};              ///< World to camera.
-    glm::dmat4 projectionMatrix{1.0};        ///< Camera to clip space.
-    glm::dmat4 viewMatrixHistory{1.0};       ///< viewMatrix of the previous frame.
-    glm::dmat4 projectionMatrixHistory{1.0}; ///< projectionMatrix of the previous frame.
+    glm::dmat4 viewMatrix{1.0};                    ///< World to camera.
+    glm::dmat4 projectionMatrix{1.0};              ///< Camera to clip space.
+    glm::dmat4 viewMatrixHistory{1.0};             ///< viewMatrix of the previous frame.
+    glm::dmat4 projectionMatrixHistory{1.0};       ///< projectionMatrix of the previous frame.
     glm::dvec4 cameraPosition{0.0, 0.0, 0.0, 1.0}; ///< Camera position, world coordinates, w 1.
 
     glm::dvec4 worldOrigin{0.0, 0.0, 0.0, 1.0}; ///< Origin of the floating frame, world coordinates, w 1.
-    glm::dmat4 originTransform{1.0};          ///< World to floating frame.
-    glm::dmat4 originInverseTransform{1.0};   ///< Floating frame to world; recomputed when the origin moves.
-    bool debugFlag = false;                   ///< Bit 3 of the shaders' option word.
-    bool worldOriginChanged = false;          ///< Set by FrameInit in a frame whose origin moved.
-    float nearClip = 0.001f;                  ///< Copied to the base class every frame.
+    glm::dmat4 originTransform{1.0};            ///< World to floating frame.
+    glm::dmat4 originInverseTransform{1.0};     ///< Floating frame to world; recomputed when the origin moves.
+    bool debugFlag = false;                     ///< Bit 3 of the shaders' option word.
+    bool worldOriginChanged = false;            ///< Set by FrameInit in a frame whose origin moved.
+    float nearClip = 0.001f;                    ///< Copied to the base class every frame.
 
     uint32_t entityTriangleHitShader = 0; ///< Hit group of "game/graphics/rt/entity_tri".
     uint32_t entityBoxHitShader = 0;      ///< Hit group of "game/graphics/rt/entity_box".
@@ -154,8 +156,8 @@ public:
 
     bool uiStyleDirty = false; ///< Set to have the next Frame rebuild the interface style.
 
-    std::mutex trashMutex;                      ///< Guards trash.
-    std::vector<std::shared_ptr<void>> trash;   ///< Trashed since the last collection.
+    std::mutex trashMutex;                            ///< Guards trash.
+    std::vector<std::shared_ptr<void>> trash;         ///< Trashed since the last collection.
     std::vector<std::shared_ptr<void>> trashPrevious; ///< Trashed before it; released at the next collection.
 
     std::mutex renderableShadersMutex;                  ///< Guards the shader tables.

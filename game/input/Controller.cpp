@@ -32,54 +32,44 @@ constexpr int FirstTriggerAxis = 4;
 /// The gamepad button that opens the menu like Escape (start).
 constexpr int MenuButton = 7;
 
-bool ImGuiWantsKeyboard()
-{
+bool ImGuiWantsKeyboard() {
     return ImGui::GetCurrentContext() != nullptr && ImGui::GetIO().WantCaptureKeyboard;
 }
 
-bool ImGuiWantsMouse()
-{
+bool ImGuiWantsMouse() {
     return ImGui::GetCurrentContext() != nullptr && ImGui::GetIO().WantCaptureMouse;
 }
 
-bool ImGuiWindowFocused()
-{
+bool ImGuiWindowFocused() {
     return ImGui::GetCurrentContext() != nullptr && ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow);
 }
 
-bool KeyDown(int key)
-{
+bool KeyDown(int key) {
     return Game::window != nullptr && key >= 0 && Game::window->GetKey(key) != GLFW_RELEASE;
 }
 
-float GamepadDeadzone()
-{
+float GamepadDeadzone() {
     return Game::settings ? Game::settings->input_gamepad_axis_deadzone : 0.1f;
 }
 
-float JoystickDeadzone()
-{
+float JoystickDeadzone() {
     return Game::settings ? Game::settings->input_joystick_axis_deadzone : 0.1f;
 }
 
 /// Keyboard and mouse: keys unless Dear ImGui wants the keyboard, mouse buttons
 /// only while the cursor is captured and Dear ImGui does not want the mouse.
-double KeyboardAndMouse(InputBinding const& binding)
-{
+double KeyboardAndMouse(InputBinding const& binding) {
     nerox::graphics::Window* const window = Game::window;
-    if (window == nullptr)
-        return 0.0;
+    if (window == nullptr) return 0.0;
     double sum = 0.0;
-    if (binding.key >= 0 && !ImGuiWantsKeyboard())
-        sum += window->GetKey(binding.key) != GLFW_RELEASE ? 1.0 : 0.0;
+    if (binding.key >= 0 && !ImGuiWantsKeyboard()) sum += window->GetKey(binding.key) != GLFW_RELEASE ? 1.0 : 0.0;
     if (binding.mouseButton >= 0 && !ImGuiWantsMouse() && Game::_mouseLook)
         sum += window->GetMouseButton(binding.mouseButton) != GLFW_RELEASE ? 1.0 : 0.0;
     return sum;
 }
 
 /// An axis read as 0 to 1, turned round for direction -1.
-double UnsignedAxis(double value, int direction)
-{
+double UnsignedAxis(double value, int direction) {
     return direction == -1 ? 1.0 - value : value;
 }
 
@@ -87,8 +77,7 @@ double UnsignedAxis(double value, int direction)
 /// axis as 0 to 1, as the on/off actions do; otherwise unsignedAxis does so for
 /// the gamepad's and the joystick's axes, and a signed gamepad reading of a
 /// trigger is 0 to 1 all the same.
-double Devices(std::shared_ptr<Joystick> const& gamepad, InputBinding const& binding, bool asBool, bool unsignedAxis)
-{
+double Devices(std::shared_ptr<Joystick> const& gamepad, InputBinding const& binding, bool asBool, bool unsignedAxis) {
     double sum = 0.0;
     InputBinding::Joystick const& pad = binding.joysticks[0];
     if (gamepad && (pad.button >= 0 || pad.axis >= 0)) {
@@ -99,9 +88,9 @@ double Devices(std::shared_ptr<Joystick> const& gamepad, InputBinding const& bin
             if (asBool || unsignedAxis)
                 sum += UnsignedAxis(gamepad->GetGamepadAxis(pad.axis, deadzone, false, true), pad.axisDirection);
             else
-                sum += pad.axisDirection * gamepad->GetGamepadAxis(pad.axis, deadzone, false, pad.axis >= FirstTriggerAxis);
-            if (pad.button >= 0)
-                sum += gamepad->GetGamepadButton(pad.button) ? 1.0 : 0.0;
+                sum += pad.axisDirection *
+                    gamepad->GetGamepadAxis(pad.axis, deadzone, false, pad.axis >= FirstTriggerAxis);
+            if (pad.button >= 0) sum += gamepad->GetGamepadButton(pad.button) ? 1.0 : 0.0;
         }
     }
     InputBinding::Joystick const& joy = binding.joysticks[1];
@@ -115,8 +104,7 @@ double Devices(std::shared_ptr<Joystick> const& gamepad, InputBinding const& bin
                     sum += UnsignedAxis(device->GetAxis(joy.axis, deadzone, false, true), joy.axisDirection);
                 else
                     sum += joy.axisDirection * device->GetAxis(joy.axis, deadzone, false, false);
-                if (joy.button >= 0)
-                    sum += device->GetButton(joy.button) ? 1.0 : 0.0;
+                if (joy.button >= 0) sum += device->GetButton(joy.button) ? 1.0 : 0.0;
             }
         }
     }
@@ -125,8 +113,7 @@ double Devices(std::shared_ptr<Joystick> const& gamepad, InputBinding const& bin
 
 /// The time rules of GetX_Hold over one action's edges; see Controller.
 bool Hold(bool pressed, bool released, bool down, double millisecondsMin, double millisecondsMax, nerox::Timer& timer,
-          int& counter)
-{
+          int& counter) {
     NEROX_ASSERT((millisecondsMin == 0) != (millisecondsMax == 0));
     if (pressed) {
         timer.Start();
@@ -159,17 +146,15 @@ bool Hold(bool pressed, bool released, bool down, double millisecondsMin, double
 }
 
 /// Clamps a 0-to-1 action; on/off actions are left as they are.
-void ClampAction(bool&) {}
-void ClampAction(double& value)
-{
+void ClampAction(bool&) { }
+void ClampAction(double& value) {
     value = std::clamp(value, 0.0, 1.0);
 }
 
 /// Sums of the look bindings of the stick: pitch and yaw by deltaTime, the stick's
 /// reading squared above 0, yaw 1.5 times faster.
 void StickLook(std::shared_ptr<Joystick> const& gamepad, GameSettings const& settings, double deltaTime,
-               ControllerState& next)
-{
+               ControllerState& next) {
     struct Look {
         InputBinding const* binding;
         double* target;
@@ -236,23 +221,22 @@ struct ActionRow {
     InputBinding GameSettings::*binding;
 };
 
-constexpr ActionRow Row(bool ControllerState::*flag, Keys keys, Pad pad, InputBinding GameSettings::*binding = nullptr)
-{
+constexpr ActionRow Row(bool ControllerState::*flag, Keys keys, Pad pad,
+                        InputBinding GameSettings::*binding = nullptr) {
     return {flag, nullptr, keys, pad, binding};
 }
 
 constexpr ActionRow Row(double ControllerState::*amount, Keys keys, Pad pad,
-                        InputBinding GameSettings::*binding = nullptr)
-{
+                        InputBinding GameSettings::*binding = nullptr) {
     return {nullptr, amount, keys, pad, binding};
 }
 
-#define TESSARA_CONTROLLER_ROW(type, name, keys, pad, ...) \
+#define TESSARA_CONTROLLER_ROW(type, name, keys, pad, ...)                                                             \
     Row(&ControllerState::name, Keys::keys, Pad::pad __VA_OPT__(, &GameSettings::input_binding_##__VA_ARGS__)),
 ActionRow const ActionRows[] = {
     TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_ROW)
-    Row(&ControllerState::VehicleGamepadLookToggle, Keys::Play, Pad::Vehicle,
-        &GameSettings::input_binding_vehicle_gamepad_look_toggle),
+        Row(&ControllerState::VehicleGamepadLookToggle, Keys::Play, Pad::Vehicle,
+            &GameSettings::input_binding_vehicle_gamepad_look_toggle),
 };
 #undef TESSARA_CONTROLLER_ROW
 
@@ -260,34 +244,27 @@ std::shared_ptr<Joystick> const NoJoystick;
 
 } // namespace
 
-template <>
-void Controller::InputBindingState<bool>(bool& out, InputBinding const& binding)
-{
+template <> void Controller::InputBindingState<bool>(bool& out, InputBinding const& binding) {
     out = out || KeyboardAndMouse(binding) != 0.0;
 }
 
-template <>
-void Controller::InputBindingState<double>(double& out, InputBinding const& binding)
-{
+template <> void Controller::InputBindingState<double>(double& out, InputBinding const& binding) {
     out += KeyboardAndMouse(binding);
 }
 
 template <>
 void Controller::InputBindingState<bool>(std::shared_ptr<Joystick> const& gamepad, bool& out,
-                                         InputBinding const& binding)
-{
+                                         InputBinding const& binding) {
     out = out || Devices(gamepad, binding, true, true) != 0.0;
 }
 
 template <>
 void Controller::InputBindingState<double>(std::shared_ptr<Joystick> const& gamepad, double& out,
-                                           InputBinding const& binding, bool unsignedAxis)
-{
+                                           InputBinding const& binding, bool unsignedAxis) {
     out += Devices(gamepad, binding, false, unsignedAxis);
 }
 
-void Controller::InputUpdate(double deltaTime)
-{
+void Controller::InputUpdate(double deltaTime) {
     ControllerState next;
     nerox::graphics::Window* const window = Game::window;
     GameSettings const* const settings = Game::settings.get();
@@ -295,8 +272,7 @@ void Controller::InputUpdate(double deltaTime)
     // Escape and chat are read straight from the keys: a text field that has
     // the keyboard must still be left with Escape.
     next.Escape = KeyDown(GLFW_KEY_ESCAPE);
-    if (settings != nullptr)
-        next.InputChat = KeyDown(settings->input_binding_input_chat.key);
+    if (settings != nullptr) next.InputChat = KeyDown(settings->input_binding_input_chat.key);
 
     if (settings != nullptr) {
         GameSettings const& s = *settings;
@@ -314,31 +290,25 @@ void Controller::InputUpdate(double deltaTime)
         }
 
         std::shared_ptr<Joystick> const gamepad = Game::GetFirstGamepad();
-        if (gamepad && gamepad->GetGamepadButton(MenuButton))
-            next.Escape = true;
+        if (gamepad && gamepad->GetGamepadButton(MenuButton)) next.Escape = true;
 
         bool const inventoryKeys = Game::_inputMode != 0;
         bool const playKeys = inventoryKeys && !ImGuiWindowFocused();
         for (ActionRow const& row : ActionRows) {
-            if (row.binding == nullptr)
-                continue;
+            if (row.binding == nullptr) continue;
             InputBinding const& binding = s.*row.binding;
             bool const keys = row.keys == Keys::Inventory ? inventoryKeys : row.keys == Keys::Play && playKeys;
             PadRule const pad = PadRules[static_cast<size_t>(row.pad)];
             bool const padded = pad.mode < 0 || (pad.mode != 0 && pad.mode == Game::_inputMode);
-            bool const withGamepad = pad.device == PadDevice::Gamepad ||
-                                     (pad.device == PadDevice::Steering && !vehicleGamepadLookMode);
+            bool const withGamepad =
+                pad.device == PadDevice::Gamepad || (pad.device == PadDevice::Steering && !vehicleGamepadLookMode);
             std::shared_ptr<Joystick> const& device = withGamepad ? gamepad : NoJoystick;
             if (row.flag != nullptr) {
-                if (keys)
-                    InputBindingState<bool>(next.*row.flag, binding);
-                if (padded)
-                    InputBindingState<bool>(device, next.*row.flag, binding);
+                if (keys) InputBindingState<bool>(next.*row.flag, binding);
+                if (padded) InputBindingState<bool>(device, next.*row.flag, binding);
             } else {
-                if (keys)
-                    InputBindingState<double>(next.*row.amount, binding);
-                if (padded)
-                    InputBindingState<double>(device, next.*row.amount, binding, pad.unsignedAxis);
+                if (keys) InputBindingState<double>(next.*row.amount, binding);
+                if (padded) InputBindingState<double>(device, next.*row.amount, binding, pad.unsignedAxis);
             }
         }
 
@@ -353,12 +323,10 @@ void Controller::InputUpdate(double deltaTime)
                 next.AvatarSprint = reading + (next.AvatarSprint ? 1.0 : 0.0) != 0.0;
             } else if (sprint.button >= 0) {
                 double const moving = std::fabs(next.AvatarTranslateForward) + std::fabs(next.AvatarTranslateBackward) +
-                                      std::fabs(next.AvatarTranslateRight) + std::fabs(next.AvatarTranslateLeft);
-                if (moving < 0.1)
-                    _isSprinting = false;
+                    std::fabs(next.AvatarTranslateRight) + std::fabs(next.AvatarTranslateLeft);
+                if (moving < 0.1) _isSprinting = false;
                 bool const clicked = gamepad->GetGamepadButton(sprint.button);
-                if (clicked)
-                    _isSprinting = true;
+                if (clicked) _isSprinting = true;
                 next.AvatarSprint = next.AvatarSprint || clicked || _isSprinting;
             }
         }
@@ -379,19 +347,15 @@ void Controller::InputUpdate(double deltaTime)
         vehicleGamepadLookMode = !vehicleGamepadLookMode;
 }
 
-std::string Controller::BindingStr(InputBinding const& binding)
-{
+std::string Controller::BindingStr(InputBinding const& binding) {
     using nerox::input::code_to_string;
     std::string text;
     auto add = [&text](std::string const& part) {
-        if (!text.empty())
-            text += " / ";
+        if (!text.empty()) text += " / ";
         text += part;
     };
-    if (binding.key >= 0)
-        add(code_to_string(nerox::input::KindKey, binding.key));
-    if (binding.mouseButton >= 0)
-        add(code_to_string(nerox::input::KindMouse, binding.mouseButton));
+    if (binding.key >= 0) add(code_to_string(nerox::input::KindKey, binding.key));
+    if (binding.mouseButton >= 0) add(code_to_string(nerox::input::KindMouse, binding.mouseButton));
     for (int record = 0; record < 2; ++record) {
         InputBinding::Joystick const& device = binding.joysticks[record];
         std::string part;
@@ -401,13 +365,11 @@ std::string Controller::BindingStr(InputBinding const& binding)
             part += device.axisDirection < 0 ? "-" : "+";
         }
         if (device.button >= 0) {
-            if (!part.empty())
-                part += " + ";
+            if (!part.empty()) part += " + ";
             part += code_to_string(record == 0 ? nerox::input::KindGamepadButton : nerox::input::KindJoystickButton,
                                    device.button);
         }
-        if (part.empty())
-            continue;
+        if (part.empty()) continue;
         if (record == 1 && !device.name.empty())
             part = device.name + (device.id != 0 ? " #" + std::to_string(device.id + 1) : "") + ": " + part;
         add(part);
@@ -415,9 +377,8 @@ std::string Controller::BindingStr(InputBinding const& binding)
     return text.empty() ? "NONE" : text;
 }
 
-void Controller::ForEachAction(std::function<void(char const* name, double value, double previous)> const& visit)
-{
-#define TESSARA_CONTROLLER_VISIT(type, name, ...) \
+void Controller::ForEachAction(std::function<void(char const* name, double value, double previous)> const& visit) {
+#define TESSARA_CONTROLLER_VISIT(type, name, ...)                                                                      \
     visit(#name, static_cast<double>(state.name), static_cast<double>(previousState.name));
     TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_VISIT)
 #undef TESSARA_CONTROLLER_VISIT
@@ -425,8 +386,7 @@ void Controller::ForEachAction(std::function<void(char const* name, double value
           previousState.VehicleGamepadLookToggle ? 1.0 : 0.0);
 }
 
-void Controller::Reset()
-{
+void Controller::Reset() {
     state = ControllerState();
     previousState = ControllerState();
     vehicleGamepadLookMode = true;
@@ -434,29 +394,30 @@ void Controller::Reset()
 }
 
 // The six accessors of every action. Each _Hold has its own timer and counter.
-#define TESSARA_CONTROLLER_DEFINE(type, name, ...)                                                         \
-    type Controller::Get##name() { return state.name; }                                               \
-    bool Controller::Get##name##_Pressed() { return state.name != 0 && previousState.name == 0; }     \
-    bool Controller::Get##name##_Released() { return state.name == 0 && previousState.name != 0; }    \
-    std::conditional_t<std::is_same_v<type, bool>, int, double> Controller::Get##name##_Delta()       \
-    {                                                                                                 \
-        using Delta = std::conditional_t<std::is_same_v<type, bool>, int, double>;                    \
-        return static_cast<Delta>(state.name) - static_cast<Delta>(previousState.name);               \
-    }                                                                                                 \
-    bool Controller::Get##name##_Hold(double millisecondsMin, double millisecondsMax)                 \
-    {                                                                                                 \
-        static nerox::Timer holdTimer;                                                                \
-        static int holdCounter = 0;                                                                   \
-        return Hold(Get##name##_Pressed(), Get##name##_Released(), state.name != 0, millisecondsMin,  \
-                    millisecondsMax, holdTimer, holdCounter);                                         \
-    }                                                                                                 \
-    bool Controller::Get##name##_HoldOrToggle(double milliseconds)                                    \
-    {                                                                                                 \
-        if (Get##name##_Hold(0, milliseconds))                                                        \
-            return Get##name##_Pressed();                                                             \
-        if (Get##name##_Released())                                                                   \
-            return true;                                                                              \
-        return Get##name##_Pressed();                                                                 \
+#define TESSARA_CONTROLLER_DEFINE(type, name, ...)                                                                     \
+    type Controller::Get##name() {                                                                                     \
+        return state.name;                                                                                             \
+    }                                                                                                                  \
+    bool Controller::Get##name##_Pressed() {                                                                           \
+        return state.name != 0 && previousState.name == 0;                                                             \
+    }                                                                                                                  \
+    bool Controller::Get##name##_Released() {                                                                          \
+        return state.name == 0 && previousState.name != 0;                                                             \
+    }                                                                                                                  \
+    std::conditional_t<std::is_same_v<type, bool>, int, double> Controller::Get##name##_Delta() {                      \
+        using Delta = std::conditional_t<std::is_same_v<type, bool>, int, double>;                                     \
+        return static_cast<Delta>(state.name) - static_cast<Delta>(previousState.name);                                \
+    }                                                                                                                  \
+    bool Controller::Get##name##_Hold(double millisecondsMin, double millisecondsMax) {                                \
+        static nerox::Timer holdTimer;                                                                                 \
+        static int holdCounter = 0;                                                                                    \
+        return Hold(Get##name##_Pressed(), Get##name##_Released(), state.name != 0, millisecondsMin, millisecondsMax,  \
+                    holdTimer, holdCounter);                                                                           \
+    }                                                                                                                  \
+    bool Controller::Get##name##_HoldOrToggle(double milliseconds) {                                                   \
+        if (Get##name##_Hold(0, milliseconds)) return Get##name##_Pressed();                                           \
+        if (Get##name##_Released()) return true;                                                                       \
+        return Get##name##_Pressed();                                                                                  \
     }
 TESSARA_CONTROLLER_ACTIONS(TESSARA_CONTROLLER_DEFINE)
 #undef TESSARA_CONTROLLER_DEFINE

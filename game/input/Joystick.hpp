@@ -17,25 +17,26 @@ namespace game::input {
 /// through `Game::window` and is refreshed by InputUpdate, once per input pass.
 class Joystick {
 public:
-    int id = 0;                  ///< Device number (GLFW_JOYSTICK_1 ...).
-    bool connected = false;      ///< False once the device went away; every reading is then at rest.
-    std::string guid;            ///< Device identity, as the window reports it.
-    std::string name;            ///< Device name.
-    bool isGamepad = false;      ///< Whether the device has a standard gamepad mapping.
-    int axesCount = 0;           ///< Raw axes.
-    int buttonsCount = 0;        ///< Raw buttons.
-    int hatsCount = 0;           ///< Raw hats.
-    GLFWgamepadstate gamepadState{};          ///< Mapped gamepad state (15 buttons, 6 axes).
-    float const* axes = nullptr;              ///< Raw axes, owned by the window layer.
-    unsigned char const* buttons = nullptr;   ///< Raw buttons, owned by the window layer.
-    unsigned char const* hats = nullptr;      ///< Raw hats, owned by the window layer.
+    int id = 0;                             ///< Device number (GLFW_JOYSTICK_1 ...).
+    bool connected = false;                 ///< False once the device went away; every reading is then at rest.
+    std::string guid;                       ///< Device identity, as the window reports it.
+    std::string name;                       ///< Device name.
+    bool isGamepad = false;                 ///< Whether the device has a standard gamepad mapping.
+    int axesCount = 0;                      ///< Raw axes.
+    int buttonsCount = 0;                   ///< Raw buttons.
+    int hatsCount = 0;                      ///< Raw hats.
+    GLFWgamepadstate gamepadState{};        ///< Mapped gamepad state (15 buttons, 6 axes).
+    float const* axes = nullptr;            ///< Raw axes, owned by the window layer.
+    unsigned char const* buttons = nullptr; ///< Raw buttons, owned by the window layer.
+    unsigned char const* hats = nullptr;    ///< Raw hats, owned by the window layer.
     // Written by the const readers: calibration and edge detection remember
     // what they saw. One input pass reads a device at a time.
     mutable std::vector<float> axisMin;        ///< Calibration: least value seen per raw axis (0, 0: none yet).
     mutable std::vector<float> axisMax;        ///< Calibration: greatest value seen per raw axis.
     mutable std::vector<float> gamepadAxisMin; ///< Calibration: least value seen per gamepad axis.
     mutable std::vector<float> gamepadAxisMax; ///< Calibration: greatest value seen per gamepad axis.
-    mutable std::vector<std::pair<unsigned char, unsigned char>> buttonEdges;        ///< Per raw button: last state, seen flag.
+    mutable std::vector<std::pair<unsigned char, unsigned char>>
+        buttonEdges; ///< Per raw button: last state, seen flag.
     mutable std::vector<std::pair<unsigned char, unsigned char>> gamepadButtonEdges; ///< The same per gamepad button.
 
     /// Reads the identity of device id from Game::window and sizes the tables.

@@ -111,7 +111,6 @@ public:
 };
 
 extern template class Module<GAME_Mod, GameModHooks>;
-extern template GAME_Mod::Ptr LoadModuleLib<GAME_Mod>(std::string const&, std::string const&, bool,
-                                                      std::string const&);
+extern template GAME_Mod::Ptr LoadModuleLib<GAME_Mod>(std::string const&, std::string const&, bool, std::string const&);
 
 } // namespace game::modules

@@ -72,8 +72,7 @@ typename T::Ptr LoadModuleLib(std::string const& name, std::string const& type, 
 /// A loaded module library of class Self. Hooks is the class's hook table: a struct of hook
 /// fields named after their symbols, with `static constexpr char const className[]` and a
 /// member `void BindHooks(void* handle)` that looks the symbols up.
-template <class Self, class Hooks>
-class Module : public ModuleRecord, public Hooks {
+template <class Self, class Hooks> class Module : public ModuleRecord, public Hooks {
 public:
     /// Shared owner of a module; the library stays open while any Ptr lives.
     using Ptr = std::shared_ptr<Self>;

@@ -18,8 +18,7 @@ namespace game::modules {
 
 /// Looks the symbol up in the library and stores its address in the field, or null when the
 /// library does not export it.
-template <class Field>
-void BindSymbol(void* handle, char const* symbol, Field& field) {
+template <class Field> void BindSymbol(void* handle, char const* symbol, Field& field) {
     field = reinterpret_cast<Field>(dlsym(handle, symbol));
 }
 
@@ -30,8 +29,7 @@ template <class Self, class Hooks>
 std::unordered_map<std::string, std::vector<typename Module<Self, Hooks>::Ptr>>
     Module<Self, Hooks>::_loadedSortedModules;
 
-template <class Self, class Hooks>
-nerox::SharedMutex Module<Self, Hooks>::_mutexForLoadedModules;
+template <class Self, class Hooks> nerox::SharedMutex Module<Self, Hooks>::_mutexForLoadedModules;
 
 template <class Self, class Hooks>
 typename Module<Self, Hooks>::ModuleCallback Module<Self, Hooks>::_modulesLoadCallback = [](Ptr) {};
@@ -82,8 +80,7 @@ Module<Self, Hooks>::Module(std::string const& moduleName, std::string const& pa
     }
 }
 
-template <class Self, class Hooks>
-Module<Self, Hooks>::~Module() {
+template <class Self, class Hooks> Module<Self, Hooks>::~Module() {
     if (ModuleUnload != nullptr) ModuleUnload();
     if (handle != nullptr) dlclose(handle);
 }
@@ -117,8 +114,7 @@ typename Module<Self, Hooks>::Ptr Module<Self, Hooks>::LoadModule(std::string co
     return LoadModuleLib<Self>(name, type, reportFailure, "modules/" + name + "/" + name + "." + type);
 }
 
-template <class Self, class Hooks>
-void Module<Self, Hooks>::UnloadModule(std::string const& name) {
+template <class Self, class Hooks> void Module<Self, Hooks>::UnloadModule(std::string const& name) {
     std::unique_lock lock(_mutexForLoadedModules);
 
     std::string const key = name + "." + Hooks::className;
@@ -131,8 +127,7 @@ void Module<Self, Hooks>::UnloadModule(std::string const& name) {
     for (auto& entry : _loadedSortedModules) std::erase(entry.second, module);
 }
 
-template <class Self, class Hooks>
-void Module<Self, Hooks>::UnloadModules() {
+template <class Self, class Hooks> void Module<Self, Hooks>::UnloadModules() {
     std::unique_lock lock(_mutexForLoadedModules);
     _loadedModules.clear();
     _loadedSortedModules.clear();
@@ -145,19 +140,16 @@ typename Module<Self, Hooks>::Ptr Module<Self, Hooks>::GetModule(std::string con
     return found != _loadedModules.end() ? found->second : nullptr;
 }
 
-template <class Self, class Hooks>
-size_t Module<Self, Hooks>::Count() {
+template <class Self, class Hooks> size_t Module<Self, Hooks>::Count() {
     std::shared_lock lock(_mutexForLoadedModules);
     return _loadedModules.size();
 }
 
-template <class Self, class Hooks>
-std::unique_lock<nerox::SharedMutex> Module<Self, Hooks>::GetLock() {
+template <class Self, class Hooks> std::unique_lock<nerox::SharedMutex> Module<Self, Hooks>::GetLock() {
     return std::unique_lock<nerox::SharedMutex>(_mutexForLoadedModules);
 }
 
-template <class Self, class Hooks>
-void Module<Self, Hooks>::ForEachModule(std::function<void(Ptr&)> const&& function) {
+template <class Self, class Hooks> void Module<Self, Hooks>::ForEachModule(std::function<void(Ptr&)> const&& function) {
     std::shared_lock lock(_mutexForLoadedModules);
     for (auto const& entry : _loadedModules) {
         // The copy keeps the module alive for the call even if the hook drops its own Ptr.
@@ -209,13 +201,11 @@ void Module<Self, Hooks>::SortModules(char const* key, std::function<bool(Ptr, P
 // The callbacks are set without the lock: set them before the first load. A const source
 // cannot be moved from, so the new callback is copied in.
 
-template <class Self, class Hooks>
-void Module<Self, Hooks>::ModulesSetLoadCallback(ModuleCallback const&& callback) {
+template <class Self, class Hooks> void Module<Self, Hooks>::ModulesSetLoadCallback(ModuleCallback const&& callback) {
     _modulesLoadCallback = callback;
 }
 
-template <class Self, class Hooks>
-void Module<Self, Hooks>::ModulesSetUnloadCallback(ModuleCallback const&& callback) {
+template <class Self, class Hooks> void Module<Self, Hooks>::ModulesSetUnloadCallback(ModuleCallback const&& callback) {
     _modulesUnloadCallback = callback;
 }
 

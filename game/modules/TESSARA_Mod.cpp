@@ -11,7 +11,6 @@ void TessaraModHooks::BindHooks(void* handle) {
 }
 
 template class Module<TESSARA_Mod, TessaraModHooks>;
-template TESSARA_Mod::Ptr LoadModuleLib<TESSARA_Mod>(std::string const&, std::string const&, bool,
-                                                     std::string const&);
+template TESSARA_Mod::Ptr LoadModuleLib<TESSARA_Mod>(std::string const&, std::string const&, bool, std::string const&);
 
 } // namespace game::modules

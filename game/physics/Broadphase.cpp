@@ -15,35 +15,30 @@ constexpr double LargeRadiusFactor = 4.0;
 /// Cell coordinates are kept within this bound, far beyond any world.
 constexpr double MaxCellCoordinate = 1099511627776.0; // 2^40
 
-uint64_t CellHash(int64_t x, int64_t y, int64_t z)
-{
+uint64_t CellHash(int64_t x, int64_t y, int64_t z) {
     uint64_t key = static_cast<uint64_t>(x) * 0x9E3779B97F4A7C15ull;
     key ^= static_cast<uint64_t>(y) * 0xC2B2AE3D27D4EB4Full + (key << 6) + (key >> 2);
     key ^= static_cast<uint64_t>(z) * 0x165667B19E3779F9ull + (key << 6) + (key >> 2);
     return key ^ (key >> 29);
 }
 
-bool Overlap(Broadphase::Body const& a, Broadphase::Body const& b)
-{
+bool Overlap(Broadphase::Body const& a, Broadphase::Body const& b) {
     return a.radius + b.radius > glm::distance(a.center, b.center);
 }
 
-bool Finite(Broadphase::Body const& body)
-{
+bool Finite(Broadphase::Body const& body) {
     return std::isfinite(body.center.x) && std::isfinite(body.center.y) && std::isfinite(body.center.z) &&
-           std::isfinite(body.radius) && body.radius >= 0.0;
+        std::isfinite(body.radius) && body.radius >= 0.0;
 }
 
 } // namespace
 
-void Broadphase::Build(std::vector<Body> const& grid)
-{
+void Broadphase::Build(std::vector<Body> const& grid) {
     // Bodies up to a few times the median radius are filed; the cell is twice
     // the largest of them, so that a query looks at a few cells per axis.
     _radii.clear();
     for (Body const& body : grid) {
-        if (Finite(body))
-            _radii.push_back(body.radius);
+        if (Finite(body)) _radii.push_back(body.radius);
     }
     double limit = 0.0;
     if (!_radii.empty()) {
@@ -82,8 +77,7 @@ void Broadphase::Build(std::vector<Body> const& grid)
         _bucketOf[index] = bucket;
         ++_bucketStart[bucket + 1];
     }
-    for (size_t bucket = 0; bucket < buckets; ++bucket)
-        _bucketStart[bucket + 1] += _bucketStart[bucket];
+    for (size_t bucket = 0; bucket < buckets; ++bucket) _bucketStart[bucket + 1] += _bucketStart[bucket];
     // Filled in index order, so each bucket lists its bodies in ascending order.
     _filed.resize(filedCount);
     _cursor.assign(_bucketStart.begin(), _bucketStart.end() - 1);
@@ -97,11 +91,9 @@ void Broadphase::Build(std::vector<Body> const& grid)
     }
 }
 
-Broadphase::CellRange Broadphase::RangeOf(Body const& query) const
-{
+Broadphase::CellRange Broadphase::RangeOf(Body const& query) const {
     CellRange range;
-    if (!Finite(query))
-        return range;
+    if (!Finite(query)) return range;
     // A filed body meets the query only with its centre within this reach; the
     // small margin keeps rounding at cell borders on the safe side.
     double const reach = (query.radius + _largestSmallRadius) * (1.0 + 1e-9) + _cellSize * 1e-9;
@@ -109,27 +101,22 @@ Broadphase::CellRange Broadphase::RangeOf(Body const& query) const
     for (int axis = 0; axis < 3; ++axis) {
         double const low = (query.center[axis] - reach) / _cellSize;
         double const high = (query.center[axis] + reach) / _cellSize;
-        if (!(std::abs(low) < MaxCellCoordinate) || !(std::abs(high) < MaxCellCoordinate))
-            return range;
+        if (!(std::abs(low) < MaxCellCoordinate) || !(std::abs(high) < MaxCellCoordinate)) return range;
         range.low[axis] = static_cast<int64_t>(std::floor(low));
         range.high[axis] = static_cast<int64_t>(std::floor(high));
         cells *= range.high[axis] - range.low[axis] + 1;
-        if (cells > MaxCellsPerQuery)
-            return range;
+        if (cells > MaxCellsPerQuery) return range;
     }
     range.everything = false;
     return range;
 }
 
-template <class Accept>
-void Broadphase::Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept)
-{
+template <class Accept> void Broadphase::Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept) {
     _hits.clear();
     CellRange const range = RangeOf(query);
     if (range.everything) {
         for (uint32_t index = minimum; index < count; ++index) {
-            if (accept(index))
-                _hits.push_back(index);
+            if (accept(index)) _hits.push_back(index);
         }
         return; // already in order, each once
     }
@@ -140,48 +127,41 @@ void Broadphase::Collect(Body const& query, uint32_t minimum, uint32_t count, Ac
                 auto const first = _filed.begin() + _bucketStart[bucket];
                 auto const last = _filed.begin() + _bucketStart[bucket + 1];
                 for (auto it = std::lower_bound(first, last, minimum); it != last; ++it) {
-                    if (accept(*it))
-                        _hits.push_back(*it);
+                    if (accept(*it)) _hits.push_back(*it);
                 }
             }
         }
     }
     for (uint32_t index : _large) {
-        if (index >= minimum && accept(index))
-            _hits.push_back(index);
+        if (index >= minimum && accept(index)) _hits.push_back(index);
     }
     // Hits come cell by cell; cells that share a bucket give a body twice.
     std::sort(_hits.begin(), _hits.end());
     _hits.erase(std::unique(_hits.begin(), _hits.end()), _hits.end());
 }
 
-void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& out)
-{
+void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& out) {
     out.clear();
     uint32_t const count = static_cast<uint32_t>(bodies.size());
-    if (count < 2)
-        return;
+    if (count < 2) return;
     Build(bodies);
     for (uint32_t i = 0; i + 1 < count; ++i) {
         Body const& a = bodies[i];
         Collect(a, i + 1, count, [&](uint32_t j) { return Overlap(a, bodies[j]); });
-        for (uint32_t j : _hits)
-            out.emplace_back(i, j);
+        for (uint32_t j : _hits) out.emplace_back(i, j);
     }
 }
 
-void Broadphase::FindOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others, std::vector<Pair>& out)
-{
+void Broadphase::FindOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others,
+                              std::vector<Pair>& out) {
     out.clear();
-    if (bodies.empty() || others.empty())
-        return;
+    if (bodies.empty() || others.empty()) return;
     Build(others);
     uint32_t const count = static_cast<uint32_t>(others.size());
     for (uint32_t i = 0; i < bodies.size(); ++i) {
         Body const& a = bodies[i];
         Collect(a, 0, count, [&](uint32_t k) { return Overlap(a, others[k]); });
-        for (uint32_t k : _hits)
-            out.emplace_back(i, k);
+        for (uint32_t k : _hits) out.emplace_back(i, k);
     }
 }
 

@@ -44,8 +44,7 @@ private:
     CellRange RangeOf(Body const& query) const;
     /// Bodies of the grid with an index of at least minimum that may meet
     /// query and that accept takes, into _hits: sorted and unique.
-    template <class Accept>
-    void Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept);
+    template <class Accept> void Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept);
 
     double _cellSize = 1.0;
     double _largestSmallRadius = 0.0;   ///< Largest radius filed in the grid.

@@ -16,13 +16,11 @@ using entity::ConvexMeshCollider;
 constexpr double MinimumEdgeCross = 1e-06;
 
 /// Used vertices and normals of a collider, never more than its arrays hold.
-uint32_t VertexCount(ConvexMeshCollider const& collider)
-{
+uint32_t VertexCount(ConvexMeshCollider const& collider) {
     return std::min<uint32_t>(collider.verticesCount, static_cast<uint32_t>(ConvexMeshCollider::MaxVertices));
 }
 
-uint32_t NormalCount(ConvexMeshCollider const& collider)
-{
+uint32_t NormalCount(ConvexMeshCollider const& collider) {
     return std::min<uint32_t>(collider.normalsCount, static_cast<uint32_t>(ConvexMeshCollider::MaxNormals));
 }
 
@@ -35,14 +33,12 @@ struct WorldHull {
     std::array<glm::dvec3, ConvexMeshCollider::MaxVertices> points;
     uint32_t count = 0;
 
-    WorldHull(ConvexMeshCollider const& collider, glm::dmat4 const& transform) : count(VertexCount(collider))
-    {
+    WorldHull(ConvexMeshCollider const& collider, glm::dmat4 const& transform) : count(VertexCount(collider)) {
         for (uint32_t i = 0; i < count; ++i)
             points[i] = glm::dvec3(transform * glm::dvec4(glm::dvec3(collider.vertices[i]), 1.0));
     }
 
-    std::pair<double, double> Project(glm::dvec3 const& axis) const
-    {
+    std::pair<double, double> Project(glm::dvec3 const& axis) const {
         double low = DBL_MAX;
         double high = -DBL_MAX;
         for (uint32_t i = 0; i < count; ++i) {
@@ -54,8 +50,7 @@ struct WorldHull {
     }
 };
 
-glm::dvec3 BoxCenter(ConvexMeshCollider const& collider, glm::dmat4 const& transform)
-{
+glm::dvec3 BoxCenter(ConvexMeshCollider const& collider, glm::dmat4 const& transform) {
     glm::dvec3 const local = (glm::dvec3(collider.box_min) + glm::dvec3(collider.box_max)) * 0.5;
     return glm::dvec3(transform * glm::dvec4(local, 1.0));
 }
@@ -69,13 +64,11 @@ struct AxisSearch {
     bool tested = false;
 
     /// Tests one unit axis; false when it separates the hulls.
-    bool Test(glm::dvec3 const& unit)
-    {
+    bool Test(glm::dvec3 const& unit) {
         auto const [minA, maxA] = a.Project(unit);
         auto const [minB, maxB] = b.Project(unit);
         double const overlap = std::min(maxA, maxB) - std::max(minA, minB);
-        if (overlap <= 0.0)
-            return false;
+        if (overlap <= 0.0) return false;
         tested = true;
         if (overlap < smallest) { // the first of equal overlaps stays
             smallest = overlap;
@@ -87,73 +80,60 @@ struct AxisSearch {
 
 /// Tests each face normal of collider under the rotation of transform; false
 /// on a separating one.
-bool TestFaceAxes(ConvexMeshCollider const& collider, glm::dmat4 const& transform, AxisSearch& search)
-{
+bool TestFaceAxes(ConvexMeshCollider const& collider, glm::dmat4 const& transform, AxisSearch& search) {
     glm::dmat3 const rotation(transform);
     uint32_t const count = NormalCount(collider);
     for (uint32_t i = 0; i < count; ++i) {
         glm::dvec3 const normal = rotation * glm::dvec3(collider.normals[i]);
         double const length = glm::length(normal);
-        if (!(length > 0.0))
-            continue; // a zero normal names no direction
-        if (!search.Test(normal / length))
-            return false;
+        if (!(length > 0.0)) continue; // a zero normal names no direction
+        if (!search.Test(normal / length)) return false;
     }
     return true;
 }
 
 } // namespace
 
-std::pair<double, double> ProjectOntoAxis(ConvexMeshCollider const& collider, glm::dvec3 const& axis)
-{
+std::pair<double, double> ProjectOntoAxis(ConvexMeshCollider const& collider, glm::dvec3 const& axis) {
     return WorldHull(collider, collider.transform).Project(axis);
 }
 
-Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const& b)
-{
+Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const& b) {
     return ConvexCollision(a, a.transform, b, b.transform);
 }
 
 Collision ConvexCollision(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
-                          glm::dmat4 const& worldB)
-{
+                          glm::dmat4 const& worldB) {
     // 1. Bounding spheres around the box centres.
     glm::dvec3 const centerA = BoxCenter(a, worldA);
     glm::dvec3 const centerB = BoxCenter(b, worldB);
-    if (glm::distance(centerA, centerB) > a.radius + b.radius)
-        return {};
+    if (glm::distance(centerA, centerB) > a.radius + b.radius) return {};
 
     // 2. and 3. Face normals of a, of b, then the edge crosses; the first
     // separating axis ends the test.
     WorldHull const hullA(a, worldA);
     WorldHull const hullB(b, worldB);
     AxisSearch search{hullA, hullB};
-    if (!TestFaceAxes(a, worldA, search) || !TestFaceAxes(b, worldB, search))
-        return {};
+    if (!TestFaceAxes(a, worldA, search) || !TestFaceAxes(b, worldB, search)) return {};
     if (a.exactEdges) {
         // Edges join consecutive entries of the vertex lists: i to i + 1.
         for (uint32_t i = 0; i + 1 < hullA.count; ++i) {
             glm::dvec3 edgeA = hullA.points[i + 1] - hullA.points[i];
             double const lengthA = glm::length(edgeA);
-            if (!(lengthA > 0.0))
-                continue;
+            if (!(lengthA > 0.0)) continue;
             edgeA /= lengthA;
             for (uint32_t j = 0; j + 1 < hullB.count; ++j) {
                 glm::dvec3 edgeB = hullB.points[j + 1] - hullB.points[j];
                 double const lengthB = glm::length(edgeB);
-                if (!(lengthB > 0.0))
-                    continue;
+                if (!(lengthB > 0.0)) continue;
                 glm::dvec3 const cross = glm::cross(edgeA, edgeB / lengthB);
                 double const length = glm::length(cross);
-                if (!(length >= MinimumEdgeCross))
-                    continue;
-                if (!search.Test(cross / length))
-                    return {};
+                if (!(length >= MinimumEdgeCross)) continue;
+                if (!search.Test(cross / length)) return {};
             }
         }
     }
-    if (!search.tested)
-        return {}; // no axis at all: nothing to tell
+    if (!search.tested) return {}; // no axis at all: nothing to tell
 
     Collision collision;
     // 4. From b towards a. Coinciding centres keep the axis as it is.
@@ -184,15 +164,13 @@ Collision ConvexCollision(ConvexMeshCollider const& a, glm::dmat4 const& worldA,
 }
 
 size_t ContactSupportPoints(ConvexMeshCollider const& a, ConvexMeshCollider const& b, Collision const& collision,
-                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out)
-{
+                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out) {
     return ContactSupportPoints(a, a.transform, b, b.transform, collision, out);
 }
 
 size_t ContactSupportPoints(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
                             glm::dmat4 const& worldB, Collision const& collision,
-                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out)
-{
+                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out) {
     // The same collider as ConvexCollision takes the contact point from.
     bool const fromA = a.radius <= b.radius;
     WorldHull const giver(fromA ? a : b, fromA ? worldA : worldB);
@@ -203,16 +181,14 @@ size_t ContactSupportPoints(ConvexMeshCollider const& a, glm::dmat4 const& world
     double const reach = std::max(collision.depth, 0.0) + SupportSlop;
     size_t count = 0;
     for (uint32_t i = 0; i < giver.count && count < out.size(); ++i) {
-        if (sign * glm::dot(giver.points[i], collision.normal) >= deepest - reach)
-            out[count++] = giver.points[i];
+        if (sign * glm::dot(giver.points[i], collision.normal) >= deepest - reach) out[count++] = giver.points[i];
     }
     return count;
 }
 
 bool PotentialBoxBoxIntersection(glm::dmat4 const& ta, glm::dmat4 const& tb, glm::dvec3 const& minA,
                                  glm::dvec3 const& maxA, glm::dvec3 const& minB, glm::dvec3 const& maxB, bool exactA,
-                                 bool exactB)
-{
+                                 bool exactB) {
     // Oriented boxes: centre and three half-axes (extent times the transform's
     // column, so that scaled transforms work as well).
     glm::dvec3 const centerA(ta * glm::dvec4((minA + maxA) * 0.5, 1.0));
@@ -231,8 +207,7 @@ bool PotentialBoxBoxIntersection(glm::dmat4 const& ta, glm::dmat4 const& tb, glm
     // small margin keeps touching boxes as candidates.
     auto separates = [&](glm::dvec3 const& axis) {
         double const scale = glm::length(axis);
-        if (!(scale > 1e-12))
-            return false;
+        if (!(scale > 1e-12)) return false;
         double reachA = 0.0;
         double reachB = 0.0;
         for (int i = 0; i < 3; ++i) {
@@ -243,8 +218,7 @@ bool PotentialBoxBoxIntersection(glm::dmat4 const& ta, glm::dmat4 const& tb, glm
     };
 
     for (int i = 0; i < 3; ++i) {
-        if (separates(axesA[i]) || separates(axesB[i]))
-            return false;
+        if (separates(axesA[i]) || separates(axesB[i])) return false;
     }
     if (exactA || exactB) {
         for (int i = 0; i < 3; ++i) {
@@ -252,23 +226,20 @@ bool PotentialBoxBoxIntersection(glm::dmat4 const& ta, glm::dmat4 const& tb, glm
                 glm::dvec3 const axis = glm::cross(axesA[i], axesB[j]);
                 if (glm::length(axis) < MinimumEdgeCross * glm::length(axesA[i]) * glm::length(axesB[j]))
                     continue; // parallel edges: the face axes covered them
-                if (separates(axis))
-                    return false;
+                if (separates(axis)) return false;
             }
         }
     }
     return true;
 }
 
-bool PotentialBoxBoxIntersection(ConvexMeshCollider const& a, ConvexMeshCollider const& b)
-{
+bool PotentialBoxBoxIntersection(ConvexMeshCollider const& a, ConvexMeshCollider const& b) {
     return PotentialBoxBoxIntersection(a.transform, b.transform, glm::dvec3(a.box_min), glm::dvec3(a.box_max),
                                        glm::dvec3(b.box_min), glm::dvec3(b.box_max), a.exactEdges, b.exactEdges);
 }
 
 bool RayBoxIntersection(glm::dvec3 const& origin, glm::dvec3 const& direction, glm::dvec3 const& boxMin,
-                        glm::dvec3 const& boxMax)
-{
+                        glm::dvec3 const& boxMax) {
     // The ray is origin + t * direction for t >= 0.
     double enter = 0.0;
     double leave = std::numeric_limits<double>::infinity();
@@ -277,18 +248,15 @@ bool RayBoxIntersection(glm::dvec3 const& origin, glm::dvec3 const& direction, g
         double const d = direction[axis];
         if (d == 0.0) {
             // Parallel to this slab: inside it all along or never.
-            if (o < boxMin[axis] || o > boxMax[axis])
-                return false;
+            if (o < boxMin[axis] || o > boxMax[axis]) return false;
             continue;
         }
         double t1 = (boxMin[axis] - o) / d;
         double t2 = (boxMax[axis] - o) / d;
-        if (t1 > t2)
-            std::swap(t1, t2);
+        if (t1 > t2) std::swap(t1, t2);
         enter = std::max(enter, t1);
         leave = std::min(leave, t2);
-        if (!(enter <= leave))
-            return false;
+        if (!(enter <= leave)) return false;
     }
     return true;
 }

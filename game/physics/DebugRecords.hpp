@@ -11,16 +11,16 @@ namespace game::physics {
 
 /// One debug line of the physics step, in world coordinates.
 struct DebugLine {
-    glm::dvec3 start{0.0};         ///< First end point.
-    glm::dvec3 end{0.0};           ///< Second end point.
-    glm::vec4 color{1.0f};         ///< Red, green, blue, alpha.
+    glm::dvec3 start{0.0}; ///< First end point.
+    glm::dvec3 end{0.0};   ///< Second end point.
+    glm::vec4 color{1.0f}; ///< Red, green, blue, alpha.
 };
 
 /// One collider of the physics step, with its world transform, for debug drawing.
 struct DebugCollider {
-    game::entity::Id entity;                    ///< The entity whose body holds it.
-    game::entity::ConvexMeshCollider collider;  ///< Copy with the world transform.
-    bool dynamic = false;                       ///< From a moving body.
+    game::entity::Id entity;                   ///< The entity whose body holds it.
+    game::entity::ConvexMeshCollider collider; ///< Copy with the world transform.
+    bool dynamic = false;                      ///< From a moving body.
 };
 
 } // namespace game::physics

@@ -23,8 +23,7 @@ namespace game::physics {
 /// The step keeps its records from one step to the next and refills them
 /// with Load, so that their lists keep their capacity; Load leaves a record
 /// as the constructor would.
-template <class T>
-class Rigidbody {
+template <class T> class Rigidbody {
 public:
     /// Copies what the step needs from entity. Without withColliders the
     /// colliders stay out of the record (its bounds and volume count them all
@@ -48,20 +47,20 @@ public:
     /// translate(position) * mat4(orientation).
     glm::dmat4 GetTransform() const;
 
-    std::weak_ptr<T> entity;                            ///< Source entity.
-    glm::dvec3 position{0.0};                           ///< World position of the centre of mass.
-    glm::dquat orientation{1.0, 0.0, 0.0, 0.0};         ///< Copy of the entity's.
-    entity::Id id;                                      ///< Copy of the entity's.
-    glm::dvec3 boundsWorldCenter{0.0};                  ///< GetPositionAtCenterOfBounds().
-    double radius = 0.0;                                ///< Half the diagonal of the bounds.
-    std::vector<entity::ConvexMeshCollider> colliders;  ///< The entity's enabled colliders in body space.
-    glm::dvec3 boundsMin{0.0};                          ///< Bounds in body space, smaller corner.
-    glm::dvec3 boundsMax{0.0};                          ///< Bounds in body space, larger corner.
-    glm::dvec3 centerOfMass{0.0};                       ///< Entity-space copy.
-    glm::dvec3 boundsCenter{0.0};                       ///< (boundsMin + boundsMax) / 2.
-    glm::dvec3 gravity{0.0};                            ///< m/s^2 of the frame or the environment.
-    double volume = 0.0;                                ///< m^3: box volume times fill, summed over colliders.
-    bool collidersLoaded = true;                        ///< False while the colliders are left out.
+    std::weak_ptr<T> entity;                           ///< Source entity.
+    glm::dvec3 position{0.0};                          ///< World position of the centre of mass.
+    glm::dquat orientation{1.0, 0.0, 0.0, 0.0};        ///< Copy of the entity's.
+    entity::Id id;                                     ///< Copy of the entity's.
+    glm::dvec3 boundsWorldCenter{0.0};                 ///< GetPositionAtCenterOfBounds().
+    double radius = 0.0;                               ///< Half the diagonal of the bounds.
+    std::vector<entity::ConvexMeshCollider> colliders; ///< The entity's enabled colliders in body space.
+    glm::dvec3 boundsMin{0.0};                         ///< Bounds in body space, smaller corner.
+    glm::dvec3 boundsMax{0.0};                         ///< Bounds in body space, larger corner.
+    glm::dvec3 centerOfMass{0.0};                      ///< Entity-space copy.
+    glm::dvec3 boundsCenter{0.0};                      ///< (boundsMin + boundsMax) / 2.
+    glm::dvec3 gravity{0.0};                           ///< m/s^2 of the frame or the environment.
+    double volume = 0.0;                               ///< m^3: box volume times fill, summed over colliders.
+    bool collidersLoaded = true;                       ///< False while the colliders are left out.
 
 private:
     /// Appends source's enabled colliders, moved into body space.
@@ -76,8 +75,7 @@ struct AerodynamicSample {
 };
 
 /// A body that moves during this physics step.
-template <class T>
-class DynamicRigidbody : public Rigidbody<T> {
+template <class T> class DynamicRigidbody : public Rigidbody<T> {
 public:
     /// Copies the entity's motion and turns its gathered impulses into
     /// accelerations over deltaTime. Asserts deltaTime > 0 and mass > 0.
@@ -122,30 +120,30 @@ public:
     void InteractWithEnvironmentFromParent(glm::dmat4 const& parentTransform, EnvironmentFunction& environment,
                                            double dt);
 
-    glm::dvec3 linearVelocity{0.0};                     ///< m/s.
-    glm::dvec3 angularVelocity{0.0};                    ///< rad/s, world frame.
-    double invMass = 0.0;                               ///< 1 / mass.
-    glm::dmat3 invInertiaWorld{1.0};                    ///< From ComputeInertiaTensor().
-    glm::dvec3 impulseAcceleration{0.0};                ///< Gathered impulse as an acceleration over the step.
-    glm::dvec3 angularImpulseAcceleration{0.0};         ///< Gathered angular impulse as an acceleration.
-    double contactRest = 0.0;                           ///< Resting substeps; any impulse resets it.
-    glm::dvec3 pendingAcceleration{0.0};                ///< The entity's, held through the step.
-    bool aerodynamic = true;                            ///< Feels air and water.
-    bool touchesParent = false;                         ///< Touched its parent body this step.
-    bool keepOnParent = false;                          ///< Set after a terrain or liquid contact.
-    double largestContactRadius = 0.0;                  ///< Radius of the largest static body touched.
-    std::weak_ptr<T> potentialNewParent;                ///< That body's entity.
-    Rigidbody<T>* parentBody = nullptr;                 ///< Record of the parent, when near enough.
-    double sweptRadius = 0.0;                           ///< radius + half the distance travelled in the step.
-    std::vector<DynamicRigidbody*> nearDynamics;        ///< Broadphase: later bodies that may touch.
-    std::vector<Rigidbody<T>*> nearStatics;             ///< Broadphase: static bodies that may touch.
-    std::vector<AerodynamicSample> aerodynamicSamples;  ///< Surface samples of this step.
-    std::vector<glm::dvec3> staticContactNormals;       ///< Normals of the remembered static contacts.
-    std::vector<glm::dvec3> staticRelativeContactPoints; ///< Those contacts minus position.
-    std::vector<DebugLine> debugLines;             ///< Filled while debugging physics.
-    std::vector<entity::ConvexMeshCollider> debugColliders; ///< Sampled surfaces while debugging physics.
+    glm::dvec3 linearVelocity{0.0};                              ///< m/s.
+    glm::dvec3 angularVelocity{0.0};                             ///< rad/s, world frame.
+    double invMass = 0.0;                                        ///< 1 / mass.
+    glm::dmat3 invInertiaWorld{1.0};                             ///< From ComputeInertiaTensor().
+    glm::dvec3 impulseAcceleration{0.0};                         ///< Gathered impulse as an acceleration over the step.
+    glm::dvec3 angularImpulseAcceleration{0.0};                  ///< Gathered angular impulse as an acceleration.
+    double contactRest = 0.0;                                    ///< Resting substeps; any impulse resets it.
+    glm::dvec3 pendingAcceleration{0.0};                         ///< The entity's, held through the step.
+    bool aerodynamic = true;                                     ///< Feels air and water.
+    bool touchesParent = false;                                  ///< Touched its parent body this step.
+    bool keepOnParent = false;                                   ///< Set after a terrain or liquid contact.
+    double largestContactRadius = 0.0;                           ///< Radius of the largest static body touched.
+    std::weak_ptr<T> potentialNewParent;                         ///< That body's entity.
+    Rigidbody<T>* parentBody = nullptr;                          ///< Record of the parent, when near enough.
+    double sweptRadius = 0.0;                                    ///< radius + half the distance travelled in the step.
+    std::vector<DynamicRigidbody*> nearDynamics;                 ///< Broadphase: later bodies that may touch.
+    std::vector<Rigidbody<T>*> nearStatics;                      ///< Broadphase: static bodies that may touch.
+    std::vector<AerodynamicSample> aerodynamicSamples;           ///< Surface samples of this step.
+    std::vector<glm::dvec3> staticContactNormals;                ///< Normals of the remembered static contacts.
+    std::vector<glm::dvec3> staticRelativeContactPoints;         ///< Those contacts minus position.
+    std::vector<DebugLine> debugLines;                           ///< Filled while debugging physics.
+    std::vector<entity::ConvexMeshCollider> debugColliders;      ///< Sampled surfaces while debugging physics.
     std::vector<entity::ConvexMeshCollider> aerodynamicSurfaces; ///< Colliders that gave samples.
-    std::unordered_set<entity::Id> collisionExclusions; ///< The entity's.
+    std::unordered_set<entity::Id> collisionExclusions;          ///< The entity's.
 
     /// Lowest friction met by static contacts this step; the resting limit.
     double restingLimit = 1.0;
@@ -169,7 +167,8 @@ private:
     /// callback are tested and answered from the colliders themselves.
     entity::ConvexMeshCollider _contactSelf;
     entity::ConvexMeshCollider _contactOther;
-    std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices> _supportPoints{}; ///< Support points of the last static contact.
+    std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>
+        _supportPoints{}; ///< Support points of the last static contact.
 };
 
 } // namespace game::physics

@@ -35,8 +35,7 @@ constexpr double DebugNormalLength = 0.25;
 /// Step 1 of ConvexCollision: whether the bounding spheres of c and d, placed
 /// by their matrices, meet. Pairs that fail it go no further.
 bool SpheresMeet(ConvexMeshCollider const& c, glm::dmat4 const& worldC, ConvexMeshCollider const& d,
-                 glm::dmat4 const& worldD)
-{
+                 glm::dmat4 const& worldD) {
     glm::dvec3 const localC = (glm::dvec3(c.box_min) + glm::dvec3(c.box_max)) * 0.5;
     glm::dvec3 const localD = (glm::dvec3(d.box_min) + glm::dvec3(d.box_max)) * 0.5;
     glm::dvec3 const centerC(worldC * glm::dvec4(localC, 1.0));
@@ -45,23 +44,20 @@ bool SpheresMeet(ConvexMeshCollider const& c, glm::dmat4 const& worldC, ConvexMe
 }
 
 /// Whether collider stands only for its subColliders.
-bool IsSubdivided(ConvexMeshCollider const& collider)
-{
+bool IsSubdivided(ConvexMeshCollider const& collider) {
     return collider.fill < SubdivideBelowFill && collider.subColliders && !collider.subColliders->empty();
 }
 
 /// Whether a subCollider takes part: a real size and something to test.
-bool IsUsableChild(ConvexMeshCollider const& child)
-{
+bool IsUsableChild(ConvexMeshCollider const& child) {
     return child.radius > MinimumSubColliderRadius && child.box_max.x > child.box_min.x &&
-           (child.verticesCount > 0 || (child.subColliders && !child.subColliders->empty()));
+        (child.verticesCount > 0 || (child.subColliders && !child.subColliders->empty()));
 }
 
 /// Whether the origin, projected along normal, lies in the triangle p0 p1 p2
 /// projected the same way: barycentric u, v >= 0 and u + v <= 1.
 bool EnclosesProjectedOrigin(glm::dvec3 const& p0, glm::dvec3 const& p1, glm::dvec3 const& p2,
-                             glm::dvec3 const& normal)
-{
+                             glm::dvec3 const& normal) {
     auto flatten = [&normal](glm::dvec3 const& p) { return p - normal * glm::dot(normal, p); };
     glm::dvec3 const q0 = flatten(p0);
     glm::dvec3 const e1 = flatten(p1) - q0;
@@ -73,8 +69,7 @@ bool EnclosesProjectedOrigin(glm::dvec3 const& p0, glm::dvec3 const& p1, glm::dv
     double const d1o = glm::dot(toOrigin, e1);
     double const d2o = glm::dot(toOrigin, e2);
     double const denominator = d11 * d22 - d12 * d12;
-    if (!(denominator > 1e-18 * std::max(1.0, d11 * d22)))
-        return false; // points in a line enclose nothing
+    if (!(denominator > 1e-18 * std::max(1.0, d11 * d22))) return false; // points in a line enclose nothing
     double const u = (d22 * d1o - d12 * d2o) / denominator;
     double const v = (d11 * d2o - d12 * d1o) / denominator;
     return u >= 0.0 && v >= 0.0 && u + v <= 1.0;
@@ -83,8 +78,7 @@ bool EnclosesProjectedOrigin(glm::dvec3 const& p0, glm::dvec3 const& p1, glm::dv
 /// Makes to a copy of from placed by world, leaving out onContact: the
 /// callbacks are called on the originals, so that copying never allocates for
 /// a large callable and the copies never hold a module's code.
-void CopyPlaced(ConvexMeshCollider& to, ConvexMeshCollider const& from, glm::dmat4 const& world)
-{
+void CopyPlaced(ConvexMeshCollider& to, ConvexMeshCollider const& from, glm::dmat4 const& world) {
     to.enabled = from.enabled;
     to.transform = world;
     to.box_min = from.box_min;
@@ -111,15 +105,12 @@ void CopyPlaced(ConvexMeshCollider& to, ConvexMeshCollider const& from, glm::dma
 
 template <class T>
 void DynamicRigidbody<T>::PlaceContactPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                                           ConvexMeshCollider const& d, glm::dmat4 const& worldD)
-{
+                                           ConvexMeshCollider const& d, glm::dmat4 const& worldD) {
     CopyPlaced(_contactSelf, c, worldC);
     CopyPlaced(_contactOther, d, worldD);
 }
 
-template <class T>
-void DynamicRigidbody<T>::CollisionDetection(double dt)
-{
+template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
     // Each double loop places this body's colliders once, with the body's
     // transform at the loop's start: answers within the loop move the body
     // but not where its colliders are tested, so that every collider meets
@@ -137,8 +128,7 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
                 continue;
             for (ConvexMeshCollider const& d : other->colliders) {
                 glm::dmat4 const worldD = otherTransform * d.transform;
-                if (!SpheresMeet(c, worldC, d, worldD))
-                    continue;
+                if (!SpheresMeet(c, worldC, d, worldD)) continue;
                 // The test reads the colliders where they are, each under its
                 // world matrix; placed copies are made only for the callbacks.
                 Collision collision;
@@ -148,30 +138,25 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
                 } else {
                     collision = ConvexCollision(c, worldC, d, worldD);
                 }
-                if (!(collision.depth > 0.0))
-                    continue;
+                if (!(collision.depth > 0.0)) continue;
                 if (::Game::debugServerSidePhysics) {
                     debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
                                           glm::vec4(1.0f, 1.0f, 0.0f, 1.0f)});
                 }
-                if (c.onContact || d.onContact)
-                    PlaceContactPair(c, worldC, d, worldD);
+                if (c.onContact || d.onContact) PlaceContactPair(c, worldC, d, worldD);
                 if (d.onContact) {
                     collision.normal = -collision.normal;
                     d.onContact(other, _contactOther, _contactSelf, collision, dt);
                     collision.normal = -collision.normal;
                 }
-                if (c.onContact)
-                    c.onContact(this, _contactSelf, _contactOther, collision, dt);
-                if (collision.depth > 0.0)
-                    RespondToCollision(this, other, collision, c.friction * d.friction);
+                if (c.onContact) c.onContact(this, _contactSelf, _contactOther, collision, dt);
+                if (collision.depth > 0.0) RespondToCollision(this, other, collision, c.friction * d.friction);
             }
         }
     }
 
     // A body that came to rest in an earlier substep leaves the static world alone.
-    if (contactRest > 0.99)
-        return;
+    if (contactRest > 0.99) return;
     staticContactNormals.clear();
     staticRelativeContactPoints.clear();
 
@@ -199,8 +184,7 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
         if (parentBody != nullptr && !parentBody->colliders.empty()) {
             glm::dmat4 const parentFrame = glm::translate(glm::dmat4(1.0), parentBody->centerOfMass);
             for (ConvexMeshCollider const& d : parentBody->colliders) {
-                if (VisitStaticPair(c, worldC, d, parentFrame * d.transform, dt, 0))
-                    touchesParent = true;
+                if (VisitStaticPair(c, worldC, d, parentFrame * d.transform, dt, 0)) touchesParent = true;
             }
         }
     }
@@ -208,23 +192,19 @@ void DynamicRigidbody<T>::CollisionDetection(double dt)
     TestResting();
 }
 
-template <class T>
-void DynamicRigidbody<T>::TestResting()
-{
+template <class T> void DynamicRigidbody<T>::TestResting() {
     // Supported, and neither sliding nor turning faster than the frictions met allow.
     glm::dvec3 normal(0.0);
     if (GetStaticContact(normal)) {
         glm::dvec3 const sliding = linearVelocity - normal * glm::dot(normal, linearVelocity);
         double const limit = std::min(1.0, restingLimit);
-        if (glm::length(sliding) < limit && glm::length(angularVelocity) < limit)
-            contactRest += 1.0;
+        if (glm::length(sliding) < limit && glm::length(angularVelocity) < limit) contactRest += 1.0;
     }
 }
 
 template <class T>
 bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                                          ConvexMeshCollider const& d, glm::dmat4 const& worldD, double dt, int depth)
-{
+                                          ConvexMeshCollider const& d, glm::dmat4 const& worldD, double dt, int depth) {
     // A mostly empty collider stands for its children: this body's side first.
     if (IsSubdivided(c)) {
         bool touched = false;
@@ -251,13 +231,11 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         return touched;
     }
 
-    if (!SpheresMeet(c, worldC, d, worldD))
-        return false;
+    if (!SpheresMeet(c, worldC, d, worldD)) return false;
     // The test reads the colliders where they are, each under its world
     // matrix; placed copies are made only for a callback.
     Collision collision = ConvexCollision(c, worldC, d, worldD);
-    if (!(collision.depth > 0.0))
-        return false;
+    if (!(collision.depth > 0.0)) return false;
 
     if (::Game::debugServerSidePhysics) {
         debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
@@ -273,13 +251,10 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         // Every vertex that carries the contact is a support point, so that a
         // box lying flat on one other box finds the three it needs to rest.
         // After a callback the copies it saw (and may have changed) give them.
-        size_t const supports =
-            called ? ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints)
-                   : ContactSupportPoints(c, worldC, d, worldD, collision, _supportPoints);
-        if (supports == 0)
-            AddStaticContactPoint(collision.normal, collision.point);
-        for (size_t i = 0; i < supports; ++i)
-            AddStaticContactPoint(collision.normal, _supportPoints[i]);
+        size_t const supports = called ? ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints)
+                                       : ContactSupportPoints(c, worldC, d, worldD, collision, _supportPoints);
+        if (supports == 0) AddStaticContactPoint(collision.normal, collision.point);
+        for (size_t i = 0; i < supports; ++i) AddStaticContactPoint(collision.normal, _supportPoints[i]);
     }
     if (collision.depth > 0.0) {
         RespondToCollision(collision, c.friction * d.friction);
@@ -288,9 +263,7 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
     return true;
 }
 
-template <class T>
-void DynamicRigidbody<T>::RespondToCollision(Collision const& collision, double friction)
-{
+template <class T> void DynamicRigidbody<T>::RespondToCollision(Collision const& collision, double friction) {
     glm::dvec3 const& normal = collision.normal;
     glm::dvec3 const r = collision.point - this->position;
     glm::dvec3 const v = linearVelocity + glm::cross(angularVelocity, r);
@@ -299,8 +272,8 @@ void DynamicRigidbody<T>::RespondToCollision(Collision const& collision, double 
     this->position += normal * collision.depth;
 
     // Perfectly inelastic: the impulse stops the motion along the normal.
-    double const j = -glm::dot(normal, v) /
-                     (invMass + glm::dot(normal, glm::cross(invInertiaWorld * glm::cross(r, normal), r)));
+    double const j =
+        -glm::dot(normal, v) / (invMass + glm::dot(normal, glm::cross(invInertiaWorld * glm::cross(r, normal), r)));
     ApplyImpulse(j * normal, r);
 
     if (friction > 0.0) {
@@ -309,16 +282,14 @@ void DynamicRigidbody<T>::RespondToCollision(Collision const& collision, double 
         if (sliding > MinimumSlidingSpeed) {
             tangent /= sliding;
             double const k = invMass + glm::dot(tangent, glm::cross(invInertiaWorld * glm::cross(r, tangent), r));
-            if (k > 0.0)
-                ApplyImpulse(-glm::dot(tangent, v) * friction / k * tangent, r);
+            if (k > 0.0) ApplyImpulse(-glm::dot(tangent, v) * friction / k * tangent, r);
         }
     }
 }
 
 template <class T>
 void DynamicRigidbody<T>::RespondToCollision(DynamicRigidbody* a, DynamicRigidbody* b, Collision const& collision,
-                                             double friction)
-{
+                                             double friction) {
     glm::dvec3 const& normal = collision.normal;
     double const s = a->invMass + b->invMass;
 
@@ -328,12 +299,13 @@ void DynamicRigidbody<T>::RespondToCollision(DynamicRigidbody* a, DynamicRigidbo
 
     glm::dvec3 const ra = collision.point - a->position;
     glm::dvec3 const rb = collision.point - b->position;
-    glm::dvec3 const v =
-        (a->linearVelocity + glm::cross(a->angularVelocity, ra)) - (b->linearVelocity + glm::cross(b->angularVelocity, rb));
+    glm::dvec3 const v = (a->linearVelocity + glm::cross(a->angularVelocity, ra)) -
+        (b->linearVelocity + glm::cross(b->angularVelocity, rb));
 
     auto angularTerm = [&](glm::dvec3 const& axis) {
-        return glm::dot(axis, glm::cross(a->invInertiaWorld * glm::cross(ra, axis), ra) +
-                                  glm::cross(b->invInertiaWorld * glm::cross(rb, axis), rb));
+        return glm::dot(axis,
+                        glm::cross(a->invInertiaWorld * glm::cross(ra, axis), ra) +
+                            glm::cross(b->invInertiaWorld * glm::cross(rb, axis), rb));
     };
 
     double const j = -glm::dot(normal, v) / (s + angularTerm(normal));
@@ -355,25 +327,19 @@ void DynamicRigidbody<T>::RespondToCollision(DynamicRigidbody* a, DynamicRigidbo
     }
 }
 
-template <class T>
-void DynamicRigidbody<T>::AddStaticContactPoint(glm::dvec3 const& normal, glm::dvec3 point)
-{
+template <class T> void DynamicRigidbody<T>::AddStaticContactPoint(glm::dvec3 const& normal, glm::dvec3 point) {
     glm::dvec3 const relative = point - this->position;
     for (glm::dvec3 const& stored : staticRelativeContactPoints) {
-        if (glm::distance(stored, relative) < ContactMergeDistance)
-            return;
+        if (glm::distance(stored, relative) < ContactMergeDistance) return;
     }
     staticContactNormals.push_back(normal);
     staticRelativeContactPoints.push_back(relative);
 }
 
-template <class T>
-bool DynamicRigidbody<T>::GetStaticContact(glm::dvec3& normalOut)
-{
+template <class T> bool DynamicRigidbody<T>::GetStaticContact(glm::dvec3& normalOut) {
     NEROX_ASSERT(staticContactNormals.size() == staticRelativeContactPoints.size());
     size_t const count = staticRelativeContactPoints.size();
-    if (count < 3)
-        return false;
+    if (count < 3) return false;
 
     // The plane of the last three contacts, facing as the last contact does.
     // Three points in a line name no plane: the last normal stands in.
@@ -384,32 +350,27 @@ bool DynamicRigidbody<T>::GetStaticContact(glm::dvec3& normalOut)
     double const length = glm::length(cross);
     glm::dvec3 const& lastNormal = staticContactNormals[count - 1];
     normalOut = length > 1e-12 ? cross / length : lastNormal;
-    if (glm::dot(normalOut, lastNormal) < 0.0)
-        normalOut = -normalOut;
+    if (glm::dot(normalOut, lastNormal) < 0.0) normalOut = -normalOut;
 
     auto supports = [&normalOut](glm::dvec3 const& contactNormal) {
         return glm::dot(contactNormal, normalOut) >= SupportCosine;
     };
     for (size_t i = count - 3; i < count; ++i) {
-        if (!supports(staticContactNormals[i]))
-            return false;
+        if (!supports(staticContactNormals[i])) return false;
     }
     // The centre of mass is the origin of the relative points.
-    if (EnclosesProjectedOrigin(p0, p1, p2, normalOut))
-        return true;
+    if (EnclosesProjectedOrigin(p0, p1, p2, normalOut)) return true;
 
     // Otherwise every contact must push along the plane's normal, and some
     // other triple of contacts must hold the centre of mass between them:
     // the triples are walked in index order and the first enclosing one wins.
     for (glm::dvec3 const& contactNormal : staticContactNormals) {
-        if (!supports(contactNormal))
-            return false;
+        if (!supports(contactNormal)) return false;
     }
     for (size_t i = 0; i + 2 < count; ++i) {
         for (size_t j = i + 1; j + 1 < count; ++j) {
             for (size_t k = j + 1; k < count; ++k) {
-                if (i == count - 3)
-                    continue; // the last triple, tested above
+                if (i == count - 3) continue; // the last triple, tested above
                 if (EnclosesProjectedOrigin(staticRelativeContactPoints[i], staticRelativeContactPoints[j],
                                             staticRelativeContactPoints[k], normalOut))
                     return true;

@@ -38,18 +38,18 @@ constexpr double Epsilon = 2.220446049250313e-16;
 /// Terrain query without the surface depth.
 constexpr EnvironmentInfoFlags TerrainQuery = EnvironmentTerrain;
 /// Air (or water) and surface query.
-constexpr EnvironmentInfoFlags AirAndSurfaceQuery = static_cast<EnvironmentInfoFlags>(EnvironmentTerrain |
-                                                                                       EnvironmentMedium);
+constexpr EnvironmentInfoFlags AirAndSurfaceQuery =
+    static_cast<EnvironmentInfoFlags>(EnvironmentTerrain | EnvironmentMedium);
 /// Full query, with terrain, for a collider.
 constexpr EnvironmentInfoFlags ColliderQuery =
     static_cast<EnvironmentInfoFlags>(EnvironmentTerrain | EnvironmentSurfaceDepth | EnvironmentMedium);
 
 // Which colliders feel the air. s0 <= s1 <= s2 are a collider's sorted extents.
-constexpr double PlateMaxThickness = 0.3;   ///< A plate has s0 below this.
-constexpr double PlateMinAspect = 0.25;     ///< ... and s1 at least this share of s2 ...
-constexpr double PlateMinLength = 4.0;      ///< ... and s2 at least this.
-constexpr double PlateMinFace = 0.75;       ///< A plate is sampled when s1 * s2 exceeds this.
-constexpr double BodyMinFace = 6.0;         ///< Any other collider when s1 * s2 exceeds this.
+constexpr double PlateMaxThickness = 0.3;    ///< A plate has s0 below this.
+constexpr double PlateMinAspect = 0.25;      ///< ... and s1 at least this share of s2 ...
+constexpr double PlateMinLength = 4.0;       ///< ... and s2 at least this.
+constexpr double PlateMinFace = 0.75;        ///< A plate is sampled when s1 * s2 exceeds this.
+constexpr double BodyMinFace = 6.0;          ///< Any other collider when s1 * s2 exceeds this.
 constexpr double BulkyVolumeDivisor = 200.0; ///< Bulky: box volume above the body's volume / this.
 
 /// Below this fill a collider with children is sampled through them.
@@ -94,59 +94,51 @@ constexpr glm::vec4 FreeRayColor(1.0f, 0.0f, 1.0f, 1.0f);
 constexpr glm::vec4 DragLineColor(1.0f, 0.0f, 0.0f, 1.0f);
 constexpr glm::vec4 TerrainLineColor(1.0f, 1.0f, 0.0f, 1.0f);
 
-glm::dvec3 TransformPoint(glm::dmat4 const& matrix, glm::dvec3 const& point)
-{
+glm::dvec3 TransformPoint(glm::dmat4 const& matrix, glm::dvec3 const& point) {
     return glm::dvec3(matrix * glm::dvec4(point, 1.0));
 }
 
-glm::dvec3 BoxCenter(ConvexMeshCollider const& collider)
-{
+glm::dvec3 BoxCenter(ConvexMeshCollider const& collider) {
     return (glm::dvec3(collider.box_min) + glm::dvec3(collider.box_max)) * 0.5;
 }
 
-glm::dvec3 Extents(ConvexMeshCollider const& collider)
-{
+glm::dvec3 Extents(ConvexMeshCollider const& collider) {
     return glm::abs(glm::dvec3(collider.box_max) - glm::dvec3(collider.box_min));
 }
 
-double Sign(double value)
-{
+double Sign(double value) {
     return value > 0.0 ? 1.0 : (value < 0.0 ? -1.0 : 0.0);
 }
 
 /// Whether collider stands for its children below fillLimit.
-bool IsSubdivided(ConvexMeshCollider const& collider, double fillLimit)
-{
+bool IsSubdivided(ConvexMeshCollider const& collider, double fillLimit) {
     return collider.fill < fillLimit && collider.subColliders && !collider.subColliders->empty();
 }
 
 /// Whether a child is worth visiting: a real radius and box, and a hull or children.
-bool IsUsableChild(ConvexMeshCollider const& child)
-{
+bool IsUsableChild(ConvexMeshCollider const& child) {
     return child.radius > MinChildRadius && child.box_max.x > child.box_min.x &&
-           (child.verticesCount > 0 || (child.subColliders && !child.subColliders->empty()));
+        (child.verticesCount > 0 || (child.subColliders && !child.subColliders->empty()));
 }
 
 /// The point of collider, placed by toFrame, that lies lowest along up: a hull
 /// vertex, or a box corner for a collider without vertices. Vertices within
 /// LowestPointTolerance of the lowest give their mean, so that a face lying on
 /// the ground touches at its middle.
-glm::dvec3 LowestPoint(ConvexMeshCollider const& collider, glm::dmat4 const& toFrame, glm::dvec3 const& up)
-{
+glm::dvec3 LowestPoint(ConvexMeshCollider const& collider, glm::dmat4 const& toFrame, glm::dvec3 const& up) {
     glm::dvec3 points[std::max<size_t>(ConvexMeshCollider::MaxVertices, 8)];
     uint32_t count = std::min<uint32_t>(collider.verticesCount, ConvexMeshCollider::MaxVertices);
-    for (uint32_t i = 0; i < count; ++i)
-        points[i] = TransformPoint(toFrame, glm::dvec3(collider.vertices[i]));
+    for (uint32_t i = 0; i < count; ++i) points[i] = TransformPoint(toFrame, glm::dvec3(collider.vertices[i]));
     if (count == 0) {
         for (uint32_t corner = 0; corner < 8; ++corner)
-            points[corner] = TransformPoint(toFrame, glm::dvec3((corner & 4u) ? collider.box_max.x : collider.box_min.x,
-                                                                (corner & 2u) ? collider.box_max.y : collider.box_min.y,
-                                                                (corner & 1u) ? collider.box_max.z : collider.box_min.z));
+            points[corner] = TransformPoint(toFrame,
+                                            glm::dvec3((corner & 4u) ? collider.box_max.x : collider.box_min.x,
+                                                       (corner & 2u) ? collider.box_max.y : collider.box_min.y,
+                                                       (corner & 1u) ? collider.box_max.z : collider.box_min.z));
         count = 8;
     }
     double lowest = glm::dot(points[0], up);
-    for (uint32_t i = 1; i < count; ++i)
-        lowest = std::min(lowest, glm::dot(points[i], up));
+    for (uint32_t i = 1; i < count; ++i) lowest = std::min(lowest, glm::dot(points[i], up));
     glm::dvec3 sum(0.0);
     double n = 0.0;
     for (uint32_t i = 0; i < count; ++i) {
@@ -164,8 +156,7 @@ glm::dvec3 LowestPoint(ConvexMeshCollider const& collider, glm::dmat4 const& toF
 /// what the resting test needs.
 template <class Body>
 void AddGroundSupport(Body& body, ConvexMeshCollider const& collider, glm::dmat4 const& toFrame, glm::dvec3 const& up,
-                      double depth)
-{
+                      double depth) {
     uint32_t const count = std::min<uint32_t>(collider.verticesCount, ConvexMeshCollider::MaxVertices);
     double lowest = DBL_MAX;
     for (uint32_t i = 0; i < count; ++i)
@@ -173,8 +164,7 @@ void AddGroundSupport(Body& body, ConvexMeshCollider const& collider, glm::dmat4
     double const reach = std::max(depth, 0.0) + GroundSupportSlop;
     for (uint32_t i = 0; i < count; ++i) {
         glm::dvec3 const point = TransformPoint(toFrame, glm::dvec3(collider.vertices[i]));
-        if (glm::dot(point, up) <= lowest + reach)
-            body.AddStaticContactPoint(up, point);
+        if (glm::dot(point, up) <= lowest + reach) body.AddStaticContactPoint(up, point);
     }
 }
 
@@ -182,16 +172,13 @@ void AddGroundSupport(Body& body, ConvexMeshCollider const& collider, glm::dmat4
 /// result) meets collider or, for a subdivided one, one of its children.
 /// excluded is never hit: it is the collider whose face the ray starts on.
 bool RayHitsCollider(ConvexMeshCollider const& collider, glm::dmat4 const& toFrame, glm::dvec3 const& origin,
-                     glm::dvec3 const& direction, ConvexMeshCollider const* excluded, int depth)
-{
-    if (&collider == excluded)
-        return false;
+                     glm::dvec3 const& direction, ConvexMeshCollider const* excluded, int depth) {
+    if (&collider == excluded) return false;
     // Sphere test first: the ray must pass within the radius of the box centre.
     glm::dvec3 const toCentre = TransformPoint(toFrame, BoxCenter(collider)) - origin;
     double const along = glm::dot(toCentre, direction);
     double const distance2 = along < 0.0 ? glm::dot(toCentre, toCentre) : glm::dot(toCentre, toCentre) - along * along;
-    if (distance2 > collider.radius * collider.radius)
-        return false;
+    if (distance2 > collider.radius * collider.radius) return false;
     if (IsSubdivided(collider, AerodynamicFillLimit) && depth < MaxChildDepth) {
         for (ConvexMeshCollider const& child : *collider.subColliders) {
             if (IsUsableChild(child) &&
@@ -206,18 +193,14 @@ bool RayHitsCollider(ConvexMeshCollider const& collider, glm::dmat4 const& toFra
 }
 
 /// Builds the surface samples of one body for one frame.
-template <class T>
-class SurfaceSampler {
+template <class T> class SurfaceSampler {
 public:
     SurfaceSampler(DynamicRigidbody<T>& body, glm::dvec3 const& travel)
         : _body(body), _bodyTransform(body.GetTransform()), _travel(travel), _limit(body.volume / BulkyVolumeDivisor),
-          _debug(Game::debugServerSidePhysics)
-    {
-    }
+          _debug(Game::debugServerSidePhysics) { }
 
     /// Visits collider, placed in body space by local.
-    void Visit(ConvexMeshCollider const& collider, glm::dmat4 const& local, int depth)
-    {
+    void Visit(ConvexMeshCollider const& collider, glm::dmat4 const& local, int depth) {
         glm::dvec3 const extent = Extents(collider);
         double s[3] = {extent.x, extent.y, extent.z};
         std::sort(s, s + 3);
@@ -226,13 +209,11 @@ public:
         bool const bulky = extent.x * extent.y * extent.z * w > _limit * w;
         bool const plate = s[0] < PlateMaxThickness && s[1] >= PlateMinAspect * s[2] && s[2] >= PlateMinLength;
         bool const visited = plate ? (s[1] * s[2] > PlateMinFace || bulky) : (bulky || s[1] * s[2] > BodyMinFace);
-        if (!visited)
-            return;
+        if (!visited) return;
 
         if (IsSubdivided(collider, AerodynamicFillLimit) && depth < MaxChildDepth) {
             for (ConvexMeshCollider const& child : *collider.subColliders) {
-                if (IsUsableChild(child))
-                    Visit(child, local * child.transform, depth + 1);
+                if (IsUsableChild(child)) Visit(child, local * child.transform, depth + 1);
             }
             return;
         }
@@ -241,8 +222,7 @@ public:
 
 private:
     /// At most one sample from collider: lift on a wide thin face, drag otherwise.
-    void Sample(ConvexMeshCollider const& collider, glm::dmat4 const& local, glm::dvec3 const& extent)
-    {
+    void Sample(ConvexMeshCollider const& collider, glm::dmat4 const& local, glm::dvec3 const& extent) {
         glm::dvec3 const d = glm::normalize(glm::inverse(glm::dmat3(local)) * _travel);
         glm::dvec3 const centre = BoxCenter(collider);
         glm::dvec3 const point = ApplicationPoint(collider, local, centre);
@@ -268,8 +248,7 @@ private:
             glm::dvec3 faceCentre = centre;
             faceCentre[thin] += 0.5 * t * Sign(c);
             glm::dvec3 const ray = std::abs(c) < GrazingCosine ? d : glm::normalize(2.0 * d + Sign(c) * e);
-            if (Covered(collider, world, FacePoint(faceCentre, extent, a1, a2), ray))
-                return;
+            if (Covered(collider, world, FacePoint(faceCentre, extent, a1, a2), ray)) return;
             normal = glm::normalize(glm::dmat3(local) * e);
             factors = glm::dvec3(liftArea, std::sin(0.5 * glm::pi<double>() * std::abs(c)), LiftDragFactor);
         } else {
@@ -285,8 +264,7 @@ private:
             NEROX_ASSERT(dragArea > 0);
             glm::dvec3 faceCentre = centre;
             faceCentre[axis] += 0.5 * extent[axis] * Sign(d[axis]);
-            if (Covered(collider, world, FacePoint(faceCentre, extent, b1, b2), d))
-                return;
+            if (Covered(collider, world, FacePoint(faceCentre, extent, b1, b2), d)) return;
             normal = glm::normalize(glm::dmat3(local) * d);
             factors = glm::dvec3(dragArea, 0.0, DragFactor);
         }
@@ -303,22 +281,18 @@ private:
     /// From the box centre outward from the centre of mass by radius * fill,
     /// kept inside the box; body space, so relative to the body's position.
     glm::dvec3 ApplicationPoint(ConvexMeshCollider const& collider, glm::dmat4 const& local,
-                                glm::dvec3 const& centre) const
-    {
+                                glm::dvec3 const& centre) const {
         glm::dvec3 const boxCentre = TransformPoint(local, centre);
         double const distance = glm::length(boxCentre);
-        if (!(distance > CentreTolerance))
-            return boxCentre;
+        if (!(distance > CentreTolerance)) return boxCentre;
         glm::dvec3 const outward = boxCentre + boxCentre / distance * (collider.radius * collider.fill);
         glm::dvec3 const inCollider = TransformPoint(glm::inverse(local), outward);
-        glm::dvec3 const clamped =
-            glm::clamp(inCollider, glm::dvec3(collider.box_min), glm::dvec3(collider.box_max));
+        glm::dvec3 const clamped = glm::clamp(inCollider, glm::dvec3(collider.box_min), glm::dvec3(collider.box_max));
         return TransformPoint(local, clamped);
     }
 
     /// A random point of the face at faceCentre spanned by axes a1 and a2.
-    glm::dvec3 FacePoint(glm::dvec3 faceCentre, glm::dvec3 const& extent, int a1, int a2)
-    {
+    glm::dvec3 FacePoint(glm::dvec3 faceCentre, glm::dvec3 const& extent, int a1, int a2) {
         std::uniform_real_distribution<double> spread(-0.5, 0.5);
         std::mt19937_64& random = AerodynamicRandom();
         faceCentre[a1] += spread(random) * extent[a1];
@@ -329,8 +303,7 @@ private:
     /// Whether another collider of the body lies on the ray from the face point
     /// (collider space) along ray (collider axes).
     bool Covered(ConvexMeshCollider const& sampled, glm::dmat4 const& world, glm::dvec3 const& facePoint,
-                 glm::dvec3 const& ray)
-    {
+                 glm::dvec3 const& ray) {
         glm::dvec3 const origin = TransformPoint(world, facePoint);
         glm::dvec3 const direction = glm::normalize(glm::dmat3(world) * ray);
         bool hit = false;
@@ -356,21 +329,17 @@ private:
 /// The steps of one environment interaction, shared by bodies with and without
 /// parent. Begin answers gravity; Finish runs drag, the collider pass and the
 /// damping of liquids.
-template <class T>
-class EnvironmentPass {
+template <class T> class EnvironmentPass {
 public:
     /// frame maps the body's frame into the environment's; null when they are the same.
     EnvironmentPass(DynamicRigidbody<T>& body, glm::dmat4 const* frame, EnvironmentFunction& environment, double dt)
-        : _body(body), _frame(frame), _environment(environment), _dt(dt)
-    {
-        if (frame)
-            _fromEnvironment = glm::inverse(glm::dmat3(*frame));
+        : _body(body), _frame(frame), _environment(environment), _dt(dt) {
+        if (frame) _fromEnvironment = glm::inverse(glm::dmat3(*frame));
     }
 
     /// Step 1: gravity replaces the pending acceleration. False when gravity is
     /// exactly zero: the interaction ends there.
-    bool Begin()
-    {
+    bool Begin() {
         _centre = _body.GetPositionAtCenterOfBounds();
         _answer = Ask(_centre, AirAndSurfaceQuery, _body.radius * 0.5);
         _body.pendingAcceleration = FromEnvironment(_answer.gravity);
@@ -378,56 +347,45 @@ public:
     }
 
     /// Steps 2 to 5.
-    void Finish()
-    {
+    void Finish() {
         _up = glm::normalize(-_body.pendingAcceleration);
-        if (_body.invMass > 0)
-            Drag();
+        if (_body.invMass > 0) Drag();
         ColliderPass();
         Damping();
     }
 
 private:
-    EnvironmentInfo Ask(glm::dvec3 const& point, EnvironmentInfoFlags flags, double radius) const
-    {
+    EnvironmentInfo Ask(glm::dvec3 const& point, EnvironmentInfoFlags flags, double radius) const {
         return _environment(_frame ? TransformPoint(*_frame, point) : point, flags, radius);
     }
 
-    glm::dvec3 FromEnvironment(glm::dvec3 const& direction) const
-    {
+    glm::dvec3 FromEnvironment(glm::dvec3 const& direction) const {
         return _frame ? _fromEnvironment * direction : direction;
     }
 
-    glm::dvec3 ToWorld(glm::dvec3 const& point) const
-    {
-        return _frame ? TransformPoint(*_frame, point) : point;
-    }
+    glm::dvec3 ToWorld(glm::dvec3 const& point) const { return _frame ? TransformPoint(*_frame, point) : point; }
 
     /// ApplyImpulse for the steady push of the medium (drag, lift, buoyancy).
     /// It is no contact: the count of resting substeps stays, or a body in air
     /// or water could never come to rest.
-    void ApplyMediumImpulse(glm::dvec3 const& impulse, glm::dvec3 const& relativePoint)
-    {
+    void ApplyMediumImpulse(glm::dvec3 const& impulse, glm::dvec3 const& relativePoint) {
         double const rest = _body.contactRest;
         _body.ApplyImpulse(impulse, relativePoint);
         _body.contactRest = rest;
     }
 
-    void Line(glm::dvec3 const& start, glm::dvec3 const& end, glm::vec4 const& color)
-    {
+    void Line(glm::dvec3 const& start, glm::dvec3 const& end, glm::vec4 const& color) {
         _body.debugLines.push_back(Game::PhysicsLineDebug{ToWorld(start), ToWorld(end), color});
     }
 
     /// Step 3: drag and lift on the surface samples.
-    void Drag()
-    {
+    void Drag() {
         glm::dmat3 const rotation = glm::mat3_cast(_body.orientation);
         for (AerodynamicSample const& sample : _body.aerodynamicSamples) {
             glm::dvec3 const r = rotation * sample.point;
             glm::dvec3 const v = _body.linearVelocity + glm::cross(_body.angularVelocity, r);
             double const speed = glm::length(v);
-            if (!(speed > Epsilon))
-                continue;
+            if (!(speed > Epsilon)) continue;
             glm::dvec3 const d = v / speed;
             glm::dvec3 n = glm::normalize(rotation * sample.normal);
             double const c = glm::dot(d, n);
@@ -443,12 +401,10 @@ private:
                 // At most speed * mass: no substep of up to 1 s reverses the motion.
                 double const most = speed / _body.invMass;
                 double const magnitude = std::sqrt(magnitude2);
-                if (magnitude > most)
-                    drag *= most / magnitude;
+                if (magnitude > most) drag *= most / magnitude;
             }
             NEROX_ASSERT(!isnan(drag.x) && !isnan(drag.y) && !isnan(drag.z));
-            if (!(magnitude2 > Epsilon))
-                continue;
+            if (!(magnitude2 > Epsilon)) continue;
             ApplyMediumImpulse(_dt * drag, r);
             if (Game::debugServerSidePhysics) {
                 glm::dvec3 const start = _body.position + r;
@@ -458,8 +414,7 @@ private:
     }
 
     /// Step 4: terrain contacts near the ground, buoyancy elsewhere.
-    void ColliderPass()
-    {
+    void ColliderPass() {
         bool const nearSurface = _answer.altitude - NearSurfaceRadii * _body.radius < 0.0;
         for (ConvexMeshCollider const& collider : _body.colliders) {
             glm::dmat4 const world = _body.GetTransform() * collider.transform;
@@ -467,8 +422,7 @@ private:
             if (nearSurface) {
                 EnvironmentInfo const ground = Ask(centre, ColliderQuery, 0.5 * collider.radius);
                 glm::dvec3 const up = FromEnvironment(ground.surfaceNormal);
-                if (!(glm::dot(up, up) > 0.0))
-                    continue;
+                if (!(glm::dot(up, up) > 0.0)) continue;
                 TerrainContact(collider, collider.transform, glm::normalize(up), 0);
             } else {
                 Buoyancy(collider, world, centre);
@@ -476,30 +430,25 @@ private:
         }
         // The ground's answer came after the contact search of this substep:
         // a body that the ground holds still is resting, as on a static body.
-        if (_touchedGround)
-            _body.TestResting();
+        if (_touchedGround) _body.TestResting();
     }
 
     /// The contact of collider (placed in body space by local) with the ground:
     /// at its lowest point along up, as deep as the ground answers there. An
     /// exactEdges collider that stands for its children touches through them.
-    void TerrainContact(ConvexMeshCollider const& collider, glm::dmat4 const& local, glm::dvec3 const& up, int depth)
-    {
+    void TerrainContact(ConvexMeshCollider const& collider, glm::dmat4 const& local, glm::dvec3 const& up, int depth) {
         glm::dvec3 const lowest = LowestPoint(collider, _body.GetTransform() * local, up);
         EnvironmentInfo const at =
             Ask(lowest, collider.reducedQuery ? TerrainQuery : AirAndSurfaceQuery, 0.5 * collider.radius);
-        if (!(at.terrain.depth > 0.0))
-            return;
+        if (!(at.terrain.depth > 0.0)) return;
         if (collider.exactEdges && IsSubdivided(collider, ContactFillLimit) && depth < MaxChildDepth) {
             for (ConvexMeshCollider const& child : *collider.subColliders) {
-                if (IsUsableChild(child))
-                    TerrainContact(child, local * child.transform, up, depth + 1);
+                if (IsUsableChild(child)) TerrainContact(child, local * child.transform, up, depth + 1);
             }
             return;
         }
         Collision const contact{lowest, up, at.terrain.depth};
-        if (Game::debugServerSidePhysics)
-            Line(lowest, lowest + up * contact.depth, TerrainLineColor);
+        if (Game::debugServerSidePhysics) Line(lowest, lowest + up * contact.depth, TerrainLineColor);
         _body.RespondToCollision(contact, TerrainFrictionShare * collider.friction);
         _body.restingLimit = std::min({TerrainRestingLimit, _body.restingLimit, collider.friction});
         _body.keepOnParent = true;
@@ -509,12 +458,10 @@ private:
 
     /// One random point of the collider's box samples the medium; the buoyant
     /// impulse of the whole box acts at its centre.
-    void Buoyancy(ConvexMeshCollider const& collider, glm::dmat4 const& world, glm::dvec3 const& centre)
-    {
+    void Buoyancy(ConvexMeshCollider const& collider, glm::dmat4 const& world, glm::dvec3 const& centre) {
         glm::dvec3 const extent = Extents(collider);
         double const boxVolume = extent.x * extent.y * extent.z;
-        if (!(boxVolume > 0.0) || !(_answer.density > 0.0))
-            return;
+        if (!(boxVolume > 0.0) || !(_answer.density > 0.0)) return;
         std::mt19937_64& random = BuoyancyRandom();
         glm::dvec3 u(0.0);
         for (int axis = 0; axis < 3; ++axis)
@@ -526,14 +473,12 @@ private:
         _samples += 1.0;
         _viscositySum += medium.viscosity;
         _densitySum += medium.density;
-        glm::dvec3 const impulse =
-            -_body.pendingAcceleration * boxVolume * collider.fill * medium.density * _dt;
+        glm::dvec3 const impulse = -_body.pendingAcceleration * boxVolume * collider.fill * medium.density * _dt;
         ApplyMediumImpulse(impulse, centre - _body.position);
     }
 
     /// Step 5: a liquid damps the motion.
-    void Damping()
-    {
+    void Damping() {
         if (_samples == 0.0) {
             EnvironmentInfo const here = Ask(_centre, AirAndSurfaceQuery, _body.radius * 0.5);
             _samples = 1.0;
@@ -541,8 +486,7 @@ private:
             _densitySum = here.density;
         }
         double const viscosity = _viscositySum / _samples;
-        if (!(viscosity > LiquidMinViscosity && viscosity < LiquidMaxViscosity))
-            return;
+        if (!(viscosity > LiquidMinViscosity && viscosity < LiquidMaxViscosity)) return;
         double const t = (viscosity - AirViscosity) / LiquidViscositySpan;
         double const k = std::clamp(_dt * t * t * (3.0 - 2.0 * t), 0.0, 1.0);
         Damp(_body.linearVelocity, LiquidVerticalLoss, k);
@@ -553,8 +497,7 @@ private:
     /// The part of velocity along up loses loss * dt of itself; then velocity
     /// moves by k towards half of what is left across up: the mean of that
     /// motion and the liquid, which is at rest.
-    void Damp(glm::dvec3& velocity, double loss, double k) const
-    {
+    void Damp(glm::dvec3& velocity, double loss, double k) const {
         velocity -= std::min(loss * _dt, 1.0) * glm::dot(velocity, _up) * _up;
         glm::dvec3 const across = velocity - glm::dot(velocity, _up) * _up;
         velocity += k * (0.5 * across - velocity);
@@ -576,44 +519,33 @@ private:
 
 } // namespace
 
-template <class T>
-void DynamicRigidbody<T>::ComputeAerodynamicSurfaces(EnvironmentFunction& environment)
-{
+template <class T> void DynamicRigidbody<T>::ComputeAerodynamicSurfaces(EnvironmentFunction& environment) {
     aerodynamicSamples.clear();
     aerodynamicSurfaces.clear();
     glm::dvec3 const centre = this->GetPositionAtCenterOfBounds();
     // The medium does not move: the speed through the air is the body's own.
     environment(centre, AirAndSurfaceQuery, this->radius * 0.5);
     double const speed2 = glm::dot(linearVelocity, linearVelocity);
-    if (speed2 < Epsilon)
-        return;
+    if (speed2 < Epsilon) return;
     glm::dvec3 const travel = glm::inverse(glm::mat3_cast(this->orientation)) * (linearVelocity / std::sqrt(speed2));
     aerodynamicSamples.reserve(this->colliders.size());
     SurfaceSampler<T> sampler(*this, travel);
-    for (entity::ConvexMeshCollider const& collider : this->colliders)
-        sampler.Visit(collider, collider.transform, 0);
+    for (entity::ConvexMeshCollider const& collider : this->colliders) sampler.Visit(collider, collider.transform, 0);
 }
 
-template <class T>
-void DynamicRigidbody<T>::InteractWithEnvironment(EnvironmentFunction& environment, double dt)
-{
+template <class T> void DynamicRigidbody<T>::InteractWithEnvironment(EnvironmentFunction& environment, double dt) {
     EnvironmentPass<T> pass(*this, nullptr, environment, dt);
-    if (!pass.Begin())
-        return;
-    if (!aerodynamicSamples.empty())
-        NEROX_ASSERT(this->invMass > 0);
+    if (!pass.Begin()) return;
+    if (!aerodynamicSamples.empty()) NEROX_ASSERT(this->invMass > 0);
     pass.Finish();
 }
 
 template <class T>
 void DynamicRigidbody<T>::InteractWithEnvironmentFromParent(glm::dmat4 const& parentTransform,
-                                                            EnvironmentFunction& environment, double dt)
-{
+                                                            EnvironmentFunction& environment, double dt) {
     EnvironmentPass<T> pass(*this, &parentTransform, environment, dt);
-    if (!pass.Begin())
-        return;
-    if (!aerodynamicSamples.empty())
-        NEROX_ASSERT(this->invMass > 0);
+    if (!pass.Begin()) return;
+    if (!aerodynamicSamples.empty()) NEROX_ASSERT(this->invMass > 0);
     pass.Finish();
 }
 

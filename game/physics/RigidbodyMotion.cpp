@@ -23,15 +23,11 @@ constexpr double AttachSpeed = 5.0;
 // ---------------------------------------------------------------------------
 // Rigidbody
 
-template <class T>
-Rigidbody<T>::Rigidbody(std::shared_ptr<T>& source, bool withColliders)
-{
+template <class T> Rigidbody<T>::Rigidbody(std::shared_ptr<T>& source, bool withColliders) {
     Load(source, withColliders);
 }
 
-template <class T>
-void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool withColliders)
-{
+template <class T> void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool withColliders) {
     entity = source;
     orientation = source->orientation;
     id = source->GetID();
@@ -44,8 +40,7 @@ void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool withColliders)
     colliders.clear();
     for (auto const& entry : source->colliders) {
         entity::ConvexMeshCollider const& described = entry.second;
-        if (!described.enabled)
-            continue;
+        if (!described.enabled) continue;
         // Body space has its origin at the centre of mass.
         glm::dmat4 transform = described.transform;
         transform[3] -= glm::dvec4(centerOfMass, 0.0);
@@ -58,56 +53,40 @@ void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool withColliders)
     }
     ComputeBounds();
     collidersLoaded = withColliders;
-    if (withColliders)
-        CopyColliders(*source);
+    if (withColliders) CopyColliders(*source);
 }
 
-template <class T>
-void Rigidbody<T>::LoadColliders()
-{
-    if (collidersLoaded)
-        return;
+template <class T> void Rigidbody<T>::LoadColliders() {
+    if (collidersLoaded) return;
     collidersLoaded = true;
-    if (std::shared_ptr<T> const source = entity.lock())
-        CopyColliders(*source);
+    if (std::shared_ptr<T> const source = entity.lock()) CopyColliders(*source);
 }
 
-template <class T>
-void Rigidbody<T>::CopyColliders(T const& source)
-{
+template <class T> void Rigidbody<T>::CopyColliders(T const& source) {
     colliders.reserve(source.colliders.size());
     for (auto const& entry : source.colliders) {
-        if (!entry.second.enabled)
-            continue;
+        if (!entry.second.enabled) continue;
         entity::ConvexMeshCollider& collider = colliders.emplace_back(entry.second);
         collider.transform[3] -= glm::dvec4(centerOfMass, 0.0); // into body space, as Load placed it
     }
 }
 
-template <class T>
-void Rigidbody<T>::Release()
-{
+template <class T> void Rigidbody<T>::Release() {
     entity.reset();
     colliders.clear();
 }
 
-template <class T>
-glm::dvec3 Rigidbody<T>::GetPositionAtCenterOfBounds() const
-{
+template <class T> glm::dvec3 Rigidbody<T>::GetPositionAtCenterOfBounds() const {
     return position + glm::mat3_cast(orientation) * boundsCenter;
 }
 
-template <class T>
-void Rigidbody<T>::ComputeBounds()
-{
+template <class T> void Rigidbody<T>::ComputeBounds() {
     boundsCenter = (boundsMin + boundsMax) / 2.0;
     radius = 0.5 * glm::length(boundsMax - boundsMin);
     boundsWorldCenter = GetPositionAtCenterOfBounds();
 }
 
-template <class T>
-glm::dmat4 Rigidbody<T>::GetTransform() const
-{
+template <class T> glm::dmat4 Rigidbody<T>::GetTransform() const {
     return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(orientation);
 }
 
@@ -117,21 +96,16 @@ template class Rigidbody<entity::ServerSideEntity>;
 // DynamicRigidbody
 
 template <class T>
-DynamicRigidbody<T>::DynamicRigidbody(std::shared_ptr<T>& source, double deltaTime) : Rigidbody<T>(source)
-{
+DynamicRigidbody<T>::DynamicRigidbody(std::shared_ptr<T>& source, double deltaTime) : Rigidbody<T>(source) {
     LoadMotion(source, deltaTime);
 }
 
-template <class T>
-void DynamicRigidbody<T>::Load(std::shared_ptr<T>& source, double deltaTime)
-{
+template <class T> void DynamicRigidbody<T>::Load(std::shared_ptr<T>& source, double deltaTime) {
     Rigidbody<T>::Load(source);
     LoadMotion(source, deltaTime);
 }
 
-template <class T>
-void DynamicRigidbody<T>::LoadMotion(std::shared_ptr<T>& source, double deltaTime)
-{
+template <class T> void DynamicRigidbody<T>::LoadMotion(std::shared_ptr<T>& source, double deltaTime) {
     NEROX_ASSERT(deltaTime > 0);
     double const mass = source->mass;
     NEROX_ASSERT(mass > 0);
@@ -170,9 +144,7 @@ void DynamicRigidbody<T>::LoadMotion(std::shared_ptr<T>& source, double deltaTim
     // _contactSelf, _contactOther and _supportPoints are written before each use.
 }
 
-template <class T>
-void DynamicRigidbody<T>::Release()
-{
+template <class T> void DynamicRigidbody<T>::Release() {
     Rigidbody<T>::Release();
     potentialNewParent.reset();
     parentBody = nullptr;
@@ -182,9 +154,7 @@ void DynamicRigidbody<T>::Release()
     aerodynamicSurfaces.clear();
 }
 
-template <class T>
-void DynamicRigidbody<T>::ComputeInertiaTensor()
-{
+template <class T> void DynamicRigidbody<T>::ComputeInertiaTensor() {
     glm::dvec3 const box_size = this->boundsMax - this->boundsMin;
     NEROX_ASSERT(box_size.x > 0.0);
     NEROX_ASSERT(box_size.y > 0.0);
@@ -198,9 +168,7 @@ void DynamicRigidbody<T>::ComputeInertiaTensor()
     invInertiaWorld = glm::inverse(rotation * inertia * glm::transpose(rotation));
 }
 
-template <class T>
-void DynamicRigidbody<T>::IntegrateMotion(double dt)
-{
+template <class T> void DynamicRigidbody<T>::IntegrateMotion(double dt) {
     glm::dvec3 const acceleration = impulseAcceleration + this->gravity + pendingAcceleration;
     this->position += dt * (linearVelocity + acceleration * dt / 2.0);
 
@@ -216,20 +184,15 @@ void DynamicRigidbody<T>::IntegrateMotion(double dt)
     angularVelocity += angularImpulseAcceleration * dt;
 }
 
-template <class T>
-void DynamicRigidbody<T>::ApplyImpulse(glm::dvec3 const& impulse, glm::dvec3 const& relativePoint)
-{
+template <class T> void DynamicRigidbody<T>::ApplyImpulse(glm::dvec3 const& impulse, glm::dvec3 const& relativePoint) {
     contactRest = 0.0;
     linearVelocity += invMass * impulse;
     angularVelocity += invInertiaWorld * glm::cross(relativePoint, impulse);
 }
 
-template <class T>
-void DynamicRigidbody<T>::ApplyToEntity(double dt)
-{
+template <class T> void DynamicRigidbody<T>::ApplyToEntity(double dt) {
     std::shared_ptr<T> entity = this->entity.lock();
-    if (!entity)
-        return;
+    if (!entity) return;
 
     glm::dvec3 const dv = linearVelocity - entity->linearVelocity;
 
@@ -246,8 +209,7 @@ void DynamicRigidbody<T>::ApplyToEntity(double dt)
     // record follows it into the new frame.
     auto leaveParent = [&]() {
         std::shared_ptr<T> parent = T::Get(entity->parentEntity);
-        if (!parent)
-            return;
+        if (!parent) return;
         this->gravity = glm::dvec3(0.0);
         parent->RemoveChild(entity);
         this->orientation = entity->orientation;
@@ -273,8 +235,7 @@ void DynamicRigidbody<T>::ApplyToEntity(double dt)
 
     // What an accelerometer on the entity would read, smoothed.
     glm::dvec3 acceleration = pendingAcceleration + this->gravity;
-    if (dt > 0.0)
-        acceleration -= dv / dt;
+    if (dt > 0.0) acceleration -= dv / dt;
     glm::dvec3 const local = glm::inverse(glm::mat3_cast(entity->orientation)) * acceleration;
     entity->feltAcceleration = 0.9 * entity->feltAcceleration + 0.1 * local;
 

@@ -35,7 +35,8 @@ void Load(void*) {
     auto const [entry, added] = Game::_environmentFunctions.try_emplace(
         planet::environmentId, game::physics::EnvironmentFunction(&planet::Environment));
     if (!added && !IsOurs(entry->second)) {
-        std::fprintf(stderr, "[planet] warning: environment id %llu is taken by another module; planet not registered\n",
+        std::fprintf(stderr,
+                     "[planet] warning: environment id %llu is taken by another module; planet not registered\n",
                      static_cast<unsigned long long>(planet::environmentId));
         return;
     }

@@ -48,14 +48,14 @@ inline constexpr double basinMinZ = -20.0;
 inline constexpr double basinMaxZ = 20.0;
 
 /// Air at sea level, and the height over which its density and pressure fall by 1/e.
-inline constexpr double airDensity = 1.225;      ///< kg/m^3.
-inline constexpr double airPressure = 101325.0;  ///< Pa.
+inline constexpr double airDensity = 1.225;     ///< kg/m^3.
+inline constexpr double airPressure = 101325.0; ///< Pa.
 inline constexpr double airViscosity = 1.5e-5;  ///< Kinematic, m^2/s.
-inline constexpr double scaleHeight = 8500.0;    ///< Metres.
+inline constexpr double scaleHeight = 8500.0;   ///< Metres.
 
 /// Water: constant density; pressure grows by waterDensity * gravity per metre of depth.
-inline constexpr double waterDensity = 1000.0;   ///< kg/m^3.
-inline constexpr double waterViscosity = 0.001;  ///< The value physics treats as a liquid.
+inline constexpr double waterDensity = 1000.0;  ///< kg/m^3.
+inline constexpr double waterViscosity = 0.001; ///< The value physics treats as a liquid.
 
 /// Molecule names of the composition, as formulas that game::Molecule reads. Nitrogen
 /// is the molecule N2 (the fixed table lists only the atom "N"; "N2" is parsed once and
@@ -79,7 +79,6 @@ bool InBasin(double x, double z);
 /// viscosity, pressure and composition of the air or water at the point. The
 /// radius does not matter: the ground is answered exactly. Safe to call from any
 /// number of threads at once; reentrant.
-game::physics::EnvironmentInfo Environment(glm::dvec3 const& position, game::EnvironmentInfoFlags flags,
-                                           double radius);
+game::physics::EnvironmentInfo Environment(glm::dvec3 const& position, game::EnvironmentInfoFlags flags, double radius);
 
 } // namespace planet

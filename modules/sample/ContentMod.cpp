@@ -84,7 +84,7 @@ public:
         }
     }
 
-    std::string label; ///< Given once, when the crate is new.
+    std::string label;  ///< Given once, when the crate is new.
     uint32_t loads = 0; ///< Times the crate was loaded from its state file.
 };
 
@@ -129,8 +129,8 @@ public:
         if (auto const owner = entity.lock()) Apply(*owner);
     }
 
-    double speed = 30.0;                       ///< Degrees per second, the same for every wheel.
-    std::array<double, 4> angles{};            ///< Degrees, 0 to 360, in the order of sample::roverWheels.
+    double speed = 30.0;            ///< Degrees per second, the same for every wheel.
+    std::array<double, 4> angles{}; ///< Degrees, 0 to 360, in the order of sample::roverWheels.
 
 private:
     /// Writes the angles into the wheel joints; the entity moves their colliders.
@@ -144,14 +144,13 @@ private:
 };
 
 /// Adds the row of itemType: its description file and the factory of its behaviour.
-template <class Behaviour>
-void Register(char const* itemType) {
+template <class Behaviour> void Register(char const* itemType) {
     nerox::modular::ModuleID const module(sample::moduleName);
     std::string const path = std::string(sample::dataFolder) + itemType + ".txt";
     std::error_code error;
     if (!std::filesystem::exists(path, error))
-        std::fprintf(stderr, "[sample] description file %s is missing: %s entities get no colliders\n",
-                     path.c_str(), itemType);
+        std::fprintf(stderr, "[sample] description file %s is missing: %s entities get no colliders\n", path.c_str(),
+                     itemType);
 
     ServerSideEntity::TypeDef row;
     row.moduleId = module;

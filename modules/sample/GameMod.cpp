@@ -12,24 +12,32 @@
 #include <cstdio>
 
 namespace {
-double clientSeconds = 0.0; // Game time seen by this module's Game_Update.
+double clientSeconds = 0.0;           // Game time seen by this module's Game_Update.
 std::atomic<unsigned long> passes{0}; // Client passes seen (read by the frames, which may run on another thread).
-unsigned long frames = 0;   // Frames whose interface this module built.
+unsigned long frames = 0;             // Frames whose interface this module built.
 } // namespace
 
 extern "C" {
 
 // Runs once when the library is loaded, before any hook.
-void ModuleLoad() { std::printf("[sample] client module loaded\n"); }
+void ModuleLoad() {
+    std::printf("[sample] client module loaded\n");
+}
 
 // Runs once when the library is released.
-void ModuleUnload() { std::printf("[sample] client module unloaded\n"); }
+void ModuleUnload() {
+    std::printf("[sample] client module unloaded\n");
+}
 
 // Game::Start.
-void Game_Start() { std::printf("[sample] Game_Start\n"); }
+void Game_Start() {
+    std::printf("[sample] Game_Start\n");
+}
 
 // Game::Ready.
-void Game_Ready() { std::printf("[sample] Game_Ready\n"); }
+void Game_Ready() {
+    std::printf("[sample] Game_Ready\n");
+}
 
 // One client pass, for modules sorted into the "update" list.
 void Game_Update(double deltaTime) {

@@ -20,9 +20,9 @@ namespace {
 
 using game::entity::ServerSideEntity;
 
-unsigned long ticks = 0;      // Server ticks seen.
-double simulatedSeconds = 0;  // Sum of the ticks' delta times.
-double nextReport = 1.0;      // Simulated time of the next progress line.
+unsigned long ticks = 0;     // Server ticks seen.
+double simulatedSeconds = 0; // Sum of the ticks' delta times.
+double nextReport = 1.0;     // Simulated time of the next progress line.
 
 // Makes an entity of itemType at position (metres, game axes: y up), turned by
 // yawDegrees about the vertical axis. The entity counts as placed in the world,
@@ -69,7 +69,9 @@ void List() {
 
 extern "C" {
 
-void ModuleLoad() { std::printf("[sample] server module loaded\n"); }
+void ModuleLoad() {
+    std::printf("[sample] server module loaded\n");
+}
 
 // The host has loaded the world's saved entities: a world without any gets the
 // sample set, three crates and a rover.
@@ -79,8 +81,8 @@ void Server_Load(char const* worldName) {
         std::printf("[sample] world has %zu entities\n", found);
     } else if (ServerSideEntity::FindModuleIDFromItemType(sample::crateType) !=
                nerox::modular::ModuleID(sample::moduleName)) {
-        std::printf("[sample] new world '%s', but the content module %s is not loaded: nothing created\n",
-                    worldName, sample::moduleName);
+        std::printf("[sample] new world '%s', but the content module %s is not loaded: nothing created\n", worldName,
+                    sample::moduleName);
     } else {
         // On the sample planet the crates drop 2 m onto the ground, one falls on
         // the other two, one drops into the ocean basin (x 40 to 80) and floats;
@@ -107,7 +109,9 @@ void Server_Serialize() {
 }
 
 // Before the entity stages of every tick.
-void Server_BeforeUpdate(double deltaTime) { simulatedSeconds += deltaTime; }
+void Server_BeforeUpdate(double deltaTime) {
+    simulatedSeconds += deltaTime;
+}
 
 // After the entity stages of every tick.
 void Server_GameUpdate(double) {

@@ -32,7 +32,7 @@ Studio::EventState Studio::Event::GetState() const {
     return *_state;
 }
 
-Studio::Studio() : _mutex(std::make_shared<std::mutex>()) {}
+Studio::Studio() : _mutex(std::make_shared<std::mutex>()) { }
 
 Studio& Studio::LoadBank(char const* path) {
     std::lock_guard lock(*_mutex);
@@ -60,8 +60,8 @@ void Studio::SetVolume(float volume, char const* bus) {
     _volumes[bus] = volume;
 }
 
-void Studio::SetListenerAttributes(float px, float py, float pz, float vx, float vy, float vz,
-                                   float fx, float fy, float fz, float ux, float uy, float uz) {
+void Studio::SetListenerAttributes(float px, float py, float pz, float vx, float vy, float vz, float fx, float fy,
+                                   float fz, float ux, float uy, float uz) {
     std::lock_guard lock(*_mutex);
     _listener = {px, py, pz, vx, vy, vz, fx, fy, fz, ux, uy, uz};
 }

@@ -15,10 +15,10 @@ class Studio {
 public:
     /// Shared state of one event instance.
     struct EventState {
-        std::string path;                           ///< Event path, e.g. "event:/Ambience".
-        bool playing = false;                       ///< Started and not stopped.
-        float volume = 1.0f;                        ///< Event volume.
-        std::map<std::string, float> parameters;    ///< Event parameters by name.
+        std::string path;                        ///< Event path, e.g. "event:/Ambience".
+        bool playing = false;                    ///< Started and not stopped.
+        float volume = 1.0f;                     ///< Event volume.
+        std::map<std::string, float> parameters; ///< Event parameters by name.
     };
 
     /// A handle to one event instance. Copies refer to the same instance. A
@@ -42,7 +42,7 @@ public:
     private:
         friend class Studio;
         Event(std::shared_ptr<EventState> state, std::shared_ptr<std::mutex> mutex)
-            : _state(std::move(state)), _mutex(std::move(mutex)) {}
+            : _state(std::move(state)), _mutex(std::move(mutex)) { }
         std::shared_ptr<EventState> _state;
         std::shared_ptr<std::mutex> _mutex;
     };
@@ -61,8 +61,8 @@ public:
     /// Sets the volume of a bus, e.g. SetVolume(0.25f, "bus:/").
     void SetVolume(float volume, char const* bus);
     /// Sets the listener: position, velocity, forward, up (x, y, z each).
-    void SetListenerAttributes(float px, float py, float pz, float vx, float vy, float vz,
-                               float fx, float fy, float fz, float ux, float uy, float uz);
+    void SetListenerAttributes(float px, float py, float pz, float vx, float vy, float vz, float fx, float fy, float fz,
+                               float ux, float uy, float uz);
     /// Advances the studio by one update.
     void Update();
 

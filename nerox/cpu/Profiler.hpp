@@ -35,15 +35,14 @@ class Profiler {
 public:
     /// Statistics of one path on one thread; times in milliseconds.
     struct Profile {
-        uint64_t count = 0;   ///< measured runs
-        double total = 0.0;   ///< sum of all runs
-        double min = -1.0;    ///< shortest run, -1 before the first
-        double max = 0.0;     ///< longest run
+        uint64_t count = 0; ///< measured runs
+        double total = 0.0; ///< sum of all runs
+        double min = -1.0;  ///< shortest run, -1 before the first
+        double max = 0.0;   ///< longest run
     };
 
     /// Receives a thread's name, a path and its statistics.
-    using Visitor = std::function<void(std::string const& threadName, std::string const& path,
-                                       Profile const& profile)>;
+    using Visitor = std::function<void(std::string const& threadName, std::string const& path, Profile const& profile)>;
 
     /// Opens the scope name on this thread; starts timing when start is true.
     explicit Profiler(std::string const& name, bool start = true) {
@@ -93,9 +92,9 @@ private:
 
     Timer _timer;
     Profile* _record = nullptr;
-    uint64_t _generation = 0;   // value of _resets when the record was taken
+    uint64_t _generation = 0; // value of _resets when the record was taken
 
-    static uint64_t _resets;    // count of Reset calls; changed only under the exclusive lock
+    static uint64_t _resets; // count of Reset calls; changed only under the exclusive lock
 };
 
 } // namespace nerox::cpu

@@ -13,7 +13,7 @@ constexpr size_t systemThreadNameLength = 15;
 
 } // namespace
 
-ThreadPoolBase::ThreadPoolBase(std::string name) : _name(std::move(name)) {}
+ThreadPoolBase::ThreadPoolBase(std::string name) : _name(std::move(name)) { }
 
 ThreadPoolBase::~ThreadPoolBase() {
     Shutdown();

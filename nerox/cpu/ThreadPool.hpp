@@ -79,7 +79,7 @@ public:
 
     /// Pool without threads; without jobFunction a job is run by calling it.
     explicit ThreadPool(std::string name, JobFunction jobFunction = {})
-        : ThreadPoolBase(std::move(name)), _jobFunction(std::move(jobFunction)) {}
+        : ThreadPoolBase(std::move(name)), _jobFunction(std::move(jobFunction)) { }
     /// Shuts down and drops the jobs still queued.
     ~ThreadPool() override { Shutdown(); }
 

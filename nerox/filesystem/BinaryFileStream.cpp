@@ -12,16 +12,14 @@
 namespace nerox::filesystem {
 
 BinaryFileStream::BinaryFileStream(std::string const& path, unsigned int bufferSize, int mode)
-    : _path(path), _mode(mode), _bufferSize(bufferSize)
-{
+    : _path(path), _mode(mode), _bufferSize(bufferSize) {
     int flags = O_CLOEXEC;
     switch (mode) {
     case ReadWrite: flags |= O_RDWR | O_CREAT; break;
     case ReadOnly: flags |= O_RDONLY; break;
     case WriteTruncate: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
     default:
-        throw std::invalid_argument("BinaryFileStream: unknown mode " + std::to_string(mode) + " for '" + path +
-                                    "'");
+        throw std::invalid_argument("BinaryFileStream: unknown mode " + std::to_string(mode) + " for '" + path + "'");
     }
     _fd = ::open(path.c_str(), flags, 0644);
     if (_fd < 0 && mode == ReadWrite && (errno == EACCES || errno == EROFS)) {
@@ -30,9 +28,8 @@ BinaryFileStream::BinaryFileStream(std::string const& path, unsigned int bufferS
         _fd = ::open(path.c_str(), O_CLOEXEC | O_RDONLY);
         _readOnlyFallback = _fd >= 0;
     }
-    if (_fd < 0)
-        throw std::runtime_error("BinaryFileStream: cannot open '" + path + "': " + std::strerror(errno));
-    struct stat info {};
+    if (_fd < 0) throw std::runtime_error("BinaryFileStream: cannot open '" + path + "': " + std::strerror(errno));
+    struct stat info { };
     if (::fstat(_fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         ::close(_fd);
         _fd = -1;
@@ -40,52 +37,42 @@ BinaryFileStream::BinaryFileStream(std::string const& path, unsigned int bufferS
     }
     _fileSize = static_cast<uint64_t>(info.st_size);
     _contentReplaced = (mode == WriteTruncate);
-    if (_bufferSize > 0 && mode != WriteTruncate)
-        _readBuffer.resize(_bufferSize);
-    if (_bufferSize > 0 && mode != ReadOnly)
-        _pending.reserve(_bufferSize);
+    if (_bufferSize > 0 && mode != WriteTruncate) _readBuffer.resize(_bufferSize);
+    if (_bufferSize > 0 && mode != ReadOnly) _pending.reserve(_bufferSize);
 }
 
-BinaryFileStream::~BinaryFileStream()
-{
+BinaryFileStream::~BinaryFileStream() {
     try {
         Flush();
     } catch (std::exception const& error) {
         std::cerr << error.what() << std::endl;
     }
-    if (_fd >= 0)
-        ::close(_fd);
+    if (_fd >= 0) ::close(_fd);
 }
 
-void BinaryFileStream::Fail(std::string const& what) const
-{
+void BinaryFileStream::Fail(std::string const& what) const {
     throw std::runtime_error("BinaryFileStream: " + what + " '" + _path + "'");
 }
 
-void BinaryFileStream::PreadExactly(unsigned char* data, size_t size, uint64_t offset) const
-{
+void BinaryFileStream::PreadExactly(unsigned char* data, size_t size, uint64_t offset) const {
     while (size > 0) {
         ssize_t const got = ::pread(_fd, data, size, static_cast<off_t>(offset));
         if (got < 0) {
-            if (errno == EINTR)
-                continue;
+            if (errno == EINTR) continue;
             Fail(std::string("read failed (") + std::strerror(errno) + ") in");
         }
-        if (got == 0)
-            Fail("file shrank while reading");
+        if (got == 0) Fail("file shrank while reading");
         data += got;
         size -= static_cast<size_t>(got);
         offset += static_cast<uint64_t>(got);
     }
 }
 
-void BinaryFileStream::PwriteAll(unsigned char const* data, size_t size, uint64_t offset)
-{
+void BinaryFileStream::PwriteAll(unsigned char const* data, size_t size, uint64_t offset) {
     while (size > 0) {
         ssize_t const put = ::pwrite(_fd, data, size, static_cast<off_t>(offset));
         if (put < 0) {
-            if (errno == EINTR)
-                continue;
+            if (errno == EINTR) continue;
             Fail(std::string("write failed (") + std::strerror(errno) + ") in");
         }
         data += put;
@@ -94,24 +81,19 @@ void BinaryFileStream::PwriteAll(unsigned char const* data, size_t size, uint64_
     }
 }
 
-void BinaryFileStream::Write(unsigned char const* data, size_t size)
-{
-    if (_mode == ReadOnly)
-        Fail("cannot write to read-only");
-    if (_readOnlyFallback)
-        Fail("no permission to write");
+void BinaryFileStream::Write(unsigned char const* data, size_t size) {
+    if (_mode == ReadOnly) Fail("cannot write to read-only");
+    if (_readOnlyFallback) Fail("no permission to write");
     if (!_contentReplaced) {
         // First write in ReadWrite mode: the new content replaces the old.
-        if (::ftruncate(_fd, 0) != 0)
-            Fail(std::string("cannot empty (") + std::strerror(errno) + ")");
+        if (::ftruncate(_fd, 0) != 0) Fail(std::string("cannot empty (") + std::strerror(errno) + ")");
         _contentReplaced = true;
         _fileSize = 0;
         _readPosition = 0;
         _readBufferStart = 0;
         _readBufferLength = 0;
     }
-    if (size == 0)
-        return;
+    if (size == 0) return;
     if (_pending.size() + size > _bufferSize) {
         Flush();
         if (size >= _bufferSize) {
@@ -123,34 +105,26 @@ void BinaryFileStream::Write(unsigned char const* data, size_t size)
     _pending.insert(_pending.end(), data, data + size);
 }
 
-void BinaryFileStream::Flush()
-{
-    if (_pending.empty())
-        return;
+void BinaryFileStream::Flush() {
+    if (_pending.empty()) return;
     PwriteAll(_pending.data(), _pending.size(), _fileSize);
     _fileSize += _pending.size();
     _pending.clear();
 }
 
-uint64_t BinaryFileStream::Remaining() const
-{
-    if (_mode == WriteTruncate)
-        return 0;
+uint64_t BinaryFileStream::Remaining() const {
+    if (_mode == WriteTruncate) return 0;
     uint64_t const size = _fileSize + _pending.size();
     return _readPosition < size ? size - _readPosition : 0;
 }
 
-void BinaryFileStream::Read(unsigned char* data, size_t size)
-{
-    if (_mode == WriteTruncate)
-        Fail("cannot read from write-only");
+void BinaryFileStream::Read(unsigned char* data, size_t size) {
+    if (_mode == WriteTruncate) Fail("cannot read from write-only");
     if (size > Remaining())
         throw std::runtime_error("Stream: read past the end of '" + _path + "' (wanted " + std::to_string(size) +
                                  " bytes, " + std::to_string(Remaining()) + " remain)");
-    if (size == 0)
-        return;
-    if (_readPosition + size > _fileSize)
-        Flush(); // the read reaches into bytes that are still pending
+    if (size == 0) return;
+    if (_readPosition + size > _fileSize) Flush(); // the read reaches into bytes that are still pending
 
     // Serve what the read buffer holds.
     if (_readPosition >= _readBufferStart && _readPosition < _readBufferStart + _readBufferLength) {
@@ -161,8 +135,7 @@ void BinaryFileStream::Read(unsigned char* data, size_t size)
         size -= take;
         _readPosition += take;
     }
-    if (size == 0)
-        return;
+    if (size == 0) return;
     if (size >= _bufferSize) {
         PreadExactly(data, size, _readPosition);
         _readPosition += size;
@@ -177,10 +150,8 @@ void BinaryFileStream::Read(unsigned char* data, size_t size)
     _readPosition += size;
 }
 
-std::span<unsigned char const> BinaryFileStream::ReadableBytes() const
-{
-    if (_mode == WriteTruncate)
-        Fail("cannot read from write-only");
+std::span<unsigned char const> BinaryFileStream::ReadableBytes() const {
+    if (_mode == WriteTruncate) Fail("cannot read from write-only");
     _snapshot.clear();
     _snapshot.reserve(static_cast<size_t>(Remaining()));
     if (_readPosition < _fileSize) {

@@ -73,13 +73,13 @@ private:
     int _fd = -1;
     size_t _bufferSize;
     bool _contentReplaced = false;
-    bool _readOnlyFallback = false;          // mode 0 on a file we may only read
-    uint64_t _fileSize = 0;                  // bytes on disk
-    uint64_t _readPosition = 0;              // next byte to read, in content offsets
-    std::vector<unsigned char> _readBuffer;  // a copy of the file from _readBufferStart
+    bool _readOnlyFallback = false;         // mode 0 on a file we may only read
+    uint64_t _fileSize = 0;                 // bytes on disk
+    uint64_t _readPosition = 0;             // next byte to read, in content offsets
+    std::vector<unsigned char> _readBuffer; // a copy of the file from _readBufferStart
     uint64_t _readBufferStart = 0;
     size_t _readBufferLength = 0;
-    std::vector<unsigned char> _pending;     // written bytes not yet on disk, following _fileSize
+    std::vector<unsigned char> _pending; // written bytes not yet on disk, following _fileSize
     mutable std::vector<unsigned char> _snapshot;
 };
 

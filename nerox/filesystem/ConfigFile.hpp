@@ -49,19 +49,19 @@ public:
     struct InputBinding {
         /// One joystick record of a binding.
         struct Joystick {
-            std::string name;         ///< Device identity; used by the second record only.
-            int id = 0;               ///< Index among devices of this name.
-            int button = -1;          ///< Button number, -1 for none.
-            int16_t axis = -1;        ///< Axis number, -1 for none.
+            std::string name;          ///< Device identity; used by the second record only.
+            int id = 0;                ///< Index among devices of this name.
+            int button = -1;           ///< Button number, -1 for none.
+            int16_t axis = -1;         ///< Axis number, -1 for none.
             int16_t axisDirection = 1; ///< +1 or -1: the sign of the axis that counts.
 
             /// Field-wise comparison.
             bool operator==(Joystick const&) const = default;
         };
 
-        int key = -1;           ///< Keyboard key code (GLFW numbering), -1 for none.
-        int mouseButton = -1;   ///< Mouse button, -1 for none.
-        Joystick joysticks[2];  ///< The first gamepad, then one named joystick.
+        int key = -1;          ///< Keyboard key code (GLFW numbering), -1 for none.
+        int mouseButton = -1;  ///< Mouse button, -1 for none.
+        Joystick joysticks[2]; ///< The first gamepad, then one named joystick.
 
         /// Field-wise comparison.
         bool operator==(InputBinding const&) const = default;
@@ -170,10 +170,10 @@ private:
 
     int _reloadIntervalMs;
     std::mutex _userMutex;
-    std::mutex _fileMutex;          // one read-modify-write of the file at a time; guards _knownStamp
+    std::mutex _fileMutex; // one read-modify-write of the file at a time; guards _knownStamp
     FileStamp _knownStamp;
     mutable std::mutex _controlMutex; // serialises Start and Stop
-    std::mutex _threadMutex;        // guards _stopRequested
+    std::mutex _threadMutex;          // guards _stopRequested
     std::condition_variable _threadCondition;
     bool _stopRequested = false;
     std::thread _thread;

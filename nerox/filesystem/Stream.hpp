@@ -61,18 +61,15 @@ public:
 
     /// Writes the raw memory image of a trivially copyable value.
     template <class T>
-        requires(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T> && !std::is_array_v<T>)
-    void Write(T const& value)
-    {
+    requires(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T> &&
+             !std::is_array_v<T>) void Write(T const& value) {
         Write(reinterpret_cast<unsigned char const*>(&value), sizeof(T));
     }
 
     /// Reads the raw memory image of a trivially copyable value.
     template <class T>
-        requires(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T> && !std::is_array_v<T> &&
-                 !std::is_const_v<T>)
-    void Read(T& value)
-    {
+    requires(std::is_trivially_copyable_v<T> && !std::is_pointer_v<T> && !std::is_array_v<T> &&
+             !std::is_const_v<T>) void Read(T& value) {
         Read(reinterpret_cast<unsigned char*>(&value), sizeof(T));
     }
 

@@ -55,11 +55,21 @@ GlfwWindow::~GlfwWindow() {
     if (openWindows.fetch_sub(1) == 1) glfwTerminate();
 }
 
-bool GlfwWindow::IsFocused() const { return glfwGetWindowAttrib(_window, GLFW_FOCUSED) == GLFW_TRUE; }
-void GlfwWindow::SetInputMode(int mode, int value) { glfwSetInputMode(_window, mode, value); }
-int GlfwWindow::GetInputMode(int mode) const { return glfwGetInputMode(_window, mode); }
-void GlfwWindow::SetCursorPos(double x, double y) { glfwSetCursorPos(_window, x, y); }
-void GlfwWindow::GetCursorPos(double* x, double* y) const { glfwGetCursorPos(_window, x, y); }
+bool GlfwWindow::IsFocused() const {
+    return glfwGetWindowAttrib(_window, GLFW_FOCUSED) == GLFW_TRUE;
+}
+void GlfwWindow::SetInputMode(int mode, int value) {
+    glfwSetInputMode(_window, mode, value);
+}
+int GlfwWindow::GetInputMode(int mode) const {
+    return glfwGetInputMode(_window, mode);
+}
+void GlfwWindow::SetCursorPos(double x, double y) {
+    glfwSetCursorPos(_window, x, y);
+}
+void GlfwWindow::GetCursorPos(double* x, double* y) const {
+    glfwGetCursorPos(_window, x, y);
+}
 
 int GlfwWindow::GetKey(int key) const {
     if (key < GLFW_KEY_SPACE || key > GLFW_KEY_LAST) return GLFW_RELEASE;
@@ -88,9 +98,13 @@ std::string GlfwWindow::GetClipboardText() const {
     return text ? text : "";
 }
 
-void GlfwWindow::SetClipboardText(std::string const& text) { glfwSetClipboardString(_window, text.c_str()); }
+void GlfwWindow::SetClipboardText(std::string const& text) {
+    glfwSetClipboardString(_window, text.c_str());
+}
 
-bool GlfwWindow::JoystickPresent(int id) const { return glfwJoystickPresent(id) == GLFW_TRUE; }
+bool GlfwWindow::JoystickPresent(int id) const {
+    return glfwJoystickPresent(id) == GLFW_TRUE;
+}
 
 float const* GlfwWindow::GetJoystickAxes(int id, int* count) const {
     int n = 0;
@@ -117,11 +131,23 @@ bool GlfwWindow::GetGamepadState(int id, GLFWgamepadstate* state) const {
     return glfwGetGamepadState(id, state) == GLFW_TRUE;
 }
 
-char const* GlfwWindow::GetJoystickGUID(int id) const { return glfwGetJoystickGUID(id); }
-char const* GlfwWindow::GetJoystickName(int id) const { return glfwGetJoystickName(id); }
-bool GlfwWindow::JoystickIsGamepad(int id) const { return glfwJoystickIsGamepad(id) == GLFW_TRUE; }
-void GlfwWindow::PollEvents() { glfwPollEvents(); }
-bool GlfwWindow::ShouldClose() const { return glfwWindowShouldClose(_window) == GLFW_TRUE; }
-void GlfwWindow::SetShouldClose(bool close) { glfwSetWindowShouldClose(_window, close ? GLFW_TRUE : GLFW_FALSE); }
+char const* GlfwWindow::GetJoystickGUID(int id) const {
+    return glfwGetJoystickGUID(id);
+}
+char const* GlfwWindow::GetJoystickName(int id) const {
+    return glfwGetJoystickName(id);
+}
+bool GlfwWindow::JoystickIsGamepad(int id) const {
+    return glfwJoystickIsGamepad(id) == GLFW_TRUE;
+}
+void GlfwWindow::PollEvents() {
+    glfwPollEvents();
+}
+bool GlfwWindow::ShouldClose() const {
+    return glfwWindowShouldClose(_window) == GLFW_TRUE;
+}
+void GlfwWindow::SetShouldClose(bool close) {
+    glfwSetWindowShouldClose(_window, close ? GLFW_TRUE : GLFW_FALSE);
+}
 
 } // namespace nerox::graphics

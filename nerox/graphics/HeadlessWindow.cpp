@@ -3,7 +3,9 @@
 namespace nerox::graphics {
 
 namespace {
-bool InRange(int index, size_t size) { return index >= 0 && static_cast<size_t>(index) < size; }
+bool InRange(int index, size_t size) {
+    return index >= 0 && static_cast<size_t>(index) < size;
+}
 } // namespace
 
 HeadlessWindow::HeadlessWindow(int width, int height) : _width(width), _height(height) {
@@ -130,7 +132,7 @@ bool HeadlessWindow::JoystickIsGamepad(int id) const {
     return joystick && joystick->isGamepad;
 }
 
-void HeadlessWindow::PollEvents() {}
+void HeadlessWindow::PollEvents() { }
 
 bool HeadlessWindow::ShouldClose() const {
     std::lock_guard lock(_mutex);

@@ -10,8 +10,7 @@ namespace nerox::graphics {
 
 namespace {
 
-size_t BytesPerPixel(VkFormat format)
-{
+size_t BytesPerPixel(VkFormat format) {
     switch (format) {
     case VK_FORMAT_R8_UNORM: return 1;
     case VK_FORMAT_R8G8_UNORM: return 2;
@@ -31,8 +30,7 @@ namespace {
 
 /// Checks what the pixels must be before any Vulkan object is made.
 uint32_t CheckedWidth(uint32_t width, uint32_t height, VkFormat format, void const* pixels, size_t bytes,
-                      std::string const& name)
-{
+                      std::string const& name) {
     size_t const perPixel = BytesPerPixel(format);
     if (perPixel == 0)
         throw std::runtime_error("ImageTexture \"" + name + "\": unsupported format " + std::to_string(format));
@@ -51,24 +49,25 @@ uint32_t CheckedWidth(uint32_t width, uint32_t height, VkFormat format, void con
 ImageTexture::ImageTexture(vk::Device& device, uint32_t width, uint32_t height, VkFormat format, void const* pixels,
                            size_t bytes, std::string const& name)
     : _image(device, CheckedWidth(width, height, format, pixels, bytes, name), height, format,
-             VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, name)
-{
+             VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT, name) {
     size_t const expected = bytes;
     vk::MappedBuffer<unsigned char, 2, vk::AllocationHostAccessSequentialWrite> staging(
         device, expected, VK_BUFFER_USAGE_TRANSFER_SRC_BIT, name + " upload", 16);
     std::memcpy(staging.Data(), pixels, expected);
-    vk::CommandBuffer::Run(device, device.GraphicsQueue(), [&](VkCommandBuffer commands) {
-        _image.Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
-        VkBufferImageCopy copy{};
-        copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-        copy.imageExtent = {width, height, 1};
-        vkCmdCopyBufferToImage(commands, staging, _image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &copy);
-        _image.Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
-    }, "upload " + name);
+    vk::CommandBuffer::Run(
+        device, device.GraphicsQueue(),
+        [&](VkCommandBuffer commands) {
+            _image.Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
+            VkBufferImageCopy copy{};
+            copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+            copy.imageExtent = {width, height, 1};
+            vkCmdCopyBufferToImage(commands, staging, _image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &copy);
+            _image.Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
+        },
+        "upload " + name);
 }
 
-std::shared_ptr<ImageTexture> ImageTexture::FromFile(vk::Device& device, std::string const& path)
-{
+std::shared_ptr<ImageTexture> ImageTexture::FromFile(vk::Device& device, std::string const& path) {
     ImageData const data = Texture::LoadFile(path, 4);
     VkFormat const format = data.isFloat ? VK_FORMAT_R32G32B32A32_SFLOAT : VK_FORMAT_R8G8B8A8_UNORM;
     return std::make_shared<ImageTexture>(device, static_cast<uint32_t>(data.width), static_cast<uint32_t>(data.height),

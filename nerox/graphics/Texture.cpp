@@ -14,16 +14,14 @@ namespace nerox::graphics {
 
 namespace {
 
-std::string LowerExtension(std::string const& path)
-{
+std::string LowerExtension(std::string const& path) {
     std::string extension = std::filesystem::path(path).extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return extension;
 }
 
-bool Refuse(std::string const& path, std::string const& why)
-{
+bool Refuse(std::string const& path, std::string const& why) {
     std::cerr << "Texture::SaveFile " << path << ": " << why << '\n';
     return false;
 }
@@ -31,19 +29,20 @@ bool Refuse(std::string const& path, std::string const& why)
 } // namespace
 
 Texture::~Texture() = default;
-void Texture::Push(VkCommandBuffer) {}
-bool Texture::Reload() { return false; }
-VkImageView Texture::GetImageView() const { return VK_NULL_HANDLE; }
+void Texture::Push(VkCommandBuffer) { }
+bool Texture::Reload() {
+    return false;
+}
+VkImageView Texture::GetImageView() const {
+    return VK_NULL_HANDLE;
+}
 
 bool Texture::SaveFile(std::string const& path, int width, int height, int channels, bool isFloat, void const* data,
-                       int quality)
-{
-    if (data == nullptr)
-        return Refuse(path, "no pixels");
+                       int quality) {
+    if (data == nullptr) return Refuse(path, "no pixels");
     if (width <= 0 || height <= 0)
         return Refuse(path, "size " + std::to_string(width) + "x" + std::to_string(height) + " is empty");
-    if (channels < 1 || channels > 4)
-        return Refuse(path, std::to_string(channels) + " channels; 1 to 4 can be saved");
+    if (channels < 1 || channels > 4) return Refuse(path, std::to_string(channels) + " channels; 1 to 4 can be saved");
     std::string const extension = LowerExtension(path);
     int written = 0;
     if (isFloat) {
@@ -57,13 +56,11 @@ bool Texture::SaveFile(std::string const& path, int width, int height, int chann
     } else {
         written = stbi_write_png(path.c_str(), width, height, channels, data, width * channels);
     }
-    if (written == 0)
-        return Refuse(path, "the file could not be written (does its folder exist?)");
+    if (written == 0) return Refuse(path, "the file could not be written (does its folder exist?)");
     return true;
 }
 
-ImageData Texture::LoadFile(std::string const& path, int desiredChannels)
-{
+ImageData Texture::LoadFile(std::string const& path, int desiredChannels) {
     if (desiredChannels < 0 || desiredChannels > 4)
         throw std::runtime_error("Cannot load image file " + path + ": " + std::to_string(desiredChannels) +
                                  " channels asked for");
@@ -73,7 +70,8 @@ ImageData Texture::LoadFile(std::string const& path, int desiredChannels)
         float* pixels = stbi_loadf(path.c_str(), &image.width, &image.height, &fileChannels, desiredChannels);
         if (pixels == nullptr) {
             char const* reason = stbi_failure_reason();
-            throw std::runtime_error("Cannot load image file " + path + ": " + (reason != nullptr ? reason : "unknown error"));
+            throw std::runtime_error("Cannot load image file " + path + ": " +
+                                     (reason != nullptr ? reason : "unknown error"));
         }
         image.isFloat = true;
         image.channels = desiredChannels != 0 ? desiredChannels : fileChannels;
@@ -86,9 +84,9 @@ ImageData Texture::LoadFile(std::string const& path, int desiredChannels)
     unsigned char* pixels = stbi_load(path.c_str(), &image.width, &image.height, &fileChannels, desiredChannels);
     if (pixels == nullptr) {
         char const* reason = stbi_failure_reason();
-        throw std::runtime_error("Cannot load image file " + path + ": " +
-                                 (std::filesystem::exists(path) ? (reason != nullptr ? reason : "unknown error")
-                                                                : "no such file"));
+        throw std::runtime_error(
+            "Cannot load image file " + path + ": " +
+            (std::filesystem::exists(path) ? (reason != nullptr ? reason : "unknown error") : "no such file"));
     }
     image.channels = desiredChannels != 0 ? desiredChannels : fileChannels;
     image.pixels.assign(pixels, pixels + static_cast<size_t>(image.width) * image.height * image.channels);

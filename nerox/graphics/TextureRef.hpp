@@ -15,14 +15,11 @@ class TextureRef {
 public:
     /// A texture already made.
     template <class T>
-        requires std::is_base_of_v<Texture, T>
-    TextureRef(std::shared_ptr<T> texture) : _texture(std::move(texture))
-    {
-    }
+    requires std::is_base_of_v<Texture, T> TextureRef(std::shared_ptr<T> texture) : _texture(std::move(texture)) { }
     /// An image file, relative to the working directory.
-    TextureRef(std::string path) : _path(std::move(path)) {}
+    TextureRef(std::string path) : _path(std::move(path)) { }
     /// An image file, relative to the working directory.
-    TextureRef(char const* path) : _path(path != nullptr ? path : "") {}
+    TextureRef(char const* path) : _path(path != nullptr ? path : "") { }
 
     /// The texture; null for a reference by path.
     std::shared_ptr<Texture> const& GetTexture() const { return _texture; }

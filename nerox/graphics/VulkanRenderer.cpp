@@ -30,11 +30,12 @@ namespace {
 /// Offscreen output size when there is no window.
 constexpr VkExtent2D DefaultExtent{1280, 720};
 
-GlfwWindow* AsGlfw(Window* window) { return dynamic_cast<GlfwWindow*>(window); }
+GlfwWindow* AsGlfw(Window* window) {
+    return dynamic_cast<GlfwWindow*>(window);
+}
 
 vk::DeviceOptions MakeOptions(Window* window, char const* name, uint32_t version,
-                              vk::PhysicalDevice::Features const& features)
-{
+                              vk::PhysicalDevice::Features const& features) {
     vk::DeviceOptions options;
     options.applicationName = name != nullptr ? name : "Tessara";
     options.applicationVersion = version;
@@ -51,8 +52,7 @@ vk::DeviceOptions MakeOptions(Window* window, char const* name, uint32_t version
         char const** names = glfwGetRequiredInstanceExtensions(&count);
         if (names == nullptr)
             throw std::runtime_error("Vulkan: GLFW finds no Vulkan support for windows on this display");
-        for (uint32_t i = 0; i < count; ++i)
-            options.instanceExtensions.emplace_back(names[i]);
+        for (uint32_t i = 0; i < count; ++i) options.instanceExtensions.emplace_back(names[i]);
         GLFWwindow* handle = glfw->GetHandle();
         options.createSurface = [handle](VkInstance instance) {
             VkSurfaceKHR surface = VK_NULL_HANDLE;
@@ -63,24 +63,21 @@ vk::DeviceOptions MakeOptions(Window* window, char const* name, uint32_t version
     return options;
 }
 
-void CheckUiResult(VkResult result)
-{
-    if (result != VK_SUCCESS)
-        std::cerr << "Dear ImGui Vulkan backend: " << vk::ResultName(result) << '\n';
+void CheckUiResult(VkResult result) {
+    if (result != VK_SUCCESS) std::cerr << "Dear ImGui Vulkan backend: " << vk::ResultName(result) << '\n';
 }
 
 } // namespace
 
 VulkanRenderer::VulkanRenderer(Window* window, char const* applicationName, uint32_t applicationVersion,
                                vk::PhysicalDevice::Features const& features, bool vsync)
-    : DeviceInterface(MakeOptions(window, applicationName, applicationVersion, features)), window(window), vsync(vsync)
-{
+    : DeviceInterface(MakeOptions(window, applicationName, applicationVersion, features)), window(window),
+      vsync(vsync) {
     _surfaceWindow = _device->Surface() != VK_NULL_HANDLE;
     LoadFunctionPointersInterface();
 }
 
-VulkanRenderer::~VulkanRenderer()
-{
+VulkanRenderer::~VulkanRenderer() {
     // A derived class stops rendering in its own destructor; this is the last resort.
     if (_rendering) {
         try {
@@ -93,8 +90,7 @@ VulkanRenderer::~VulkanRenderer()
 
 // ---------------------------------------------------------------- output
 
-void VulkanRenderer::CreateSwapchainDependantObjects()
-{
+void VulkanRenderer::CreateSwapchainDependantObjects() {
     vk::Device& device = *_device;
     if (_surfaceWindow) {
         CreateSwapchain();
@@ -103,13 +99,14 @@ void VulkanRenderer::CreateSwapchainDependantObjects()
         if (window != nullptr && window->GetWidth() > 0 && window->GetHeight() > 0)
             _extent = {static_cast<uint32_t>(window->GetWidth()), static_cast<uint32_t>(window->GetHeight())};
         _format = VK_FORMAT_R8G8B8A8_UNORM;
-        _usage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT |
-                 VK_IMAGE_USAGE_SAMPLED_BIT;
+        _usage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT |
+            VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_SAMPLED_BIT;
         VkFormatProperties properties;
         vkGetPhysicalDeviceFormatProperties(device.Physical(), _format, &properties);
         if (properties.optimalTilingFeatures & VK_FORMAT_FEATURE_STORAGE_IMAGE_BIT)
             _usage |= VK_IMAGE_USAGE_STORAGE_BIT;
-        _offscreen = std::make_unique<vk::Image>(device, _extent.width, _extent.height, _format, _usage, "Output image");
+        _offscreen =
+            std::make_unique<vk::Image>(device, _extent.width, _extent.height, _format, _usage, "Output image");
         _targets.assign(1, Target{});
         _targets[0].image = _offscreen->Handle();
         _targets[0].view = _offscreen->View();
@@ -129,8 +126,7 @@ void VulkanRenderer::CreateSwapchainDependantObjects()
     _targetIndex = 0;
 }
 
-void VulkanRenderer::CreateSwapchain()
-{
+void VulkanRenderer::CreateSwapchain() {
     vk::Device& device = *_device;
     VkSurfaceKHR const surface = device.Surface();
     VkSurfaceCapabilitiesKHR caps;
@@ -139,8 +135,7 @@ void VulkanRenderer::CreateSwapchain()
     NEROX_VK_CHECK(vkGetPhysicalDeviceSurfaceFormatsKHR(device.Physical(), surface, &count, nullptr));
     std::vector<VkSurfaceFormatKHR> formats(count);
     NEROX_VK_CHECK(vkGetPhysicalDeviceSurfaceFormatsKHR(device.Physical(), surface, &count, formats.data()));
-    if (formats.empty())
-        throw std::runtime_error("Vulkan: the window's surface offers no format");
+    if (formats.empty()) throw std::runtime_error("Vulkan: the window's surface offers no format");
     VkSurfaceFormatKHR chosen = formats[0];
     for (VkFormat wanted : {VK_FORMAT_B8G8R8A8_UNORM, VK_FORMAT_R8G8B8A8_UNORM}) {
         auto found = std::find_if(formats.begin(), formats.end(), [wanted](VkSurfaceFormatKHR const& f) {
@@ -177,10 +172,9 @@ void VulkanRenderer::CreateSwapchain()
         return;
     }
     uint32_t images = caps.minImageCount + 1;
-    if (caps.maxImageCount > 0)
-        images = std::min(images, caps.maxImageCount);
+    if (caps.maxImageCount > 0) images = std::min(images, caps.maxImageCount);
     VkImageUsageFlags const wantedUsage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT |
-                                          VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_STORAGE_BIT;
+        VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_STORAGE_BIT;
     _usage = wantedUsage & caps.supportedUsageFlags;
     if (!(_usage & VK_IMAGE_USAGE_TRANSFER_DST_BIT) || !(_usage & VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT))
         throw std::runtime_error("Vulkan: the window's images cannot be cleared and drawn into");
@@ -200,8 +194,8 @@ void VulkanRenderer::CreateSwapchain()
     info.imageSharingMode = VK_SHARING_MODE_EXCLUSIVE;
     info.preTransform = caps.currentTransform;
     info.compositeAlpha = (caps.supportedCompositeAlpha & VK_COMPOSITE_ALPHA_OPAQUE_BIT_KHR)
-                              ? VK_COMPOSITE_ALPHA_OPAQUE_BIT_KHR
-                              : static_cast<VkCompositeAlphaFlagBitsKHR>(caps.supportedCompositeAlpha & -caps.supportedCompositeAlpha);
+        ? VK_COMPOSITE_ALPHA_OPAQUE_BIT_KHR
+        : static_cast<VkCompositeAlphaFlagBitsKHR>(caps.supportedCompositeAlpha & -caps.supportedCompositeAlpha);
     info.presentMode = mode;
     info.clipped = VK_TRUE;
     NEROX_VK_CHECK(vkCreateSwapchainKHR(device, &info, nullptr, &_swapchain));
@@ -223,13 +217,11 @@ void VulkanRenderer::CreateSwapchain()
     }
 }
 
-void VulkanRenderer::DestroySwapchainDependantObjects()
-{
+void VulkanRenderer::DestroySwapchainDependantObjects() {
     vk::Device& device = *_device;
     device.WaitIdle();
     for (Target& target : _targets) {
-        if (target.rendered != VK_NULL_HANDLE)
-            vkDestroySemaphore(device, target.rendered, nullptr);
+        if (target.rendered != VK_NULL_HANDLE) vkDestroySemaphore(device, target.rendered, nullptr);
         if (_swapchain != VK_NULL_HANDLE && target.view != VK_NULL_HANDLE)
             vkDestroyImageView(device, target.view, nullptr);
     }
@@ -242,8 +234,7 @@ void VulkanRenderer::DestroySwapchainDependantObjects()
     }
 }
 
-void VulkanRenderer::ReCreateSwapchain()
-{
+void VulkanRenderer::ReCreateSwapchain() {
     VkFormat const format = _format;
     DestroySwapchainDependantObjects();
     CreateSwapchainDependantObjects();
@@ -254,29 +245,35 @@ void VulkanRenderer::ReCreateSwapchain()
     }
 }
 
-void VulkanRenderer::RefreshViewport() { ReCreateSwapchain(); }
+void VulkanRenderer::RefreshViewport() {
+    ReCreateSwapchain();
+}
 
-vk::Image* VulkanRenderer::GetOutputImage() const { return _offscreen.get(); }
-VkExtent2D VulkanRenderer::GetOutputImageExtent() const { return _extent; }
-VkFormat VulkanRenderer::GetOutputImageFormat() const { return _format; }
-VkImageUsageFlags VulkanRenderer::GetOutputImageUsage() const { return _usage; }
+vk::Image* VulkanRenderer::GetOutputImage() const {
+    return _offscreen.get();
+}
+VkExtent2D VulkanRenderer::GetOutputImageExtent() const {
+    return _extent;
+}
+VkFormat VulkanRenderer::GetOutputImageFormat() const {
+    return _format;
+}
+VkImageUsageFlags VulkanRenderer::GetOutputImageUsage() const {
+    return _usage;
+}
 
-VkImage VulkanRenderer::GetOutputVkImage() const
-{
+VkImage VulkanRenderer::GetOutputVkImage() const {
     return _targetIndex < _targets.size() ? _targets[_targetIndex].image : VK_NULL_HANDLE;
 }
 
-VkImageView VulkanRenderer::GetOutputVkImageView() const
-{
+VkImageView VulkanRenderer::GetOutputVkImageView() const {
     return _targetIndex < _targets.size() ? _targets[_targetIndex].view : VK_NULL_HANDLE;
 }
 
 // ---------------------------------------------------------------- start and stop
 
-void VulkanRenderer::StartRendering()
-{
-    if (_rendering)
-        return;
+void VulkanRenderer::StartRendering() {
+    if (_rendering) return;
     // From here StopRendering can undo whatever part was made.
     _rendering = true;
     _frameIndex = 0;
@@ -289,8 +286,7 @@ void VulkanRenderer::StartRendering()
     StartUi();
 }
 
-void VulkanRenderer::StartFrameSlots()
-{
+void VulkanRenderer::StartFrameSlots() {
     vk::Device& device = *_device;
     for (FrameSlot& slot : _frames) {
         VkCommandPoolCreateInfo pool{VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO};
@@ -310,10 +306,8 @@ void VulkanRenderer::StartFrameSlots()
     }
 }
 
-void VulkanRenderer::StopRendering()
-{
-    if (!_rendering)
-        return;
+void VulkanRenderer::StopRendering() {
+    if (!_rendering) return;
     vk::Device& device = *_device;
     device.WaitIdle();
     StopUi();
@@ -331,8 +325,7 @@ void VulkanRenderer::StopRendering()
     _recording = false;
 }
 
-void VulkanRenderer::StartUi()
-{
+void VulkanRenderer::StartUi() {
     if (ImGui::GetCurrentContext() == nullptr) {
         ImGui::CreateContext();
         ImGui::GetIO().IniFilename = nullptr; // window places are not kept between runs
@@ -350,8 +343,7 @@ void VulkanRenderer::StartUi()
     ImGuiIO& io = ImGui::GetIO();
     GlfwWindow* glfw = AsGlfw(window);
     _glfwUi = glfw != nullptr && io.BackendPlatformUserData == nullptr;
-    if (_glfwUi)
-        ImGui_ImplGlfw_InitForVulkan(glfw->GetHandle(), true);
+    if (_glfwUi) ImGui_ImplGlfw_InitForVulkan(glfw->GetHandle(), true);
     _uiStarted = true; // from here StopUi undoes it
 
     ImGui_ImplVulkan_InitInfo init{};
@@ -365,33 +357,28 @@ void VulkanRenderer::StartUi()
     init.ImageCount = std::max<uint32_t>(FramesInFlight, static_cast<uint32_t>(_targets.size()));
     init.MSAASamples = VK_SAMPLE_COUNT_1_BIT;
     init.CheckVkResultFn = &CheckUiResult;
-    if (!_uiPass)
-        throw std::runtime_error("Dear ImGui: the window has no size to draw into");
+    if (!_uiPass) throw std::runtime_error("Dear ImGui: the window has no size to draw into");
     if (!ImGui_ImplVulkan_Init(&init, _uiPass->Handle())) {
         _uiBackend = false;
         throw std::runtime_error("Dear ImGui: the Vulkan backend did not start");
     }
     _uiBackend = true;
-    vk::CommandBuffer::Run(device, device.GraphicsQueue(),
-                           [](VkCommandBuffer commands) { ImGui_ImplVulkan_CreateFontsTexture(commands); },
-                           "Dear ImGui fonts");
+    vk::CommandBuffer::Run(
+        device, device.GraphicsQueue(), [](VkCommandBuffer commands) { ImGui_ImplVulkan_CreateFontsTexture(commands); },
+        "Dear ImGui fonts");
     ImGui_ImplVulkan_DestroyFontUploadObjects();
     _uiStarted = true;
 }
 
-void VulkanRenderer::StopUi()
-{
-    if (!_uiStarted)
-        return;
+void VulkanRenderer::StopUi() {
+    if (!_uiStarted) return;
     if (_uiFrameOpen) {
         ImGui::EndFrame();
         _uiFrameOpen = false;
     }
-    if (_uiBackend)
-        ImGui_ImplVulkan_Shutdown();
+    if (_uiBackend) ImGui_ImplVulkan_Shutdown();
     _uiBackend = false;
-    if (_glfwUi)
-        ImGui_ImplGlfw_Shutdown();
+    if (_glfwUi) ImGui_ImplGlfw_Shutdown();
     _glfwUi = false;
     vkDestroyDescriptorPool(*_device, _uiDescriptorPool, nullptr);
     _uiDescriptorPool = VK_NULL_HANDLE;
@@ -402,10 +389,8 @@ void VulkanRenderer::StopUi()
     _uiStarted = false;
 }
 
-void VulkanRenderer::BeginUiFrame()
-{
-    if (!_uiStarted || _uiFrameOpen)
-        return;
+void VulkanRenderer::BeginUiFrame() {
+    if (!_uiStarted || _uiFrameOpen) return;
     ImGui_ImplVulkan_NewFrame();
     ImGuiIO& io = ImGui::GetIO();
     double const now = std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -420,18 +405,15 @@ void VulkanRenderer::BeginUiFrame()
     _uiFrameOpen = true;
 }
 
-void VulkanRenderer::EndUiFrame()
-{
-    if (!_uiFrameOpen)
-        return;
+void VulkanRenderer::EndUiFrame() {
+    if (!_uiFrameOpen) return;
     ImGui::Render();
     _uiFrameOpen = false;
 }
 
 // ---------------------------------------------------------------- frames
 
-bool VulkanRenderer::BeginFrame()
-{
+bool VulkanRenderer::BeginFrame() {
     NEROX_ASSERT(_rendering && !_recording);
     vk::Device& device = *_device;
     FrameSlot& slot = _frames[_frameSlot];
@@ -442,20 +424,18 @@ bool VulkanRenderer::BeginFrame()
     // A swapchain reports a new size itself (out of date or suboptimal); an
     // offscreen output follows the window's.
     bool const resized = !_surfaceWindow && window != nullptr &&
-                         (static_cast<uint32_t>(window->GetWidth()) != _extent.width ||
-                          static_cast<uint32_t>(window->GetHeight()) != _extent.height);
-    if (resized || _targets.empty())
-        RefreshViewport();
-    if (_targets.empty())
-        return false; // still nothing to draw into
+        (static_cast<uint32_t>(window->GetWidth()) != _extent.width ||
+         static_cast<uint32_t>(window->GetHeight()) != _extent.height);
+    if (resized || _targets.empty()) RefreshViewport();
+    if (_targets.empty()) return false; // still nothing to draw into
     if (_swapchain != VK_NULL_HANDLE) {
-        VkResult const result = vkAcquireNextImageKHR(device, _swapchain, UINT64_MAX, slot.acquired, VK_NULL_HANDLE, &_targetIndex);
+        VkResult const result =
+            vkAcquireNextImageKHR(device, _swapchain, UINT64_MAX, slot.acquired, VK_NULL_HANDLE, &_targetIndex);
         if (result == VK_ERROR_OUT_OF_DATE_KHR) {
             RefreshViewport();
             return false;
         }
-        if (result != VK_SUBOPTIMAL_KHR)
-            NEROX_VK_CHECK(result);
+        if (result != VK_SUBOPTIMAL_KHR) NEROX_VK_CHECK(result);
     } else {
         _targetIndex = 0;
     }
@@ -464,8 +444,7 @@ bool VulkanRenderer::BeginFrame()
     return true;
 }
 
-void VulkanRenderer::BeginRecording()
-{
+void VulkanRenderer::BeginRecording() {
     FrameSlot& slot = _frames[_frameSlot];
     NEROX_VK_CHECK(vkResetCommandPool(*_device, slot.pool, 0));
     VkCommandBufferBeginInfo begin{VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO};
@@ -481,14 +460,12 @@ void VulkanRenderer::BeginRecording()
     _recording = true;
 }
 
-void VulkanRenderer::RestartRecording()
-{
+void VulkanRenderer::RestartRecording() {
     NEROX_ASSERT(_recording);
     BeginRecording(); // resetting the pool drops what was recorded
 }
 
-void VulkanRenderer::EndFrame()
-{
+void VulkanRenderer::EndFrame() {
     NEROX_ASSERT(_recording);
     vk::Device& device = *_device;
     FrameSlot& slot = _frames[_frameSlot];
@@ -501,8 +478,7 @@ void VulkanRenderer::EndFrame()
         _uiPass->End(slot.commands);
     }
     bool const captured = _captureNext && (_usage & VK_IMAGE_USAGE_TRANSFER_SRC_BIT);
-    if (captured)
-        RecordCapture(slot.commands, target.image, VK_IMAGE_LAYOUT_GENERAL);
+    if (captured) RecordCapture(slot.commands, target.image, VK_IMAGE_LAYOUT_GENERAL);
     _captureNext = false;
     if (_swapchain != VK_NULL_HANDLE) {
         vk::Image::Transition(slot.commands, target.image, VK_IMAGE_LAYOUT_GENERAL, VK_IMAGE_LAYOUT_PRESENT_SRC_KHR);
@@ -538,20 +514,19 @@ void VulkanRenderer::EndFrame()
     }
     _frameSlot = (_frameSlot + 1) % FramesInFlight;
     ++_frameIndex;
-    if (captured)
-        _capturedFrame = _frameIndex;
+    if (captured) _capturedFrame = _frameIndex;
     if (presented == VK_ERROR_OUT_OF_DATE_KHR || presented == VK_SUBOPTIMAL_KHR)
         RefreshViewport();
     else
         NEROX_VK_CHECK(presented);
 }
 
-void VulkanRenderer::RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout)
-{
+void VulkanRenderer::RecordCapture(VkCommandBuffer commands, VkImage image, VkImageLayout layout) {
     VkDeviceSize const bytes = static_cast<VkDeviceSize>(_extent.width) * _extent.height * 4;
     if (!_capture || _capture->Size() != bytes)
-        _capture = std::make_unique<vk::Buffer>(*_device, bytes, VK_BUFFER_USAGE_TRANSFER_DST_BIT, vk::MemoryUsage::GpuToCpu,
-                                                vk::AllocationHostAccessRandom, "Output capture");
+        _capture =
+            std::make_unique<vk::Buffer>(*_device, bytes, VK_BUFFER_USAGE_TRANSFER_DST_BIT, vk::MemoryUsage::GpuToCpu,
+                                         vk::AllocationHostAccessRandom, "Output capture");
     // The frame before may still be copying into the same buffer.
     VkMemoryBarrier buffer{VK_STRUCTURE_TYPE_MEMORY_BARRIER};
     buffer.srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
@@ -568,8 +543,7 @@ void VulkanRenderer::RecordCapture(VkCommandBuffer commands, VkImage image, VkIm
     _capturedExtent = _extent;
 }
 
-bool VulkanRenderer::SaveOutputImage(std::string const& path)
-{
+bool VulkanRenderer::SaveOutputImage(std::string const& path) {
     if (_recording || _frameIndex == 0) {
         std::cerr << "SaveOutputImage: no finished frame to save\n";
         return false;
@@ -583,14 +557,16 @@ bool VulkanRenderer::SaveOutputImage(std::string const& path)
         device.WaitIdle();
         if (_capturedFrame != _frameIndex) {
             if (_swapchain != VK_NULL_HANDLE || _targets.empty()) {
-                std::cerr << "SaveOutputImage: the last frame was presented without a copy; call CaptureNextFrame before it\n";
+                std::cerr << "SaveOutputImage: the last frame was presented without a copy; call CaptureNextFrame "
+                             "before it\n";
                 return false;
             }
             // Offscreen, the output image still holds the last frame.
             Target const& target = _targets[_targetIndex];
-            vk::CommandBuffer::Run(device, device.GraphicsQueue(), [&](VkCommandBuffer commands) {
-                RecordCapture(commands, target.image, target.layout);
-            }, "SaveOutputImage");
+            vk::CommandBuffer::Run(
+                device, device.GraphicsQueue(),
+                [&](VkCommandBuffer commands) { RecordCapture(commands, target.image, target.layout); },
+                "SaveOutputImage");
             _capturedFrame = _frameIndex;
         }
         size_t const pixels = static_cast<size_t>(_capturedExtent.width) * _capturedExtent.height;
@@ -598,12 +574,11 @@ bool VulkanRenderer::SaveOutputImage(std::string const& path)
         uint32_t const* captured = static_cast<uint32_t const*>(_capture->Map());
         std::vector<uint32_t> data(captured, captured + pixels);
         for (uint32_t& p : data) {
-            if (bgra)
-                p = (p & 0xFF00FF00u) | ((p & 0xFFu) << 16) | ((p >> 16) & 0xFFu);
+            if (bgra) p = (p & 0xFF00FF00u) | ((p & 0xFFu) << 16) | ((p >> 16) & 0xFFu);
             p |= 0xFF000000u; // screenshots are opaque
         }
-        return Texture::SaveFile(path, static_cast<int>(_capturedExtent.width), static_cast<int>(_capturedExtent.height), 4,
-                                 false, data.data(), 95);
+        return Texture::SaveFile(path, static_cast<int>(_capturedExtent.width),
+                                 static_cast<int>(_capturedExtent.height), 4, false, data.data(), 95);
     } catch (std::exception const& error) {
         std::cerr << "SaveOutputImage: " << error.what() << '\n';
         return false;

@@ -85,8 +85,8 @@ public:
     /// false with a message on failure.
     bool SaveOutputImage(std::string const& path);
 
-    Window* window;                    ///< The window drawn into, or null.
-    bool vsync;                        ///< Wait for the display (FIFO) rather than present at once; read at swapchain creation.
+    Window* window; ///< The window drawn into, or null.
+    bool vsync;     ///< Wait for the display (FIFO) rather than present at once; read at swapchain creation.
     VkClearColorValue clearColor{{0.02f, 0.03f, 0.05f, 1.0f}}; ///< What each frame starts from.
 
 protected:
@@ -132,7 +132,7 @@ private:
     uint64_t _frameIndex = 0;
     bool _uiFrameOpen = false;
     bool _captureNext = false;
-    uint64_t _capturedFrame = 0;     ///< FrameIndex() after the frame in _capture, 0 for none.
+    uint64_t _capturedFrame = 0; ///< FrameIndex() after the frame in _capture, 0 for none.
     VkFormat _capturedFormat = VK_FORMAT_UNDEFINED;
     VkExtent2D _capturedExtent{0, 0};
     std::unique_ptr<vk::Buffer> _capture;

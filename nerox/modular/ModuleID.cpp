@@ -15,8 +15,12 @@ constexpr size_t kMaxPartLength = 12;
 constexpr uint64_t kBase = 37;
 constexpr double kTwoPow64 = 18446744073709551616.0;
 
-char ToUpper(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
-char ToLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char ToUpper(char c) {
+    return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
+}
+char ToLower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 // Packs the text as a base-37 number, the first character least significant.
 // Returns 0 for a character outside the alphabet or when the number would not fit.

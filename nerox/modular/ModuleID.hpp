@@ -36,8 +36,7 @@ struct ModuleID {
 } // namespace nerox::modular
 
 /// Hash of both words, so that ids can key unordered containers.
-template <>
-struct std::hash<nerox::modular::ModuleID> {
+template <> struct std::hash<nerox::modular::ModuleID> {
     size_t operator()(nerox::modular::ModuleID const& id) const noexcept {
         uint64_t const mixed = id.vendor * 0x9E3779B97F4A7C15ull ^ (id.name + 0x632BE59BD9B4E019ull);
         return static_cast<size_t>(mixed ^ (mixed >> 29));

@@ -15,13 +15,14 @@ namespace nerox::renderer {
 
 namespace {
 
-double Now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+double Now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 // Entries the texture table can have on device: MaxTextures, or fewer where a
 // shader stage may not see that many samplers. Room is left for the other
 // resources of the pipelines that bind the table.
-uint32_t TableCapacity(vk::Device const& device, bool updateAfterBind)
-{
+uint32_t TableCapacity(vk::Device const& device, bool updateAfterBind) {
     constexpr uint32_t otherResources = 16;
     VkPhysicalDeviceLimits const& limits = device.Properties().limits;
     uint32_t capacity = NeroxRenderer::MaxTextures;
@@ -34,7 +35,9 @@ uint32_t TableCapacity(vk::Device const& device, bool updateAfterBind)
         limit(v12.maxPerStageDescriptorUpdateAfterBindSampledImages);
         limit(v12.maxDescriptorSetUpdateAfterBindSamplers);
         limit(v12.maxDescriptorSetUpdateAfterBindSampledImages);
-        limit(v12.maxPerStageUpdateAfterBindResources > otherResources ? v12.maxPerStageUpdateAfterBindResources - otherResources : 1);
+        limit(v12.maxPerStageUpdateAfterBindResources > otherResources
+                  ? v12.maxPerStageUpdateAfterBindResources - otherResources
+                  : 1);
     } else {
         limit(limits.maxPerStageDescriptorSamplers);
         limit(limits.maxPerStageDescriptorSampledImages);
@@ -49,8 +52,7 @@ uint32_t TableCapacity(vk::Device const& device, bool updateAfterBind)
 
 NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationName, uint32_t applicationVersion,
                              vk::PhysicalDevice::Features const& features, bool vsync)
-    : VulkanRenderer(window, applicationName, applicationVersion, features, vsync)
-{
+    : VulkanRenderer(window, applicationName, applicationVersion, features, vsync) {
     vk::Device& device = GetDevice();
     vk::SamplerOptions linear;
     linear.magFilter = linear.minFilter = VK_FILTER_LINEAR;
@@ -61,13 +63,12 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     // update-after-bind that is allowed; without it, adding waits for the device.
     vk::PhysicalDevice::Features const& enabled = device.EnabledFeatures();
     _updateAfterBind = enabled.vulkan12.descriptorBindingSampledImageUpdateAfterBind &&
-                       enabled.vulkan12.descriptorBindingPartiallyBound;
+        enabled.vulkan12.descriptorBindingPartiallyBound;
     VkDescriptorBindingFlags bindingFlags = 0;
-    if (enabled.vulkan12.descriptorBindingPartiallyBound)
-        bindingFlags |= VK_DESCRIPTOR_BINDING_PARTIALLY_BOUND_BIT;
-    if (_updateAfterBind)
-        bindingFlags |= VK_DESCRIPTOR_BINDING_UPDATE_AFTER_BIND_BIT;
-    VkDescriptorSetLayoutBindingFlagsCreateInfo flags{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_BINDING_FLAGS_CREATE_INFO};
+    if (enabled.vulkan12.descriptorBindingPartiallyBound) bindingFlags |= VK_DESCRIPTOR_BINDING_PARTIALLY_BOUND_BIT;
+    if (_updateAfterBind) bindingFlags |= VK_DESCRIPTOR_BINDING_UPDATE_AFTER_BIND_BIT;
+    VkDescriptorSetLayoutBindingFlagsCreateInfo flags{
+        VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_BINDING_FLAGS_CREATE_INFO};
     flags.bindingCount = 1;
     flags.pBindingFlags = &bindingFlags;
     _capacity = TableCapacity(device, _updateAfterBind);
@@ -77,16 +78,14 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     binding.descriptorCount = _capacity;
     binding.stageFlags = VK_SHADER_STAGE_ALL;
     VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO, &flags};
-    if (_updateAfterBind)
-        layout.flags = VK_DESCRIPTOR_SET_LAYOUT_CREATE_UPDATE_AFTER_BIND_POOL_BIT;
+    if (_updateAfterBind) layout.flags = VK_DESCRIPTOR_SET_LAYOUT_CREATE_UPDATE_AFTER_BIND_POOL_BIT;
     layout.bindingCount = 1;
     layout.pBindings = &binding;
     NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &layout, nullptr, &_mainSetLayout));
 
     VkDescriptorPoolSize size{VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, _capacity};
     VkDescriptorPoolCreateInfo pool{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
-    if (_updateAfterBind)
-        pool.flags = VK_DESCRIPTOR_POOL_CREATE_UPDATE_AFTER_BIND_BIT;
+    if (_updateAfterBind) pool.flags = VK_DESCRIPTOR_POOL_CREATE_UPDATE_AFTER_BIND_BIT;
     pool.maxSets = 1;
     pool.poolSizeCount = 1;
     pool.pPoolSizes = &size;
@@ -99,8 +98,7 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     device.SetName(VK_OBJECT_TYPE_DESCRIPTOR_SET, reinterpret_cast<uint64_t>(_mainSet), "Main descriptor set");
 }
 
-NeroxRenderer::~NeroxRenderer()
-{
+NeroxRenderer::~NeroxRenderer() {
     vk::Device& device = GetDevice();
     StopRendering();
     device.WaitIdle();
@@ -109,26 +107,25 @@ NeroxRenderer::~NeroxRenderer()
     vkDestroyDescriptorSetLayout(device, _mainSetLayout, nullptr);
 }
 
-void NeroxRenderer::FrameCollectGarbage() {}
-void NeroxRenderer::FrameUpdateDescriptorSets() {}
-void NeroxRenderer::FrameBeforePost() {}
-void NeroxRenderer::FrameInit() {}
-void NeroxRenderer::FrameUpdateUi() {}
-void NeroxRenderer::FrameBeforeUpdate() {}
-void NeroxRenderer::FrameUpdate() {}
-void NeroxRenderer::FrameBeforeRender() {}
-void NeroxRenderer::FrameAfterRender() {}
-void NeroxRenderer::FrameAfterUpdate() {}
-void NeroxRenderer::FramePushCommands(VkCommandBuffer) {}
-void NeroxRenderer::FrameBuildCommands(VkCommandBuffer) {}
-void NeroxRenderer::FrameRenderCommands(VkCommandBuffer) {}
-void NeroxRenderer::FrameResolveCommands(VkCommandBuffer) {}
-void NeroxRenderer::FrameBlitCommands(VkCommandBuffer) {}
-void NeroxRenderer::FramePostCommands(VkCommandBuffer) {}
-void NeroxRenderer::FrameOverlayCommands(VkCommandBuffer) {}
+void NeroxRenderer::FrameCollectGarbage() { }
+void NeroxRenderer::FrameUpdateDescriptorSets() { }
+void NeroxRenderer::FrameBeforePost() { }
+void NeroxRenderer::FrameInit() { }
+void NeroxRenderer::FrameUpdateUi() { }
+void NeroxRenderer::FrameBeforeUpdate() { }
+void NeroxRenderer::FrameUpdate() { }
+void NeroxRenderer::FrameBeforeRender() { }
+void NeroxRenderer::FrameAfterRender() { }
+void NeroxRenderer::FrameAfterUpdate() { }
+void NeroxRenderer::FramePushCommands(VkCommandBuffer) { }
+void NeroxRenderer::FrameBuildCommands(VkCommandBuffer) { }
+void NeroxRenderer::FrameRenderCommands(VkCommandBuffer) { }
+void NeroxRenderer::FrameResolveCommands(VkCommandBuffer) { }
+void NeroxRenderer::FrameBlitCommands(VkCommandBuffer) { }
+void NeroxRenderer::FramePostCommands(VkCommandBuffer) { }
+void NeroxRenderer::FrameOverlayCommands(VkCommandBuffer) { }
 
-void NeroxRenderer::Frame()
-{
+void NeroxRenderer::Frame() {
     double const start = Now();
     if (_lastFrameTime > 0.0) {
         _frameMs[_frameMsNext] = static_cast<float>((start - _lastFrameTime) * 1000.0);
@@ -136,8 +133,7 @@ void NeroxRenderer::Frame()
     }
     _lastFrameTime = start;
 
-    if (!BeginFrame())
-        return;
+    if (!BeginFrame()) return;
     VkCommandBuffer const commands = CurrentCommandBuffer();
     bool uiOpen = false;
     try {
@@ -177,14 +173,12 @@ void NeroxRenderer::Frame()
     EndFrame();
 }
 
-uint32_t NeroxRenderer::AddTexture(graphics::TextureRef const& texture, VkSampler sampler)
-{
+uint32_t NeroxRenderer::AddTexture(graphics::TextureRef const& texture, VkSampler sampler) {
     std::lock_guard lock(_texturesMutex);
     return AddLocked(texture, sampler);
 }
 
-uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef, VkSampler>> const& textures)
-{
+uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef, VkSampler>> const& textures) {
     std::lock_guard lock(_texturesMutex);
     uint32_t const first = static_cast<uint32_t>(_textures.size());
     if (_textures.size() + textures.size() > _capacity)
@@ -194,26 +188,21 @@ uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef,
     // be read leaves the table as it was.
     std::vector<std::shared_ptr<graphics::Texture>> loaded;
     loaded.reserve(textures.size());
-    for (auto const& [texture, sampler] : textures)
-        loaded.push_back(Resolve(texture));
-    for (size_t i = 0; i < loaded.size(); ++i)
-        AddLocked(graphics::TextureRef(loaded[i]), std::get<1>(textures[i]));
+    for (auto const& [texture, sampler] : textures) loaded.push_back(Resolve(texture));
+    for (size_t i = 0; i < loaded.size(); ++i) AddLocked(graphics::TextureRef(loaded[i]), std::get<1>(textures[i]));
     return first;
 }
 
-uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampler sampler)
-{
+uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampler sampler) {
     if (_textures.size() >= _capacity)
         throw std::runtime_error("Texture table is full: " + std::to_string(_capacity) + " entries");
     vk::Device& device = GetDevice();
     std::shared_ptr<graphics::Texture> texture = Resolve(reference);
-    if (sampler == VK_NULL_HANDLE)
-        sampler = DefaultSampler();
+    if (sampler == VK_NULL_HANDLE) sampler = DefaultSampler();
     uint32_t const index = static_cast<uint32_t>(_textures.size());
     VkImageView const view = texture->GetImageView();
     if (view != VK_NULL_HANDLE) {
-        if (!_updateAfterBind)
-            device.WaitIdle();
+        if (!_updateAfterBind) device.WaitIdle();
         VkDescriptorImageInfo image{sampler, view, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
         VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
         write.dstSet = _mainSet;
@@ -228,44 +217,35 @@ uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampl
     return index;
 }
 
-std::shared_ptr<graphics::Texture> NeroxRenderer::Resolve(graphics::TextureRef const& reference)
-{
-    if (reference.GetTexture())
-        return reference.GetTexture();
-    if (reference.GetPath().empty())
-        throw std::runtime_error("AddTexture: neither a texture nor a path");
+std::shared_ptr<graphics::Texture> NeroxRenderer::Resolve(graphics::TextureRef const& reference) {
+    if (reference.GetTexture()) return reference.GetTexture();
+    if (reference.GetPath().empty()) throw std::runtime_error("AddTexture: neither a texture nor a path");
     return graphics::ImageTexture::FromFile(GetDevice(), reference.GetPath());
 }
 
-void NeroxRenderer::ClearTextures()
-{
+void NeroxRenderer::ClearTextures() {
     std::lock_guard lock(_texturesMutex);
     // Frames in flight may still sample them.
     GetDevice().WaitIdle();
     _textures.clear();
 }
 
-uint32_t NeroxRenderer::TextureCount() const
-{
+uint32_t NeroxRenderer::TextureCount() const {
     std::lock_guard lock(_texturesMutex);
     return static_cast<uint32_t>(_textures.size());
 }
 
-std::shared_ptr<graphics::Texture> NeroxRenderer::GetTexture(uint32_t index) const
-{
+std::shared_ptr<graphics::Texture> NeroxRenderer::GetTexture(uint32_t index) const {
     std::lock_guard lock(_texturesMutex);
     return index < _textures.size() ? _textures[index].texture : nullptr;
 }
 
-void NeroxRenderer::UiShowAdvancedPerformanceMetrics()
-{
-    if (ImGui::GetCurrentContext() == nullptr)
-        return;
+void NeroxRenderer::UiShowAdvancedPerformanceMetrics() {
+    if (ImGui::GetCurrentContext() == nullptr) return;
     float total = 0.0f, worst = 0.0f;
     size_t counted = 0;
     for (float ms : _frameMs) {
-        if (ms <= 0.0f)
-            continue;
+        if (ms <= 0.0f) continue;
         total += ms;
         worst = std::max(worst, ms);
         ++counted;
@@ -276,7 +256,8 @@ void NeroxRenderer::UiShowAdvancedPerformanceMetrics()
     ImGui::Text("Frame: %.2f ms mean, %.2f ms worst (%.0f FPS)", mean, worst, mean > 0.0f ? 1000.0f / mean : 0.0f);
     ImGui::PlotLines("##frames", _frameMs.data(), static_cast<int>(_frameMs.size()), static_cast<int>(_frameMsNext),
                      nullptr, 0.0f, std::max(worst, 1.0f), ImVec2(0.0f, 60.0f));
-    ImGui::Text("Output: %ux%u, textures: %u", GetOutputImageExtent().width, GetOutputImageExtent().height, TextureCount());
+    ImGui::Text("Output: %ux%u, textures: %u", GetOutputImageExtent().width, GetOutputImageExtent().height,
+                TextureCount());
     ImGui::End();
 }
 

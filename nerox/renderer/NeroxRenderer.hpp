@@ -42,18 +42,18 @@ public:
                   vk::PhysicalDevice::Features const& features, bool vsync);
     ~NeroxRenderer() override;
 
-    virtual void FrameCollectGarbage();       ///< Releases what the device no longer uses.
-    virtual void FrameUpdateDescriptorSets(); ///< Writes descriptor sets for this frame.
-    virtual void FrameBeforePost();           ///< After resolving, before the post stages.
-    virtual void FrameInit();                 ///< First stage of each frame: settings and camera.
-    virtual void FrameUpdateUi();             ///< Builds the immediate-mode interface.
-    virtual void FrameBeforeUpdate();         ///< Before the update stage.
-    virtual void FrameUpdate();               ///< Per-frame CPU work.
-    virtual void FrameBeforeRender();         ///< Before the command stages.
-    virtual void FrameAfterRender();          ///< After the render commands are recorded.
-    virtual void FrameAfterUpdate();          ///< After the update stage.
-    virtual void FramePushCommands(VkCommandBuffer commandBuffer);    ///< Uploads.
-    virtual void FrameBuildCommands(VkCommandBuffer commandBuffer);   ///< Acceleration structure builds.
+    virtual void FrameCollectGarbage();                             ///< Releases what the device no longer uses.
+    virtual void FrameUpdateDescriptorSets();                       ///< Writes descriptor sets for this frame.
+    virtual void FrameBeforePost();                                 ///< After resolving, before the post stages.
+    virtual void FrameInit();                                       ///< First stage of each frame: settings and camera.
+    virtual void FrameUpdateUi();                                   ///< Builds the immediate-mode interface.
+    virtual void FrameBeforeUpdate();                               ///< Before the update stage.
+    virtual void FrameUpdate();                                     ///< Per-frame CPU work.
+    virtual void FrameBeforeRender();                               ///< Before the command stages.
+    virtual void FrameAfterRender();                                ///< After the render commands are recorded.
+    virtual void FrameAfterUpdate();                                ///< After the update stage.
+    virtual void FramePushCommands(VkCommandBuffer commandBuffer);  ///< Uploads.
+    virtual void FrameBuildCommands(VkCommandBuffer commandBuffer); ///< Acceleration structure builds.
     virtual void FrameRenderCommands(VkCommandBuffer commandBuffer);  ///< The scene.
     virtual void FrameResolveCommands(VkCommandBuffer commandBuffer); ///< Resolving and denoising.
     virtual void FrameBlitCommands(VkCommandBuffer commandBuffer);    ///< To the output's size.
@@ -93,20 +93,20 @@ public:
     void UiShowAdvancedPerformanceMetrics();
 
     // Per-frame settings, written by FrameInit.
-    float renderScale = 1.0f;            ///< Render size over output size.
-    float finalUpscale = 0.0f;           ///< Extra scale of the final image; 0 is none.
-    int upscalingQualitySetting = 1;     ///< Quality level of the upscaler.
-    float upscalingSharpness = 0.0f;     ///< Sharpening of the upscaler.
-    float brightness = 1.0f;             ///< Post-processing brightness.
-    float contrast = 1.0f;               ///< Post-processing contrast.
-    float gamma = 1.0f;                  ///< Post-processing gamma.
-    float fov = 80.0f;                   ///< Vertical field of view in degrees.
-    float nearClip = 0.001f;             ///< Near clipping distance in metres.
-    bool devTools = false;               ///< Developer tools shown.
+    float renderScale = 1.0f;                        ///< Render size over output size.
+    float finalUpscale = 0.0f;                       ///< Extra scale of the final image; 0 is none.
+    int upscalingQualitySetting = 1;                 ///< Quality level of the upscaler.
+    float upscalingSharpness = 0.0f;                 ///< Sharpening of the upscaler.
+    float brightness = 1.0f;                         ///< Post-processing brightness.
+    float contrast = 1.0f;                           ///< Post-processing contrast.
+    float gamma = 1.0f;                              ///< Post-processing gamma.
+    float fov = 80.0f;                               ///< Vertical field of view in degrees.
+    float nearClip = 0.001f;                         ///< Near clipping distance in metres.
+    bool devTools = false;                           ///< Developer tools shown.
     UPSCALE_ALGO upscalingAlgo = UPSCALE_ALGO::NONE; ///< Upscaler in use.
-    uint32_t renderOptions = 0;          ///< Option bits the shaders read.
-    std::array<int64_t, 3> worldOrigin{}; ///< Origin of the floating frame, whole metres.
-    glm::mat4 cameraTransform{1.0f};     ///< The camera's transform in the floating frame.
+    uint32_t renderOptions = 0;                      ///< Option bits the shaders read.
+    std::array<int64_t, 3> worldOrigin{};            ///< Origin of the floating frame, whole metres.
+    glm::mat4 cameraTransform{1.0f};                 ///< The camera's transform in the floating frame.
 
 private:
     struct TableEntry {

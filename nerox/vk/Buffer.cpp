@@ -9,20 +9,17 @@ namespace nerox::vk {
 
 namespace {
 
-bool WantsHostAccess(MemoryUsage usage, uint32_t flags)
-{
-    if (flags & (AllocationHostAccessSequentialWrite | AllocationHostAccessRandom | AllocationMapped))
-        return true;
+bool WantsHostAccess(MemoryUsage usage, uint32_t flags) {
+    if (flags & (AllocationHostAccessSequentialWrite | AllocationHostAccessRandom | AllocationMapped)) return true;
     return usage == MemoryUsage::CpuOnly || usage == MemoryUsage::CpuToGpu || usage == MemoryUsage::GpuToCpu ||
-           usage == MemoryUsage::CpuCopy;
+        usage == MemoryUsage::CpuCopy;
 }
 
 } // namespace
 
 Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, MemoryUsage memoryUsage,
                uint32_t allocationFlags, std::string const& name, VkDeviceSize alignment)
-    : _device(&device), _size(size), _name(name)
-{
+    : _device(&device), _size(size), _name(name) {
     NEROX_ASSERT(size > 0);
     NEROX_ASSERT((alignment & (alignment - 1)) == 0);
     VkBufferCreateInfo info{VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO};
@@ -31,8 +28,7 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
     info.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
     NEROX_VK_CHECK(vkCreateBuffer(device, &info, nullptr, &_buffer));
     nerox::OnFailure undo([&] {
-        if (_memory != VK_NULL_HANDLE)
-            vkFreeMemory(device, _memory, nullptr);
+        if (_memory != VK_NULL_HANDLE) vkFreeMemory(device, _memory, nullptr);
         vkDestroyBuffer(device, _buffer, nullptr);
     });
     VkMemoryRequirements requirements;
@@ -67,41 +63,30 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
     _address = vkGetBufferDeviceAddress(device, &address);
     NEROX_ASSERT(alignment == 0 || _address % alignment == 0);
     device.SetName(VK_OBJECT_TYPE_BUFFER, reinterpret_cast<uint64_t>(_buffer), name);
-    if (allocationFlags & AllocationMapped)
-        Map();
+    if (allocationFlags & AllocationMapped) Map();
 }
 
 Buffer::Buffer(Buffer&& other) noexcept
     : _device(other._device), _buffer(std::exchange(other._buffer, VK_NULL_HANDLE)),
       _memory(std::exchange(other._memory, VK_NULL_HANDLE)), _size(other._size),
       _address(std::exchange(other._address, 0)), _mapped(std::exchange(other._mapped, nullptr)),
-      _hostVisible(other._hostVisible), _name(std::move(other._name))
-{
-}
+      _hostVisible(other._hostVisible), _name(std::move(other._name)) { }
 
-Buffer::~Buffer()
-{
-    if (_buffer == VK_NULL_HANDLE)
-        return;
-    if (_mapped != nullptr)
-        vkUnmapMemory(*_device, _memory);
+Buffer::~Buffer() {
+    if (_buffer == VK_NULL_HANDLE) return;
+    if (_mapped != nullptr) vkUnmapMemory(*_device, _memory);
     vkDestroyBuffer(*_device, _buffer, nullptr);
     vkFreeMemory(*_device, _memory, nullptr);
 }
 
-void* Buffer::Map()
-{
-    if (!_hostVisible)
-        throw std::runtime_error("Buffer \"" + _name + "\" is not host-visible and cannot be mapped");
-    if (_mapped == nullptr)
-        NEROX_VK_CHECK(vkMapMemory(*_device, _memory, 0, VK_WHOLE_SIZE, 0, &_mapped));
+void* Buffer::Map() {
+    if (!_hostVisible) throw std::runtime_error("Buffer \"" + _name + "\" is not host-visible and cannot be mapped");
+    if (_mapped == nullptr) NEROX_VK_CHECK(vkMapMemory(*_device, _memory, 0, VK_WHOLE_SIZE, 0, &_mapped));
     return _mapped;
 }
 
-void Buffer::Unmap()
-{
-    if (_mapped == nullptr)
-        return;
+void Buffer::Unmap() {
+    if (_mapped == nullptr) return;
     vkUnmapMemory(*_device, _memory);
     _mapped = nullptr;
 }

@@ -31,10 +31,10 @@ enum class MemoryUsage : int {
 
 /// Allocation flag bits; the values are the engine's allocation-flag numbers.
 enum AllocationFlagBits : uint32_t {
-    AllocationDedicated = 0x1,                 ///< Own allocation (always so here).
-    AllocationMapped = 0x4,                    ///< Persistently mapped from creation on.
+    AllocationDedicated = 0x1,                   ///< Own allocation (always so here).
+    AllocationMapped = 0x4,                      ///< Persistently mapped from creation on.
     AllocationHostAccessSequentialWrite = 0x400, ///< The host writes, in order, and does not read.
-    AllocationHostAccessRandom = 0x800,        ///< The host reads and writes in any order.
+    AllocationHostAccessRandom = 0x800,          ///< The host reads and writes in any order.
 };
 
 /// A buffer with its own memory and its device address.
@@ -59,13 +59,13 @@ public:
     /// Whether Map may be called.
     bool HostVisible() const { return _hostVisible; }
 
-    VkBuffer Handle() const { return _buffer; }        ///< The Vulkan buffer.
-    operator VkBuffer() const { return _buffer; }      ///< The Vulkan buffer.
+    VkBuffer Handle() const { return _buffer; }          ///< The Vulkan buffer.
+    operator VkBuffer() const { return _buffer; }        ///< The Vulkan buffer.
     VkDeviceAddress Address() const { return _address; } ///< Its device address, never 0.
     /// The device address, as shaders read it.
     explicit operator uint64_t() const { return _address; }
-    VkDeviceSize Size() const { return _size; }        ///< Size in bytes.
-    std::string const& Name() const { return _name; }  ///< Debug name.
+    VkDeviceSize Size() const { return _size; }       ///< Size in bytes.
+    std::string const& Name() const { return _name; } ///< Debug name.
 
 protected:
     Device* _device;
@@ -80,39 +80,33 @@ protected:
 
 /// count records of T in a host-visible, persistently mapped buffer, written
 /// through operator[] and read by the device at its address.
-template <class T, int memoryUsage = 8, uint32_t allocationFlags = 1024>
-class MappedBuffer : public Buffer {
+template <class T, int memoryUsage = 8, uint32_t allocationFlags = 1024> class MappedBuffer : public Buffer {
 public:
     /// count > 0 records; alignment is met by the address (a power of two).
     MappedBuffer(Device& device, size_t count, VkBufferUsageFlags usage, std::string const& name,
                  VkDeviceSize alignment = alignof(T))
-        : Buffer(device, Bytes(count), usage, static_cast<MemoryUsage>(memoryUsage),
-                 allocationFlags | AllocationMapped, name, alignment),
-          _count(count), _data(static_cast<T*>(Map()))
-    {
-    }
+        : Buffer(device, Bytes(count), usage, static_cast<MemoryUsage>(memoryUsage), allocationFlags | AllocationMapped,
+                 name, alignment),
+          _count(count), _data(static_cast<T*>(Map())) { }
 
     /// Record index; index must be below Count().
-    T& operator[](size_t index)
-    {
+    T& operator[](size_t index) {
         NEROX_ASSERT(index < _count);
         return _data[index];
     }
     /// Record index; index must be below Count().
-    T const& operator[](size_t index) const
-    {
+    T const& operator[](size_t index) const {
         NEROX_ASSERT(index < _count);
         return _data[index];
     }
-    T* Data() { return _data; }              ///< The first record.
-    T const* Data() const { return _data; }  ///< The first record.
-    size_t Count() const { return _count; }  ///< Number of records.
+    T* Data() { return _data; }             ///< The first record.
+    T const* Data() const { return _data; } ///< The first record.
+    size_t Count() const { return _count; } ///< Number of records.
     /// Stays mapped for its whole life.
     void Unmap() = delete;
 
 private:
-    static VkDeviceSize Bytes(size_t count)
-    {
+    static VkDeviceSize Bytes(size_t count) {
         NEROX_ASSERT(count > 0);
         if (count > std::numeric_limits<VkDeviceSize>::max() / sizeof(T))
             throw std::runtime_error("MappedBuffer: " + std::to_string(count) + " records do not fit a buffer");

@@ -5,12 +5,10 @@
 
 namespace nerox::vk {
 
-char const* ResultName(VkResult result)
-{
+char const* ResultName(VkResult result) {
     switch (result) {
-#define NEROX_VK_RESULT(name) \
-    case name:                \
-        return #name;
+#define NEROX_VK_RESULT(name)                                                                                          \
+    case name: return #name;
         NEROX_VK_RESULT(VK_SUCCESS)
         NEROX_VK_RESULT(VK_NOT_READY)
         NEROX_VK_RESULT(VK_TIMEOUT)
@@ -41,13 +39,11 @@ char const* ResultName(VkResult result)
         NEROX_VK_RESULT(VK_ERROR_OUT_OF_DATE_KHR)
         NEROX_VK_RESULT(VK_ERROR_VALIDATION_FAILED_EXT)
 #undef NEROX_VK_RESULT
-    default:
-        return "unknown VkResult";
+    default: return "unknown VkResult";
     }
 }
 
-void ThrowResult(char const* call, VkResult result, char const* file, int line)
-{
+void ThrowResult(char const* call, VkResult result, char const* file, int line) {
     throw std::runtime_error(std::string(call) + " failed with " + ResultName(result) + " (" +
                              std::to_string(static_cast<int>(result)) + ") in " + file + ":" + std::to_string(line));
 }

@@ -14,9 +14,9 @@ char const* ResultName(VkResult result);
 } // namespace nerox::vk
 
 /// Runs a Vulkan call and throws when it returns anything but VK_SUCCESS.
-#define NEROX_VK_CHECK(call)                                                   \
-    do {                                                                       \
-        VkResult const neroxVkResult_ = (call);                                \
-        if (neroxVkResult_ != VK_SUCCESS) [[unlikely]]                         \
-            ::nerox::vk::ThrowResult(#call, neroxVkResult_, __FILE__, __LINE__); \
+#define NEROX_VK_CHECK(call)                                                                                           \
+    do {                                                                                                               \
+        VkResult const neroxVkResult_ = (call);                                                                        \
+        if (neroxVkResult_ != VK_SUCCESS) [[unlikely]]                                                                 \
+            ::nerox::vk::ThrowResult(#call, neroxVkResult_, __FILE__, __LINE__);                                       \
     } while (0)

@@ -11,13 +11,10 @@ namespace {
 
 /// A transient pool, buffer and fence, released on every way out.
 struct OneTime {
-    explicit OneTime(Device& device) : device(device) {}
-    ~OneTime()
-    {
-        if (fence != VK_NULL_HANDLE)
-            vkDestroyFence(device, fence, nullptr);
-        if (pool != VK_NULL_HANDLE)
-            vkDestroyCommandPool(device, pool, nullptr); // frees the buffer too
+    explicit OneTime(Device& device) : device(device) { }
+    ~OneTime() {
+        if (fence != VK_NULL_HANDLE) vkDestroyFence(device, fence, nullptr);
+        if (pool != VK_NULL_HANDLE) vkDestroyCommandPool(device, pool, nullptr); // frees the buffer too
     }
     Device& device;
     VkCommandPool pool = VK_NULL_HANDLE;
@@ -29,8 +26,7 @@ struct OneTime {
 } // namespace
 
 bool CommandBuffer::Run(Device& device, VkQueue queue, std::function<void(VkCommandBuffer)> const& record,
-                        std::string const& name, uint64_t timeoutNs)
-{
+                        std::string const& name, uint64_t timeoutNs) {
     OneTime work(device);
     VkCommandPoolCreateInfo poolInfo{VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO};
     poolInfo.flags = VK_COMMAND_POOL_CREATE_TRANSIENT_BIT;
@@ -46,8 +42,7 @@ bool CommandBuffer::Run(Device& device, VkQueue queue, std::function<void(VkComm
     VkCommandBufferBeginInfo begin{VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO};
     begin.flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT;
     NEROX_VK_CHECK(vkBeginCommandBuffer(work.buffer, &begin));
-    if (record)
-        record(work.buffer);
+    if (record) record(work.buffer);
     NEROX_VK_CHECK(vkEndCommandBuffer(work.buffer));
 
     VkFenceCreateInfo fenceInfo{VK_STRUCTURE_TYPE_FENCE_CREATE_INFO};

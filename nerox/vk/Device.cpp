@@ -24,30 +24,37 @@ constexpr size_t ChainHeader = sizeof(VkBaseOutStructure);
 
 // The last flag of each feature block: the flags run from the end of the
 // header to it, without the block's tail padding.
-VkBool32& LastFlag(VkPhysicalDeviceShaderClockFeaturesKHR& b) { return b.shaderDeviceClock; }
-VkBool32& LastFlag(VkPhysicalDevice16BitStorageFeatures& b) { return b.storageInputOutput16; }
-VkBool32& LastFlag(VkPhysicalDeviceVulkan12Features& b) { return b.subgroupBroadcastDynamicId; }
-VkBool32& LastFlag(VkPhysicalDeviceRayTracingPipelineFeaturesKHR& b) { return b.rayTraversalPrimitiveCulling; }
-VkBool32& LastFlag(VkPhysicalDeviceAccelerationStructureFeaturesKHR& b)
-{
+VkBool32& LastFlag(VkPhysicalDeviceShaderClockFeaturesKHR& b) {
+    return b.shaderDeviceClock;
+}
+VkBool32& LastFlag(VkPhysicalDevice16BitStorageFeatures& b) {
+    return b.storageInputOutput16;
+}
+VkBool32& LastFlag(VkPhysicalDeviceVulkan12Features& b) {
+    return b.subgroupBroadcastDynamicId;
+}
+VkBool32& LastFlag(VkPhysicalDeviceRayTracingPipelineFeaturesKHR& b) {
+    return b.rayTraversalPrimitiveCulling;
+}
+VkBool32& LastFlag(VkPhysicalDeviceAccelerationStructureFeaturesKHR& b) {
     return b.descriptorBindingAccelerationStructureUpdateAfterBind;
 }
-VkBool32& LastFlag(VkPhysicalDeviceRayQueryFeaturesKHR& b) { return b.rayQuery; }
-VkBool32& LastFlag(VkPhysicalDeviceVulkan13Features& b) { return b.maintenance4; }
+VkBool32& LastFlag(VkPhysicalDeviceRayQueryFeaturesKHR& b) {
+    return b.rayQuery;
+}
+VkBool32& LastFlag(VkPhysicalDeviceVulkan13Features& b) {
+    return b.maintenance4;
+}
 
 /// The boolean fields of a chained feature block.
-template <class Block>
-VkBool32* Flags(Block& block, size_t& count)
-{
+template <class Block> VkBool32* Flags(Block& block, size_t& count) {
     VkBool32* const first = reinterpret_cast<VkBool32*>(reinterpret_cast<char*>(&block) + ChainHeader);
     count = static_cast<size_t>(&LastFlag(block) - first) + 1;
     return first;
 }
 
 /// Copies the boolean fields of from into to, keeping to's header.
-template <class Block>
-void CopyFlags(Block& to, Block const& from)
-{
+template <class Block> void CopyFlags(Block& to, Block const& from) {
     size_t count = 0;
     VkBool32* const target = Flags(to, count);
     VkBool32 const* const source = Flags(const_cast<Block&>(from), count);
@@ -55,8 +62,7 @@ void CopyFlags(Block& to, Block const& from)
 }
 
 /// Clears each field of want that have lacks; returns how many were cleared.
-int Intersect(VkBool32* want, VkBool32 const* have, size_t count)
-{
+int Intersect(VkBool32* want, VkBool32 const* have, size_t count) {
     int dropped = 0;
     for (size_t i = 0; i < count; ++i) {
         if (want[i] && !have[i]) {
@@ -67,25 +73,20 @@ int Intersect(VkBool32* want, VkBool32 const* have, size_t count)
     return dropped;
 }
 
-template <class Block>
-int IntersectBlock(Block& want, Block& have)
-{
+template <class Block> int IntersectBlock(Block& want, Block& have) {
     size_t count = 0;
     VkBool32* const w = Flags(want, count);
     VkBool32 const* const h = Flags(have, count);
     return Intersect(w, h, count);
 }
 
-template <class Block>
-bool AnySet(Block const& block)
-{
+template <class Block> bool AnySet(Block const& block) {
     size_t count = 0;
     VkBool32 const* flags = Flags(const_cast<Block&>(block), count);
     return std::any_of(flags, flags + count, [](VkBool32 f) { return f != VK_FALSE; });
 }
 
-void ResetHeaders(PhysicalDevice::Features& f)
-{
+void ResetHeaders(PhysicalDevice::Features& f) {
     f.shaderClock.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_SHADER_CLOCK_FEATURES_KHR;
     f.storage16Bit.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_16BIT_STORAGE_FEATURES;
     f.vulkan12.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_VULKAN_1_2_FEATURES;
@@ -99,8 +100,7 @@ void ResetHeaders(PhysicalDevice::Features& f)
 
 /// Links the blocks of f behind a VkPhysicalDeviceFeatures2: the always-present
 /// ones, plus shader clock and the ray-tracing blocks when their extensions are on.
-VkPhysicalDeviceFeatures2 Chain(PhysicalDevice::Features& f, bool shaderClock, bool rayTracing, bool rayQuery)
-{
+VkPhysicalDeviceFeatures2 Chain(PhysicalDevice::Features& f, bool shaderClock, bool rayTracing, bool rayQuery) {
     ResetHeaders(f);
     VkPhysicalDeviceFeatures2 head{VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_FEATURES_2};
     head.features = f.core;
@@ -112,20 +112,17 @@ VkPhysicalDeviceFeatures2 Chain(PhysicalDevice::Features& f, bool shaderClock, b
     link(f.storage16Bit);
     link(f.vulkan12);
     link(f.vulkan13);
-    if (shaderClock)
-        link(f.shaderClock);
+    if (shaderClock) link(f.shaderClock);
     if (rayTracing) {
         link(f.rayTracingPipeline);
         link(f.accelerationStructure);
     }
-    if (rayQuery)
-        link(f.rayQuery);
+    if (rayQuery) link(f.rayQuery);
     return head;
 }
 
 /// Paths of the shared libraries loaded now.
-std::set<std::string> LoadedLibraries()
-{
+std::set<std::string> LoadedLibraries() {
     std::set<std::string> names;
     dl_iterate_phdr(
         [](dl_phdr_info* info, size_t, void* data) {
@@ -140,21 +137,17 @@ std::set<std::string> LoadedLibraries()
 /// Keeps the libraries loaded since before (the drivers the loader opened)
 /// for the rest of the process: a later device does not load them again, and
 /// what they allocate once stays theirs rather than being lost at unloading.
-void PinLibrariesSince(std::set<std::string> const& before)
-{
+void PinLibrariesSince(std::set<std::string> const& before) {
     for (std::string const& name : LoadedLibraries())
-        if (before.count(name) == 0)
-            dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+        if (before.count(name) == 0) dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-bool HasDeviceExtension(std::vector<VkExtensionProperties> const& available, char const* name)
-{
+bool HasDeviceExtension(std::vector<VkExtensionProperties> const& available, char const* name) {
     return std::any_of(available.begin(), available.end(),
                        [name](VkExtensionProperties const& e) { return std::strcmp(e.extensionName, name) == 0; });
 }
 
-std::vector<VkExtensionProperties> DeviceExtensions(VkPhysicalDevice physical)
-{
+std::vector<VkExtensionProperties> DeviceExtensions(VkPhysicalDevice physical) {
     uint32_t count = 0;
     NEROX_VK_CHECK(vkEnumerateDeviceExtensionProperties(physical, nullptr, &count, nullptr));
     std::vector<VkExtensionProperties> extensions(count);
@@ -163,12 +156,9 @@ std::vector<VkExtensionProperties> DeviceExtensions(VkPhysicalDevice physical)
     return extensions;
 }
 
-bool WantValidation(int asked)
-{
-    if (asked >= 0)
-        return asked > 0;
-    if (char const* env = std::getenv("NEROX_VK_VALIDATION"))
-        return std::strcmp(env, "0") != 0 && *env != '\0';
+bool WantValidation(int asked) {
+    if (asked >= 0) return asked > 0;
+    if (char const* env = std::getenv("NEROX_VK_VALIDATION")) return std::strcmp(env, "0") != 0 && *env != '\0';
 #ifdef NDEBUG
     return false;
 #else
@@ -180,14 +170,16 @@ bool WantValidation(int asked)
 
 // ---------------------------------------------------------------- features
 
-PhysicalDevice::Features::Features() { ResetHeaders(*this); }
+PhysicalDevice::Features::Features() {
+    ResetHeaders(*this);
+}
 
-PhysicalDevice::Features::Features(Features const& other) : Features() { *this = other; }
+PhysicalDevice::Features::Features(Features const& other) : Features() {
+    *this = other;
+}
 
-PhysicalDevice::Features& PhysicalDevice::Features::operator=(Features const& other)
-{
-    if (this == &other)
-        return *this;
+PhysicalDevice::Features& PhysicalDevice::Features::operator=(Features const& other) {
+    if (this == &other) return *this;
     core = other.core;
     CopyFlags(shaderClock, other.shaderClock);
     CopyFlags(storage16Bit, other.storage16Bit);
@@ -200,37 +192,34 @@ PhysicalDevice::Features& PhysicalDevice::Features::operator=(Features const& ot
     return *this;
 }
 
-bool PhysicalDevice::Features::WantsRayTracing() const
-{
+bool PhysicalDevice::Features::WantsRayTracing() const {
     return AnySet(rayTracingPipeline) || AnySet(accelerationStructure);
 }
 
 // ---------------------------------------------------------------- device
 
-Device::Device(DeviceOptions const& options)
-{
+Device::Device(DeviceOptions const& options) {
     KeepDriversLoaded();
     nerox::OnFailure undo([&] { Destroy(); });
     CreateInstance(options);
     if (options.createSurface) {
         _surface = options.createSurface(_instance);
-        if (_surface == VK_NULL_HANDLE)
-            throw std::runtime_error("Vulkan: the window gave no surface");
+        if (_surface == VK_NULL_HANDLE) throw std::runtime_error("Vulkan: the window gave no surface");
     }
     ChoosePhysicalDevice();
     CreateLogicalDevice(options);
 }
 
-Device::~Device() { Destroy(); }
+Device::~Device() {
+    Destroy();
+}
 
-void Device::WaitIdle()
-{
+void Device::WaitIdle() {
     std::lock_guard lock(_queueMutex);
     vkDeviceWaitIdle(_device);
 }
 
-void Device::KeepDriversLoaded()
-{
+void Device::KeepDriversLoaded() {
     static std::once_flag once;
     std::call_once(once, [] {
         std::set<std::string> const before = LoadedLibraries();
@@ -248,8 +237,7 @@ void Device::KeepDriversLoaded()
     });
 }
 
-void Device::Destroy()
-{
+void Device::Destroy() {
     if (_device != VK_NULL_HANDLE) {
         vkDeviceWaitIdle(_device);
         vkDestroyDevice(_device, nullptr);
@@ -262,8 +250,7 @@ void Device::Destroy()
     if (_messenger != VK_NULL_HANDLE) {
         auto destroy = reinterpret_cast<PFN_vkDestroyDebugUtilsMessengerEXT>(
             vkGetInstanceProcAddr(_instance, "vkDestroyDebugUtilsMessengerEXT"));
-        if (destroy != nullptr)
-            destroy(_instance, _messenger, nullptr);
+        if (destroy != nullptr) destroy(_instance, _messenger, nullptr);
         _messenger = VK_NULL_HANDLE;
     }
     if (_instance != VK_NULL_HANDLE) {
@@ -274,23 +261,21 @@ void Device::Destroy()
 
 VKAPI_ATTR VkBool32 VKAPI_CALL Device::OnValidationMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity,
                                                            VkDebugUtilsMessageTypeFlagsEXT,
-                                                           VkDebugUtilsMessengerCallbackDataEXT const* data, void*)
-{
+                                                           VkDebugUtilsMessengerCallbackDataEXT const* data, void*) {
     bool const error = (severity & VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT) != 0;
-    if (error)
-        _validationErrors.fetch_add(1);
+    if (error) _validationErrors.fetch_add(1);
     std::cerr << (error ? "Vulkan validation error: " : "Vulkan validation warning: ")
               << (data != nullptr && data->pMessage != nullptr ? data->pMessage : "(no message)") << '\n';
     return VK_FALSE;
 }
 
-void Device::CreateInstance(DeviceOptions const& options)
-{
+void Device::CreateInstance(DeviceOptions const& options) {
     uint32_t loaderVersion = VK_API_VERSION_1_0;
     vkEnumerateInstanceVersion(&loaderVersion);
     if (loaderVersion < VK_API_VERSION_1_3)
-        throw std::runtime_error("Vulkan: the loader offers only Vulkan " + std::to_string(VK_API_VERSION_MAJOR(loaderVersion)) +
-                                 "." + std::to_string(VK_API_VERSION_MINOR(loaderVersion)) + "; 1.3 is needed");
+        throw std::runtime_error("Vulkan: the loader offers only Vulkan " +
+                                 std::to_string(VK_API_VERSION_MAJOR(loaderVersion)) + "." +
+                                 std::to_string(VK_API_VERSION_MINOR(loaderVersion)) + "; 1.3 is needed");
 
     uint32_t count = 0;
     vkEnumerateInstanceLayerProperties(&count, nullptr);
@@ -316,11 +301,9 @@ void Device::CreateInstance(DeviceOptions const& options)
         }
     }
     std::vector<char const*> extensions;
-    for (std::string const& name : options.instanceExtensions)
-        extensions.push_back(name.c_str());
+    for (std::string const& name : options.instanceExtensions) extensions.push_back(name.c_str());
     _debugUtils = HasDeviceExtension(available, VK_EXT_DEBUG_UTILS_EXTENSION_NAME);
-    if (_debugUtils)
-        extensions.push_back(VK_EXT_DEBUG_UTILS_EXTENSION_NAME);
+    if (_debugUtils) extensions.push_back(VK_EXT_DEBUG_UTILS_EXTENSION_NAME);
 
     VkApplicationInfo app{VK_STRUCTURE_TYPE_APPLICATION_INFO};
     app.pApplicationName = options.applicationName.c_str();
@@ -330,9 +313,10 @@ void Device::CreateInstance(DeviceOptions const& options)
     app.apiVersion = VK_API_VERSION_1_3;
 
     VkDebugUtilsMessengerCreateInfoEXT messenger{VK_STRUCTURE_TYPE_DEBUG_UTILS_MESSENGER_CREATE_INFO_EXT};
-    messenger.messageSeverity = VK_DEBUG_UTILS_MESSAGE_SEVERITY_WARNING_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT;
-    messenger.messageType = VK_DEBUG_UTILS_MESSAGE_TYPE_GENERAL_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_TYPE_VALIDATION_BIT_EXT |
-                            VK_DEBUG_UTILS_MESSAGE_TYPE_PERFORMANCE_BIT_EXT;
+    messenger.messageSeverity =
+        VK_DEBUG_UTILS_MESSAGE_SEVERITY_WARNING_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT;
+    messenger.messageType = VK_DEBUG_UTILS_MESSAGE_TYPE_GENERAL_BIT_EXT |
+        VK_DEBUG_UTILS_MESSAGE_TYPE_VALIDATION_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_TYPE_PERFORMANCE_BIT_EXT;
     messenger.pfnUserCallback = &Device::OnValidationMessage;
 
     VkInstanceCreateInfo info{VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO};
@@ -341,23 +325,20 @@ void Device::CreateInstance(DeviceOptions const& options)
     info.ppEnabledLayerNames = enabledLayers.data();
     info.enabledExtensionCount = static_cast<uint32_t>(extensions.size());
     info.ppEnabledExtensionNames = extensions.data();
-    if (_validating && _debugUtils)
-        info.pNext = &messenger; // also reports on instance creation and destruction
+    if (_validating && _debugUtils) info.pNext = &messenger; // also reports on instance creation and destruction
     NEROX_VK_CHECK(vkCreateInstance(&info, nullptr, &_instance));
 
     if (_validating && _debugUtils) {
         auto create = reinterpret_cast<PFN_vkCreateDebugUtilsMessengerEXT>(
             vkGetInstanceProcAddr(_instance, "vkCreateDebugUtilsMessengerEXT"));
-        if (create != nullptr)
-            NEROX_VK_CHECK(create(_instance, &messenger, nullptr, &_messenger));
+        if (create != nullptr) NEROX_VK_CHECK(create(_instance, &messenger, nullptr, &_messenger));
     }
     if (_debugUtils)
         _setObjectName = reinterpret_cast<PFN_vkSetDebugUtilsObjectNameEXT>(
             vkGetInstanceProcAddr(_instance, "vkSetDebugUtilsObjectNameEXT"));
 }
 
-void Device::ChoosePhysicalDevice()
-{
+void Device::ChoosePhysicalDevice() {
     uint32_t count = 0;
     NEROX_VK_CHECK(vkEnumeratePhysicalDevices(_instance, &count, nullptr));
     std::vector<VkPhysicalDevice> devices(count);
@@ -394,18 +375,17 @@ void Device::ChoosePhysicalDevice()
         int family = -1;
         for (uint32_t i = 0; i < familyCount && family < 0; ++i) {
             VkQueueFlags const needed = VK_QUEUE_GRAPHICS_BIT | VK_QUEUE_COMPUTE_BIT;
-            if ((families[i].queueFlags & needed) != needed)
-                continue;
+            if ((families[i].queueFlags & needed) != needed) continue;
             if (_surface != VK_NULL_HANDLE) {
                 VkBool32 present = VK_FALSE;
                 vkGetPhysicalDeviceSurfaceSupportKHR(physical, i, _surface, &present);
-                if (!present)
-                    continue;
+                if (!present) continue;
             }
             family = static_cast<int>(i);
         }
         if (family < 0) {
-            refuse(_surface != VK_NULL_HANDLE ? "no queue family draws and presents to the window" : "no graphics queue family");
+            refuse(_surface != VK_NULL_HANDLE ? "no queue family draws and presents to the window"
+                                              : "no graphics queue family");
             continue;
         }
         int score = 1;
@@ -429,17 +409,16 @@ void Device::ChoosePhysicalDevice()
     vkGetPhysicalDeviceMemoryProperties(_physical, &_memory);
 }
 
-void Device::CreateLogicalDevice(DeviceOptions const& options)
-{
+void Device::CreateLogicalDevice(DeviceOptions const& options) {
     std::vector<VkExtensionProperties> const available = DeviceExtensions(_physical);
     auto want = [this, &available](char const* name) {
-        if (!HasDeviceExtension(available, name))
-            return false;
+        if (!HasDeviceExtension(available, name)) return false;
         _extensions.emplace_back(name);
         return true;
     };
     if (_surface != VK_NULL_HANDLE && !want(VK_KHR_SWAPCHAIN_EXTENSION_NAME))
-        throw std::runtime_error("Vulkan: " + Name() + " cannot present to a window (no " VK_KHR_SWAPCHAIN_EXTENSION_NAME ")");
+        throw std::runtime_error("Vulkan: " + Name() +
+                                 " cannot present to a window (no " VK_KHR_SWAPCHAIN_EXTENSION_NAME ")");
 
     PhysicalDevice::Features asked = options.features;
     asked.vulkan12.bufferDeviceAddress = VK_TRUE; // every buffer has a device address
@@ -447,8 +426,8 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     bool rayTracing = false;
     if (asked.WantsRayTracing()) {
         bool const present = HasDeviceExtension(available, VK_KHR_RAY_TRACING_PIPELINE_EXTENSION_NAME) &&
-                             HasDeviceExtension(available, VK_KHR_ACCELERATION_STRUCTURE_EXTENSION_NAME) &&
-                             HasDeviceExtension(available, VK_KHR_DEFERRED_HOST_OPERATIONS_EXTENSION_NAME);
+            HasDeviceExtension(available, VK_KHR_ACCELERATION_STRUCTURE_EXTENSION_NAME) &&
+            HasDeviceExtension(available, VK_KHR_DEFERRED_HOST_OPERATIONS_EXTENSION_NAME);
         if (present) {
             want(VK_KHR_RAY_TRACING_PIPELINE_EXTENSION_NAME);
             want(VK_KHR_ACCELERATION_STRUCTURE_EXTENSION_NAME);
@@ -470,8 +449,7 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     int dropped = 0;
     std::string where;
     auto count = [&dropped, &where](int lacking, char const* block) {
-        if (lacking == 0)
-            return;
+        if (lacking == 0) return;
         dropped += lacking;
         where += std::string(where.empty() ? "" : ", ") + std::to_string(lacking) + " of " + block;
     };
@@ -492,14 +470,14 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
         asked.rayTracingPipeline = none.rayTracingPipeline;
         asked.accelerationStructure = none.accelerationStructure;
     }
-    if (rayQuery)
-        count(IntersectBlock(asked.rayQuery, have.rayQuery), "ray query");
+    if (rayQuery) count(IntersectBlock(asked.rayQuery, have.rayQuery), "ray query");
     // Extensions without their features are no ray tracing.
-    if (rayTracing && !(asked.rayTracingPipeline.rayTracingPipeline && asked.accelerationStructure.accelerationStructure)) {
-        std::cout << "Vulkan: " << Name() << " has the ray-tracing extensions but not their features; ray-traced stages stay off\n";
+    if (rayTracing &&
+        !(asked.rayTracingPipeline.rayTracingPipeline && asked.accelerationStructure.accelerationStructure)) {
+        std::cout << "Vulkan: " << Name()
+                  << " has the ray-tracing extensions but not their features; ray-traced stages stay off\n";
         rayTracing = false;
-    }
-    else
+    } else
         asked.rayQuery = PhysicalDevice::Features().rayQuery;
     if (dropped > 0)
         std::cout << "Vulkan: " << Name() << " lacks " << dropped << " of the asked features (" << where
@@ -516,8 +494,7 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     PhysicalDevice::Features chained = asked;
     VkPhysicalDeviceFeatures2 head = Chain(chained, shaderClock, rayTracing, rayQuery);
     std::vector<char const*> names;
-    for (std::string const& name : _extensions)
-        names.push_back(name.c_str());
+    for (std::string const& name : _extensions) names.push_back(name.c_str());
     VkDeviceCreateInfo info{VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO};
     info.pNext = &head;
     info.queueCreateInfoCount = 1;
@@ -529,39 +506,32 @@ void Device::CreateLogicalDevice(DeviceOptions const& options)
     _rayTracing = rayTracing;
 }
 
-bool Device::HasExtension(char const* extension) const
-{
+bool Device::HasExtension(char const* extension) const {
     return std::find(_extensions.begin(), _extensions.end(), extension) != _extensions.end();
 }
 
-uint32_t Device::FindMemoryType(uint32_t typeBits, VkMemoryPropertyFlags required, VkMemoryPropertyFlags preferred) const
-{
+uint32_t Device::FindMemoryType(uint32_t typeBits, VkMemoryPropertyFlags required,
+                                VkMemoryPropertyFlags preferred) const {
     int fallback = -1;
     for (uint32_t i = 0; i < _memory.memoryTypeCount; ++i) {
-        if ((typeBits & (1u << i)) == 0)
-            continue;
+        if ((typeBits & (1u << i)) == 0) continue;
         VkMemoryPropertyFlags const flags = _memory.memoryTypes[i].propertyFlags;
-        if ((flags & required) != required)
-            continue;
-        if ((flags & preferred) == preferred)
-            return i;
-        if (fallback < 0)
-            fallback = static_cast<int>(i);
+        if ((flags & required) != required) continue;
+        if ((flags & preferred) == preferred) return i;
+        if (fallback < 0) fallback = static_cast<int>(i);
     }
     if (fallback < 0)
-        throw std::runtime_error("Vulkan: " + Name() + " has no memory type with the properties " + std::to_string(required));
+        throw std::runtime_error("Vulkan: " + Name() + " has no memory type with the properties " +
+                                 std::to_string(required));
     return static_cast<uint32_t>(fallback);
 }
 
-VkMemoryPropertyFlags Device::MemoryTypeFlags(uint32_t index) const
-{
+VkMemoryPropertyFlags Device::MemoryTypeFlags(uint32_t index) const {
     return index < _memory.memoryTypeCount ? _memory.memoryTypes[index].propertyFlags : 0;
 }
 
-void Device::SetName(VkObjectType type, uint64_t object, std::string const& name) const
-{
-    if (_setObjectName == nullptr || object == 0 || name.empty())
-        return;
+void Device::SetName(VkObjectType type, uint64_t object, std::string const& name) const {
+    if (_setObjectName == nullptr || object == 0 || name.empty()) return;
     VkDebugUtilsObjectNameInfoEXT info{VK_STRUCTURE_TYPE_DEBUG_UTILS_OBJECT_NAME_INFO_EXT};
     info.objectType = type;
     info.objectHandle = object;

@@ -24,14 +24,14 @@ struct PhysicalDevice {
         Features(Features const& other);
         Features& operator=(Features const& other);
 
-        VkPhysicalDeviceFeatures core{};                                     ///< Vulkan 1.0 features.
-        VkPhysicalDeviceShaderClockFeaturesKHR shaderClock{};                ///< VK_KHR_shader_clock.
-        VkPhysicalDevice16BitStorageFeatures storage16Bit{};                 ///< 16-bit storage (Vulkan 1.1).
-        VkPhysicalDeviceVulkan12Features vulkan12{};                         ///< Vulkan 1.2 features.
-        VkPhysicalDeviceRayTracingPipelineFeaturesKHR rayTracingPipeline{};  ///< VK_KHR_ray_tracing_pipeline.
+        VkPhysicalDeviceFeatures core{};                                          ///< Vulkan 1.0 features.
+        VkPhysicalDeviceShaderClockFeaturesKHR shaderClock{};                     ///< VK_KHR_shader_clock.
+        VkPhysicalDevice16BitStorageFeatures storage16Bit{};                      ///< 16-bit storage (Vulkan 1.1).
+        VkPhysicalDeviceVulkan12Features vulkan12{};                              ///< Vulkan 1.2 features.
+        VkPhysicalDeviceRayTracingPipelineFeaturesKHR rayTracingPipeline{};       ///< VK_KHR_ray_tracing_pipeline.
         VkPhysicalDeviceAccelerationStructureFeaturesKHR accelerationStructure{}; ///< VK_KHR_acceleration_structure.
-        VkPhysicalDeviceRayQueryFeaturesKHR rayQuery{};                      ///< VK_KHR_ray_query.
-        VkPhysicalDeviceVulkan13Features vulkan13{};                         ///< Vulkan 1.3 features.
+        VkPhysicalDeviceRayQueryFeaturesKHR rayQuery{};                           ///< VK_KHR_ray_query.
+        VkPhysicalDeviceVulkan13Features vulkan13{};                              ///< Vulkan 1.3 features.
 
         /// Whether any ray-tracing feature is asked for.
         bool WantsRayTracing() const;
@@ -64,13 +64,13 @@ public:
     Device(Device const&) = delete;
     Device& operator=(Device const&) = delete;
 
-    VkInstance Instance() const { return _instance; }             ///< The instance.
-    VkPhysicalDevice Physical() const { return _physical; }       ///< The chosen physical device.
-    VkDevice Handle() const { return _device; }                   ///< The logical device.
-    operator VkDevice() const { return _device; }                 ///< The logical device.
-    VkQueue GraphicsQueue() const { return _graphicsQueue; }      ///< Graphics, compute and transfer queue.
-    uint32_t GraphicsFamily() const { return _graphicsFamily; }   ///< Its queue family.
-    VkSurfaceKHR Surface() const { return _surface; }             ///< The window's surface, or null.
+    VkInstance Instance() const { return _instance; }           ///< The instance.
+    VkPhysicalDevice Physical() const { return _physical; }     ///< The chosen physical device.
+    VkDevice Handle() const { return _device; }                 ///< The logical device.
+    operator VkDevice() const { return _device; }               ///< The logical device.
+    VkQueue GraphicsQueue() const { return _graphicsQueue; }    ///< Graphics, compute and transfer queue.
+    uint32_t GraphicsFamily() const { return _graphicsFamily; } ///< Its queue family.
+    VkSurfaceKHR Surface() const { return _surface; }           ///< The window's surface, or null.
     /// Waits until the device has finished all submitted work; takes QueueMutex.
     void WaitIdle();
     /// Held around every submission to the graphics queue.
@@ -91,7 +91,8 @@ public:
 
     /// A memory type among typeBits with all of required, preferring one that
     /// also has preferred. Throws std::runtime_error when none has required.
-    uint32_t FindMemoryType(uint32_t typeBits, VkMemoryPropertyFlags required, VkMemoryPropertyFlags preferred = 0) const;
+    uint32_t FindMemoryType(uint32_t typeBits, VkMemoryPropertyFlags required,
+                            VkMemoryPropertyFlags preferred = 0) const;
     /// Property flags of memory type index.
     VkMemoryPropertyFlags MemoryTypeFlags(uint32_t index) const;
     /// Gives object a name that validation messages and debuggers show; no-op without debug utils.
@@ -108,8 +109,8 @@ public:
 
 private:
     static VKAPI_ATTR VkBool32 VKAPI_CALL OnValidationMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity,
-                                                             VkDebugUtilsMessageTypeFlagsEXT types,
-                                                             VkDebugUtilsMessengerCallbackDataEXT const* data, void*);
+                                                              VkDebugUtilsMessageTypeFlagsEXT types,
+                                                              VkDebugUtilsMessengerCallbackDataEXT const* data, void*);
     void CreateInstance(DeviceOptions const& options);
     void ChoosePhysicalDevice();
     void CreateLogicalDevice(DeviceOptions const& options);

@@ -2,14 +2,12 @@
 
 namespace nerox::vk::interface {
 
-DeviceInterface::DeviceInterface(DeviceOptions const& options) : _device(std::make_unique<Device>(options)) {}
+DeviceInterface::DeviceInterface(DeviceOptions const& options) : _device(std::make_unique<Device>(options)) { }
 
 DeviceInterface::~DeviceInterface() = default;
 
-void DeviceInterface::LoadFunctionPointersInterface()
-{
-    if (!_device->HasRayTracing())
-        return;
+void DeviceInterface::LoadFunctionPointersInterface() {
+    if (!_device->HasRayTracing()) return;
     VkDevice const device = *_device;
     auto load = [device](auto& pointer, char const* name) {
         pointer = reinterpret_cast<std::remove_reference_t<decltype(pointer)>>(vkGetDeviceProcAddr(device, name));

@@ -11,8 +11,7 @@ namespace nerox::vk {
 Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, VkImageUsageFlags usage,
              std::string const& name, ImageOptions const& options)
     : _device(&device), _format(format), _width(width), _height(height), _mipLevels(std::max(1u, options.mipLevels)),
-      _aspect(options.aspect)
-{
+      _aspect(options.aspect) {
     NEROX_ASSERT(width > 0 && height > 0);
     VkImageCreateInfo info{VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO};
     info.imageType = VK_IMAGE_TYPE_2D;
@@ -27,8 +26,7 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
     info.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
     NEROX_VK_CHECK(vkCreateImage(device, &info, nullptr, &_image));
     nerox::OnFailure undo([&] {
-        if (_memory != VK_NULL_HANDLE)
-            vkFreeMemory(device, _memory, nullptr);
+        if (_memory != VK_NULL_HANDLE) vkFreeMemory(device, _memory, nullptr);
         vkDestroyImage(device, _image, nullptr);
     });
     VkMemoryRequirements requirements;
@@ -41,11 +39,10 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
 
     // Only a usage that reads or writes through a view may have one.
     VkImageUsageFlags const viewed = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_STORAGE_BIT |
-                                     VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT |
-                                     VK_IMAGE_USAGE_INPUT_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSIENT_ATTACHMENT_BIT;
+        VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT |
+        VK_IMAGE_USAGE_INPUT_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSIENT_ATTACHMENT_BIT;
     device.SetName(VK_OBJECT_TYPE_IMAGE, reinterpret_cast<uint64_t>(_image), name);
-    if ((usage & viewed) == 0)
-        return;
+    if ((usage & viewed) == 0) return;
     VkImageViewCreateInfo view{VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO};
     view.image = _image;
     view.viewType = VK_IMAGE_VIEW_TYPE_2D;
@@ -55,17 +52,14 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
     device.SetName(VK_OBJECT_TYPE_IMAGE_VIEW, reinterpret_cast<uint64_t>(_view), name);
 }
 
-Image::~Image()
-{
-    if (_view != VK_NULL_HANDLE)
-        vkDestroyImageView(*_device, _view, nullptr);
+Image::~Image() {
+    if (_view != VK_NULL_HANDLE) vkDestroyImageView(*_device, _view, nullptr);
     vkDestroyImage(*_device, _image, nullptr);
     vkFreeMemory(*_device, _memory, nullptr);
 }
 
 void Image::Transition(VkCommandBuffer commandBuffer, VkImage image, VkImageLayout from, VkImageLayout to,
-                       VkImageAspectFlags aspect, uint32_t mipLevels)
-{
+                       VkImageAspectFlags aspect, uint32_t mipLevels) {
     VkImageMemoryBarrier barrier{VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER};
     barrier.srcAccessMask = VK_ACCESS_MEMORY_WRITE_BIT;
     barrier.dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT;
@@ -79,13 +73,11 @@ void Image::Transition(VkCommandBuffer commandBuffer, VkImage image, VkImageLayo
                          nullptr, 0, nullptr, 1, &barrier);
 }
 
-void Image::Transition(VkCommandBuffer commandBuffer, VkImageLayout from, VkImageLayout to) const
-{
+void Image::Transition(VkCommandBuffer commandBuffer, VkImageLayout from, VkImageLayout to) const {
     Transition(commandBuffer, _image, from, to, _aspect, _mipLevels);
 }
 
-Sampler::Sampler(Device& device, SamplerOptions const& options, std::string const& name) : _device(&device)
-{
+Sampler::Sampler(Device& device, SamplerOptions const& options, std::string const& name) : _device(&device) {
     VkSamplerCreateInfo info{VK_STRUCTURE_TYPE_SAMPLER_CREATE_INFO};
     info.magFilter = options.magFilter;
     info.minFilter = options.minFilter;
@@ -96,12 +88,15 @@ Sampler::Sampler(Device& device, SamplerOptions const& options, std::string cons
     info.maxLod = options.maxLod;
     bool const anisotropy = options.maxAnisotropy > 1.0f && device.EnabledFeatures().core.samplerAnisotropy;
     info.anisotropyEnable = anisotropy ? VK_TRUE : VK_FALSE;
-    info.maxAnisotropy = anisotropy ? std::min(options.maxAnisotropy, device.Properties().limits.maxSamplerAnisotropy) : 1.0f;
+    info.maxAnisotropy =
+        anisotropy ? std::min(options.maxAnisotropy, device.Properties().limits.maxSamplerAnisotropy) : 1.0f;
     info.borderColor = VK_BORDER_COLOR_FLOAT_TRANSPARENT_BLACK;
     NEROX_VK_CHECK(vkCreateSampler(device, &info, nullptr, &_sampler));
     device.SetName(VK_OBJECT_TYPE_SAMPLER, reinterpret_cast<uint64_t>(_sampler), name);
 }
 
-Sampler::~Sampler() { vkDestroySampler(*_device, _sampler, nullptr); }
+Sampler::~Sampler() {
+    vkDestroySampler(*_device, _sampler, nullptr);
+}
 
 } // namespace nerox::vk

@@ -11,9 +11,9 @@ namespace nerox::vk {
 
 /// How to create an Image beyond its size, format and usage.
 struct ImageOptions {
-    VkImageAspectFlags aspect = VK_IMAGE_ASPECT_COLOR_BIT;           ///< Aspect of the view.
-    uint32_t mipLevels = 1;                                          ///< Mip levels, at least 1.
-    VkImageTiling tiling = VK_IMAGE_TILING_OPTIMAL;                  ///< Tiling.
+    VkImageAspectFlags aspect = VK_IMAGE_ASPECT_COLOR_BIT;              ///< Aspect of the view.
+    uint32_t mipLevels = 1;                                             ///< Mip levels, at least 1.
+    VkImageTiling tiling = VK_IMAGE_TILING_OPTIMAL;                     ///< Tiling.
     VkMemoryPropertyFlags memory = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT; ///< Preferred memory.
 };
 
@@ -27,19 +27,20 @@ public:
     Image(Image const&) = delete;
     Image& operator=(Image const&) = delete;
 
-    VkImage Handle() const { return _image; }        ///< The Vulkan image.
-    operator VkImage() const { return _image; }      ///< The Vulkan image.
-    VkImageView View() const { return _view; }       ///< View of every level; null for transfer-only images.
-    VkFormat Format() const { return _format; }      ///< Its format.
+    VkImage Handle() const { return _image; }               ///< The Vulkan image.
+    operator VkImage() const { return _image; }             ///< The Vulkan image.
+    VkImageView View() const { return _view; }              ///< View of every level; null for transfer-only images.
+    VkFormat Format() const { return _format; }             ///< Its format.
     VkExtent2D Extent() const { return {_width, _height}; } ///< Its size in pixels.
-    uint32_t Width() const { return _width; }        ///< Width in pixels.
-    uint32_t Height() const { return _height; }      ///< Height in pixels.
-    uint32_t MipLevels() const { return _mipLevels; } ///< Number of levels.
+    uint32_t Width() const { return _width; }               ///< Width in pixels.
+    uint32_t Height() const { return _height; }             ///< Height in pixels.
+    uint32_t MipLevels() const { return _mipLevels; }       ///< Number of levels.
 
     /// Records a layout change of every level of image, waiting on all earlier
     /// commands: simple and correct rather than tight.
     static void Transition(VkCommandBuffer commandBuffer, VkImage image, VkImageLayout from, VkImageLayout to,
-                           VkImageAspectFlags aspect = VK_IMAGE_ASPECT_COLOR_BIT, uint32_t mipLevels = VK_REMAINING_MIP_LEVELS);
+                           VkImageAspectFlags aspect = VK_IMAGE_ASPECT_COLOR_BIT,
+                           uint32_t mipLevels = VK_REMAINING_MIP_LEVELS);
     /// Transition of this image.
     void Transition(VkCommandBuffer commandBuffer, VkImageLayout from, VkImageLayout to) const;
 
@@ -55,14 +56,14 @@ private:
 
 /// Sampler parameters; the defaults are a nearest filter that repeats.
 struct SamplerOptions {
-    VkFilter magFilter = VK_FILTER_NEAREST;                          ///< Magnification filter.
-    VkFilter minFilter = VK_FILTER_NEAREST;                          ///< Minification filter.
-    VkSamplerMipmapMode mipmapMode = VK_SAMPLER_MIPMAP_MODE_NEAREST; ///< Between levels.
+    VkFilter magFilter = VK_FILTER_NEAREST;                             ///< Magnification filter.
+    VkFilter minFilter = VK_FILTER_NEAREST;                             ///< Minification filter.
+    VkSamplerMipmapMode mipmapMode = VK_SAMPLER_MIPMAP_MODE_NEAREST;    ///< Between levels.
     VkSamplerAddressMode addressModeU = VK_SAMPLER_ADDRESS_MODE_REPEAT; ///< Horizontal wrap.
     VkSamplerAddressMode addressModeV = VK_SAMPLER_ADDRESS_MODE_REPEAT; ///< Vertical wrap.
     VkSamplerAddressMode addressModeW = VK_SAMPLER_ADDRESS_MODE_REPEAT; ///< Depth wrap.
-    float maxLod = VK_LOD_CLAMP_NONE;                                ///< Highest level used.
-    float maxAnisotropy = 0.0f;                                      ///< Anisotropy; 0 or 1 turns it off.
+    float maxLod = VK_LOD_CLAMP_NONE;                                   ///< Highest level used.
+    float maxAnisotropy = 0.0f;                                         ///< Anisotropy; 0 or 1 turns it off.
 };
 
 /// A sampler.

@@ -18,13 +18,11 @@ constexpr uint32_t SpirvMagic = 0x07230203;
 /// Words of a SPIR-V module header: magic, version, generator, bound, schema.
 constexpr size_t SpirvHeaderWords = 5;
 
-[[noreturn]] void CannotLoad(std::string const& file, std::string const& why)
-{
+[[noreturn]] void CannotLoad(std::string const& file, std::string const& why) {
     throw std::runtime_error("Cannot load shader " + file + ": " + why);
 }
 
-VkShaderModule CreateModule(Device& device, std::string const& file)
-{
+VkShaderModule CreateModule(Device& device, std::string const& file) {
     std::vector<uint32_t> const code = LoadSpirv(file);
     VkShaderModuleCreateInfo info{VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO};
     info.codeSize = code.size() * sizeof(uint32_t);
@@ -37,32 +35,24 @@ VkShaderModule CreateModule(Device& device, std::string const& file)
 
 } // namespace
 
-std::vector<uint32_t> LoadSpirv(std::string const& file)
-{
+std::vector<uint32_t> LoadSpirv(std::string const& file) {
     std::error_code error;
     std::filesystem::file_status const status = std::filesystem::status(file, error);
-    if (status.type() == std::filesystem::file_type::not_found)
-        CannotLoad(file, "no such file");
-    if (error)
-        CannotLoad(file, error.message());
-    if (!std::filesystem::is_regular_file(status))
-        CannotLoad(file, "not a regular file");
+    if (status.type() == std::filesystem::file_type::not_found) CannotLoad(file, "no such file");
+    if (error) CannotLoad(file, error.message());
+    if (!std::filesystem::is_regular_file(status)) CannotLoad(file, "not a regular file");
     std::ifstream stream(file, std::ios::binary | std::ios::ate);
-    if (!stream)
-        CannotLoad(file, std::strerror(errno));
+    if (!stream) CannotLoad(file, std::strerror(errno));
     std::streamoff const size = stream.tellg();
-    if (size < 0)
-        CannotLoad(file, "cannot read its size");
+    if (size < 0) CannotLoad(file, "cannot read its size");
     if (size == 0 || size % 4 != 0)
         CannotLoad(file, "its size of " + std::to_string(size) + " bytes is not a non-zero multiple of 4");
     if (static_cast<size_t>(size) < SpirvHeaderWords * 4)
         CannotLoad(file, "its " + std::to_string(size) + " bytes are too few for a SPIR-V header");
     std::vector<uint32_t> words(static_cast<size_t>(size) / 4);
     stream.seekg(0);
-    if (!stream.read(reinterpret_cast<char*>(words.data()), size))
-        CannotLoad(file, "reading failed");
-    if (words[0] != SpirvMagic)
-        CannotLoad(file, "not SPIR-V (no magic number)");
+    if (!stream.read(reinterpret_cast<char*>(words.data()), size)) CannotLoad(file, "reading failed");
+    if (words[0] != SpirvMagic) CannotLoad(file, "not SPIR-V (no magic number)");
     return words;
 }
 
@@ -70,8 +60,7 @@ std::vector<uint32_t> LoadSpirv(std::string const& file)
 
 PipelineLayout::PipelineLayout(Device& device, std::vector<VkDescriptorSetLayout> const& sets,
                                std::vector<VkPushConstantRange> const& pushConstants, std::string const& name)
-    : _device(&device)
-{
+    : _device(&device) {
     VkPipelineLayoutCreateInfo info{VK_STRUCTURE_TYPE_PIPELINE_LAYOUT_CREATE_INFO};
     info.setLayoutCount = static_cast<uint32_t>(sets.size());
     info.pSetLayouts = sets.data();
@@ -81,47 +70,43 @@ PipelineLayout::PipelineLayout(Device& device, std::vector<VkDescriptorSetLayout
     device.SetName(VK_OBJECT_TYPE_PIPELINE_LAYOUT, reinterpret_cast<uint64_t>(_layout), name);
 }
 
-PipelineLayout::~PipelineLayout() { vkDestroyPipelineLayout(*_device, _layout, nullptr); }
+PipelineLayout::~PipelineLayout() {
+    vkDestroyPipelineLayout(*_device, _layout, nullptr);
+}
 
 // ---------------------------------------------------------------- pipeline
 
 GraphicsPipeline::GraphicsPipeline(Device& device, PipelineLayout const& layout, Renderpass const& renderpass,
                                    std::string const& shaderPath, GraphicsPipelineOptions const& options)
-    : _device(&device), _layout(layout.Handle()), _name(shaderPath), _options(options)
-{
+    : _device(&device), _layout(layout.Handle()), _name(shaderPath), _options(options) {
     nerox::OnFailure undo([&] { DestroyModules(); });
     _vertex = CreateModule(device, shaderPath + ".vert.spv");
     _fragment = CreateModule(device, shaderPath + ".frag.spv");
     _pipeline = Build(renderpass);
 }
 
-GraphicsPipeline::~GraphicsPipeline()
-{
+GraphicsPipeline::~GraphicsPipeline() {
     vkDestroyPipeline(*_device, _pipeline, nullptr);
     DestroyModules();
 }
 
-void GraphicsPipeline::DestroyModules()
-{
+void GraphicsPipeline::DestroyModules() {
     vkDestroyShaderModule(*_device, _vertex, nullptr);
     vkDestroyShaderModule(*_device, _fragment, nullptr);
     _vertex = _fragment = VK_NULL_HANDLE;
 }
 
-void GraphicsPipeline::RefreshViewport(Renderpass const& renderpass)
-{
+void GraphicsPipeline::RefreshViewport(Renderpass const& renderpass) {
     VkPipeline const rebuilt = Build(renderpass);
     vkDestroyPipeline(*_device, _pipeline, nullptr);
     _pipeline = rebuilt;
 }
 
-void GraphicsPipeline::Bind(VkCommandBuffer commandBuffer) const
-{
+void GraphicsPipeline::Bind(VkCommandBuffer commandBuffer) const {
     vkCmdBindPipeline(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, _pipeline);
 }
 
-VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const
-{
+VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const {
     VkPipelineShaderStageCreateInfo stages[2]{};
     stages[0].sType = stages[1].sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO;
     stages[0].stage = VK_SHADER_STAGE_VERTEX_BIT;

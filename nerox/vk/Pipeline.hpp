@@ -33,12 +33,12 @@ private:
 /// dynamic (Renderpass::Begin sets them). The depth settings take effect only in
 /// a render pass with a depth attachment; without one every fragment passes.
 struct GraphicsPipelineOptions {
-    std::vector<VkVertexInputBindingDescription> vertexBindings;     ///< Vertex buffers read; none by default.
-    std::vector<VkVertexInputAttributeDescription> vertexAttributes; ///< Vertex inputs; none by default.
+    std::vector<VkVertexInputBindingDescription> vertexBindings;        ///< Vertex buffers read; none by default.
+    std::vector<VkVertexInputAttributeDescription> vertexAttributes;    ///< Vertex inputs; none by default.
     VkPrimitiveTopology topology = VK_PRIMITIVE_TOPOLOGY_TRIANGLE_LIST; ///< Primitive assembly.
-    VkPolygonMode polygonMode = VK_POLYGON_MODE_FILL;  ///< Fill, lines or points (the last two need fillModeNonSolid).
-    float lineWidth = 1.0f;                            ///< Width of lines; other than 1 needs wideLines.
-    VkCullModeFlags cullMode = VK_CULL_MODE_NONE;      ///< Faces dropped.
+    VkPolygonMode polygonMode = VK_POLYGON_MODE_FILL; ///< Fill, lines or points (the last two need fillModeNonSolid).
+    float lineWidth = 1.0f;                           ///< Width of lines; other than 1 needs wideLines.
+    VkCullModeFlags cullMode = VK_CULL_MODE_NONE;     ///< Faces dropped.
     VkFrontFace frontFace = VK_FRONT_FACE_COUNTER_CLOCKWISE; ///< Winding of front faces.
     /// "Over" blending: colour = src * srcAlpha + dst * (1 - srcAlpha), alpha =
     /// srcAlpha + dstAlpha * (1 - srcAlpha). Off writes the fragment as it is.
@@ -46,9 +46,9 @@ struct GraphicsPipelineOptions {
     /// With alphaBlending, the factor of the destination's alpha: ONE_MINUS_SRC_ALPHA
     /// as above, or ZERO to write the fragment's alpha as it is.
     VkBlendFactor dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
-    bool depthTest = false;                           ///< Compare with the depth attachment.
-    bool depthWrite = false;                          ///< Write the depth attachment.
-    VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS;  ///< Comparison of the depth test.
+    bool depthTest = false;                          ///< Compare with the depth attachment.
+    bool depthWrite = false;                         ///< Write the depth attachment.
+    VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS; ///< Comparison of the depth test.
 };
 
 /// A graphics pipeline of a vertex and a fragment shader for subpass 0 of a

@@ -12,21 +12,19 @@ namespace {
 /// Earlier work that may touch a target before a pass: drawing, shaders
 /// reading or writing it, and copies.
 constexpr VkPipelineStageFlags OtherStages = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT |
-                                             VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT |
-                                             VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT | VK_PIPELINE_STAGE_TRANSFER_BIT;
+    VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT | VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT | VK_PIPELINE_STAGE_TRANSFER_BIT;
 /// What that work writes.
 constexpr VkAccessFlags OtherWrites =
     VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT | VK_ACCESS_SHADER_WRITE_BIT | VK_ACCESS_TRANSFER_WRITE_BIT;
 /// What that work reads or writes.
-constexpr VkAccessFlags OtherAccesses = OtherWrites | VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_SHADER_READ_BIT |
-                                        VK_ACCESS_TRANSFER_READ_BIT;
+constexpr VkAccessFlags OtherAccesses =
+    OtherWrites | VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_SHADER_READ_BIT | VK_ACCESS_TRANSFER_READ_BIT;
 
 } // namespace
 
 Renderpass::Renderpass(Device& device, VkFormat format, uint32_t width, uint32_t height, VkImageUsageFlags usage,
                        RenderpassOptions const& options)
-    : _device(&device), _format(format), _extent{width, height}, _usage(usage), _options(options)
-{
+    : _device(&device), _format(format), _extent{width, height}, _usage(usage), _options(options) {
     NEROX_ASSERT(width > 0 && height > 0);
     std::string const what = "Renderpass " + (options.name.empty() ? std::string("(unnamed)") : options.name);
     if (options.initialLayout == VK_IMAGE_LAYOUT_UNDEFINED && options.loadOp == VK_ATTACHMENT_LOAD_OP_LOAD)
@@ -79,18 +77,14 @@ Renderpass::Renderpass(Device& device, VkFormat format, uint32_t width, uint32_t
     device.SetName(VK_OBJECT_TYPE_RENDER_PASS, reinterpret_cast<uint64_t>(_renderpass), options.name);
 }
 
-Renderpass::~Renderpass()
-{
-    for (auto const& [view, framebuffer] : _framebuffers)
-        vkDestroyFramebuffer(*_device, framebuffer, nullptr);
+Renderpass::~Renderpass() {
+    for (auto const& [view, framebuffer] : _framebuffers) vkDestroyFramebuffer(*_device, framebuffer, nullptr);
     vkDestroyRenderPass(*_device, _renderpass, nullptr);
 }
 
-VkFramebuffer Renderpass::FramebufferOf(VkImageView target)
-{
+VkFramebuffer Renderpass::FramebufferOf(VkImageView target) {
     for (auto const& [view, framebuffer] : _framebuffers)
-        if (view == target)
-            return framebuffer;
+        if (view == target) return framebuffer;
     VkFramebufferCreateInfo info{VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO};
     info.renderPass = _renderpass;
     info.attachmentCount = 1;
@@ -106,8 +100,7 @@ VkFramebuffer Renderpass::FramebufferOf(VkImageView target)
     return framebuffer;
 }
 
-void Renderpass::Begin(VkCommandBuffer commandBuffer, VkImageView target, VkClearColorValue clear)
-{
+void Renderpass::Begin(VkCommandBuffer commandBuffer, VkImageView target, VkClearColorValue clear) {
     NEROX_ASSERT(target != VK_NULL_HANDLE);
     VkClearValue clearValue{};
     clearValue.color = clear;
@@ -128,10 +121,11 @@ void Renderpass::Begin(VkCommandBuffer commandBuffer, VkImageView target, VkClea
     vkCmdSetScissor(commandBuffer, 0, 1, &scissor);
 }
 
-void Renderpass::End(VkCommandBuffer commandBuffer) { vkCmdEndRenderPass(commandBuffer); }
+void Renderpass::End(VkCommandBuffer commandBuffer) {
+    vkCmdEndRenderPass(commandBuffer);
+}
 
-void Renderpass::ForgetTarget(VkImageView target)
-{
+void Renderpass::ForgetTarget(VkImageView target) {
     for (size_t i = 0; i < _framebuffers.size(); ++i) {
         if (_framebuffers[i].first == target) {
             vkDestroyFramebuffer(*_device, _framebuffers[i].second, nullptr);
@@ -142,10 +136,8 @@ void Renderpass::ForgetTarget(VkImageView target)
     }
 }
 
-void Renderpass::ForgetAllTargets()
-{
-    for (auto const& [view, framebuffer] : _framebuffers)
-        vkDestroyFramebuffer(*_device, framebuffer, nullptr);
+void Renderpass::ForgetAllTargets() {
+    for (auto const& [view, framebuffer] : _framebuffers) vkDestroyFramebuffer(*_device, framebuffer, nullptr);
     _framebuffers.clear();
 }
 

@@ -41,11 +41,11 @@ public:
     Renderpass(Renderpass const&) = delete;
     Renderpass& operator=(Renderpass const&) = delete;
 
-    VkRenderPass Handle() const { return _renderpass; }   ///< The Vulkan render pass.
-    operator VkRenderPass() const { return _renderpass; } ///< The Vulkan render pass.
-    VkFormat Format() const { return _format; }           ///< Format of the colour attachment.
-    VkExtent2D Extent() const { return _extent; }         ///< Size of the area drawn, in pixels.
-    VkImageUsageFlags Usage() const { return _usage; }    ///< Usage of the target images.
+    VkRenderPass Handle() const { return _renderpass; }           ///< The Vulkan render pass.
+    operator VkRenderPass() const { return _renderpass; }         ///< The Vulkan render pass.
+    VkFormat Format() const { return _format; }                   ///< Format of the colour attachment.
+    VkExtent2D Extent() const { return _extent; }                 ///< Size of the area drawn, in pixels.
+    VkImageUsageFlags Usage() const { return _usage; }            ///< Usage of the target images.
     RenderpassOptions const& Options() const { return _options; } ///< How it was made.
 
     /// Begins the pass on target (a view of an image of Format() at least

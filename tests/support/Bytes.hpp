@@ -18,15 +18,13 @@ using Bytes = std::vector<unsigned char>;
 struct ByteBuilder {
     Bytes bytes;
 
-    template <class T>
-    ByteBuilder& Raw(T const& value) {
+    template <class T> ByteBuilder& Raw(T const& value) {
         auto const* begin = reinterpret_cast<unsigned char const*>(&value);
         bytes.insert(bytes.end(), begin, begin + sizeof(T));
         return *this;
     }
     /// Several values of one kind in a row, e.g. the components of a vector.
-    template <class... T>
-    ByteBuilder& Raws(T const&... values) {
+    template <class... T> ByteBuilder& Raws(T const&... values) {
         (Raw(values), ...);
         return *this;
     }
@@ -52,8 +50,7 @@ inline void WriteBytes(std::string const& path, Bytes const& bytes) {
 }
 
 /// The value stored at an offset; a failed expectation (and T{}) past the end.
-template <class T>
-T At(Bytes const& bytes, size_t offset) {
+template <class T> T At(Bytes const& bytes, size_t offset) {
     T value{};
     EXPECT_LE(offset + sizeof(T), bytes.size()) << "read past the end at offset " << offset;
     if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
@@ -61,8 +58,7 @@ T At(Bytes const& bytes, size_t offset) {
 }
 
 /// Overwrites the bytes at an offset; a failed expectation past the end.
-template <class T>
-void Put(Bytes& bytes, size_t offset, T const& value) {
+template <class T> void Put(Bytes& bytes, size_t offset, T const& value) {
     EXPECT_LE(offset + sizeof(T), bytes.size()) << "write past the end at offset " << offset;
     if (offset + sizeof(T) <= bytes.size()) std::memcpy(bytes.data() + offset, &value, sizeof(T));
 }

@@ -12,15 +12,15 @@ namespace testsupport {
 
 template <int N, typename T, glm::qualifier Q>
 void ExpectVecNear(glm::vec<N, T, Q> const& actual, glm::vec<N, T, Q> const& expected, double tolerance = 1e-9) {
-    for (int i = 0; i < N; ++i)
-        EXPECT_NEAR(actual[i], expected[i], tolerance) << "component " << i;
+    for (int i = 0; i < N; ++i) EXPECT_NEAR(actual[i], expected[i], tolerance) << "component " << i;
 }
 
 template <int C, int R, typename T, glm::qualifier Q>
 void ExpectMatNear(glm::mat<C, R, T, Q> const& actual, glm::mat<C, R, T, Q> const& expected, double tolerance = 1e-9) {
     for (int column = 0; column < C; ++column)
         for (int row = 0; row < R; ++row)
-            EXPECT_NEAR(actual[column][row], expected[column][row], tolerance) << "element [" << column << "][" << row << "]";
+            EXPECT_NEAR(actual[column][row], expected[column][row], tolerance)
+                << "element [" << column << "][" << row << "]";
 }
 
 /// Equal as rotations: q and -q turn alike.

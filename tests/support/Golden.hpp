@@ -34,8 +34,8 @@ inline std::string DescribeDifference(std::string const& expected, std::string c
     size_t first = 0;
     while (first < want.size() && first < got.size() && want[first] == got[first]) ++first;
     std::ostringstream out;
-    out << "first difference at line " << first + 1 << " (expected " << want.size() << " lines, got "
-        << got.size() << ")\n";
+    out << "first difference at line " << first + 1 << " (expected " << want.size() << " lines, got " << got.size()
+        << ")\n";
     size_t const from = first >= 2 ? first - 2 : 0;
     for (size_t i = from; i < std::min(first, want.size()); ++i) out << "  " << want[i] << "\n";
     for (size_t i = first; i < std::min(first + 3, want.size()); ++i) out << "- " << want[i] << "\n";

@@ -31,28 +31,29 @@ public:
     using Entity = game::entity::ServerSideEntity;
 
     explicit PhysicsWorld(game::entity::EnvironmentId id = 77, game::physics::EnvironmentFunction environment = Floor())
-        : environmentId(id) { Game::_environmentFunctions[id] = std::move(environment); }
-    ~PhysicsWorld()
-    {
+        : environmentId(id) {
+        Game::_environmentFunctions[id] = std::move(environment);
+    }
+    ~PhysicsWorld() {
         Entity::DestroyAll();
         Game::_environmentFunctions.erase(environmentId);
         Game::debugServerSidePhysics = false;
     }
 
-    static game::physics::EnvironmentFunction Floor()
-    {
+    static game::physics::EnvironmentFunction Floor() {
         return [](glm::dvec3 const& position, game::EnvironmentInfoFlags flags, double) {
             if (!(flags & game::EnvironmentTerrain))
                 return game::physics::EnvironmentInfo{.gravity = {0.0, -9.81, 0.0}};
-            return game::physics::EnvironmentInfo{.terrain = {.depth = std::max(0.0, -position.y)}, .gravity = {0.0, -9.81, 0.0},
-                                                  .altitude = position.y, .surfaceNormal = {0.0, 1.0, 0.0}};
+            return game::physics::EnvironmentInfo{.terrain = {.depth = std::max(0.0, -position.y)},
+                                                  .gravity = {0.0, -9.81, 0.0},
+                                                  .altitude = position.y,
+                                                  .surfaceNormal = {0.0, 1.0, 0.0}};
         };
     }
 
     /// An entity of this world made of the given colliders (named c0, c1, ...), bounds taken from them.
     Entity::Ptr Add(double mass, glm::dvec3 const& position, std::vector<game::entity::ConvexMeshCollider> colliders,
-                    bool dynamic = true)
-    {
+                    bool dynamic = true) {
         auto entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"), game::entity::Id());
         entity->deleteFilesOnDestroy = false;
         for (size_t i = 0; i < colliders.size(); ++i)
@@ -66,8 +67,7 @@ public:
         return entity;
     }
 
-    Entity::Ptr AddBox(BoxSpec const& box)
-    {
+    Entity::Ptr AddBox(BoxSpec const& box) {
         glm::vec3 const half(box.size * 0.5);
         auto entity = Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic);
         entity->orientation = box.orientation;
@@ -75,10 +75,8 @@ public:
         return entity;
     }
 
-    static void Simulate(int steps, int substeps = 4, double stepSeconds = 1.0 / 60.0)
-    {
-        for (int i = 0; i < steps; ++i)
-            Entity::PhysicsUpdate(stepSeconds, substeps);
+    static void Simulate(int steps, int substeps = 4, double stepSeconds = 1.0 / 60.0) {
+        for (int i = 0; i < steps; ++i) Entity::PhysicsUpdate(stepSeconds, substeps);
     }
 
     game::entity::EnvironmentId const environmentId;

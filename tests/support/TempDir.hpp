@@ -17,7 +17,7 @@ public:
     TempDir() {
         static std::atomic<int> counter{0};
         _path = std::filesystem::temp_directory_path() /
-                ("tessara_test_" + std::to_string(::getpid()) + "_" + std::to_string(counter++));
+            ("tessara_test_" + std::to_string(::getpid()) + "_" + std::to_string(counter++));
         std::filesystem::remove_all(_path);
         std::filesystem::create_directories(_path);
     }

@@ -36,8 +36,7 @@ struct GlyphBox {
 };
 
 /// Runs the tool with args; its standard error goes to *errors. Returns the exit status.
-int RunTool(std::vector<std::string> const& args, std::string* errors)
-{
+int RunTool(std::vector<std::string> const& args, std::string* errors) {
     TempDir scratch;
     std::string command = TESSARA_FONTATLAS_TOOL;
     for (std::string const& arg : args) command += " '" + arg + "'";
@@ -46,10 +45,10 @@ int RunTool(std::vector<std::string> const& args, std::string* errors)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::set<std::string> FilesIn(std::string const& folder)
-{
+std::set<std::string> FilesIn(std::string const& folder) {
     std::set<std::string> names;
-    for (auto const& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename().string());
+    for (auto const& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename().string());
     return names;
 }
 
@@ -57,8 +56,7 @@ std::set<std::string> FilesIn(std::string const& folder)
 // its glyph lines by code point, and the image's pixels.
 class FontAtlas : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
+    static void SetUpTestSuite() {
         std::istringstream lines(ReadText(TESSARA_FONT_ATLAS_METRICS));
         for (std::string line; std::getline(lines, line);) {
             std::istringstream fields(line);
@@ -89,8 +87,7 @@ protected:
     static inline int width = 0, height = 0, fileChannels = 0, cellW = 0, cellH = 0;
 };
 
-TEST_F(FontAtlas, HeaderAndImageDescribeOneConsistentGrid)
-{
+TEST_F(FontAtlas, HeaderAndImageDescribeOneConsistentGrid) {
     EXPECT_EQ((std::vector<int>{H("atlas"), H("atlas", 1), width, height, H("char_width"), H("char_height"),
                                 H("ascent"), H("ascent") - H("descent"), fileChannels}),
               (std::vector<int>{kGrid * cellW, kGrid * cellH, kGrid * cellW, kGrid * cellH, cellW, cellH, H("baseline"),
@@ -107,8 +104,7 @@ TEST_F(FontAtlas, HeaderAndImageDescribeOneConsistentGrid)
     EXPECT_EQ(std::vector<bool>({notWhite == 0, inked > 0, partial > 0}), std::vector<bool>(3, true));
 }
 
-TEST_F(FontAtlas, EachInkBoxIsTheTightBoundOfItsCellsInkMeasuredFromThePenOnTheBaseline)
-{
+TEST_F(FontAtlas, EachInkBoxIsTheTightBoundOfItsCellsInkMeasuredFromThePenOnTheBaseline) {
     ASSERT_LT(glyphs.rbegin()->first, kGrid * kGrid);
     for (int cp = 0; cp < kGrid * kGrid; ++cp) {
         int x0 = width, y0 = height, x1 = -1, y1 = -1; // the bounds of the ink in the cell
@@ -117,13 +113,22 @@ TEST_F(FontAtlas, EachInkBoxIsTheTightBoundOfItsCellsInkMeasuredFromThePenOnTheB
                 if (rgba[(size_t(y) * width + x) * 4 + 3] != 0)
                     x0 = std::min(x0, x), y0 = std::min(y0, y), x1 = std::max(x1, x), y1 = std::max(y1, y);
         bool const blank = cp <= 32 || (cp > 126 && cp <= 160); // space, controls and unmapped cells
-        bool const visible = (cp > 32 && cp < 127) || cp == 0xC0 || cp == 0xC5 || cp == 0xDF || cp == 0xE9 || cp == 0xFF;
-        if (blank || visible) { EXPECT_EQ(x1 >= 0, visible) << "ink in cell " << cp; }
+        bool const visible =
+            (cp > 32 && cp < 127) || cp == 0xC0 || cp == 0xC5 || cp == 0xDF || cp == 0xE9 || cp == 0xFF;
+        if (blank || visible) {
+            EXPECT_EQ(x1 >= 0, visible) << "ink in cell " << cp;
+        }
         auto const glyph = glyphs.find(cp);
-        if (glyph == glyphs.end()) { EXPECT_LT(x1, 0) << "ink in cell " << cp << " without a glyph line"; continue; }
+        if (glyph == glyphs.end()) {
+            EXPECT_LT(x1, 0) << "ink in cell " << cp << " without a glyph line";
+            continue;
+        }
         GlyphBox const& box = glyph->second;
         EXPECT_EQ(box.advance, cellW) << cp << ": all characters share one advance";
-        if (x1 < 0) { EXPECT_EQ(box.width | box.height, 0) << cp; continue; }
+        if (x1 < 0) {
+            EXPECT_EQ(box.width | box.height, 0) << cp;
+            continue;
+        }
         // Tight, so a renderer copies no blank margin and cuts off no ink.
         EXPECT_EQ((std::vector<int>{box.x, box.y, box.width, box.height, box.bearingX, box.bearingY}),
                   (std::vector<int>{x0, y0, x1 - x0 + 1, y1 - y0 + 1, x0 - CellX(cp), CellY(cp) + H("baseline") - y0}))
@@ -131,8 +136,7 @@ TEST_F(FontAtlas, EachInkBoxIsTheTightBoundOfItsCellsInkMeasuredFromThePenOnTheB
     }
 }
 
-TEST_F(FontAtlas, DescendersGoBelowTheBaselineAndCapitalsSitOnIt)
-{
+TEST_F(FontAtlas, DescendersGoBelowTheBaselineAndCapitalsSitOnIt) {
     for (int cp : {'g', 'j', 'p', 'q', 'y'})
         EXPECT_TRUE(Glyph(cp).bearingY > 0 && Glyph(cp).bearingY < Glyph(cp).height) << char(cp);
     for (int cp : {'A', 'M', 'W', 'x', 'i'}) EXPECT_EQ(Glyph(cp).bearingY, Glyph(cp).height) << char(cp);
@@ -141,11 +145,14 @@ TEST_F(FontAtlas, DescendersGoBelowTheBaselineAndCapitalsSitOnIt)
     EXPECT_TRUE(Glyph('_').bearingY <= 0 && Glyph('-').bearingY > Glyph('-').height);
 }
 
-size_t U16(std::string const& font, size_t at) { return (size_t{uint8_t(font[at])} << 8) | uint8_t(font[at + 1]); }
-size_t U32(std::string const& font, size_t at) { return (U16(font, at) << 16) | U16(font, at + 2); }
+size_t U16(std::string const& font, size_t at) {
+    return (size_t{uint8_t(font[at])} << 8) | uint8_t(font[at + 1]);
+}
+size_t U32(std::string const& font, size_t at) {
+    return (U16(font, at) << 16) | U16(font, at + 2);
+}
 
-TEST(FontAtlasTool, BadArgumentsFontsAndOutputsFailAndLeaveTheFolderAsItWasAndAGoodRunWritesTheBuildsBytes)
-{
+TEST(FontAtlasTool, BadArgumentsFontsAndOutputsFailAndLeaveTheFolderAsItWasAndAGoodRunWritesTheBuildsBytes) {
     TempDir dir;
     std::string const font = ReadText(TESSARA_MONOSPACE_FONT), png = dir.File("atlas.png"), txt = dir.File("atlas.txt");
     ASSERT_GT(font.size(), 100000u);
@@ -161,9 +168,13 @@ TEST(FontAtlasTool, BadArgumentsFontsAndOutputsFailAndLeaveTheFolderAsItWasAndAG
     metricsOut[hhea + 34] = metricsOut[hhea + 35] = char(0xFF);
     std::set<std::string> files = {"folder.ttf"};
     std::filesystem::create_directory(dir.File("folder.ttf"));
-    for (auto const& [name, bytes] : std::map<std::string, std::string>{
-             {"atlas.png", "old"}, {"empty.ttf", ""}, {"text.ttf", "This is not a font, just some text that is long enough.\n"},
-             {"cut.ttf", font.substr(0, 40)}, {"short.ttf", font.substr(0, tablesEnd - 1)}, {"metrics.ttf", metricsOut}}) {
+    for (auto const& [name, bytes] :
+         std::map<std::string, std::string>{{"atlas.png", "old"},
+                                            {"empty.ttf", ""},
+                                            {"text.ttf", "This is not a font, just some text that is long enough.\n"},
+                                            {"cut.ttf", font.substr(0, 40)},
+                                            {"short.ttf", font.substr(0, tablesEnd - 1)},
+                                            {"metrics.ttf", metricsOut}}) {
         files.insert(name);
         WriteText(dir.File(name), bytes);
     }
@@ -185,7 +196,8 @@ TEST(FontAtlasTool, BadArgumentsFontsAndOutputsFailAndLeaveTheFolderAsItWasAndAG
         {{good, png, dir.File("absent/atlas.txt"), "20"}, 1, "cannot write"},
         {{good, dir.File("absent/atlas.png"), txt, "20"}, 1, "cannot write"},
     };
-    for (char const* height : {"0", "257", "20px", "99999999999"}) cases.push_back({{good, png, txt, height}, 2, "PIXEL_HEIGHT"});
+    for (char const* height : {"0", "257", "20px", "99999999999"})
+        cases.push_back({{good, png, txt, height}, 2, "PIXEL_HEIGHT"});
     for (char const* bad : {"empty.ttf", "text.ttf", "cut.ttf", "short.ttf", "metrics.ttf"})
         cases.push_back({{dir.File(bad), png, txt, "20"}, 1, "invalid font"});
     for (Case const& c : cases) {

@@ -84,16 +84,14 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-bool HasGlyphCell(int codepoint)
-{
+bool HasGlyphCell(int codepoint) {
     return (codepoint >= 32 && codepoint <= 126) || (codepoint >= 160 && codepoint <= 255);
 }
 
-int ParsePixelHeight(char const* text)
-{
+int ParsePixelHeight(char const* text) {
     std::string const value = text;
     bool const digits = !value.empty() && value.size() <= 4 &&
-                        std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+        std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
     int const height = digits ? std::stoi(value) : 0;
     if (height < kMinPixelHeight || height > kMaxPixelHeight)
         throw UsageError("PIXEL_HEIGHT must be a whole number from " + std::to_string(kMinPixelHeight) + " to " +
@@ -101,31 +99,26 @@ int ParsePixelHeight(char const* text)
     return height;
 }
 
-std::vector<unsigned char> ReadFile(std::string const& path)
-{
+std::vector<unsigned char> ReadFile(std::string const& path) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error))
         throw std::runtime_error("cannot read font " + path + ": " +
                                  (std::filesystem::exists(path, error) ? "not a regular file" : "no such file"));
     std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw std::runtime_error("cannot read font " + path + ": " + std::strerror(errno));
+    if (!file) throw std::runtime_error("cannot read font " + path + ": " + std::strerror(errno));
     std::vector<unsigned char> data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad())
-        throw std::runtime_error("cannot read font " + path + ": read error");
+    if (file.bad()) throw std::runtime_error("cannot read font " + path + ": read error");
     return data;
 }
 
 // ---------------------------------------------------------------------------
 // Font checks
 
-uint32_t ReadU16(std::vector<unsigned char> const& data, size_t at)
-{
+uint32_t ReadU16(std::vector<unsigned char> const& data, size_t at) {
     return (uint32_t{data[at]} << 8) | data[at + 1];
 }
 
-uint32_t ReadU32(std::vector<unsigned char> const& data, size_t at)
-{
+uint32_t ReadU32(std::vector<unsigned char> const& data, size_t at) {
     return (ReadU16(data, at) << 16) | ReadU16(data, at + 2);
 }
 
@@ -138,18 +131,14 @@ struct TableSpan {
 /// Checks what stb_truetype reads without bounds checks of its own: the table
 /// directory (every table within the file), the fixed fields of head, hhea, maxp and hmtx, the cmap's encoding
 /// records and the loca offsets into glyf. Throws with the reason.
-void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
-{
+void CheckFont(std::vector<unsigned char> const& data, std::string const& path) {
     auto fail = [&](std::string const& reason) { throw std::runtime_error("invalid font " + path + ": " + reason); };
-    if (data.size() < 16)
-        fail("the file is too short to be a font");
+    if (data.size() < 16) fail("the file is too short to be a font");
     int const start = stbtt_GetFontOffsetForIndex(data.data(), 0);
-    if (start < 0 || static_cast<size_t>(start) + 12 > data.size())
-        fail("not a TrueType or OpenType font");
+    if (start < 0 || static_cast<size_t>(start) + 12 > data.size()) fail("not a TrueType or OpenType font");
     size_t const base = static_cast<size_t>(start);
     size_t const tables = ReadU16(data, base + 4);
-    if (base + 12 + tables * 16 > data.size())
-        fail("the table directory runs past the end of the file");
+    if (base + 12 + tables * 16 > data.size()) fail("the table directory runs past the end of the file");
     for (size_t i = 0; i < tables; ++i) {
         size_t const record = base + 12 + i * 16;
         size_t const offset = ReadU32(data, record + 8);
@@ -163,8 +152,7 @@ void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
         TableSpan span;
         for (size_t i = 0; i < tables; ++i) {
             size_t const record = base + 12 + i * 16;
-            if (std::memcmp(&data[record], tag, 4) != 0)
-                continue;
+            if (std::memcmp(&data[record], tag, 4) != 0) continue;
             span.offset = ReadU32(data, record + 8);
             span.length = ReadU32(data, record + 12);
             span.present = true;
@@ -174,10 +162,8 @@ void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
     };
     auto require = [&](char const* tag, size_t minLength) {
         TableSpan const span = find(tag);
-        if (!span.present)
-            fail(std::string("no '") + tag + "' table");
-        if (span.length < minLength)
-            fail(std::string("table '") + tag + "' is too short");
+        if (!span.present) fail(std::string("no '") + tag + "' table");
+        if (span.length < minLength) fail(std::string("table '") + tag + "' is too short");
         return span;
     };
 
@@ -187,17 +173,14 @@ void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
     TableSpan const cmap = require("cmap", 4);
     size_t const glyphs = ReadU16(data, maxp.offset + 4);
     size_t const longMetrics = ReadU16(data, hhea.offset + 34);
-    if (longMetrics == 0 || longMetrics > glyphs)
-        fail("hhea's metrics count does not fit the glyph count");
+    if (longMetrics == 0 || longMetrics > glyphs) fail("hhea's metrics count does not fit the glyph count");
     require("hmtx", longMetrics * 4 + (glyphs - longMetrics) * 2);
 
     size_t const encodings = ReadU16(data, cmap.offset + 2);
-    if (4 + encodings * 8 > cmap.length)
-        fail("cmap's encoding records run past the table");
+    if (4 + encodings * 8 > cmap.length) fail("cmap's encoding records run past the table");
     for (size_t i = 0; i < encodings; ++i) {
         size_t const subtable = ReadU32(data, cmap.offset + 4 + i * 8 + 4);
-        if (subtable + 4 > cmap.length)
-            fail("a cmap subtable lies outside the table");
+        if (subtable + 4 > cmap.length) fail("a cmap subtable lies outside the table");
     }
 
     TableSpan const glyf = find("glyf");
@@ -205,9 +188,9 @@ void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
         bool const longOffsets = ReadU16(data, head.offset + 50) != 0;
         TableSpan const loca = require("loca", (glyphs + 1) * (longOffsets ? 4 : 2));
         for (size_t i = 0; i <= glyphs; ++i) {
-            size_t const offset = longOffsets ? ReadU32(data, loca.offset + i * 4) : ReadU16(data, loca.offset + i * 2) * 2;
-            if (offset > glyf.length)
-                fail("a glyph lies outside the 'glyf' table");
+            size_t const offset =
+                longOffsets ? ReadU32(data, loca.offset + i * 4) : ReadU16(data, loca.offset + i * 2) * 2;
+            if (offset > glyf.length) fail("a glyph lies outside the 'glyf' table");
         }
     } else if (!find("CFF ").present) {
         fail("no glyph outlines ('glyf' or 'CFF ' table)");
@@ -219,11 +202,11 @@ void CheckFont(std::vector<unsigned char> const& data, std::string const& path)
 
 struct Layout {
     int pixelHeight = 0;
-    float scale = 0.0f;  // font units to pixels
-    int cellWidth = 0;   // = char width
-    int cellHeight = 0;  // = char height
-    int baseline = 0;    // = ascent
-    int descent = 0;     // negative
+    float scale = 0.0f; // font units to pixels
+    int cellWidth = 0;  // = char width
+    int cellHeight = 0; // = char height
+    int baseline = 0;   // = ascent
+    int descent = 0;    // negative
 };
 
 struct Glyph {
@@ -242,13 +225,11 @@ struct Atlas {
 };
 
 /// ceil(a / b) for a >= 0, b > 0.
-int64_t CeilDiv(int64_t a, int64_t b)
-{
+int64_t CeilDiv(int64_t a, int64_t b) {
     return (a + b - 1) / b;
 }
 
-Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const& path)
-{
+Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const& path) {
     int ascentUnits = 0, descentUnits = 0, gapUnits = 0;
     stbtt_GetFontVMetrics(&font, &ascentUnits, &descentUnits, &gapUnits);
     if (ascentUnits <= 0 || descentUnits > 0 || ascentUnits - descentUnits <= 0)
@@ -270,8 +251,7 @@ Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const&
 
     std::array<int, 256> advances{};
     for (int cp = 0; cp < 256; ++cp) {
-        if (!HasGlyphCell(cp) || stbtt_FindGlyphIndex(&font, cp) == 0)
-            continue;
+        if (!HasGlyphCell(cp) || stbtt_FindGlyphIndex(&font, cp) == 0) continue;
         int advanceUnits = 0, bearingUnits = 0;
         stbtt_GetCodepointHMetrics(&font, cp, &advanceUnits, &bearingUnits);
         advances[cp] = static_cast<int>(CeilDiv(pixelHeight * int64_t{std::max(advanceUnits, 0)}, span));
@@ -283,13 +263,11 @@ Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const&
     atlas.width = kGridSize * layout.cellWidth;
     atlas.height = kGridSize * layout.cellHeight;
     atlas.rgba.assign(static_cast<size_t>(atlas.width) * atlas.height * 4, 255);
-    for (size_t i = 3; i < atlas.rgba.size(); i += 4)
-        atlas.rgba[i] = 0;
+    for (size_t i = 3; i < atlas.rgba.size(); i += 4) atlas.rgba[i] = 0;
 
     std::vector<unsigned char> coverage;
     for (int cp = 0; cp < 256; ++cp) {
-        if (!HasGlyphCell(cp) || stbtt_FindGlyphIndex(&font, cp) == 0)
-            continue;
+        if (!HasGlyphCell(cp) || stbtt_FindGlyphIndex(&font, cp) == 0) continue;
         int const cellX = (cp % kGridSize) * layout.cellWidth;
         int const cellY = (cp / kGridSize) * layout.cellHeight;
 
@@ -311,15 +289,12 @@ Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const&
                                               layout.scale, 0.0f, 0.0f, cp);
             for (int row = 0; row < boxHeight; ++row) {
                 int const y = layout.baseline + y0 + row;
-                if (y < 0 || y >= layout.cellHeight)
-                    continue;
+                if (y < 0 || y >= layout.cellHeight) continue;
                 for (int column = 0; column < boxWidth; ++column) {
                     int const x = x0 + column;
-                    if (x < 0 || x >= layout.cellWidth)
-                        continue;
+                    if (x < 0 || x >= layout.cellWidth) continue;
                     unsigned char const alpha = coverage[static_cast<size_t>(row) * boxWidth + column];
-                    if (alpha == 0)
-                        continue;
+                    if (alpha == 0) continue;
                     size_t const pixel = (static_cast<size_t>(cellY + y) * atlas.width + (cellX + x)) * 4;
                     atlas.rgba[pixel + 3] = alpha;
                     left = std::min(left, x);
@@ -349,12 +324,11 @@ Atlas BuildAtlas(stbtt_fontinfo const& font, int pixelHeight, std::string const&
     return atlas;
 }
 
-std::string FormatMetrics(Atlas const& atlas, std::string const& fontName)
-{
+std::string FormatMetrics(Atlas const& atlas, std::string const& fontName) {
     Layout const& l = atlas.layout;
     std::string text;
-    text += "# Monospace font atlas metrics, from " + fontName + " at pixel height " +
-            std::to_string(l.pixelHeight) + " (written by tessara_fontatlas).\n";
+    text += "# Monospace font atlas metrics, from " + fontName + " at pixel height " + std::to_string(l.pixelHeight) +
+        " (written by tessara_fontatlas).\n";
     text += "# Integer pixels, y down. Code point CP has the cell at column CP % 16, row CP / 16.\n";
     text += "# atlas W H | cell W H | char_width N (advance) | char_height N (line height)\n";
     text += "# ascent N (rows above the baseline) | descent N (rows below it, negative)\n";
@@ -378,8 +352,7 @@ std::string FormatMetrics(Atlas const& atlas, std::string const& fontName)
     return text;
 }
 
-std::vector<unsigned char> EncodePng(Atlas const& atlas)
-{
+std::vector<unsigned char> EncodePng(Atlas const& atlas) {
     std::vector<unsigned char> png;
     auto append = [](void* context, void* data, int size) {
         auto* bytes = static_cast<unsigned char const*>(data);
@@ -399,30 +372,24 @@ class Cleanup {
 public:
     void Add(std::string path) { _paths.push_back(std::move(path)); }
     void Release() { _paths.clear(); }
-    ~Cleanup()
-    {
-        for (std::string const& path : _paths)
-            std::remove(path.c_str());
+    ~Cleanup() {
+        for (std::string const& path : _paths) std::remove(path.c_str());
     }
 
 private:
     std::vector<std::string> _paths;
 };
 
-void WriteWhole(std::string const& path, void const* data, size_t size, std::string const& shownPath)
-{
+void WriteWhole(std::string const& path, void const* data, size_t size, std::string const& shownPath) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file)
-        throw std::runtime_error("cannot write " + shownPath + ": " + std::strerror(errno));
+    if (!file) throw std::runtime_error("cannot write " + shownPath + ": " + std::strerror(errno));
     file.write(static_cast<char const*>(data), static_cast<std::streamsize>(size));
     file.close();
-    if (!file)
-        throw std::runtime_error("cannot write " + shownPath + ": write error");
+    if (!file) throw std::runtime_error("cannot write " + shownPath + ": write error");
 }
 
 void WriteOutputs(std::string const& pngPath, std::vector<unsigned char> const& png, std::string const& metricsPath,
-                  std::string const& metrics)
-{
+                  std::string const& metrics) {
     std::string const suffix = ".tmp" + std::to_string(::getpid());
     std::string const pngTemp = pngPath + suffix;
     std::string const metricsTemp = metricsPath + suffix;
@@ -439,15 +406,12 @@ void WriteOutputs(std::string const& pngPath, std::vector<unsigned char> const& 
     cleanup.Release();
 }
 
-int Run(int argc, char** argv)
-{
-    if (argc != 5)
-        throw UsageError("expected 4 arguments, got " + std::to_string(std::max(argc - 1, 0)));
+int Run(int argc, char** argv) {
+    if (argc != 5) throw UsageError("expected 4 arguments, got " + std::to_string(std::max(argc - 1, 0)));
     std::string const fontPath = argv[1];
     std::string const pngPath = argv[2];
     std::string const metricsPath = argv[3];
-    if (fontPath.empty() || pngPath.empty() || metricsPath.empty())
-        throw UsageError("empty path");
+    if (fontPath.empty() || pngPath.empty() || metricsPath.empty()) throw UsageError("empty path");
     if (std::filesystem::path(pngPath).lexically_normal() == std::filesystem::path(metricsPath).lexically_normal())
         throw UsageError("OUT.png and OUT_METRICS.txt are the same path");
     int const pixelHeight = ParsePixelHeight(argv[4]);
@@ -466,8 +430,7 @@ int Run(int argc, char** argv)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
+int main(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (UsageError const& error) {

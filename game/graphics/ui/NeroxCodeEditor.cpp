@@ -210,8 +210,10 @@ bool Editor::Render() {
     // Ctrl+Z undoes; Ctrl+Y and Ctrl+Shift+Z redo. A text field being edited keeps its own.
     if (focused && !readOnly && io.KeyCtrl && !ImGui::IsAnyItemActive()) {
         if (ImGui::IsKeyPressed(GLFW_KEY_Z)) {
-            if (io.KeyShift) Redo();
-            else Undo();
+            if (io.KeyShift)
+                Redo();
+            else
+                Undo();
         } else if (ImGui::IsKeyPressed(GLFW_KEY_Y)) {
             Redo();
         }

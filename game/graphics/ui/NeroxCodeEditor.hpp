@@ -100,9 +100,9 @@ public:
         /// Only the output of a program node that has one may be linked.
         bool CanConnectInputToOutput(int input, Node const* source) const override;
 
-        std::string comment;                              ///< Free note of the user; not read by code generation.
-        std::vector<std::string> inputDefaults;           ///< Text of each input when unconnected.
-        std::unordered_map<int32_t, int32_t> inputTypes;  ///< Input number to type number (0 number, 1 text, 2 code).
+        std::string comment;                             ///< Free note of the user; not read by code generation.
+        std::vector<std::string> inputDefaults;          ///< Text of each input when unconnected.
+        std::unordered_map<int32_t, int32_t> inputTypes; ///< Input number to type number (0 number, 1 text, 2 code).
 
     protected:
         /// Sets `modified` when the last widget finished an edit.
@@ -166,8 +166,8 @@ public:
         char const* GetInputLabel(int input, char* buffer, size_t size) const override;
         bool ShowsTypeToggle(int input) const override;
         size_t MinimumInputCount() const override;
-        int32_t index = 0;   ///< Port number; -1 means `alias`.
-        std::string alias;   ///< Port name.
+        int32_t index = 0; ///< Port number; -1 means `alias`.
+        std::string alias; ///< Port name.
 
     protected:
         void DrawOwnFields(float x, float width, float scale) override;
@@ -530,15 +530,15 @@ public:
     /// Whether a menu title matches the search text (case-insensitive substring; empty matches all).
     static bool MatchesFilter(char const* title, std::string const& filter);
 
-    std::string programName;                  ///< File name of the program, e.g. "door.main.nc".
-    TextEditor code;                          ///< The generated text, read-only.
-    uint64_t undoLimit = 100;                 ///< Most entries kept in `undoHistory`.
-    std::deque<nlohmann::json> undoHistory;   ///< Graphs after each change, newest at the front.
-    uint64_t undoPosition = 0;                ///< Entries undone; 0 at the newest.
-    std::vector<std::string> warnings;        ///< Messages of the last Load (also printed to stderr).
-    bool printWarnings = true;                ///< Whether Warn also prints to stderr (Compile returns them instead).
-    std::string menuFilter;                   ///< Search text of the add menu.
-    float split = 0.6f;                       ///< Share of the width taken by the canvas.
+    std::string programName;                ///< File name of the program, e.g. "door.main.nc".
+    TextEditor code;                        ///< The generated text, read-only.
+    uint64_t undoLimit = 100;               ///< Most entries kept in `undoHistory`.
+    std::deque<nlohmann::json> undoHistory; ///< Graphs after each change, newest at the front.
+    uint64_t undoPosition = 0;              ///< Entries undone; 0 at the newest.
+    std::vector<std::string> warnings;      ///< Messages of the last Load (also printed to stderr).
+    bool printWarnings = true;              ///< Whether Warn also prints to stderr (Compile returns them instead).
+    std::string menuFilter;                 ///< Search text of the add menu.
+    float split = 0.6f;                     ///< Share of the width taken by the canvas.
 
 private:
     /// Replaces the nodes by those of `graph`, warning about what it skips or cuts.

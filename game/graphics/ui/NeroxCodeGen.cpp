@@ -80,21 +80,22 @@ std::string const kEmpty;
 /// Type name of a type number; a number outside the table reads as "number".
 std::string const& TypeName(int32_t type) {
     return type >= 0 && static_cast<size_t>(type) < Editor::TYPES.size() ? Editor::TYPES[static_cast<size_t>(type)]
-                                                                          : Editor::TYPES[0];
+                                                                         : Editor::TYPES[0];
 }
 
 /// The language's default value of a type number; outside the table that of a number.
 std::string const& DefaultValue(int32_t type) {
     return type >= 0 && static_cast<size_t>(type) < Editor::DEFAULT_TYPES_VAL.size()
-               ? Editor::DEFAULT_TYPES_VAL[static_cast<size_t>(type)]
-               : Editor::DEFAULT_TYPES_VAL[0];
+        ? Editor::DEFAULT_TYPES_VAL[static_cast<size_t>(type)]
+        : Editor::DEFAULT_TYPES_VAL[0];
 }
 
-std::string Str(int64_t value) { return std::to_string(value); }
+std::string Str(int64_t value) {
+    return std::to_string(value);
+}
 
 /// Calls `action` for each non-empty piece of `text` between line feeds.
-template <typename F>
-void ForEachLine(std::string const& text, F&& action) {
+template <typename F> void ForEachLine(std::string const& text, F&& action) {
     size_t start = 0;
     while (start <= text.size()) {
         size_t end = text.find('\n', start);
@@ -110,7 +111,7 @@ public:
     using NeroxNode = Editor::NeroxNode;
 
     Generator(Editor& editor, std::string const& cleanName)
-        : editor(editor), programPrefix("$_" + cleanName + "_"), functionPrefix("@_" + cleanName + "_") {}
+        : editor(editor), programPrefix("$_" + cleanName + "_"), functionPrefix("@_" + cleanName + "_") { }
 
     /// Writes the lines of one node of the list, when it is a sink.
     void Sink(NeroxNode* node);
@@ -169,7 +170,9 @@ private:
 };
 
 /// Input text k, or the empty text past the last input.
-std::string const& At(std::vector<std::string> const& in, size_t k) { return k < in.size() ? in[k] : kEmpty; }
+std::string const& At(std::vector<std::string> const& in, size_t k) {
+    return k < in.size() ? in[k] : kEmpty;
+}
 
 std::vector<std::string> Generator::InputTexts(NeroxNode* node) {
     std::vector<std::string> texts;
@@ -181,9 +184,12 @@ std::vector<std::string> Generator::InputTexts(NeroxNode* node) {
         }
         std::string const& value = Default(node, i);
         int32_t const type = node->InputType(static_cast<int>(i));
-        if (type == 1) texts.push_back("\"" + value + "\"");
-        else if (type == 0) texts.push_back(Editor::FormatNumber(value));
-        else texts.push_back(value);
+        if (type == 1)
+            texts.push_back("\"" + value + "\"");
+        else if (type == 0)
+            texts.push_back(Editor::FormatNumber(value));
+        else
+            texts.push_back(value);
     }
     return texts;
 }
@@ -344,8 +350,10 @@ std::string Generator::Smooth(std::vector<std::string> const& in) {
 
 std::string Generator::Pulse(Editor::PulseNode* node, std::vector<std::string> const& in) {
     std::string const name = programPrefix + "pulse" + Str(pulseCount++);
-    if (dynamic_cast<Editor::PulseToggleNode*>(node)) declarations.push_back("var " + name + " = 0");
-    else updateLines.push_back("var " + name + " = 0");
+    if (dynamic_cast<Editor::PulseToggleNode*>(node))
+        declarations.push_back("var " + name + " = 0");
+    else
+        updateLines.push_back("var " + name + " = 0");
     bool const up = Linked(node, 0);
     bool const down = Linked(node, 1);
     if (!up && !down) return name;
@@ -409,8 +417,8 @@ std::string Generator::Pid(NeroxNode* node, std::vector<std::string> const& in) 
         arguments += ", " + At(in, 7);
     }
     functions.push_back("function " + function +
-                        "($_setpoint:number, $_processvalue:number, $_kp:number, $_ki:number, $_kd:number" + parameters +
-                        ", $_integral:number, $_prev_error:number) : number");
+                        "($_setpoint:number, $_processvalue:number, $_kp:number, $_ki:number, $_kd:number" +
+                        parameters + ", $_integral:number, $_prev_error:number) : number");
     functions.push_back("\tvar $_error = $_setpoint - $_processvalue");
     functions.push_back("\tvar $_dt = delta_time");
     functions.push_back("\tvar $_derivative = ($_error - $_prev_error) / $_dt");
@@ -437,7 +445,7 @@ std::string Generator::Pid(NeroxNode* node, std::vector<std::string> const& in) 
     functions.push_back("\treturn $_output");
 
     std::string const call = function + "(" + At(in, 0) + ", " + At(in, 1) + ", " + At(in, 2) + ", " + At(in, 3) +
-                             ", " + At(in, 4) + arguments;
+        ", " + At(in, 4) + arguments;
     if (At(in, 5) == "0") {
         updateLines.push_back("var " + name + " = " + call + ")");
     } else {
@@ -478,8 +486,10 @@ void Generator::Print(Editor::PrintNode* node) {
             continue;
         }
         std::string const& fallback = Default(node, i);
-        if (node->InputType(static_cast<int>(i)) == 1) add("\"" + fallback + "\"");
-        else if (!fallback.empty()) add(Editor::FormatNumber(fallback));
+        if (node->InputType(static_cast<int>(i)) == 1)
+            add("\"" + fallback + "\"");
+        else if (!fallback.empty())
+            add(Editor::FormatNumber(fallback));
     }
     if (!arguments.empty()) updateLines.push_back("print(" + arguments + ")");
 }
@@ -524,8 +534,10 @@ void Generator::Sink(NeroxNode* node) {
         std::string texts[3];
         for (size_t i = 0; i < 3; ++i) {
             NeroxNode* source = Source(n, i);
-            if (source) texts[i] = SerializeNode(source);
-            else texts[i] = i == 0 ? "\"" + Default(n, 0) + "\"" : Default(n, i);
+            if (source)
+                texts[i] = SerializeNode(source);
+            else
+                texts[i] = i == 0 ? "\"" + Default(n, 0) + "\"" : Default(n, i);
         }
         if (!texts[1].empty()) {
             updateLines.push_back("if " + texts[1]);
@@ -567,7 +579,9 @@ void Generator::Append(std::string& out) const {
 
 } // namespace
 
-std::span<char const* const> Editor::MathOperations() { return kMathNames; }
+std::span<char const* const> Editor::MathOperations() {
+    return kMathNames;
+}
 
 int Editor::MathInputCount(std::string const& operation) {
     MathOp const* op = FindMathOp(operation);
@@ -617,8 +631,10 @@ std::string Editor::Substitute(std::string const& text, std::vector<std::string>
             out += c;
         } else {
             int const k = std::tolower(static_cast<unsigned char>(c)) - 'a' + 1;
-            if (k >= 1 && static_cast<size_t>(k) <= inputs.size()) out += inputs[static_cast<size_t>(k) - 1];
-            else out += c;
+            if (k >= 1 && static_cast<size_t>(k) <= inputs.size())
+                out += inputs[static_cast<size_t>(k) - 1];
+            else
+                out += c;
         }
     }
     return out;

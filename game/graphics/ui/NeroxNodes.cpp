@@ -28,7 +28,7 @@ int32_t ReadValueType(json const& j, char const* key) {
 // --- NeroxNode ------------------------------------------------------------------------------
 
 Editor::NeroxNode::NeroxNode(std::string title, ImVec2 pos, size_t inputCount)
-    : Node(std::move(title), pos, std::vector<UniqueId>(inputCount)), inputDefaults(inputCount) {}
+    : Node(std::move(title), pos, std::vector<UniqueId>(inputCount)), inputDefaults(inputCount) { }
 
 Editor::NeroxNode::NeroxNode(json const& j) : Node(j) {
     comment = j.at("comment").get<std::string>();
@@ -72,10 +72,18 @@ bool Editor::NeroxNode::CanConnectInputToOutput(int input, Node const* source) c
 
 // --- NeroxNodeWithVariableInputCount --------------------------------------------------------
 
-size_t Editor::NeroxNodeWithVariableInputCount::MinimumInputCount() const { return 0; }
-size_t Editor::NeroxNodeWithVariableInputCount::MaximumInputCount() const { return 32; }
-int32_t Editor::NeroxNodeWithVariableInputCount::NewInputType(size_t) const { return 0; }
-std::string Editor::NeroxNodeWithVariableInputCount::NewInputDefault(size_t) const { return {}; }
+size_t Editor::NeroxNodeWithVariableInputCount::MinimumInputCount() const {
+    return 0;
+}
+size_t Editor::NeroxNodeWithVariableInputCount::MaximumInputCount() const {
+    return 32;
+}
+int32_t Editor::NeroxNodeWithVariableInputCount::NewInputType(size_t) const {
+    return 0;
+}
+std::string Editor::NeroxNodeWithVariableInputCount::NewInputDefault(size_t) const {
+    return {};
+}
 
 void Editor::NeroxNodeWithVariableInputCount::SetInputCount(size_t count) {
     count = std::clamp(count, MinimumInputCount(), std::max(MinimumInputCount(), MaximumInputCount()));
@@ -88,8 +96,10 @@ void Editor::NeroxNodeWithVariableInputCount::SetInputCount(size_t count) {
         for (size_t i = old; i < count; ++i) {
             inputDefaults[i] = NewInputDefault(i);
             int32_t const type = NewInputType(i);
-            if (type != 0) inputTypes[static_cast<int32_t>(i)] = type;
-            else inputTypes.erase(static_cast<int32_t>(i));
+            if (type != 0)
+                inputTypes[static_cast<int32_t>(i)] = type;
+            else
+                inputTypes.erase(static_cast<int32_t>(i));
         }
     } else {
         std::erase_if(inputTypes, [count](auto const& entry) {
@@ -101,7 +111,7 @@ void Editor::NeroxNodeWithVariableInputCount::SetInputCount(size_t count) {
 
 // --- the classes ----------------------------------------------------------------------------
 
-Editor::InputNode::InputNode(ImVec2 pos) : NeroxNode("Input", pos, 0) {}
+Editor::InputNode::InputNode(ImVec2 pos) : NeroxNode("Input", pos, 0) { }
 Editor::InputNode::InputNode(json const& j) : NeroxNode(j) {
     type = ReadValueType(j, "type");
     index = j.at("index").get<int32_t>();
@@ -117,7 +127,9 @@ json Editor::InputNode::Serialize() {
     return j;
 }
 
-Editor::OutputNode::OutputNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Output", pos, 1) { hasOutput = false; }
+Editor::OutputNode::OutputNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Output", pos, 1) {
+    hasOutput = false;
+}
 Editor::OutputNode::OutputNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
     hasOutput = false;
     index = j.at("index").get<int32_t>();
@@ -129,9 +141,11 @@ json Editor::OutputNode::Serialize() {
     j["alias"] = alias;
     return j;
 }
-size_t Editor::OutputNode::MinimumInputCount() const { return 1; }
+size_t Editor::OutputNode::MinimumInputCount() const {
+    return 1;
+}
 
-Editor::ConstNumberNode::ConstNumberNode(ImVec2 pos) : NeroxNode("Constant Number", pos, 0), name("const_number") {}
+Editor::ConstNumberNode::ConstNumberNode(ImVec2 pos) : NeroxNode("Constant Number", pos, 0), name("const_number") { }
 Editor::ConstNumberNode::ConstNumberNode(json const& j) : NeroxNode(j) {
     name = j.at("name").get<std::string>();
     json const& v = j.at("value");
@@ -145,7 +159,7 @@ json Editor::ConstNumberNode::Serialize() {
     return j;
 }
 
-Editor::ConstTextNode::ConstTextNode(ImVec2 pos) : NeroxNode("Constant Text", pos, 0), name("const_text") {}
+Editor::ConstTextNode::ConstTextNode(ImVec2 pos) : NeroxNode("Constant Text", pos, 0), name("const_text") { }
 Editor::ConstTextNode::ConstTextNode(json const& j) : NeroxNode(j) {
     name = j.at("name").get<std::string>();
     value = j.at("value").get<std::string>();
@@ -160,7 +174,9 @@ json Editor::ConstTextNode::Serialize() {
 Editor::VarNumberNode::VarNumberNode(ImVec2 pos) : NeroxNode("Number Variable", pos, 3), name("var_number") {
     inputDefaults = {"0", "", ""};
 }
-Editor::VarNumberNode::VarNumberNode(json const& j) : NeroxNode(j) { name = j.at("name").get<std::string>(); }
+Editor::VarNumberNode::VarNumberNode(json const& j) : NeroxNode(j) {
+    name = j.at("name").get<std::string>();
+}
 json Editor::VarNumberNode::Serialize() {
     json j = NeroxNode::Serialize();
     j["name"] = name;
@@ -170,26 +186,37 @@ json Editor::VarNumberNode::Serialize() {
 Editor::VarTextNode::VarTextNode(ImVec2 pos) : NeroxNode("Text Variable", pos, 3), name("var_text") {
     inputTypes[0] = 1;
 }
-Editor::VarTextNode::VarTextNode(json const& j) : NeroxNode(j) { name = j.at("name").get<std::string>(); }
+Editor::VarTextNode::VarTextNode(json const& j) : NeroxNode(j) {
+    name = j.at("name").get<std::string>();
+}
 json Editor::VarTextNode::Serialize() {
     json j = NeroxNode::Serialize();
     j["name"] = name;
     return j;
 }
 
-Editor::DelayNode::DelayNode(ImVec2 pos) : NeroxNode("Delay", pos, 3) { inputDefaults = {"1", "", ""}; }
-Editor::DelayNode::DelayNode(json const& j) : NeroxNode(j) {}
+Editor::DelayNode::DelayNode(ImVec2 pos) : NeroxNode("Delay", pos, 3) {
+    inputDefaults = {"1", "", ""};
+}
+Editor::DelayNode::DelayNode(json const& j) : NeroxNode(j) { }
 
-Editor::BlinkerNode::BlinkerNode(ImVec2 pos) : NeroxNode("Blinker", pos, 1) { inputDefaults = {"1"}; }
-Editor::BlinkerNode::BlinkerNode(json const& j) : NeroxNode(j) {}
+Editor::BlinkerNode::BlinkerNode(ImVec2 pos) : NeroxNode("Blinker", pos, 1) {
+    inputDefaults = {"1"};
+}
+Editor::BlinkerNode::BlinkerNode(json const& j) : NeroxNode(j) { }
 
-Editor::CounterNode::CounterNode(ImVec2 pos) : NeroxNode("Counter", pos, 5) { inputDefaults = {"1", "0", "", "", ""}; }
-Editor::CounterNode::CounterNode(json const& j) : NeroxNode(j) {}
+Editor::CounterNode::CounterNode(ImVec2 pos) : NeroxNode("Counter", pos, 5) {
+    inputDefaults = {"1", "0", "", "", ""};
+}
+Editor::CounterNode::CounterNode(json const& j) : NeroxNode(j) { }
 
-Editor::SmoothNode::SmoothNode(ImVec2 pos) : NeroxNode("Smooth", pos, 3) { inputDefaults = {"0", "1", ""}; }
-Editor::SmoothNode::SmoothNode(json const& j) : NeroxNode(j) {}
+Editor::SmoothNode::SmoothNode(ImVec2 pos) : NeroxNode("Smooth", pos, 3) {
+    inputDefaults = {"0", "1", ""};
+}
+Editor::SmoothNode::SmoothNode(json const& j) : NeroxNode(j) { }
 
-Editor::ExpressionNode::ExpressionNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Expression", pos, 2), text("a + b") {}
+Editor::ExpressionNode::ExpressionNode(ImVec2 pos)
+    : NeroxNodeWithVariableInputCount("Expression", pos, 2), text("a + b") { }
 Editor::ExpressionNode::ExpressionNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
     text = j.at("text").get<std::string>();
 }
@@ -198,9 +225,11 @@ json Editor::ExpressionNode::Serialize() {
     j["text"] = text;
     return j;
 }
-size_t Editor::ExpressionNode::MaximumInputCount() const { return 26; }
+size_t Editor::ExpressionNode::MaximumInputCount() const {
+    return 26;
+}
 
-Editor::StatementNode::StatementNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Statement", pos, 1) {}
+Editor::StatementNode::StatementNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Statement", pos, 1) { }
 Editor::StatementNode::StatementNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
     text = j.at("text").get<std::string>();
 }
@@ -209,72 +238,100 @@ json Editor::StatementNode::Serialize() {
     j["text"] = text;
     return j;
 }
-size_t Editor::StatementNode::MaximumInputCount() const { return 26; }
+size_t Editor::StatementNode::MaximumInputCount() const {
+    return 26;
+}
 
 Editor::ExecuteNode::ExecuteNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Execute", pos, 1) {
     hasOutput = false;
     inputTypes[0] = CODE_TYPE;
 }
-Editor::ExecuteNode::ExecuteNode(json const& j) : NeroxNodeWithVariableInputCount(j) { hasOutput = false; }
-int32_t Editor::ExecuteNode::NewInputType(size_t) const { return CODE_TYPE; }
-size_t Editor::ExecuteNode::MinimumInputCount() const { return 1; }
+Editor::ExecuteNode::ExecuteNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
+    hasOutput = false;
+}
+int32_t Editor::ExecuteNode::NewInputType(size_t) const {
+    return CODE_TYPE;
+}
+size_t Editor::ExecuteNode::MinimumInputCount() const {
+    return 1;
+}
 
 Editor::ConditionalNode::ConditionalNode(ImVec2 pos) : NeroxNode("Conditional", pos, 3) {
     inputTypes[1] = CODE_TYPE;
     inputTypes[2] = CODE_TYPE;
 }
-Editor::ConditionalNode::ConditionalNode(json const& j) : NeroxNode(j) {}
+Editor::ConditionalNode::ConditionalNode(json const& j) : NeroxNode(j) { }
 
 Editor::SwitchNode::SwitchNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Switch", pos, 3) {
     inputDefaults = {"0", "", ""};
 }
-Editor::SwitchNode::SwitchNode(json const& j) : NeroxNodeWithVariableInputCount(j) { type = ReadValueType(j, "type"); }
+Editor::SwitchNode::SwitchNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
+    type = ReadValueType(j, "type");
+}
 json Editor::SwitchNode::Serialize() {
     json j = NeroxNode::Serialize();
     j["type"] = type;
     return j;
 }
-size_t Editor::SwitchNode::MinimumInputCount() const { return 1; }
-int32_t Editor::SwitchNode::NewInputType(size_t input) const { return input == 0 ? 0 : type; }
+size_t Editor::SwitchNode::MinimumInputCount() const {
+    return 1;
+}
+int32_t Editor::SwitchNode::NewInputType(size_t input) const {
+    return input == 0 ? 0 : type;
+}
 void Editor::SwitchNode::SetType(int32_t newType) {
     type = newType;
     for (size_t i = 1; i < inputs.size(); ++i) {
-        if (newType != 0) inputTypes[static_cast<int32_t>(i)] = newType;
-        else inputTypes.erase(static_cast<int32_t>(i));
+        if (newType != 0)
+            inputTypes[static_cast<int32_t>(i)] = newType;
+        else
+            inputTypes.erase(static_cast<int32_t>(i));
     }
     modified = true;
 }
 
-Editor::PulseNode::PulseNode(ImVec2 pos) : PulseNode("Pulse", pos) {}
-Editor::PulseNode::PulseNode(std::string title, ImVec2 pos) : NeroxNode(std::move(title), pos, 2) {}
-Editor::PulseNode::PulseNode(json const& j) : NeroxNode(j) {}
+Editor::PulseNode::PulseNode(ImVec2 pos) : PulseNode("Pulse", pos) { }
+Editor::PulseNode::PulseNode(std::string title, ImVec2 pos) : NeroxNode(std::move(title), pos, 2) { }
+Editor::PulseNode::PulseNode(json const& j) : NeroxNode(j) { }
 
-Editor::PulseToggleNode::PulseToggleNode(ImVec2 pos) : PulseNode("Pulse Toggle", pos) {}
-Editor::PulseToggleNode::PulseToggleNode(json const& j) : PulseNode(j) {}
+Editor::PulseToggleNode::PulseToggleNode(ImVec2 pos) : PulseNode("Pulse Toggle", pos) { }
+Editor::PulseToggleNode::PulseToggleNode(json const& j) : PulseNode(j) { }
 
-Editor::BasicNumberNode::BasicNumberNode(ImVec2 pos) : BasicNumberNode("Basic Number", pos) {}
-Editor::BasicNumberNode::BasicNumberNode(std::string title, ImVec2 pos) : NeroxNode(std::move(title), pos, 0) {}
-Editor::BasicNumberNode::BasicNumberNode(json const& j) : NeroxNode(j) {}
+Editor::BasicNumberNode::BasicNumberNode(ImVec2 pos) : BasicNumberNode("Basic Number", pos) { }
+Editor::BasicNumberNode::BasicNumberNode(std::string title, ImVec2 pos) : NeroxNode(std::move(title), pos, 0) { }
+Editor::BasicNumberNode::BasicNumberNode(json const& j) : NeroxNode(j) { }
 
-Editor::TimeNode::TimeNode(ImVec2 pos) : BasicNumberNode("Time", pos) {}
-Editor::TimeNode::TimeNode(json const& j) : BasicNumberNode(j) {}
+Editor::TimeNode::TimeNode(ImVec2 pos) : BasicNumberNode("Time", pos) { }
+Editor::TimeNode::TimeNode(json const& j) : BasicNumberNode(j) { }
 
 Editor::PrintNode::PrintNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Print", pos, 1) {
     hasOutput = false;
     inputTypes[0] = 1;
 }
-Editor::PrintNode::PrintNode(json const& j) : NeroxNodeWithVariableInputCount(j) { hasOutput = false; }
-int32_t Editor::PrintNode::NewInputType(size_t) const { return 1; }
-size_t Editor::PrintNode::MinimumInputCount() const { return 1; }
+Editor::PrintNode::PrintNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
+    hasOutput = false;
+}
+int32_t Editor::PrintNode::NewInputType(size_t) const {
+    return 1;
+}
+size_t Editor::PrintNode::MinimumInputCount() const {
+    return 1;
+}
 
-Editor::TextNode::TextNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Text", pos, 1) { inputTypes[0] = 1; }
-Editor::TextNode::TextNode(json const& j) : NeroxNodeWithVariableInputCount(j) { text = j.at("text").get<std::string>(); }
+Editor::TextNode::TextNode(ImVec2 pos) : NeroxNodeWithVariableInputCount("Text", pos, 1) {
+    inputTypes[0] = 1;
+}
+Editor::TextNode::TextNode(json const& j) : NeroxNodeWithVariableInputCount(j) {
+    text = j.at("text").get<std::string>();
+}
 json Editor::TextNode::Serialize() {
     json j = NeroxNode::Serialize();
     j["text"] = text;
     return j;
 }
-int32_t Editor::TextNode::NewInputType(size_t) const { return 1; }
+int32_t Editor::TextNode::NewInputType(size_t) const {
+    return 1;
+}
 
 namespace {
 
@@ -283,11 +340,18 @@ void MathDefaults(std::string const& operation, std::vector<std::string>& defaul
     auto set = [&](size_t input, char const* value) {
         if (input < defaults.size()) defaults[input] = value;
     };
-    if (operation == "DIVIDE") set(1, "1");
-    else if (operation == "POW") set(1, "2");
-    else if (operation == "CLAMP") set(2, "1");
-    else if (operation == "SMOOTHSTEP") set(1, "1");
-    else if (operation == "LERP") { set(1, "1"); set(2, "0.5"); }
+    if (operation == "DIVIDE")
+        set(1, "1");
+    else if (operation == "POW")
+        set(1, "2");
+    else if (operation == "CLAMP")
+        set(2, "1");
+    else if (operation == "SMOOTHSTEP")
+        set(1, "1");
+    else if (operation == "LERP") {
+        set(1, "1");
+        set(2, "0.5");
+    }
 }
 
 } // namespace
@@ -296,8 +360,8 @@ Editor::MathNode::MathNode(std::string const& operation, ImVec2 pos)
     : NeroxNode(operation, pos, static_cast<size_t>(MathInputCount(operation))) {
     MathDefaults(operation, inputDefaults);
 }
-Editor::MathNode::MathNode(char const* operation, ImVec2 pos) : MathNode(std::string(operation), pos) {}
-Editor::MathNode::MathNode(json const& j) : NeroxNode(j) {}
+Editor::MathNode::MathNode(char const* operation, ImVec2 pos) : MathNode(std::string(operation), pos) { }
+Editor::MathNode::MathNode(json const& j) : NeroxNode(j) { }
 
 void Editor::MathNode::SetOperation(std::string const& operation) {
     if (operation == title) return;
@@ -313,9 +377,11 @@ void Editor::MathNode::SetOperation(std::string const& operation) {
 Editor::PIDControllerNode::PIDControllerNode(ImVec2 pos) : NeroxNode("PID Controller", pos, 8) {
     inputDefaults = {"0", "0", "1", "0", "0", "", "", ""};
 }
-Editor::PIDControllerNode::PIDControllerNode(json const& j) : NeroxNode(j) {}
+Editor::PIDControllerNode::PIDControllerNode(json const& j) : NeroxNode(j) { }
 
-Editor::IncludeNode::IncludeNode(ImVec2 pos) : NeroxNode("Include", pos, 0) { hasOutput = false; }
+Editor::IncludeNode::IncludeNode(ImVec2 pos) : NeroxNode("Include", pos, 0) {
+    hasOutput = false;
+}
 Editor::IncludeNode::IncludeNode(json const& j) : NeroxNode(j) {
     hasOutput = false;
     path = j.at("path").get<std::string>();
@@ -400,12 +466,15 @@ constexpr CatalogEntry kCatalog[] = {
 using NodeMaker = Editor::NeroxNode* (*)(ImVec2);
 using NodeReader = Editor::NeroxNode* (*)(json const&);
 
-template <typename T>
-Editor::NeroxNode* Make(ImVec2 pos) { return new T(pos); }
-template <>
-Editor::NeroxNode* Make<Editor::MathNode>(ImVec2 pos) { return new Editor::MathNode("ADD", pos); }
-template <typename T>
-Editor::NeroxNode* Read(json const& j) { return new T(j); }
+template <typename T> Editor::NeroxNode* Make(ImVec2 pos) {
+    return new T(pos);
+}
+template <> Editor::NeroxNode* Make<Editor::MathNode>(ImVec2 pos) {
+    return new Editor::MathNode("ADD", pos);
+}
+template <typename T> Editor::NeroxNode* Read(json const& j) {
+    return new T(j);
+}
 
 struct ClassEntry {
     char const* className;
@@ -413,8 +482,9 @@ struct ClassEntry {
     NodeReader read;
 };
 
-template <typename T>
-constexpr ClassEntry Entry(char const* name) { return {name, &Make<T>, &Read<T>}; }
+template <typename T> constexpr ClassEntry Entry(char const* name) {
+    return {name, &Make<T>, &Read<T>};
+}
 
 ClassEntry const kClasses[] = {
     Entry<Editor::InputNode>("InputNode"),
@@ -462,7 +532,9 @@ Editor::NeroxNode* MakeByTitle(std::string const& title, ImVec2 pos) {
 
 } // namespace
 
-std::span<Editor::CatalogEntry const> Editor::Catalog() { return kCatalog; }
+std::span<Editor::CatalogEntry const> Editor::Catalog() {
+    return kCatalog;
+}
 
 bool Editor::MatchesFilter(char const* title, std::string const& filter) {
     if (filter.empty()) return true;

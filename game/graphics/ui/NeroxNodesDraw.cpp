@@ -26,8 +26,7 @@ constexpr uint32_t kControlColor = 0x4F5B69FF;
 constexpr float kFieldRowHeight = 24.0f;
 
 /// Picks the label of a fixed input from a list.
-template <size_t N>
-char const* FixedLabel(char const* const (&labels)[N], int input) {
+template <size_t N> char const* FixedLabel(char const* const (&labels)[N], int input) {
     return input >= 0 && static_cast<size_t>(input) < N ? labels[input] : "?";
 }
 
@@ -104,19 +103,29 @@ void PortRow(Node& node, int32_t* index, std::string* alias, float x, float widt
 
 // --- NeroxNode ------------------------------------------------------------------------------
 
-uint32_t Editor::NeroxNode::GetColor() const { return kControlColor; }
+uint32_t Editor::NeroxNode::GetColor() const {
+    return kControlColor;
+}
 
 char const* Editor::NeroxNode::GetInputLabel(int input, char* buffer, size_t size) const {
     std::snprintf(buffer, size, "%d", input);
     return buffer;
 }
 
-int Editor::NeroxNode::GetFieldRows() const { return 0; }
-void Editor::NeroxNode::DrawFields(float, float, float) {}
-bool Editor::NeroxNode::ShowsInputDefault(int) const { return true; }
-bool Editor::NeroxNode::ShowsTypeToggle(int) const { return false; }
+int Editor::NeroxNode::GetFieldRows() const {
+    return 0;
+}
+void Editor::NeroxNode::DrawFields(float, float, float) { }
+bool Editor::NeroxNode::ShowsInputDefault(int) const {
+    return true;
+}
+bool Editor::NeroxNode::ShowsTypeToggle(int) const {
+    return false;
+}
 
-void Editor::NeroxNode::CommitIfEdited() { Commit(*this); }
+void Editor::NeroxNode::CommitIfEdited() {
+    Commit(*this);
+}
 
 float Editor::NeroxNode::GetMinimumWidth() const {
     return inputs.empty() && GetFieldRows() == 0 ? 90.0f : 170.0f;
@@ -125,8 +134,9 @@ float Editor::NeroxNode::GetMinimumWidth() const {
 float Editor::NeroxNode::GetMinimumHeight() const {
     int const rows = GetFieldRows();
     float height = Node::GetMinimumHeight();
-    if (rows > 0) height += inputs.empty() ? kFieldRowHeight * static_cast<float>(rows) - 20.0f
-                                           : kFieldRowHeight * static_cast<float>(rows) + 4.0f;
+    if (rows > 0)
+        height += inputs.empty() ? kFieldRowHeight * static_cast<float>(rows) - 20.0f
+                                 : kFieldRowHeight * static_cast<float>(rows) + 4.0f;
     return height;
 }
 
@@ -194,12 +204,15 @@ void Editor::NeroxNode::DrawContent(ImDrawList* drawList, ImVec2 size, float sca
                     ImGui::SameLine(0.0f, style.ItemInnerSpacing.x);
                     ImGui::SetCursorPosY(centre - 0.5f * fontSize);
                     if (ImGui::SmallButton(type == 1 ? "T" : "#")) {
-                        if (type == 1) inputTypes.erase(i);
-                        else inputTypes[i] = 1;
+                        if (type == 1)
+                            inputTypes.erase(i);
+                        else
+                            inputTypes[i] = 1;
                         modified = true;
                     }
                     if (ImGui::IsItemHovered())
-                        ImGui::SetTooltip(type == 1 ? "Default is text; click for a number" : "Default is a number; click for text");
+                        ImGui::SetTooltip(type == 1 ? "Default is text; click for a number"
+                                                    : "Default is a number; click for text");
                 }
             }
         }
@@ -208,7 +221,8 @@ void Editor::NeroxNode::DrawContent(ImDrawList* drawList, ImVec2 size, float sca
 
     // The class's own widgets below the inputs.
     if (GetFieldRows() > 0) {
-        float const top = start.y + 2.0f * s + 20.0f * s * static_cast<float>(inputs.size()) + (inputs.empty() ? 0.0f : 4.0f * s);
+        float const top =
+            start.y + 2.0f * s + 20.0f * s * static_cast<float>(inputs.size()) + (inputs.empty() ? 0.0f : 4.0f * s);
         ImGui::SetCursorPos(ImVec2(left, top));
         ImGui::PushItemWidth(size.x);
         DrawFields(left, size.x, s);
@@ -227,9 +241,13 @@ void Editor::NeroxNode::ContextMenu() {
 
 // --- NeroxNodeWithVariableInputCount --------------------------------------------------------
 
-int Editor::NeroxNodeWithVariableInputCount::GetFieldRows() const { return GetOwnFieldRows() + 1; }
-int Editor::NeroxNodeWithVariableInputCount::GetOwnFieldRows() const { return 0; }
-void Editor::NeroxNodeWithVariableInputCount::DrawOwnFields(float, float, float) {}
+int Editor::NeroxNodeWithVariableInputCount::GetFieldRows() const {
+    return GetOwnFieldRows() + 1;
+}
+int Editor::NeroxNodeWithVariableInputCount::GetOwnFieldRows() const {
+    return 0;
+}
+void Editor::NeroxNodeWithVariableInputCount::DrawOwnFields(float, float, float) { }
 
 void Editor::NeroxNodeWithVariableInputCount::DrawFields(float x, float width, float scale) {
     DrawOwnFields(x, width, scale);
@@ -256,25 +274,41 @@ void Editor::NeroxNodeWithVariableInputCount::ContextMenu() {
 
 // --- per class ------------------------------------------------------------------------------
 
-uint32_t Editor::InputNode::GetColor() const { return kInOutColor; }
-int Editor::InputNode::GetFieldRows() const { return 3; }
+uint32_t Editor::InputNode::GetColor() const {
+    return kInOutColor;
+}
+int Editor::InputNode::GetFieldRows() const {
+    return 3;
+}
 void Editor::InputNode::DrawFields(float x, float width, float) {
     TypeRow(*this, &type, x, width);
     PortRow(*this, &index, &alias, x, width);
     IntRow(*this, "channel", "##channel", &channel, x, width);
 }
 
-uint32_t Editor::OutputNode::GetColor() const { return kInOutColor; }
+uint32_t Editor::OutputNode::GetColor() const {
+    return kInOutColor;
+}
 char const* Editor::OutputNode::GetInputLabel(int input, char* buffer, size_t size) const {
     std::snprintf(buffer, size, "ch %d", input);
     return buffer;
 }
-bool Editor::OutputNode::ShowsTypeToggle(int) const { return true; }
-int Editor::OutputNode::GetOwnFieldRows() const { return 1; }
-void Editor::OutputNode::DrawOwnFields(float x, float width, float) { PortRow(*this, &index, &alias, x, width); }
+bool Editor::OutputNode::ShowsTypeToggle(int) const {
+    return true;
+}
+int Editor::OutputNode::GetOwnFieldRows() const {
+    return 1;
+}
+void Editor::OutputNode::DrawOwnFields(float x, float width, float) {
+    PortRow(*this, &index, &alias, x, width);
+}
 
-uint32_t Editor::ConstNumberNode::GetColor() const { return kValueColor; }
-int Editor::ConstNumberNode::GetFieldRows() const { return 2; }
+uint32_t Editor::ConstNumberNode::GetColor() const {
+    return kValueColor;
+}
+int Editor::ConstNumberNode::GetFieldRows() const {
+    return 2;
+}
 void Editor::ConstNumberNode::DrawFields(float x, float width, float) {
     TextRow(*this, "name", "##name", &name, x, width);
     ImGui::SetCursorPosX(x);
@@ -287,108 +321,166 @@ void Editor::ConstNumberNode::DrawFields(float x, float width, float) {
     CommitIfEdited();
 }
 
-uint32_t Editor::ConstTextNode::GetColor() const { return kValueColor; }
-int Editor::ConstTextNode::GetFieldRows() const { return 2; }
+uint32_t Editor::ConstTextNode::GetColor() const {
+    return kValueColor;
+}
+int Editor::ConstTextNode::GetFieldRows() const {
+    return 2;
+}
 void Editor::ConstTextNode::DrawFields(float x, float width, float) {
     TextRow(*this, "name", "##name", &name, x, width);
     TextRow(*this, "value", "##value", &value, x, width);
 }
 
-uint32_t Editor::VarNumberNode::GetColor() const { return kValueColor; }
+uint32_t Editor::VarNumberNode::GetColor() const {
+    return kValueColor;
+}
 char const* Editor::VarNumberNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"value", "set", "reset"};
     return FixedLabel(labels, input);
 }
-int Editor::VarNumberNode::GetFieldRows() const { return 1; }
-void Editor::VarNumberNode::DrawFields(float x, float width, float) { TextRow(*this, "name", "##name", &name, x, width); }
+int Editor::VarNumberNode::GetFieldRows() const {
+    return 1;
+}
+void Editor::VarNumberNode::DrawFields(float x, float width, float) {
+    TextRow(*this, "name", "##name", &name, x, width);
+}
 
-uint32_t Editor::VarTextNode::GetColor() const { return kValueColor; }
+uint32_t Editor::VarTextNode::GetColor() const {
+    return kValueColor;
+}
 char const* Editor::VarTextNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"value", "set", "reset"};
     return FixedLabel(labels, input);
 }
-int Editor::VarTextNode::GetFieldRows() const { return 1; }
-void Editor::VarTextNode::DrawFields(float x, float width, float) { TextRow(*this, "name", "##name", &name, x, width); }
+int Editor::VarTextNode::GetFieldRows() const {
+    return 1;
+}
+void Editor::VarTextNode::DrawFields(float x, float width, float) {
+    TextRow(*this, "name", "##name", &name, x, width);
+}
 
-uint32_t Editor::DelayNode::GetColor() const { return kTimingColor; }
+uint32_t Editor::DelayNode::GetColor() const {
+    return kTimingColor;
+}
 char const* Editor::DelayNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"time", "trigger", "reset"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::BlinkerNode::GetColor() const { return kTimingColor; }
+uint32_t Editor::BlinkerNode::GetColor() const {
+    return kTimingColor;
+}
 char const* Editor::BlinkerNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"period"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::CounterNode::GetColor() const { return kTimingColor; }
+uint32_t Editor::CounterNode::GetColor() const {
+    return kTimingColor;
+}
 char const* Editor::CounterNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"step", "start", "min", "max", "reset"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::SmoothNode::GetColor() const { return kTimingColor; }
+uint32_t Editor::SmoothNode::GetColor() const {
+    return kTimingColor;
+}
 char const* Editor::SmoothNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"target", "duration", "trigger"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::ExpressionNode::GetColor() const { return kMathColor; }
+uint32_t Editor::ExpressionNode::GetColor() const {
+    return kMathColor;
+}
 char const* Editor::ExpressionNode::GetInputLabel(int input, char* buffer, size_t size) const {
     return LetterLabel(input, buffer, size);
 }
-bool Editor::ExpressionNode::ShowsTypeToggle(int) const { return true; }
-int Editor::ExpressionNode::GetOwnFieldRows() const { return 1; }
+bool Editor::ExpressionNode::ShowsTypeToggle(int) const {
+    return true;
+}
+int Editor::ExpressionNode::GetOwnFieldRows() const {
+    return 1;
+}
 void Editor::ExpressionNode::DrawOwnFields(float x, float width, float) {
     TextRow(*this, "=", "##text", &text, x, width);
 }
 
-uint32_t Editor::StatementNode::GetColor() const { return kControlColor; }
+uint32_t Editor::StatementNode::GetColor() const {
+    return kControlColor;
+}
 char const* Editor::StatementNode::GetInputLabel(int input, char* buffer, size_t size) const {
     return LetterLabel(input, buffer, size);
 }
-bool Editor::StatementNode::ShowsTypeToggle(int) const { return true; }
-int Editor::StatementNode::GetOwnFieldRows() const { return 1; }
+bool Editor::StatementNode::ShowsTypeToggle(int) const {
+    return true;
+}
+int Editor::StatementNode::GetOwnFieldRows() const {
+    return 1;
+}
 void Editor::StatementNode::DrawOwnFields(float x, float width, float) {
     TextRow(*this, ">", "##text", &text, x, width);
 }
 
-uint32_t Editor::ExecuteNode::GetColor() const { return kControlColor; }
+uint32_t Editor::ExecuteNode::GetColor() const {
+    return kControlColor;
+}
 
-uint32_t Editor::ConditionalNode::GetColor() const { return kControlColor; }
+uint32_t Editor::ConditionalNode::GetColor() const {
+    return kControlColor;
+}
 char const* Editor::ConditionalNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"if", "then", "else"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::SwitchNode::GetColor() const { return kLogicColor; }
+uint32_t Editor::SwitchNode::GetColor() const {
+    return kLogicColor;
+}
 char const* Editor::SwitchNode::GetInputLabel(int input, char* buffer, size_t size) const {
     if (input == 0) return "select";
     std::snprintf(buffer, size, "%d", input - 1);
     return buffer;
 }
-int Editor::SwitchNode::GetOwnFieldRows() const { return 1; }
+int Editor::SwitchNode::GetOwnFieldRows() const {
+    return 1;
+}
 void Editor::SwitchNode::DrawOwnFields(float x, float width, float) {
     int32_t chosen = type;
     TypeRow(*this, &chosen, x, width);
     if (chosen != type) SetType(chosen);
 }
 
-uint32_t Editor::PulseNode::GetColor() const { return kLogicColor; }
+uint32_t Editor::PulseNode::GetColor() const {
+    return kLogicColor;
+}
 char const* Editor::PulseNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"rise", "fall"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::BasicNumberNode::GetColor() const { return kValueColor; }
+uint32_t Editor::BasicNumberNode::GetColor() const {
+    return kValueColor;
+}
 
-uint32_t Editor::PrintNode::GetColor() const { return kInOutColor; }
-bool Editor::PrintNode::ShowsTypeToggle(int) const { return true; }
+uint32_t Editor::PrintNode::GetColor() const {
+    return kInOutColor;
+}
+bool Editor::PrintNode::ShowsTypeToggle(int) const {
+    return true;
+}
 
-uint32_t Editor::TextNode::GetColor() const { return kTextColor; }
-bool Editor::TextNode::ShowsTypeToggle(int) const { return true; }
-int Editor::TextNode::GetOwnFieldRows() const { return 1; }
+uint32_t Editor::TextNode::GetColor() const {
+    return kTextColor;
+}
+bool Editor::TextNode::ShowsTypeToggle(int) const {
+    return true;
+}
+int Editor::TextNode::GetOwnFieldRows() const {
+    return 1;
+}
 void Editor::TextNode::DrawOwnFields(float x, float width, float) {
     TextRow(*this, "format", "##text", &text, x, width);
 }
@@ -402,7 +494,9 @@ uint32_t Editor::MathNode::GetColor() const {
 char const* Editor::MathNode::GetInputLabel(int input, char* buffer, size_t size) const {
     return LetterLabel(input, buffer, size);
 }
-int Editor::MathNode::GetFieldRows() const { return 1; }
+int Editor::MathNode::GetFieldRows() const {
+    return 1;
+}
 void Editor::MathNode::DrawFields(float x, float width, float) {
     ImGui::SetCursorPosX(x);
     ImGui::SetNextItemWidth(width);
@@ -416,14 +510,20 @@ void Editor::MathNode::DrawFields(float x, float width, float) {
     }
 }
 
-uint32_t Editor::PIDControllerNode::GetColor() const { return kMathColor; }
+uint32_t Editor::PIDControllerNode::GetColor() const {
+    return kMathColor;
+}
 char const* Editor::PIDControllerNode::GetInputLabel(int input, char*, size_t) const {
     static char const* const labels[] = {"setpoint", "value", "P", "I", "D", "reset", "min", "max"};
     return FixedLabel(labels, input);
 }
 
-uint32_t Editor::IncludeNode::GetColor() const { return kControlColor; }
-int Editor::IncludeNode::GetFieldRows() const { return 1; }
+uint32_t Editor::IncludeNode::GetColor() const {
+    return kControlColor;
+}
+int Editor::IncludeNode::GetFieldRows() const {
+    return 1;
+}
 void Editor::IncludeNode::DrawFields(float x, float width, float) {
     TextRow(*this, "path", "##path", &path, x, width);
 }

@@ -6,7 +6,7 @@
 namespace game::graphics::ui {
 
 Node::Node(std::string title, ImVec2 pos, std::vector<UniqueId> inputs)
-    : id(UniqueId::Generate("NODE")), title(std::move(title)), pos(pos), inputs(std::move(inputs)) {}
+    : id(UniqueId::Generate("NODE")), title(std::move(title)), pos(pos), inputs(std::move(inputs)) { }
 
 namespace {
 
@@ -22,13 +22,11 @@ float Coordinate(nlohmann::json const& object, char const* key) {
 } // namespace
 
 Node::Node(nlohmann::json const& json)
-    : id(json.at("id").get<std::string>()),
-      title(json.at("title").get<std::string>()),
+    : id(json.at("id").get<std::string>()), title(json.at("title").get<std::string>()),
       pos(Coordinate(json.at("pos"), "x"), Coordinate(json.at("pos"), "y")),
       size(Coordinate(json.at("size"), "x"), Coordinate(json.at("size"), "y")) {
     nlohmann::json const& list = json.at("inputs");
-    if (!list.is_array())
-        throw nlohmann::json::type_error::create(302, "\"inputs\" must be an array", &list);
+    if (!list.is_array()) throw nlohmann::json::type_error::create(302, "\"inputs\" must be an array", &list);
     inputs.reserve(list.size());
     for (nlohmann::json const& input : list) inputs.emplace_back(input.get<std::string>());
 }
@@ -47,9 +45,13 @@ nlohmann::json Node::Serialize() {
     return json;
 }
 
-bool Node::CanClone() const { return true; }
+bool Node::CanClone() const {
+    return true;
+}
 
-float Node::GetMinimumWidth() const { return 35.0f; }
+float Node::GetMinimumWidth() const {
+    return 35.0f;
+}
 
 float Node::GetMinimumHeight() const {
     float const base = resizable ? 55.0f : 45.0f;
@@ -57,9 +59,9 @@ float Node::GetMinimumHeight() const {
     return base + 20.0f * static_cast<float>(extra);
 }
 
-void Node::DrawContent(ImDrawList*, ImVec2, float) {}
+void Node::DrawContent(ImDrawList*, ImVec2, float) { }
 
-void Node::ContextMenu() {}
+void Node::ContextMenu() { }
 
 void Node::DrawInput(ImDrawList* drawList, ImVec2 center, float pinSize, float scale, int input) {
     bool const hot = ImGui::IsItemHovered() || ImGui::IsItemActive();
@@ -71,9 +73,9 @@ void Node::DrawOutput(ImDrawList* drawList, ImVec2 center, float pinSize, float)
     drawList->AddCircleFilled(center, pinSize * 0.5f, GetOutputColor(hot));
 }
 
-void Node::ContextMenuInput(int) {}
+void Node::ContextMenuInput(int) { }
 
-void Node::ContextMenuOutput() {}
+void Node::ContextMenuOutput() { }
 
 uint32_t Node::GetInputColor(bool hovered, int input) const {
     if (hovered && CanConnectInput(input)) return ImGui::ColorConvertFloat4ToU32(ImVec4(0.5f, 1.0f, 0.6f, 1.0f));
@@ -85,15 +87,23 @@ uint32_t Node::GetOutputColor(bool hovered) const {
     return ImGui::ColorConvertFloat4ToU32(ImVec4(0.8f, 0.2f, 0.4f, 1.0f));
 }
 
-bool Node::CanConnectInputToOutput(int, Node const*) const { return true; }
+bool Node::CanConnectInputToOutput(int, Node const*) const {
+    return true;
+}
 
-bool Node::CanConnectInput(int) const { return true; }
+bool Node::CanConnectInput(int) const {
+    return true;
+}
 
-bool Node::CanConnectOutput() const { return true; }
+bool Node::CanConnectOutput() const {
+    return true;
+}
 
-bool Node::operator==(Node const& other) const { return id == other.id; }
+bool Node::operator==(Node const& other) const {
+    return id == other.id;
+}
 
-void Node::OnDoubleClick() {}
+void Node::OnDoubleClick() { }
 
 std::string const& Node::IdText() {
     if (idTextOf != id) {

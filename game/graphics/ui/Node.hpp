@@ -61,21 +61,21 @@ public:
     /// Called on a double click on the title.
     virtual void OnDoubleClick();
 
-    UniqueId id;                 ///< Identity, tag "NODE".
-    std::string title;           ///< Shown on the title bar; saved.
-    ImVec2 pos;                  ///< Top left corner, logical units.
-    ImVec2 size{0.0f, 0.0f};     ///< Extent, logical units; brought up to the minimum on the first draw.
-    std::vector<UniqueId> inputs; ///< Source of each input; the null id when not connected.
-    bool resizable = true;       ///< Shows the resize corner; adds 10 to the least height.
-    bool movable = true;         ///< May be dragged by its title.
-    bool hasOutput = true;       ///< Shows the output pin.
-    bool reserved = false;       ///< Kept for subclasses; the editor does not read it.
-    bool visible = true;         ///< A hidden node is neither drawn nor linked.
-    bool modified = false;       ///< Set when an input changes; cleared by the owner.
-    bool selected = false;       ///< Part of the selection.
-    bool hovered = false;        ///< Under the pointer in the last frame.
-    int32_t draggingInput = -1;  ///< Input whose pin is being dragged, else -1.
-    bool draggingOutput = false; ///< The output pin is being dragged.
+    UniqueId id;                   ///< Identity, tag "NODE".
+    std::string title;             ///< Shown on the title bar; saved.
+    ImVec2 pos;                    ///< Top left corner, logical units.
+    ImVec2 size{0.0f, 0.0f};       ///< Extent, logical units; brought up to the minimum on the first draw.
+    std::vector<UniqueId> inputs;  ///< Source of each input; the null id when not connected.
+    bool resizable = true;         ///< Shows the resize corner; adds 10 to the least height.
+    bool movable = true;           ///< May be dragged by its title.
+    bool hasOutput = true;         ///< Shows the output pin.
+    bool reserved = false;         ///< Kept for subclasses; the editor does not read it.
+    bool visible = true;           ///< A hidden node is neither drawn nor linked.
+    bool modified = false;         ///< Set when an input changes; cleared by the owner.
+    bool selected = false;         ///< Part of the selection.
+    bool hovered = false;          ///< Under the pointer in the last frame.
+    int32_t draggingInput = -1;    ///< Input whose pin is being dragged, else -1.
+    bool draggingOutput = false;   ///< The output pin is being dragged.
     bool disconnectOutput = false; ///< Request to cut every link from the output when it is next drawn.
 
 private:

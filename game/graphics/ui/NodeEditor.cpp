@@ -28,7 +28,9 @@ NodeEditor::~NodeEditor() {
     if (clipboardFrom == this) clipboardFrom = nullptr;
 }
 
-float NodeEditor::Scale() const { return zoom * Game::GetUiScaling(); }
+float NodeEditor::Scale() const {
+    return zoom * Game::GetUiScaling();
+}
 
 Node* NodeEditor::CreateNode(std::string const& title, ImVec2 pos, std::vector<UniqueId> inputs) {
     return new Node(title, pos, std::move(inputs));
@@ -62,8 +64,9 @@ void NodeEditor::ClearAllNodes() {
     }
 }
 
-Node* NodeEditor::DeserializeNode(nlohmann::json const& json) { return new Node(json); }
-
+Node* NodeEditor::DeserializeNode(nlohmann::json const& json) {
+    return new Node(json);
+}
 
 void NodeEditor::Drag(ImVec2 delta, int button) {
     float const s = Scale();
@@ -159,10 +162,16 @@ constexpr int kRight = 1;
 constexpr int kMiddle = 2;
 
 /// The left Ctrl and left Shift keys, by the GLFW key codes the backend indexes KeysDown with.
-bool LeftCtrl() { return ImGui::IsKeyDown(GLFW_KEY_LEFT_CONTROL); }
-bool LeftShift() { return ImGui::IsKeyDown(GLFW_KEY_LEFT_SHIFT); }
+bool LeftCtrl() {
+    return ImGui::IsKeyDown(GLFW_KEY_LEFT_CONTROL);
+}
+bool LeftShift() {
+    return ImGui::IsKeyDown(GLFW_KEY_LEFT_SHIFT);
+}
 
-ImU32 Colour(float r, float g, float b, float a) { return ImGui::ColorConvertFloat4ToU32(ImVec4(r, g, b, a)); }
+ImU32 Colour(float r, float g, float b, float a) {
+    return ImGui::ColorConvertFloat4ToU32(ImVec4(r, g, b, a));
+}
 
 /// Whether `point` lies within half a pin of the pin centred at `centre`.
 bool InPin(ImVec2 centre, ImVec2 point, float pin) {
@@ -447,8 +456,9 @@ void NodeEditor::DrawResizeCorner(Node* node, Canvas const& canvas) {
         node->size.y = std::min(std::max(size.y, node->GetMinimumHeight()), 2000.0f);
     }
     ImVec2 const max = min + ImVec2(side, side);
-    ImGui::GetWindowDrawList()->AddTriangleFilled(ImVec2(max.x, min.y), max, ImVec2(min.x, max.y),
-                                                  ImGui::GetColorU32(hot ? ImGuiCol_ResizeGripHovered : ImGuiCol_ResizeGrip));
+    ImGui::GetWindowDrawList()->AddTriangleFilled(
+        ImVec2(max.x, min.y), max, ImVec2(min.x, max.y),
+        ImGui::GetColorU32(hot ? ImGuiCol_ResizeGripHovered : ImGuiCol_ResizeGrip));
 }
 
 void NodeEditor::DrawInputPins(Node* node, Canvas const& canvas, ImVec2& mousePos) {
@@ -717,7 +727,8 @@ void NodeEditor::PasteClipboard(Canvas const& canvas) {
         if (inputs != entry.end() && inputs->is_array())
             for (nlohmann::json& input : *inputs)
                 for (Renamed const& name : renamed)
-                    if (input.is_string() && !name.oldText.empty() && input.get_ref<std::string const&>() == name.oldText)
+                    if (input.is_string() && !name.oldText.empty() &&
+                        input.get_ref<std::string const&>() == name.oldText)
                         input = name.freshText;
         if (node == nullptr) continue;
         if (clipboardFrom == this && !node->CanClone()) {
@@ -752,7 +763,8 @@ void NodeEditor::DeleteSelection() {
 }
 
 Node* NodeEditor::IndexedNode(UniqueId const& id) const {
-    auto const found = std::lower_bound(nodeIndex.begin(), nodeIndex.end(), std::pair<UniqueId, Node*>(id, nullptr), IdLess);
+    auto const found =
+        std::lower_bound(nodeIndex.begin(), nodeIndex.end(), std::pair<UniqueId, Node*>(id, nullptr), IdLess);
     return found != nodeIndex.end() && found->first == id ? found->second : nullptr;
 }
 
@@ -796,7 +808,8 @@ void NodeEditor::DrawLinks(Canvas const& canvas, bool focused) {
 }
 
 void NodeEditor::HandlePanAndZoom(Canvas const& canvas) {
-    if (!ImGui::IsWindowHovered(ImGuiHoveredFlags_ChildWindows | ImGuiHoveredFlags_NoPopupHierarchy) && !mouseBusy) return;
+    if (!ImGui::IsWindowHovered(ImGuiHoveredFlags_ChildWindows | ImGuiHoveredFlags_NoPopupHierarchy) && !mouseBusy)
+        return;
     if (panning) {
         int const button = ImGui::IsMouseDragging(kRight) ? kRight : kMiddle;
         Drag(ImGui::GetMouseDragDelta(button), button);

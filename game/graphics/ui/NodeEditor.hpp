@@ -56,8 +56,7 @@ public:
 
     /// The node of `nodes` with this id, cast to T; null for the null id, an id
     /// not in `nodes`, or a node that is no T.
-    template <typename T = Node>
-    T* GetNode(UniqueId const& id) const {
+    template <typename T = Node> T* GetNode(UniqueId const& id) const {
         if (!id.IsSet()) return nullptr; // either half zero: not connected
         for (Node* node : nodes)
             if (node != nullptr && node->id == id) return dynamic_cast<T*>(node);
@@ -73,34 +72,34 @@ public:
 
     std::unordered_map<UniqueId, std::vector<ImVec2>> inputPins; ///< Screen position of each input pin, last drawn.
     std::unordered_map<UniqueId, ImVec2> outputPins;             ///< Screen position of each output pin, last drawn.
-    bool boxSelecting = false;      ///< A selection rectangle is being drawn.
-    ImVec2 boxStart{0.0f, 0.0f};    ///< Its first corner, screen space.
-    ImVec2 boxEnd{0.0f, 0.0f};      ///< Its second corner, screen space.
-    ImVec2 moveDelta{0.0f, 0.0f};   ///< Movement of the dragged node in this frame, logical units.
-    ImVec2 grabOffset{0.0f, 0.0f};  ///< Pointer minus node corner at the start of a drag.
-    Node* movingNode = nullptr;     ///< Node whose title is being dragged.
-    Node* resizingNode = nullptr;   ///< Node whose corner is being dragged.
-    bool mouseBusy = false;         ///< A pin, a title or a corner took the left button this frame.
-    bool mouseWasDown = false;      ///< Left button at the end of the last frame.
-    bool panning = false;           ///< A right or middle drag is moving the canvas.
-    bool copyArmed = true;          ///< The copy chord may fire.
-    bool pasteArmed = true;         ///< The paste chord may fire.
-    bool readOnly = false;          ///< No structural change is allowed.
-    ImVec2 pan{0.0f, 0.0f};         ///< Canvas offset, logical units.
-    float zoom = 1.0f;              ///< Canvas scale.
-    std::vector<Node*> nodes;       ///< Owned; drawing order and the order of code generation.
-    bool changed = false;           ///< Set on every structural change; cleared by the owner.
+    bool boxSelecting = false;                                   ///< A selection rectangle is being drawn.
+    ImVec2 boxStart{0.0f, 0.0f};                                 ///< Its first corner, screen space.
+    ImVec2 boxEnd{0.0f, 0.0f};                                   ///< Its second corner, screen space.
+    ImVec2 moveDelta{0.0f, 0.0f};  ///< Movement of the dragged node in this frame, logical units.
+    ImVec2 grabOffset{0.0f, 0.0f}; ///< Pointer minus node corner at the start of a drag.
+    Node* movingNode = nullptr;    ///< Node whose title is being dragged.
+    Node* resizingNode = nullptr;  ///< Node whose corner is being dragged.
+    bool mouseBusy = false;        ///< A pin, a title or a corner took the left button this frame.
+    bool mouseWasDown = false;     ///< Left button at the end of the last frame.
+    bool panning = false;          ///< A right or middle drag is moving the canvas.
+    bool copyArmed = true;         ///< The copy chord may fire.
+    bool pasteArmed = true;        ///< The paste chord may fire.
+    bool readOnly = false;         ///< No structural change is allowed.
+    ImVec2 pan{0.0f, 0.0f};        ///< Canvas offset, logical units.
+    float zoom = 1.0f;             ///< Canvas scale.
+    std::vector<Node*> nodes;      ///< Owned; drawing order and the order of code generation.
+    bool changed = false;          ///< Set on every structural change; cleared by the owner.
 
-    static nlohmann::json clipboard;      ///< Nodes copied by any editor, as serialized.
-    static NodeEditor* clipboardFrom;     ///< The editor that filled `clipboard`.
+    static nlohmann::json clipboard;  ///< Nodes copied by any editor, as serialized.
+    static NodeEditor* clipboardFrom; ///< The editor that filled `clipboard`.
 
 private:
     /// The window being drawn into, as Render found it at the start of the frame.
     struct Canvas {
-        ImVec2 origin;        ///< Screen position of the window's corner.
-        ImVec2 size;          ///< Window size in pixels.
-        float scale = 1.0f;   ///< Pixels per logical unit: zoom times the UI scaling.
-        float pin = 16.0f;    ///< Side of a pin square in pixels.
+        ImVec2 origin;      ///< Screen position of the window's corner.
+        ImVec2 size;        ///< Window size in pixels.
+        float scale = 1.0f; ///< Pixels per logical unit: zoom times the UI scaling.
+        float pin = 16.0f;  ///< Side of a pin square in pixels.
     };
 
     /// A curve from an output pin to an input pin, screen space.
@@ -151,7 +150,7 @@ private:
     /// The node of `nodes` with this id, through `nodeIndex` (built by DrawLinks).
     Node* IndexedNode(UniqueId const& id) const;
 
-    std::vector<Link> links;                         ///< This frame's links; reused.
+    std::vector<Link> links;                           ///< This frame's links; reused.
     std::vector<std::pair<UniqueId, Node*>> nodeIndex; ///< `nodes` sorted by id for link lookups; reused.
 };
 

@@ -15,7 +15,9 @@ namespace {
 
 using PaletteIndex = TextEditor::PaletteIndex;
 
-bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
 
 /// Whether a byte index starts a character: the ends, and every byte that does not continue one.
 bool IsBoundary(std::string const& s, int index) {
@@ -84,20 +86,24 @@ int CharClass(char c) {
     return 3;
 }
 
-bool IsWordStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_'; }
-bool IsWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsWordStart(char c) {
+    return std::isalpha(static_cast<unsigned char>(c)) || c == '_';
+}
+bool IsWordChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
-constexpr std::string_view Keywords[] = {"include", "const", "var",  "function", "update", "if",
-                                         "elseif",  "else",  "return", "and",    "or",     "xor"};
+constexpr std::string_view Keywords[] = {"include", "const", "var",    "function", "update", "if",
+                                         "elseif",  "else",  "return", "and",      "or",     "xor"};
 constexpr std::string_view BuiltIns[] = {
-    "time",  "delta_time", "abs",  "clamp", "sin",  "cos",        "tan",  "asin",         "acos",
-    "atan",  "pow",        "log",  "floor", "ceil", "round",      "fract", "sqrt",        "sign",
-    "step",  "smoothstep", "lerp", "text",  "print", "input_number", "input_text", "output_number",
-    "output_text"};
+    "time", "delta_time", "abs",  "clamp", "sin",   "cos",          "tan",        "asin",          "acos",
+    "atan", "pow",        "log",  "floor", "ceil",  "round",        "fract",      "sqrt",          "sign",
+    "step", "smoothstep", "lerp", "text",  "print", "input_number", "input_text", "output_number", "output_text"};
 
-template <size_t N>
-bool Contains(std::string_view const (&words)[N], std::string_view word) {
+template <size_t N> bool Contains(std::string_view const (&words)[N], std::string_view word) {
     return std::find(std::begin(words), std::end(words), word) != std::end(words);
 }
 
@@ -150,8 +156,10 @@ void Colorize(std::string const& text, std::vector<PaletteIndex>& colors) {
                 // A type after ':' (parameters, results, declarations); otherwise `text` is the built-in.
                 size_t before = i;
                 while (before > 0 && (text[before - 1] == ' ' || text[before - 1] == '\t')) --before;
-                if (before > 0 && text[before - 1] == ':') color = PaletteIndex::Keyword;
-                else if (word == "text") color = PaletteIndex::KnownIdentifier;
+                if (before > 0 && text[before - 1] == ':')
+                    color = PaletteIndex::Keyword;
+                else if (word == "text")
+                    color = PaletteIndex::KnownIdentifier;
             } else if (Contains(Keywords, word)) {
                 color = PaletteIndex::Keyword;
             } else if (Contains(BuiltIns, word)) {
@@ -160,10 +168,19 @@ void Colorize(std::string const& text, std::vector<PaletteIndex>& colors) {
             fill(i, j, color);
         } else {
             switch (c) {
-            case '(': case ')': case ',': case '+': case '-': case '*': case '/': case '%':
-            case '=': case '<': case '>': case '!': case ':':
-                colors[i] = PaletteIndex::Punctuation;
-                break;
+            case '(':
+            case ')':
+            case ',':
+            case '+':
+            case '-':
+            case '*':
+            case '/':
+            case '%':
+            case '=':
+            case '<':
+            case '>':
+            case '!':
+            case ':': colors[i] = PaletteIndex::Punctuation; break;
             default:
                 if (c != '\t' && static_cast<unsigned char>(c) < 32) colors[i] = PaletteIndex::ControlCharacter;
                 break;
@@ -173,11 +190,15 @@ void Colorize(std::string const& text, std::vector<PaletteIndex>& colors) {
     }
 }
 
-int LineWidth(std::string const& s) { return VisualColumnOf(s, static_cast<int>(s.size())); }
+int LineWidth(std::string const& s) {
+    return VisualColumnOf(s, static_cast<int>(s.size()));
+}
 
 } // namespace
 
-TextEditor::TextEditor() : _lines(1) { SetPalette(GetDarkPalette()); }
+TextEditor::TextEditor() : _lines(1) {
+    SetPalette(GetDarkPalette());
+}
 
 // --- text ---------------------------------------------------------------------------------
 
@@ -312,7 +333,9 @@ void TextEditor::SetCursorPosition(Coordinates position) {
     _scrollToCursor = true;
 }
 
-TextEditor::Coordinates TextEditor::GetCursorPosition() const { return ToCoordinates(_cursor); }
+TextEditor::Coordinates TextEditor::GetCursorPosition() const {
+    return ToCoordinates(_cursor);
+}
 
 void TextEditor::SetSelection(Coordinates start, Coordinates end) {
     _anchor = Clamp(start);
@@ -321,10 +344,16 @@ void TextEditor::SetSelection(Coordinates start, Coordinates end) {
     _scrollToCursor = true;
 }
 
-TextEditor::Coordinates TextEditor::GetSelectionStart() const { return ToCoordinates(SelectionMin()); }
-TextEditor::Coordinates TextEditor::GetSelectionEnd() const { return ToCoordinates(SelectionMax()); }
+TextEditor::Coordinates TextEditor::GetSelectionStart() const {
+    return ToCoordinates(SelectionMin());
+}
+TextEditor::Coordinates TextEditor::GetSelectionEnd() const {
+    return ToCoordinates(SelectionMax());
+}
 
-std::string TextEditor::GetSelectedText() const { return TextBetween(SelectionMin(), SelectionMax()); }
+std::string TextEditor::GetSelectedText() const {
+    return TextBetween(SelectionMin(), SelectionMax());
+}
 
 void TextEditor::SelectAll() {
     _anchor = Pos{0, 0};
@@ -332,14 +361,19 @@ void TextEditor::SelectAll() {
     _preferredColumn = -1;
 }
 
-void TextEditor::ClearSelection() { _anchor = _cursor; }
+void TextEditor::ClearSelection() {
+    _anchor = _cursor;
+}
 
 TextEditor::Pos TextEditor::Left(Pos pos, bool word) const {
     std::string const& text = _lines[static_cast<size_t>(pos.line)].text;
-    if (pos.index == 0) return pos.line > 0 ? Pos{pos.line - 1, static_cast<int>(_lines[static_cast<size_t>(pos.line - 1)].text.size())} : pos;
+    if (pos.index == 0)
+        return pos.line > 0 ? Pos{pos.line - 1, static_cast<int>(_lines[static_cast<size_t>(pos.line - 1)].text.size())}
+                            : pos;
     if (!word) return Pos{pos.line, PrevIndex(text, pos.index)};
     int index = pos.index;
-    while (index > 0 && CharClass(text[static_cast<size_t>(PrevIndex(text, index))]) == 2) index = PrevIndex(text, index);
+    while (index > 0 && CharClass(text[static_cast<size_t>(PrevIndex(text, index))]) == 2)
+        index = PrevIndex(text, index);
     if (index == 0) return Pos{pos.line, 0};
     int const cls = CharClass(text[static_cast<size_t>(PrevIndex(text, index))]);
     do index = PrevIndex(text, index);
@@ -365,14 +399,15 @@ void TextEditor::SelectWordAt(Pos pos) {
     int const size = static_cast<int>(text.size());
     int start = pos.index;
     if (start >= size) start = PrevIndex(text, start); // past the end: the last word of the line
-    if (start >= size) { // empty line
+    if (start >= size) {                               // empty line
         _anchor = _cursor = pos;
         return;
     }
     int const cls = CharClass(text[static_cast<size_t>(start)]);
     int end = NextIndex(text, start);
     if (cls != 3) {
-        while (start > 0 && CharClass(text[static_cast<size_t>(PrevIndex(text, start))]) == cls) start = PrevIndex(text, start);
+        while (start > 0 && CharClass(text[static_cast<size_t>(PrevIndex(text, start))]) == cls)
+            start = PrevIndex(text, start);
         while (end < size && CharClass(text[static_cast<size_t>(end)]) == cls) end = NextIndex(text, end);
     }
     _anchor = Pos{pos.line, start};
@@ -416,10 +451,13 @@ TextEditor::Pos TextEditor::InsertAt(Pos pos, std::string_view text) {
     size_t start = 0;
     while (true) {
         size_t const end = text.find('\n', start);
-        std::string_view piece = text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
+        std::string_view piece =
+            text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
         if (end != std::string_view::npos && !piece.empty() && piece.back() == '\r') piece.remove_suffix(1);
-        if (start == 0) line.text.append(piece);
-        else added.emplace_back().text.assign(piece);
+        if (start == 0)
+            line.text.append(piece);
+        else
+            added.emplace_back().text.assign(piece);
         if (end == std::string_view::npos) break;
         start = end + 1;
     }
@@ -454,7 +492,8 @@ void TextEditor::InsertNewline() {
     std::string const& text = _lines[static_cast<size_t>(SelectionMin().line)].text;
     int const limit = SelectionMin().index;
     int blanks = 0;
-    while (blanks < limit && (text[static_cast<size_t>(blanks)] == '\t' || text[static_cast<size_t>(blanks)] == ' ')) ++blanks;
+    while (blanks < limit && (text[static_cast<size_t>(blanks)] == '\t' || text[static_cast<size_t>(blanks)] == ' '))
+        ++blanks;
     std::string insert(1, '\n');
     insert.append(text, 0, static_cast<size_t>(blanks));
     InsertText(insert);
@@ -530,11 +569,15 @@ void TextEditor::HandleKeyboard() {
     };
     // Left and Right without Shift first collapse a selection to its side.
     if (!alt && pressed(ImGuiKey_LeftArrow)) {
-        if (HasSelection() && !shift) MoveCursor(SelectionMin(), false);
-        else MoveCursor(Left(_cursor, ctrl), shift);
+        if (HasSelection() && !shift)
+            MoveCursor(SelectionMin(), false);
+        else
+            MoveCursor(Left(_cursor, ctrl), shift);
     } else if (!alt && pressed(ImGuiKey_RightArrow)) {
-        if (HasSelection() && !shift) MoveCursor(SelectionMax(), false);
-        else MoveCursor(Right(_cursor, ctrl), shift);
+        if (HasSelection() && !shift)
+            MoveCursor(SelectionMax(), false);
+        else
+            MoveCursor(Right(_cursor, ctrl), shift);
     } else if (!alt && pressed(ImGuiKey_UpArrow)) {
         moveVertical(-1);
     } else if (!alt && pressed(ImGuiKey_DownArrow)) {
@@ -546,7 +589,8 @@ void TextEditor::HandleKeyboard() {
     } else if (!alt && pressed(ImGuiKey_Home)) {
         MoveCursor(ctrl ? Pos{0, 0} : Pos{_cursor.line, 0}, shift);
     } else if (!alt && pressed(ImGuiKey_End)) {
-        MoveCursor(ctrl ? last : Pos{_cursor.line, static_cast<int>(_lines[static_cast<size_t>(_cursor.line)].text.size())},
+        MoveCursor(ctrl ? last
+                        : Pos{_cursor.line, static_cast<int>(_lines[static_cast<size_t>(_cursor.line)].text.size())},
                    shift);
     } else if (ctrl && !alt && pressed(ImGuiKey_A)) {
         SelectAll();
@@ -644,14 +688,18 @@ void TextEditor::HandleMouse(ImVec2 areaMin, ImVec2 areaMax) {
 void TextEditor::ScrollToCursor(ImVec2 areaMin, ImVec2 areaMax) {
     float const top = static_cast<float>(_cursor.line) * _lineHeight;
     float const height = areaMax.y - areaMin.y;
-    if (top < _scroll.y) ImGui::SetScrollY(top);
-    else if (top + _lineHeight > _scroll.y + height) ImGui::SetScrollY(std::max(0.0f, top + _lineHeight - height));
+    if (top < _scroll.y)
+        ImGui::SetScrollY(top);
+    else if (top + _lineHeight > _scroll.y + height)
+        ImGui::SetScrollY(std::max(0.0f, top + _lineHeight - height));
 
     float const x = static_cast<float>(VisualColumn(_cursor)) * _charWidth;
     float const width = areaMax.x - areaMin.x - _gutterWidth;
     float const margin = 4.0f * _charWidth;
-    if (x < _scroll.x) ImGui::SetScrollX(std::max(0.0f, x - margin));
-    else if (x + _charWidth > _scroll.x + width) ImGui::SetScrollX(std::max(0.0f, x + _charWidth + margin - width));
+    if (x < _scroll.x)
+        ImGui::SetScrollX(std::max(0.0f, x - margin));
+    else if (x + _charWidth > _scroll.x + width)
+        ImGui::SetScrollX(std::max(0.0f, x + _charWidth + margin - width));
 }
 
 void TextEditor::Draw(ImVec2 areaMin, ImVec2 areaMax) {
@@ -684,7 +732,8 @@ void TextEditor::Draw(ImVec2 areaMin, ImVec2 areaMax) {
         } else if (!selection && i == _cursor.line) {
             ImVec2 const a(textLeft, y);
             ImVec2 const b(areaMax.x, y + _lineHeight);
-            drawList->AddRectFilled(a, b, color(_focused ? PaletteIndex::CurrentLineFill : PaletteIndex::CurrentLineFillInactive));
+            drawList->AddRectFilled(
+                a, b, color(_focused ? PaletteIndex::CurrentLineFill : PaletteIndex::CurrentLineFillInactive));
             drawList->AddRect(a, b, color(PaletteIndex::CurrentLineEdge));
         }
 
@@ -697,7 +746,7 @@ void TextEditor::Draw(ImVec2 areaMin, ImVec2 areaMax) {
         for (int b = 0;;) {
             bool const end = b == size;
             bool const split = end || text[b] == '\t' ||
-                               line.colors[static_cast<size_t>(b)] != line.colors[static_cast<size_t>(runStart)];
+                line.colors[static_cast<size_t>(b)] != line.colors[static_cast<size_t>(runStart)];
             if (split && b > runStart) {
                 float const x = _textOrigin.x + static_cast<float>(runColumn) * _charWidth;
                 if (x < areaMax.x)

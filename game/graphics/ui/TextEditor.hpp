@@ -17,10 +17,29 @@ class TextEditor {
 public:
     /// What each palette entry colours.
     enum class PaletteIndex : uint8_t {
-        Default, Keyword, Number, String, CharLiteral, Punctuation, Preprocessor, Identifier,
-        KnownIdentifier, PreprocIdentifier, Comment, MultiLineComment, Background, Cursor, Selection,
-        ErrorMarker, ControlCharacter, Breakpoint, LineNumber, CurrentLineFill, CurrentLineFillInactive,
-        CurrentLineEdge, Max
+        Default,
+        Keyword,
+        Number,
+        String,
+        CharLiteral,
+        Punctuation,
+        Preprocessor,
+        Identifier,
+        KnownIdentifier,
+        PreprocIdentifier,
+        Comment,
+        MultiLineComment,
+        Background,
+        Cursor,
+        Selection,
+        ErrorMarker,
+        ControlCharacter,
+        Breakpoint,
+        LineNumber,
+        CurrentLineFill,
+        CurrentLineFillInactive,
+        CurrentLineEdge,
+        Max
     };
     /// One colour per PaletteIndex, each as 0xRRGGBBAA.
     using Palette = std::array<uint32_t, static_cast<size_t>(PaletteIndex::Max)>;
@@ -155,10 +174,10 @@ private:
     void Draw(ImVec2 areaMin, ImVec2 areaMax);
 
     std::vector<Line> _lines;
-    Pos _cursor;                  // moving end of the selection
-    Pos _anchor;                  // fixed end of the selection; equals _cursor without one
-    int _preferredColumn = -1;    // visual column kept by Up/Down, -1 when unset
-    int _maxWidth = 0;            // widest line in columns
+    Pos _cursor;               // moving end of the selection
+    Pos _anchor;               // fixed end of the selection; equals _cursor without one
+    int _preferredColumn = -1; // visual column kept by Up/Down, -1 when unset
+    int _maxWidth = 0;         // widest line in columns
     Palette _palette{};
     std::array<ImU32, static_cast<size_t>(PaletteIndex::Max)> _colors{};
     bool _readOnly = false;
@@ -169,7 +188,7 @@ private:
     bool _dragging = false;
     double _blinkStart = 0.0;
     // Layout of the last frame.
-    ImVec2 _textOrigin{0.0f, 0.0f};  // screen position of line 0, column 0
+    ImVec2 _textOrigin{0.0f, 0.0f}; // screen position of line 0, column 0
     ImVec2 _scroll{0.0f, 0.0f};
     float _charWidth = 7.0f;
     float _lineHeight = 17.0f;

@@ -32,8 +32,7 @@ uint64_t Fnv(std::string const& text) {
 }
 
 /// The rows of a map in key order, values to six decimals.
-template <typename Map>
-std::string Rows(Map const& map) {
+template <typename Map> std::string Rows(Map const& map) {
     std::string text;
     char value[32];
     for (auto const& [key, number] : std::map<std::string, double>(map.begin(), map.end()))
@@ -83,9 +82,9 @@ TEST(ElementTable, RecordsAndSymbolIndexMatchTheirChecksums) {
 
 TEST(MoleculeTable, RowsAreParsedFromTheirKeys) {
     // No key writes a count of 1, so the formula text gives the key back.
-    for (char const* key : {"H2", "N", "He", "Ne", "F", "Ar", "Xe", "Cl", "Se", "O2", "CO2", "H2O", "Si", "Al", "Fe",
-                            "Ca", "Na", "NaCl", "K", "Mg", "Ti", "CO", "CH4", "NH3", "C6H6", "CS2", "HCl", "NO", "N2O",
-                            "C5H12", "SO2"})
+    for (char const* key :
+         {"H2", "N",    "He", "Ne", "F",  "Ar", "Xe",  "Cl",  "Se",   "O2",  "CO2", "H2O", "Si",  "Al",    "Fe", "Ca",
+          "Na", "NaCl", "K",  "Mg", "Ti", "CO", "CH4", "NH3", "C6H6", "CS2", "HCl", "NO",  "N2O", "C5H12", "SO2"})
         EXPECT_EQ(Molecule::molecules.at(key).Formula(), key);
     EXPECT_EQ(Molecule::molecules.count("N2") + Molecule::molecules.count("Cl2"), 0u);
     EXPECT_EQ(Molecule::gasMoleculesIndexOfRefraction.size(), 30u);
@@ -102,8 +101,9 @@ TEST(MoleculeTableDeathTest, GrowingMapsStartWithTheirFixedRows) {
             std::cerr << "molecules " << Molecule::molecules.size() << ", densities " << densities << '\n';
             std::exit(Molecule::molecules.size() == 31 ? 0 : 1);
         },
-        testing::ExitedWithCode(0), "molecules 31, densities CH4=400.000000;CO2=1600.000000;H2=100.000000;"
-                                    "H2O=1000.000000;O2=1600.000000;");
+        testing::ExitedWithCode(0),
+        "molecules 31, densities CH4=400.000000;CO2=1600.000000;H2=100.000000;"
+        "H2O=1000.000000;O2=1600.000000;");
 }
 
 TEST(FormulaParsing, TableOfFormulas) {
@@ -113,23 +113,46 @@ TEST(FormulaParsing, TableOfFormulas) {
     };
     Case const cases[] = {
         // Entries keep their order and are not merged; three-letter symbols inside formulas.
-        {"C2H5OH", "6:2 1:5 8:1 1:1"}, {"HeHe", "2:1 2:1"}, {"NaCl2", "11:1 17:2"}, {"UuoH2", "118:1 1:2"},
+        {"C2H5OH", "6:2 1:5 8:1 1:1"},
+        {"HeHe", "2:1 2:1"},
+        {"NaCl2", "11:1 17:2"},
+        {"UuoH2", "118:1 1:2"},
         {"HUus3", "1:1 117:3"},
         // At most two lower-case letters follow the capital; a known two-letter prefix
         // does not rescue an unknown three-letter symbol.
-        {"Uuoo", "none"}, {"Hex2", "none"},
+        {"Uuoo", "none"},
+        {"Hex2", "none"},
         // Counts wrap modulo 256, however long the digit run (2^64 + 1, 10^20 + 3,
         // 10^5000 - 1 and 10^3000, after which the formula goes on).
-        {"H300", "1:44"}, {"H255", "1:255"}, {"H256O", "1:0 8:1"}, {"H007", "1:7"}, {"C1", "6:1"},
-        {"H18446744073709551617", "1:1"}, {"O100000000000000000003", "8:3"},
-        {"H" + std::string(5000, '9'), "1:255"}, {"C1" + std::string(3000, '0') + "O2", "6:0 8:2"},
+        {"H300", "1:44"},
+        {"H255", "1:255"},
+        {"H256O", "1:0 8:1"},
+        {"H007", "1:7"},
+        {"C1", "6:1"},
+        {"H18446744073709551617", "1:1"},
+        {"O100000000000000000003", "8:3"},
+        {"H" + std::string(5000, '9'), "1:255"},
+        {"C1" + std::string(3000, '0') + "O2", "6:0 8:2"},
         // One bad part voids the whole formula.
-        {"H2OXx", "none"}, {"CH3Q", "none"}, {"2H", "none"}, {"H2O ", "none"}, {" H2O", "none"}, {"H2O\n", "none"},
-        {"H-O", "none"}, {"H2o", "none"}, {"HO+", "none"}, {"H\xC3\xA9", "none"}, {"\xFF", "none"},
-        {"Na\x80", "none"}, {std::string("H\0O", 3), "none"}, {std::string("H2\0", 3), "none"},
-        {std::string(100000, 'H') + "x!", "none"}, {std::string(100000, '7'), "none"},
+        {"H2OXx", "none"},
+        {"CH3Q", "none"},
+        {"2H", "none"},
+        {"H2O ", "none"},
+        {" H2O", "none"},
+        {"H2O\n", "none"},
+        {"H-O", "none"},
+        {"H2o", "none"},
+        {"HO+", "none"},
+        {"H\xC3\xA9", "none"},
+        {"\xFF", "none"},
+        {"Na\x80", "none"},
+        {std::string("H\0O", 3), "none"},
+        {std::string("H2\0", 3), "none"},
+        {std::string(100000, 'H') + "x!", "none"},
+        {std::string(100000, '7'), "none"},
     };
-    for (Case const& c : cases) EXPECT_EQ(Text(Molecule(c.formula).composition), c.composition) << c.formula.substr(0, 30);
+    for (Case const& c : cases)
+        EXPECT_EQ(Text(Molecule(c.formula).composition), c.composition) << c.formula.substr(0, 30);
     EXPECT_EQ(Molecule(std::string(200000, 'H')).composition, Composition(200000, Entry{1, 1}));
 }
 
@@ -139,7 +162,8 @@ TEST(FormulaParsing, TableOfFormulas) {
 TEST(MoleculeMemory, TableRowsAndShortSymbolsAreNotRememberedOthersAre) {
     size_t const before = Molecule::molecules.size();
     EXPECT_EQ(Text(Molecule("H2").composition) + " " + Text(Molecule("Kr").composition) + " " +
-                  Text(Molecule("_").composition), "1:2 36:1 0:1");
+                  Text(Molecule("_").composition),
+              "1:2 36:1 0:1");
     EXPECT_EQ(Molecule::molecules.size(), before);
     for (std::string name : {"Uuo", "CH3OH", "H2Zz", "", "h2o"}) {
         std::string const composition = Text(Molecule(name).composition);
@@ -183,7 +207,8 @@ TEST(MoleculeAnswers, TableOfMolecules) {
         EXPECT_EQ(c.molecule.HasUsableComposition(), c.usable);
     }
     EXPECT_DOUBLE_EQ(cases[0].molecule.HeatCapacity() + cases[0].molecule.LiquidIndexOfRefraction() +
-                         cases[0].molecule.SolidIndexOfRefraction(), 3.78);
+                         cases[0].molecule.SolidIndexOfRefraction(),
+                     3.78);
 }
 
 TEST(MoleculeDensity, TableRowsOrOneSpherePerEntryRemembered) {
@@ -216,7 +241,8 @@ TEST(MoleculeConcurrency, ConstructionAndDensityFromSeveralThreads) {
         auto const h = static_cast<uint8_t>(2 * k + 2);
         cases.push_back({"C" + std::to_string(k) + "H" + std::to_string(h), {{6, k}, {1, h}}});
         cases.push_back({"Si" + std::to_string(k) + "H" + std::to_string(h), {{14, k}, {1, h}}});
-        cases.push_back({"B" + std::to_string(k) + "H" + std::to_string(k + 4) + "Uus", {{5, k}, {1, uint8_t(k + 4)}, {117, 1}}});
+        cases.push_back(
+            {"B" + std::to_string(k) + "H" + std::to_string(k + 4) + "Uus", {{5, k}, {1, uint8_t(k + 4)}, {117, 1}}});
     }
     constexpr int threadCount = 4;
     std::vector<std::vector<double>> densities(threadCount, std::vector<double>(cases.size()));
@@ -232,7 +258,7 @@ TEST(MoleculeConcurrency, ConstructionAndDensityFromSeveralThreads) {
                     Molecule const molecule(cases[index].first);
                     double const density = molecule.GetMaximumLiquidDensity();
                     mismatches[t] += molecule.composition != cases[index].second || molecule.GetMolarMass() <= 0.0 ||
-                                     (round > 0 && density != densities[t][index]);
+                        (round > 0 && density != densities[t][index]);
                     densities[t][index] = density;
                 }
         });

@@ -27,7 +27,10 @@ std::string const samplePath = std::string(TESSARA_TEST_SOURCE_DIR) + "/game/con
 /// the text class of scalars (i integer, f real, s string), then the quoted text.
 std::string Dump(Config::Node node, int depth = 0) {
     std::string text = std::string(2 * depth, ' ') + (node.HasKey() ? node.Key() + ":" : "-") + " #" +
-                       std::to_string(node.Index()) + (node.IsMap() ? " map" : node.IsArray() ? " list" : " ");
+        std::to_string(node.Index()) +
+        (node.IsMap()         ? " map"
+             : node.IsArray() ? " list"
+                              : " ");
     if (node.IsValue())
         text += std::string(node.IsInt() ? "i" : node.IsFloat() ? "f" : "s") + " \"" + node.AsString() + "\"";
     text += "\n";
@@ -122,7 +125,7 @@ TEST(ConfigThreads, OneParsedConfigReadFromFourThreads) {
         threads.emplace_back([&config, &expected, &mismatches] {
             for (int round = 0; round < 200; ++round) {
                 mismatches += Dump(config["missing"]) != expected || config["enemy"]["stats"]["lives"].AsInt() != 3 ||
-                              !std::isinf(config["numbers"][5ul].AsDouble());
+                    !std::isinf(config["numbers"][5ul].AsDouble());
             }
         });
     }
@@ -137,7 +140,8 @@ TEST(ConfigThreads, OneParsedConfigReadFromFourThreads) {
 // with signs; negative zero; values too large or small for a float or a double;
 // integers that wrap or overflow.
 TEST(ConfigNumericText, TableOfTexts) {
-    std::vector<std::string> const lines = testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/numbers.txt")));
+    std::vector<std::string> const lines =
+        testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/numbers.txt")));
     std::string document;
     for (std::string const& line : lines) document += "- " + line.substr(0, line.find('"', 1) + 1) + "\n";
     Config config;
@@ -146,11 +150,16 @@ TEST(ConfigNumericText, TableOfTexts) {
     for (unsigned long i = 0; i < lines.size(); ++i) {
         Config::Node node = config[i];
         // Every real is numeric, integers included; every other scalar is a string.
-        EXPECT_TRUE(node.IsNumeric() == node.IsFloat() && node.IsString() == !node.IsFloat() && (node.IsFloat() || !node.IsInt())) << lines[i];
+        EXPECT_TRUE(node.IsNumeric() == node.IsFloat() && node.IsString() == !node.IsFloat() &&
+                    (node.IsFloat() || !node.IsInt()))
+            << lines[i];
         char line[200];
-        std::snprintf(line, sizeof line, "%-24s %-6s %d %" PRId64 " %" PRIu64 " %.17g %.9g\n", Quoted(node.AsString()).c_str(),
-                      node.IsInt() ? "int" : node.IsFloat() ? "float" : "string", node.AsInt(), node.AsInt64(),
-                      node.AsUInt64(), node.AsDouble(), static_cast<double>(node.AsFloat()));
+        std::snprintf(
+            line, sizeof line, "%-24s %-6s %d %" PRId64 " %" PRIu64 " %.17g %.9g\n", Quoted(node.AsString()).c_str(),
+            node.IsInt()         ? "int"
+                : node.IsFloat() ? "float"
+                                 : "string",
+            node.AsInt(), node.AsInt64(), node.AsUInt64(), node.AsDouble(), static_cast<double>(node.AsFloat()));
         table += line;
     }
     EXPECT_EQ(lines.size(), 69u);
@@ -167,7 +176,8 @@ TEST(ConfigNumericText, TableOfTexts) {
 TEST(ConfigQuietResults, LookupsAnswerWithoutFailing) {
     std::string transcript;
     Config config;
-    for (std::string const& line : testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/quiet.txt")))) {
+    for (std::string const& line :
+         testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/quiet.txt")))) {
         std::string text = line.substr(line.find(": ") + 2);
         if (line[0] == '=') {
             for (size_t at = 0; (at = text.find("\\n", at)) != std::string::npos;) text.replace(at, 2, "\n");
@@ -212,7 +222,8 @@ TEST(ConfigQuietResults, ScalarsCompareByTextThatOutlivesTheCallers) {
         text.assign(text.size(), '#');
     }
     EXPECT_TRUE(config["a"] == "hello" && config["a"] == std::string("hello"));
-    EXPECT_TRUE(config["a"] != "hell" && config["a"] != std::string("hello ") && config["a"] != static_cast<char const*>(nullptr));
+    EXPECT_TRUE(config["a"] != "hell" && config["a"] != std::string("hello ") &&
+                config["a"] != static_cast<char const*>(nullptr));
     EXPECT_TRUE(config["b"] == static_cast<char const*>(nullptr));
     EXPECT_TRUE(config["c"] == std::string("x\0y", 3) && config["c"] != "x");
 }
@@ -224,12 +235,17 @@ TEST(ConfigQuietResults, ScalarsCompareByTextThatOutlivesTheCallers) {
 // back; only a string can hold a NUL, the scanner would take it for the end of text.
 TEST(ConfigErrors, BrokenDocumentsEmptyTheConfigAndReportOneLine) {
     std::string transcript;
-    for (std::string const& line : testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/errors.txt")))) {
+    for (std::string const& line :
+         testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("config/errors.txt")))) {
         if (line.rfind("  => ", 0) == 0) continue;
         std::string text;
         for (size_t i = 0; i < line.size(); ++i) {
             char const c = line[i] == '\\' ? line[++i] : 0;
-            text += !c ? line[i] : c == 'n' ? '\n' : c == 't' ? '\t' : c == 'x' ? char(std::stoi(line.substr(i + 1, 2), nullptr, 16)) : c;
+            text += !c     ? line[i]
+                : c == 'n' ? '\n'
+                : c == 't' ? '\t'
+                : c == 'x' ? char(std::stoi(line.substr(i + 1, 2), nullptr, 16))
+                           : c;
             i += c == 'x' ? 2 : 0;
         }
         Config config;

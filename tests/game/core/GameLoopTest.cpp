@@ -35,8 +35,9 @@ TEST_F(ClientPassTest, SynchronizedWorkRunsFirstThenTheSortedUpdateListAndTheCli
     Events events = recorder::Events();
     ASSERT_EQ(events.size(), 6u);
     events[1].erase(events[1].find('(')); // the delta time of the render loop
-    EXPECT_EQ(events, (Events{"sync", "GAME_Mod:Game_Update", "GAME_Mod:Game_ClientUpdate", "GAME_Mod:Input_Update(0.5)",
-                              "GAME_Mod:Input_Update_Play(0.25)", "GAME_Mod:Input_Update_Station(0.125)"}));
+    EXPECT_EQ(events,
+              (Events{"sync", "GAME_Mod:Game_Update", "GAME_Mod:Game_ClientUpdate", "GAME_Mod:Input_Update(0.5)",
+                      "GAME_Mod:Input_Update_Play(0.25)", "GAME_Mod:Input_Update_Station(0.125)"}));
 }
 
 TEST_F(ClientPassTest, AnEmptySynchronizedFunctionThrowsAndReleasesTheQueueWithTheEntryStillInIt) {
@@ -80,7 +81,8 @@ TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndCl
     ServerSideEntity::Ptr vehicle = ServerSideEntity::Spawn(nerox::modular::ModuleID("TEST_absent"), "hull");
     ServerSideEntity::Ptr part = ServerSideEntity::Spawn(nerox::modular::ModuleID("TEST_absent"), "part");
     vehicle->AddChild(part);
-    for (bool metrics : {false, true}) { // the measuring branch runs the same stages and books the part into its vehicle
+    for (bool metrics :
+         {false, true}) { // the measuring branch runs the same stages and books the part into its vehicle
         SCOPED_TRACE(metrics);
         recorder::Clear();
         nerox::cpu::Profiler::Reset();
@@ -91,12 +93,16 @@ TEST_F(ServerTickTest, ServerHooksRunAroundTheEntityStagesInsideTheirScopesAndCl
                   (Events{"SERVER_Mod:Server_BeforeUpdate(0.25 in ServerUpdate/ForEachModule::Server_BeforeUpdate)",
                           "SERVER_Mod:Server_GameUpdate(0.25 in ServerUpdate/ForEachModule::Server_AfterUpdate)"}));
         std::map<std::string, uint64_t> counts;
-        nerox::cpu::Profiler::ForEach([&](std::string const&, std::string const& path, auto const& p) { counts[path] += p.count; });
-        for (char const* scope : {"", "/ForEachModule::Server_BeforeUpdate", "/ForEachEntity::BeforeUpdate", "/ForEachEntity::Update",
-                                  "/ForEachEntity::AfterUpdate", "/ForEachModule::Server_AfterUpdate"})
+        nerox::cpu::Profiler::ForEach(
+            [&](std::string const&, std::string const& path, auto const& p) { counts[path] += p.count; });
+        for (char const* scope :
+             {"", "/ForEachModule::Server_BeforeUpdate", "/ForEachEntity::BeforeUpdate", "/ForEachEntity::Update",
+              "/ForEachEntity::AfterUpdate", "/ForEachModule::Server_AfterUpdate"})
             EXPECT_EQ(counts[std::string("ServerUpdate") + scope], 1u) << scope;
     }
-    EXPECT_EQ(std::tuple(Game::_serverSideEntityPerformance_timers.size(), Game::serverSideEntityPerformance_avg_time.count(vehicle->id)), std::tuple(1u, 1u));
+    EXPECT_EQ(std::tuple(Game::_serverSideEntityPerformance_timers.size(),
+                         Game::serverSideEntityPerformance_avg_time.count(vehicle->id)),
+              std::tuple(1u, 1u));
     Game::_serverSideEntityPerformance_timers.clear(), Game::serverSideEntityPerformance_avg_time.clear();
     ServerSideEntity::DestroyAll();
 }
@@ -126,10 +132,13 @@ TEST_F(LifecycleTest, ARunLoadsTheContentModulesAfterGameStartAndCanBeRepeated) 
         Game::Ready();
         Game::Stop();
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "a missing content module is skipped silently";
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Shader compilation may take several minutes before starting the game "
-                                                          "the first time or after an update...\nStarting game...\n");
-        EXPECT_EQ(recorder::Events(), (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)", "GAME_Mod:Game_Ready",
-                                              "TESSARA_Mod:Unload(scratch)", "TESSARA_Mod:ModuleUnload", "GAME_Mod:Game_Stop"}));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "Shader compilation may take several minutes before starting the game "
+                  "the first time or after an update...\nStarting game...\n");
+        EXPECT_EQ(
+            recorder::Events(),
+            (Events{"GAME_Mod:Game_Start", "TESSARA_Mod:ModuleLoad", "TESSARA_Mod:Load(scratch)", "GAME_Mod:Game_Ready",
+                    "TESSARA_Mod:Unload(scratch)", "TESSARA_Mod:ModuleUnload", "GAME_Mod:Game_Stop"}));
     }
 }
 
@@ -149,7 +158,8 @@ TEST_F(LifecycleTest, StopResetsTheRunStateButKeepsClientAndServerModules) {
     Game::config.Parse(std::string("world: demo\n"));
     Game::Stop();
     EXPECT_EQ(std::tuple(TESSARA_Mod::Count(), GAME_Mod::Count(), SERVER_Mod::Count()), std::tuple(0u, 1u, 1u));
-    EXPECT_EQ(std::tuple(Game::parentEnvironmentId, Game::relativeEnvironmentId, int(Game::_inputMode)), std::tuple(0u, 0u, 0));
+    EXPECT_EQ(std::tuple(Game::parentEnvironmentId, Game::relativeEnvironmentId, int(Game::_inputMode)),
+              std::tuple(0u, 0u, 0));
     EXPECT_FALSE(Game::environmentAudio || Game::environmentIsLoaded || Game::_mouseLook || Game::settingsWindowOpen ||
                  Game::adminWindowOpen || Game::config["world"] || !Game::_joysticks.empty() || !Game::uiVisible);
     EXPECT_EQ(window.GetInputMode(GLFW_CURSOR), GLFW_CURSOR_DISABLED) << "Stop leaves the cursor as it was";
@@ -166,17 +176,25 @@ protected:
 };
 
 TEST_F(InputModeTest, ModesInAFocusedWindowCaptureTheCursorAtTheOriginExceptTheInterfaceMode) {
-    struct Case { char const* name; void (*enter)(); int mode; bool mouseLook; };
-    for (Case const& c : {Case{"play", &Game::SetInputMode_Play, 1, true}, Case{"ui", &Game::SetInputMode_Ui, 0, false},
-                          Case{"station", &Game::SetInputMode_Station, 2, true}, Case{"ui", &Game::SetInputMode_Ui, 0, false},
-                          Case{"Play", &Game::Play, 1, true}, Case{"Pause does nothing", &Game::Pause, 1, true}}) {
+    struct Case {
+        char const* name;
+        void (*enter)();
+        int mode;
+        bool mouseLook;
+    };
+    for (Case const& c :
+         {Case{"play", &Game::SetInputMode_Play, 1, true}, Case{"ui", &Game::SetInputMode_Ui, 0, false},
+          Case{"station", &Game::SetInputMode_Station, 2, true}, Case{"ui", &Game::SetInputMode_Ui, 0, false},
+          Case{"Play", &Game::Play, 1, true}, Case{"Pause does nothing", &Game::Pause, 1, true}}) {
         window.SetCursorPos(300.0, 200.0);
         c.enter();
         double x = -1, y = -1;
         window.GetCursorPos(&x, &y);
-        EXPECT_EQ(std::tuple(int(Game::_inputMode), bool(Game::_mouseLook), window.GetInputMode(GLFW_CURSOR), x == 0.0 && y == 0.0),
+        EXPECT_EQ(std::tuple(int(Game::_inputMode), bool(Game::_mouseLook), window.GetInputMode(GLFW_CURSOR),
+                             x == 0.0 && y == 0.0),
                   std::tuple(c.mode, c.mouseLook, c.mouseLook ? GLFW_CURSOR_DISABLED : GLFW_CURSOR_NORMAL,
-                             c.mouseLook && c.enter != &Game::Pause)) << c.name;
+                             c.mouseLook && c.enter != &Game::Pause))
+            << c.name;
     }
 }
 

@@ -54,8 +54,7 @@ protected:
         recorder::Clear();
     }
     /// The recording module loaded as a module of class T, its ModuleLoad event dropped.
-    template <class T = GAME_Mod>
-    static typename T::Ptr LoadRecorder() {
+    template <class T = GAME_Mod> static typename T::Ptr LoadRecorder() {
         typename T::Ptr mod = T::LoadModule(recorderName, true);
         recorder::Clear();
         return mod;

@@ -47,8 +47,9 @@ TEST(UniqueId, IdsMadeWithinOneMicrosecondStillDifferAndTheRandomPartIsNeverZero
 TEST(UniqueId, ParsingRejectsBadLengthsAndDigits) {
     EXPECT_EQ(UniqueId(std::string()), UniqueId());
     for (std::string text : {std::string(27, 'A'), std::string(29, 'A'), std::string("ENTT0000000a0000000000000001")})
-        EXPECT_THAT([&] { (void)UniqueId(text); }, ::testing::ThrowsMessage<std::exception>(::testing::StrEq(
-                                                       text.size() == 28 ? "not a hex digit" : "UniqueId string length should be 28")));
+        EXPECT_THAT([&] { (void)UniqueId(text); },
+                    ::testing::ThrowsMessage<std::exception>(::testing::StrEq(
+                        text.size() == 28 ? "not a hex digit" : "UniqueId string length should be 28")));
 }
 
 class ImcTest : public ::testing::Test {
@@ -60,14 +61,16 @@ protected:
 };
 
 TEST_F(ImcTest, ValuesAreCutTo4095BytesUnknownKeysCreateNothingAndTextReadsAsItsLeadingNumberOrZero) {
-    EXPECT_EQ(std::tuple(Game::GetIMC("imc.unknown", "fallback"), Game::GetNumericIMC("imc.unknown", 4.5)), std::tuple("fallback", 4.5));
+    EXPECT_EQ(std::tuple(Game::GetIMC("imc.unknown", "fallback"), Game::GetNumericIMC("imc.unknown", 4.5)),
+              std::tuple("fallback", 4.5));
     EXPECT_EQ(Game::_imcData.count("imc.unknown"), 0u);
     Game::SetIMC("imc.long", std::string(5000, 'x'));
     EXPECT_EQ(Game::GetIMC("imc.long", ""), std::string(4095, 'x'));
     Game::SetIMC("imc.long", "short");
     EXPECT_EQ(Game::_imcData["imc.long"], (std::array<char, 4096>{'s', 'h', 'o', 'r', 't'})) << "no tail, last byte 0";
     Game::SetIMC("imc.number", 1234.5);
-    EXPECT_EQ(std::tuple(Game::GetIMC("imc.number", ""), Game::GetNumericIMC("imc.number", -1.0)), std::tuple("1234.5", 1234.5));
+    EXPECT_EQ(std::tuple(Game::GetIMC("imc.number", ""), Game::GetNumericIMC("imc.number", -1.0)),
+              std::tuple("1234.5", 1234.5));
     for (auto [text, number] : {std::pair("abc", 0.0), std::pair("3.25 metres", 3.25)}) {
         Game::SetIMC("imc.text", text);
         EXPECT_EQ(Game::GetNumericIMC("imc.text", 7.0), number) << text;

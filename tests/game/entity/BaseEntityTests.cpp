@@ -35,49 +35,56 @@ using game::entity::BaseEntity;
 using game::entity::ConvexMeshCollider;
 using game::entity::EntityConfig;
 using game::entity::Id;
+using nerox::modular::ModuleID;
 using testsupport::ExpectMatNear;
 using testsupport::TempDir;
 using testsupport::WriteText;
-using nerox::modular::ModuleID;
 
 namespace {
 
-std::shared_ptr<EntityConfig> LoadConfig(std::string const& path) { auto config = std::make_shared<EntityConfig>(path); config->Load(); return config; }
+std::shared_ptr<EntityConfig> LoadConfig(std::string const& path) {
+    auto config = std::make_shared<EntityConfig>(path);
+    config->Load();
+    return config;
+}
 
-std::string DataPath(std::string const& name) { return std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/" + name; }
+std::string DataPath(std::string const& name) {
+    return std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/" + name;
+}
 
 /// An entity of config after InitNodes.
-std::unique_ptr<BaseEntity> MakeEntity(std::shared_ptr<EntityConfig> const& config)
-{
+std::unique_ptr<BaseEntity> MakeEntity(std::shared_ptr<EntityConfig> const& config) {
     auto entity = std::make_unique<BaseEntity>();
     entity->config = config;
     entity->InitNodes();
     return entity;
 }
 
-glm::dmat4 Translation(glm::dvec3 const& offset) { return glm::translate(glm::dmat4(1.0), offset); }
-glm::dmat4 Rotation(double degrees, glm::dvec3 const& axis) { return glm::rotate(glm::dmat4(1.0), glm::radians(degrees), axis); }
-glm::dvec3 Apply(glm::dmat4 const& transform, glm::dvec3 const& point) { return glm::dvec3(transform * glm::dvec4(point, 1.0)); }
+glm::dmat4 Translation(glm::dvec3 const& offset) {
+    return glm::translate(glm::dmat4(1.0), offset);
+}
+glm::dmat4 Rotation(double degrees, glm::dvec3 const& axis) {
+    return glm::rotate(glm::dmat4(1.0), glm::radians(degrees), axis);
+}
+glm::dvec3 Apply(glm::dmat4 const& transform, glm::dvec3 const& point) {
+    return glm::dvec3(transform * glm::dvec4(point, 1.0));
+}
 
-ConvexMeshCollider BoxCollider(glm::vec3 const& low, glm::vec3 const& high, glm::dmat4 const& transform = glm::dmat4(1.0))
-{
+ConvexMeshCollider BoxCollider(glm::vec3 const& low, glm::vec3 const& high,
+                               glm::dmat4 const& transform = glm::dmat4(1.0)) {
     ConvexMeshCollider collider;
     collider.box_min = low, collider.box_max = high, collider.transform = transform;
     return collider;
 }
 
 /// Three components, rounded so that float noise and the sign of zero do not show.
-template <class V>
-std::string Text(V const& v)
-{
+template <class V> std::string Text(V const& v) {
     std::ostringstream out;
     for (int i = 0; i < 3; ++i) out << (i ? " " : "(") << std::round(double(v[i]) * 1e5) / 1e5 + 0.0;
     return out.str() + ")";
 }
 
-template <class List>
-std::string Listed(char const* title, List const& entries, size_t count)
-{
+template <class List> std::string Listed(char const* title, List const& entries, size_t count) {
     std::string text = std::string("\n  ") + title;
     for (size_t i = 0; i < count; ++i) text += " " + Text(entries[i]);
     return text;
@@ -85,21 +92,21 @@ std::string Listed(char const* title, List const& entries, size_t count)
 
 /// The fields every kind of section has; its transform must be its node's and the one its position and rotation give.
 template <class Section>
-std::string NodeText(EntityConfig const& config, std::string const& name, Section const& section)
-{
+std::string NodeText(EntityConfig const& config, std::string const& name, Section const& section) {
     EXPECT_EQ(section.transform, config.nodes.at(name).transform) << name;
     EXPECT_EQ(section.transform, EntityConfig::TransformFromBlender(section.position, section.rotation)) << name;
-    return name + " parent '" + section.parent + "' position " + Text(section.position) + " rotation " + Text(section.rotation);
+    return name + " parent '" + section.parent + "' position " + Text(section.position) + " rotation " +
+        Text(section.rotation);
 }
 
 /// Everything a description read into.
-std::string Dump(EntityConfig const& c)
-{
+std::string Dump(EntityConfig const& c) {
     std::ostringstream out;
     out << "mass " << c.mass << ", airtight " << c.airtight << ", base planes";
     for (std::string const& plane : c.base_planes) out << " " << plane;
     out << "\n";
-    for (auto const& [name, node] : c.nodes) out << "node " << node.type << " " << name << " parent '" << node.parent << "'\n";
+    for (auto const& [name, node] : c.nodes)
+        out << "node " << node.type << " " << name << " parent '" << node.parent << "'\n";
     for (auto const& [name, s] : c.renderables) out << "renderable " << NodeText(c, name, s) << "\n";
     for (auto const& [name, s] : c.targets) out << "target " << NodeText(c, name, s) << "\n";
     for (auto const& [name, s] : c.cameras) out << "camera " << NodeText(c, name, s) << " znear " << s.znear << "\n";
@@ -108,42 +115,56 @@ std::string Dump(EntityConfig const& c)
         out << "light box " << NodeText(c, name, s) << " box " << Text(s.box_min) << " " << Text(s.box_max) << "\n";
     for (auto const& [name, s] : c.joints) {
         out << "joint " << NodeText(c, name, s) << " given";
-        for (bool const given : {s.has_linear_x, s.has_linear_y, s.has_linear_z, s.has_angular_x, s.has_angular_y, s.has_angular_z}) out << " " << given;
+        for (bool const given :
+             {s.has_linear_x, s.has_linear_y, s.has_linear_z, s.has_angular_x, s.has_angular_y, s.has_angular_z})
+            out << " " << given;
         out << "\n  linear " << Text(s.linear_min) << " " << Text(s.linear_default) << " " << Text(s.linear_max)
-            << "\n  angular " << Text(s.angular_min) << " " << Text(s.angular_default) << " " << Text(s.angular_max) << "\n";
+            << "\n  angular " << Text(s.angular_min) << " " << Text(s.angular_default) << " " << Text(s.angular_max)
+            << "\n";
     }
     for (auto const& [name, s] : c.colliders)
-        out << "collider " << NodeText(c, name, s) << " build block " << s.is_build_block << " volume " << s.displacement_volume
-            << "\n  box " << Text(s.box_min) << " " << Text(s.box_max) << Listed("vertices", s.vertices, s.nb_vertices)
-            << Listed("normals", s.faces_normal, s.nb_faces) << Listed("triangles", s.triangles, s.nb_triangles) << "\n";
+        out << "collider " << NodeText(c, name, s) << " build block " << s.is_build_block << " volume "
+            << s.displacement_volume << "\n  box " << Text(s.box_min) << " " << Text(s.box_max)
+            << Listed("vertices", s.vertices, s.nb_vertices) << Listed("normals", s.faces_normal, s.nb_faces)
+            << Listed("triangles", s.triangles, s.nb_triangles) << "\n";
     return out.str();
 }
 
-TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
-{
+TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings) {
     auto Entries = [](int n) { // n entries of three numbers each: "1 1 1  2 2 2 ..."
         std::string text;
-        for (int i = 1; i <= n; ++i) text += " " + std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(i) + " ";
+        for (int i = 1; i <= n; ++i)
+            text += " " + std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(i) + " ";
         return text;
     };
-    struct Case { std::string name, text; };
+    struct Case {
+        std::string name, text;
+    };
     std::vector<Case> cases = {
         {"no base planes", "[ENTITY]\nmass 3\n"},
         {"base planes replace the list", "[ENTITY]\nbase_planes +X\n"},
         // The file's y axis turns into the game's -z: the corners swap so that min stays below max.
-        {"swapped axis", "[COLLIDER hull]\nbox_min 1 1 1\nbox_max 2 2 2\n[LIGHT_BOX lamp]\nbox_min 1 1 1\nbox_max 2 2 2\n"},
+        {"swapped axis",
+         "[COLLIDER hull]\nbox_min 1 1 1\nbox_max 2 2 2\n[LIGHT_BOX lamp]\nbox_min 1 1 1\nbox_max 2 2 2\n"},
         {"joint with angular z only", "[JOINT hinge]\nposition 1 2 3\nrotation 10 20 30\nangular_z -45 5 45\n"},
         {"joint with linear y", "[JOINT slide]\nposition 1 2 3\nlinear_y -0.5 0.25 0.5\n"},
-        {"lists of three to the end of the line", "[COLLIDER c]\nvertices 1 2 3  4 5 6\nfaces_normal 0 0 2\ntriangles 0 1 1  1 0 0\n"},
+        {"lists of three to the end of the line",
+         "[COLLIDER c]\nvertices 1 2 3  4 5 6\nfaces_normal 0 0 2\ntriangles 0 1 1  1 0 0\n"},
         // A trailing blank adds one empty entry; its normal stays zero rather than turning into NaN.
         {"trailing blanks", "[COLLIDER c]\nvertices 1 2 3 \nfaces_normal 0 0 1 \ntriangles 0 1 2 \n"},
         {"keys without values", "[COLLIDER c]\nvertices\ntriangles\n"},
         {"too many vertices", "[COLLIDER hull]\nparent base\nvertices" + Entries(11) + "\nbox_max 1 2 3\n"},
-        {"too many normals and triangles", "[COLLIDER a]\nfaces_normal" + Entries(13) + "\n[COLLIDER b]\ntriangles" + Entries(20) + "\n"},
-        {"full lists with trailing blanks", "[COLLIDER c]\nvertices" + Entries(8) + "  \t\ntriangles" + Entries(12) + "\n"},
+        {"too many normals and triangles",
+         "[COLLIDER a]\nfaces_normal" + Entries(13) + "\n[COLLIDER b]\ntriangles" + Entries(20) + "\n"},
+        {"full lists with trailing blanks",
+         "[COLLIDER c]\nvertices" + Entries(8) + "  \t\ntriangles" + Entries(12) + "\n"},
         // A bad number keeps the default, ends a vector's line and ends a list.
-        {"bad numbers", "[ENTITY]\nmass heavy\n[CAMERA eye]\nposition 1 x 3\nznear near\n[COLLIDER c]\ndisplacement_volume ?\nvertices 1 2 3  4 x 6  7 8 9\n"},
-        {"unknown keywords and keys", "stray 1 2 3\n[WIDGET spinner]\nparent x\n[   ]\nmass 9\n[ENTITY]\nMass 7\ncolour red\nmass 5\n[JOINT  arm one \t]\nwobble 1 2 3\nposition 1 2 3\n"},
+        {"bad numbers",
+         "[ENTITY]\nmass heavy\n[CAMERA eye]\nposition 1 x 3\nznear near\n[COLLIDER c]\ndisplacement_volume "
+         "?\nvertices 1 2 3  4 x 6  7 8 9\n"},
+        {"unknown keywords and keys",
+         "stray 1 2 3\n[WIDGET spinner]\nparent x\n[   ]\nmass 9\n[ENTITY]\nMass 7\ncolour red\nmass 5\n[JOINT  arm "
+         "one \t]\nwobble 1 2 3\nposition 1 2 3\n"},
     };
     for (std::string const word : {"Yes", "TRUE", "1", "on", "no", ""})
         cases.push_back({"airtight '" + word + "'", "[ENTITY]\nairtight " + word + "\n"});
@@ -167,8 +188,7 @@ TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings)
     EXPECT_EQ(EntityConfig("items/crate.cfg").GetMeshFilePath(), "items/crate.gltf");
 }
 
-TEST(EntityConfigReload, ReloadThreadReplacesTheSectionsUnderTheMutex)
-{
+TEST(EntityConfigReload, ReloadThreadReplacesTheSectionsUnderTheMutex) {
     TempDir dir;
     std::string const path = dir.File("item.txt");
     WriteText(path, "[ENTITY]\nmass 1\n[JOINT old]\n");
@@ -191,24 +211,32 @@ TEST(EntityConfigReload, ReloadThreadReplacesTheSectionsUnderTheMutex)
     EXPECT_EQ(config.joints.count("old"), 0u);
 }
 
-TEST(EntityConfigTransform, NodeTreeGivesAbsoluteAndJointRelativeTransforms)
-{
+TEST(EntityConfigTransform, NodeTreeGivesAbsoluteAndJointRelativeTransforms) {
     // root (RENDERABLE) -> arm (JOINT) -> hand (TARGET) -> tip (TARGET); loose has a missing parent;
     // a and b are each other's parent and self its own: walking them must end.
     TempDir dir;
-    WriteText(dir.File("arm.txt"), "[RENDERABLE root]\nposition 0 0 1\n[JOINT arm]\nparent root\nposition 2 0 0\nrotation 0 0 90\n"
-                                   "[TARGET hand]\nparent arm\nposition 1 0 0\n[TARGET tip]\nparent hand\nposition 0 0 0.5\n"
-                                   "[TARGET loose]\nparent nowhere\nposition 0 4 0\n[TARGET a]\nparent b\nposition 1 0 0\n"
-                                   "[TARGET b]\nparent a\nposition 0 0 1\n[TARGET self]\nparent self\n");
+    WriteText(dir.File("arm.txt"),
+              "[RENDERABLE root]\nposition 0 0 1\n[JOINT arm]\nparent root\nposition 2 0 0\nrotation 0 0 90\n"
+              "[TARGET hand]\nparent arm\nposition 1 0 0\n[TARGET tip]\nparent hand\nposition 0 0 0.5\n"
+              "[TARGET loose]\nparent nowhere\nposition 0 4 0\n[TARGET a]\nparent b\nposition 1 0 0\n"
+              "[TARGET b]\nparent a\nposition 0 0 1\n[TARGET self]\nparent self\n");
     EntityConfig config(dir.File("arm.txt"));
     config.Load();
-    glm::dmat4 const root = Translation({0.0, 1.0, 0.0}), arm = Translation({2.0, 0.0, 0.0}) * Rotation(90.0, {0.0, 1.0, 0.0});
-    glm::dmat4 const hand = Translation({1.0, 0.0, 0.0}), tip = Translation({0.0, 0.5, 0.0}), loose = Translation({0.0, 0.0, -4.0});
-    struct Case { char const* node; glm::dmat4 absolute, relative; char const* joint; }; // "unchanged": no joint on the way
-    for (Case const& c : {Case{"root", root, root, "unchanged"}, Case{"arm", root * arm, glm::dmat4(1.0), "arm"},
-                          Case{"hand", root * arm * hand, hand, "arm"}, Case{"tip", root * arm * hand * tip, hand * tip, "arm"},
-                          Case{"loose", loose, loose, "unchanged"}, // a parent that names no node counts as the identity
-                          Case{"nothing", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"}, Case{"", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"}}) {
+    glm::dmat4 const root = Translation({0.0, 1.0, 0.0}),
+                     arm = Translation({2.0, 0.0, 0.0}) * Rotation(90.0, {0.0, 1.0, 0.0});
+    glm::dmat4 const hand = Translation({1.0, 0.0, 0.0}), tip = Translation({0.0, 0.5, 0.0}),
+                     loose = Translation({0.0, 0.0, -4.0});
+    struct Case {
+        char const* node;
+        glm::dmat4 absolute, relative;
+        char const* joint;
+    }; // "unchanged": no joint on the way
+    for (Case const& c :
+         {Case{"root", root, root, "unchanged"}, Case{"arm", root * arm, glm::dmat4(1.0), "arm"},
+          Case{"hand", root * arm * hand, hand, "arm"}, Case{"tip", root * arm * hand * tip, hand * tip, "arm"},
+          Case{"loose", loose, loose, "unchanged"}, // a parent that names no node counts as the identity
+          Case{"nothing", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"},
+          Case{"", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"}}) {
         SCOPED_TRACE(c.node);
         ExpectMatNear(config.GetAbsoluteTransform(c.node), c.absolute, 1e-6);
         std::string joint = "unchanged";
@@ -224,7 +252,7 @@ TEST(EntityConfigTransform, NodeTreeGivesAbsoluteAndJointRelativeTransforms)
 
 // ---------------------------------------------------------------- type registry
 
-struct ProbeInterface {};
+struct ProbeInterface { };
 using Registry = game::entity::EntityTypeRegistry<ProbeInterface>;
 
 class EntityTypeRegistryTest : public ::testing::Test {
@@ -233,12 +261,12 @@ protected:
     void TearDown() override { Registry::_registered_interfaces.clear(), Registry::_registered_items_module.clear(); }
 };
 
-TEST_F(EntityTypeRegistryTest, ItemTypeFindsItsModuleAndConfigIsReadOnFirstUseOnlyFromAnyThread)
-{
+TEST_F(EntityTypeRegistryTest, ItemTypeFindsItsModuleAndConfigIsReadOnFirstUseOnlyFromAnyThread) {
     TempDir dir;
     WriteText(dir.File("drill.txt"), "[ENTITY]\nmass 3\n");
     Registry::TypeDef& row = Registry::_registered_interfaces["ACME_tools"]["drill"];
-    row.moduleId = ModuleID("ACME_tools"), row.itemType = "drill", row.config = std::make_shared<EntityConfig>(dir.File("drill.txt"));
+    row.moduleId = ModuleID("ACME_tools"), row.itemType = "drill",
+    row.config = std::make_shared<EntityConfig>(dir.File("drill.txt"));
     Registry::_registered_items_module["drill"] = row.moduleId;
     std::shared_ptr<EntityConfig> const config = row.config;
     EXPECT_EQ(Registry::FindModuleIDFromItemType("drill"), ModuleID("ACME_tools"));
@@ -269,8 +297,7 @@ TEST_F(EntityTypeRegistryTest, ItemTypeFindsItsModuleAndConfigIsReadOnFirstUseOn
 
 // ---------------------------------------------------------------- InitNodes, bounds and Update
 
-TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSolverTree)
-{
+TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSolverTree) {
     std::string report;
     for (char const* file : {"rover.txt", "arm.txt"}) {
         SCOPED_TRACE(file);
@@ -278,8 +305,9 @@ TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSol
         EntityConfig const& config = *entity->config;
         std::ostringstream out;
         out << "== " << file << "\nmass " << entity->mass << ", bounds " << Text(entity->boundsMin) << " "
-            << Text(entity->boundsMax) << ", size " << Text(entity->box_size) << ", centre " << Text(entity->boundsCenter)
-            << ", centre of mass " << Text(entity->centerOfMass) << ", radius " << entity->boundingRadius << "\n";
+            << Text(entity->boundsMax) << ", size " << Text(entity->box_size) << ", centre "
+            << Text(entity->boundsCenter) << ", centre of mass " << Text(entity->centerOfMass) << ", radius "
+            << entity->boundingRadius << "\n";
         // Joints, colliders, adapters and targets get nodes; renderables, light boxes and cameras do not.
         for (auto const& [name, transform] : entity->nodeTransforms) {
             ExpectMatNear(transform, config.GetAbsoluteTransform(name));
@@ -287,7 +315,8 @@ TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSol
         }
         for (auto const& [name, state] : entity->jointStates) {
             EXPECT_EQ(state.rotation, config.joints.at(name).angular_default) << name;
-            out << "joint " << name << " position " << Text(state.position) << " rotation " << Text(state.rotation) << "\n";
+            out << "joint " << name << " position " << Text(state.position) << " rotation " << Text(state.rotation)
+                << "\n";
         }
         for (auto const& [name, c] : entity->colliders) {
             ExpectMatNear(c.transform, config.GetAbsoluteTransform(name));
@@ -297,11 +326,13 @@ TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSol
         }
         // The solver's tree: offsets as where they take the origin and the x axis.
         for (auto const& [name, joint] : config.jointSolver.GetJoints()) {
-            out << "solver joint " << name << " parent '" << joint.parent << "' offset " << Text(Apply(joint.offset, glm::dvec3(0.0)))
-                << " " << Text(Apply(joint.offset, glm::dvec3(1.0, 0.0, 0.0))) << " children";
+            out << "solver joint " << name << " parent '" << joint.parent << "' offset "
+                << Text(Apply(joint.offset, glm::dvec3(0.0))) << " "
+                << Text(Apply(joint.offset, glm::dvec3(1.0, 0.0, 0.0))) << " children";
             for (std::string const& child : joint.children) out << " " << child;
             for (auto const& [node, transform] : joint.nodes)
-                out << "\n  node " << node << " " << Text(Apply(transform, glm::dvec3(0.0))) << " " << Text(Apply(transform, glm::dvec3(1.0, 0.0, 0.0)));
+                out << "\n  node " << node << " " << Text(Apply(transform, glm::dvec3(0.0))) << " "
+                    << Text(Apply(transform, glm::dvec3(1.0, 0.0, 0.0)));
             out << "\n";
         }
         report += out.str();
@@ -309,8 +340,7 @@ TEST(BaseEntityInitNodes, DescribedEntitiesTakeMassNodesJointsCollidersAndTheSol
     testsupport::ExpectGolden(report, "entity/initial_nodes.txt");
 }
 
-TEST(BaseEntityBounds, GrowOverAllCollidersAndFollowDirtyOrAnimatedNodesInUpdate)
-{
+TEST(BaseEntityBounds, GrowOverAllCollidersAndFollowDirtyOrAnimatedNodesInUpdate) {
     BaseEntity entity;
     entity.centerOfMass = {9.0, 9.0, 9.0};
     entity.boundingRadius = 7.0;
@@ -319,7 +349,8 @@ TEST(BaseEntityBounds, GrowOverAllCollidersAndFollowDirtyOrAnimatedNodesInUpdate
     entity.colliders["a"] = BoxCollider({-1.0f, -1.0f, -1.0f}, {1.0f, 1.0f, 1.0f});
     entity.colliders["b"] = BoxCollider({0.0f, 0.0f, 0.0f}, {1.0f, 2.0f, 1.0f}, Translation({4.0, 0.0, 0.0}));
     entity.UpdateBoundingBox(false);
-    std::string const before = Text(entity.boundsMin) + Text(entity.boundsMax) + Text(entity.box_size) + Text(entity.boundsCenter) + Text(entity.centerOfMass);
+    std::string const before = Text(entity.boundsMin) + Text(entity.boundsMax) + Text(entity.box_size) +
+        Text(entity.boundsCenter) + Text(entity.centerOfMass);
     EXPECT_EQ(before, "(-1 -1 -1)(5 2 1)(6 3 2)(2 0.5 0)(9 9 9)");
     EXPECT_NEAR(entity.boundingRadius, 0.5 * glm::length(glm::dvec3(6.0, 3.0, 2.0)), 1e-12);
     // A node moves its collider only when dirty or animated; "b" has no node and stays.
@@ -334,12 +365,13 @@ TEST(BaseEntityBounds, GrowOverAllCollidersAndFollowDirtyOrAnimatedNodesInUpdate
 
 // ---------------------------------------------------------------- joint solver
 
-TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
-{
+TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren) {
     TempDir dir;
-    WriteText(dir.File("item.txt"), "[JOINT lower]\nposition 0 0 1\nangular_z -90 0 90\n\n[JOINT upper]\nparent lower\nposition 1 0 0\n"
-                                    "rotation 0 0 15\n\n[COLLIDER pad]\nparent upper\nposition 0 0 0.5\nbox_min -1 -1 -1\nbox_max 1 1 1\n");
-    std::shared_ptr<EntityConfig> const arm = LoadConfig(DataPath("arm.txt")), rover = LoadConfig(DataPath("rover.txt"));
+    WriteText(dir.File("item.txt"),
+              "[JOINT lower]\nposition 0 0 1\nangular_z -90 0 90\n\n[JOINT upper]\nparent lower\nposition 1 0 0\n"
+              "rotation 0 0 15\n\n[COLLIDER pad]\nparent upper\nposition 0 0 0.5\nbox_min -1 -1 -1\nbox_max 1 1 1\n");
+    std::shared_ptr<EntityConfig> const arm = LoadConfig(DataPath("arm.txt")),
+                                        rover = LoadConfig(DataPath("rover.txt"));
     std::shared_ptr<EntityConfig> const stacked = LoadConfig(dir.File("item.txt"));
     /// How the nodes on a joint move when it turns by degrees about axis in its own frame.
     auto turned = [](EntityConfig const& config, char const* joint, double degrees, glm::dvec3 axis) {
@@ -347,17 +379,43 @@ TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
         return rest * Rotation(degrees, axis) * glm::inverse(rest);
     };
     // moved: the nodes that follow the motion; the others stay at rest.
-    struct Case { char const* name; std::shared_ptr<EntityConfig> config; std::function<void(BaseEntity&)> move; std::vector<char const*> moved; glm::dmat4 motion; };
+    struct Case {
+        char const* name;
+        std::shared_ptr<EntityConfig> config;
+        std::function<void(BaseEntity&)> move;
+        std::vector<char const*> moved;
+        glm::dmat4 motion;
+    };
     Case const cases[] = {
         {"nothing moved", arm, [](BaseEntity&) {}, {}, glm::dmat4(1.0)},
-        {"wheel", rover, [](BaseEntity& e) { e.jointStates.at("wheel_fl").rotation.x = 90.0f; }, {"wheel_fl"}, turned(*rover, "wheel_fl", 90.0, {1.0, 0.0, 0.0})},
+        {"wheel",
+         rover,
+         [](BaseEntity& e) { e.jointStates.at("wheel_fl").rotation.x = 90.0f; },
+         {"wheel_fl"},
+         turned(*rover, "wheel_fl", 90.0, {1.0, 0.0, 0.0})},
         // The file's z turn is a turn about the game's up axis, in the shoulder's own frame.
-        {"shoulder", arm, [](BaseEntity& e) { e.jointStates.at("shoulder").rotation.z = 20.0f; }, {"shoulder", "upper", "elbow", "fore", "tip"}, turned(*arm, "shoulder", 20.0, {0.0, 1.0, 0.0})},
-        {"joint on a joint", stacked, [](BaseEntity& e) { e.jointStates.at("lower").rotation.z = -30.0f; }, {"lower", "upper", "pad"}, turned(*stacked, "lower", -30.0, {0.0, 1.0, 0.0})},
+        {"shoulder",
+         arm,
+         [](BaseEntity& e) { e.jointStates.at("shoulder").rotation.z = 20.0f; },
+         {"shoulder", "upper", "elbow", "fore", "tip"},
+         turned(*arm, "shoulder", 20.0, {0.0, 1.0, 0.0})},
+        {"joint on a joint",
+         stacked,
+         [](BaseEntity& e) { e.jointStates.at("lower").rotation.z = -30.0f; },
+         {"lower", "upper", "pad"},
+         turned(*stacked, "lower", -30.0, {0.0, 1.0, 0.0})},
         // A joint without a state rests at its default.
-        {"elbow without a shoulder state", arm, [](BaseEntity& e) { e.jointStates.erase("shoulder"), e.jointStates.at("elbow").rotation.x = 30.0f; }, {"elbow", "fore", "tip"}, turned(*arm, "elbow", 30.0, {1.0, 0.0, 0.0})},
+        {"elbow without a shoulder state",
+         arm,
+         [](BaseEntity& e) { e.jointStates.erase("shoulder"), e.jointStates.at("elbow").rotation.x = 30.0f; },
+         {"elbow", "fore", "tip"},
+         turned(*arm, "elbow", 30.0, {1.0, 0.0, 0.0})},
         // The hatch sits as if the file placed it at (1, 0.25, 0): game (1, 0, -0.25).
-        {"hatch slides", arm, [](BaseEntity& e) { e.jointStates.at("hatch").position.y = 0.25f; }, {"hatch"}, Translation({0.0, 0.0, -0.25})},
+        {"hatch slides",
+         arm,
+         [](BaseEntity& e) { e.jointStates.at("hatch").position.y = 0.25f; },
+         {"hatch"},
+         Translation({0.0, 0.0, -0.25})},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -370,16 +428,20 @@ TEST(JointSolverSolve, JointsTurnAndSlideTheirNodesAndChildren)
         ASSERT_EQ(entity->nodeTransforms.size(), nodes);
         auto const& joints = c.config->jointSolver.GetJoints();
         for (auto const& [name, transform] : entity->nodeTransforms) {
-            bool const onJoint = joints.count(name) || std::any_of(joints.begin(), joints.end(), [&name](auto const& j) { return j.second.nodes.count(name) > 0; });
+            bool const onJoint = joints.count(name) ||
+                std::any_of(joints.begin(), joints.end(),
+                            [&name](auto const& j) { return j.second.nodes.count(name) > 0; });
             bool const moves = std::find(c.moved.begin(), c.moved.end(), name) != c.moved.end();
             // Nodes on no joint are not the solver's.
-            ExpectMatNear(transform, !onJoint ? glm::dmat4(3.0) : (moves ? c.motion : glm::dmat4(1.0)) * c.config->GetAbsoluteTransform(name), 1e-6);
+            ExpectMatNear(transform,
+                          !onJoint ? glm::dmat4(3.0)
+                                   : (moves ? c.motion : glm::dmat4(1.0)) * c.config->GetAbsoluteTransform(name),
+                          1e-6);
         }
     }
 }
 
-TEST(JointSolverSolve, OneSolverServesEntitiesOnManyThreads)
-{
+TEST(JointSolverSolve, OneSolverServesEntitiesOnManyThreads) {
     std::shared_ptr<EntityConfig> const config = LoadConfig(DataPath("arm.txt"));
     std::vector<std::unique_ptr<BaseEntity>> entities, expected;
     for (int t = 0; t < 4; ++t) {
@@ -402,7 +464,8 @@ TEST(JointSolverSolve, OneSolverServesEntitiesOnManyThreads)
     for (size_t t = 0; t < entities.size(); ++t) {
         SCOPED_TRACE(t);
         EXPECT_EQ(entities[t]->jointStates.at("elbow").rotation.x, 45.0f);
-        for (auto const& [name, transform] : expected[t]->nodeTransforms) ExpectMatNear(entities[t]->nodeTransforms.at(name), transform, 0.0);
+        for (auto const& [name, transform] : expected[t]->nodeTransforms)
+            ExpectMatNear(entities[t]->nodeTransforms.at(name), transform, 0.0);
     }
 }
 
@@ -425,11 +488,13 @@ public:
 class UniqueObjectRegistry : public ::testing::Test {
 protected:
     void SetUp() override { Probe::DestroyAll(); }
-    void TearDown() override { Probe::DestroyAll(); EXPECT_EQ(Probe::_alive.load(), 0); }
+    void TearDown() override {
+        Probe::DestroyAll();
+        EXPECT_EQ(Probe::_alive.load(), 0);
+    }
 };
 
-TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWarnsWhileHeld)
-{
+TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWarnsWhileHeld) {
     Id const held = Id::Generate(), free = Id(0x1111, 0x4444);
     std::shared_ptr<Probe> holder = Probe::Create(held, 7);
     EXPECT_EQ(holder->selfReference.lock().get(), static_cast<BaseEntity*>(holder.get()));
@@ -440,7 +505,8 @@ TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWar
         Probe::Create(held, 2);
         FAIL() << "a second object with the same id was accepted";
     } catch (std::runtime_error const& error) {
-        EXPECT_EQ(std::string(error.what()), "UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) + " already exists");
+        EXPECT_EQ(std::string(error.what()),
+                  "UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) + " already exists");
     }
     EXPECT_EQ(Probe::Get(held)->tag, 7) << "the first object stays";
     EXPECT_THROW(Probe::Create(Id(5, 0)), std::runtime_error) << "an unset id is refused";
@@ -455,9 +521,15 @@ TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWar
     });
     EXPECT_EQ(seen, (std::set<int>{2, 7}));
 
-    std::string const warning = "WARNING: UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) + " being Destroyed while still in use\n";
-    struct Case { Id id; bool found; std::string warning; };
-    for (Case const& c : {Case{free, true, ""}, Case{Id(10, 22), false, ""}, Case{Id(), false, ""}, Case{held, true, warning}}) {
+    std::string const warning = "WARNING: UNIQUE_OBJECT Probe with id " + static_cast<std::string>(held) +
+        " being Destroyed while still in use\n";
+    struct Case {
+        Id id;
+        bool found;
+        std::string warning;
+    };
+    for (Case const& c :
+         {Case{free, true, ""}, Case{Id(10, 22), false, ""}, Case{Id(), false, ""}, Case{held, true, warning}}) {
         SCOPED_TRACE(static_cast<std::string>(c.id));
         testing::internal::CaptureStderr();
         EXPECT_EQ(Probe::Destroy(c.id), c.found);
@@ -469,8 +541,7 @@ TEST_F(UniqueObjectRegistry, CreateRegistersOnceForEachSkipsEmptySlotsDestroyWar
     EXPECT_EQ(Probe::Count(), 1u) << "only the empty slot is left";
 }
 
-TEST_F(UniqueObjectRegistry, ConcurrentCreateGetAndDestroyKeepEveryObject)
-{
+TEST_F(UniqueObjectRegistry, ConcurrentCreateGetAndDestroyKeepEveryObject) {
     constexpr int Threads = 4, PerThread = 50;
     std::vector<std::thread> threads;
     std::atomic<int> misses{0};

@@ -45,8 +45,12 @@ ModuleID const Absent("NOBODY_absent");
 Bytes const SavedBlob = {'s', 't', 'a', 't', 'e', 0, 1, 2, 0xFF};
 Bytes const CheckpointBlob = {'c', 'k', 0, 0x80, 7};
 
-glm::dquat Rotation(double degrees, glm::dvec3 const& axis) { return glm::angleAxis(glm::radians(degrees), glm::normalize(axis)); }
-Bytes BytesOf(nerox::filesystem::Stream const& stream) { return Bytes(stream.ReadableBytes().begin(), stream.ReadableBytes().end()); }
+glm::dquat Rotation(double degrees, glm::dvec3 const& axis) {
+    return glm::angleAxis(glm::radians(degrees), glm::normalize(axis));
+}
+Bytes BytesOf(nerox::filesystem::Stream const& stream) {
+    return Bytes(stream.ReadableBytes().begin(), stream.ReadableBytes().end());
+}
 
 /// What the interfaces saw, over all of them: hook calls in order ('B', 'U', 'A').
 struct Log {
@@ -61,8 +65,7 @@ class ProbeInterface : public ServerSideEntity::Interface {
 public:
     void InitInterface() override { ++hookLog.initCalls; }
     void BeforeUpdate(double) override { hookLog.calls.emplace_back('B', id); }
-    void Update(double) override
-    {
+    void Update(double) override {
         hookLog.calls.emplace_back('U', id);
         auto const owner = entity.lock();
         if (bendElbow) owner->jointStates.at("elbow").rotation.x = 30.0f, owner->nodesDirty = true;
@@ -70,26 +73,30 @@ public:
     void AfterUpdate(double) override { hookLog.calls.emplace_back('A', id); }
     void SaveState(WriteOnlyStream& stream) override { stream.Write(payload.data(), payload.size()); }
     void LoadState(ReadOnlyStream& stream) override { payload = BytesOf(stream); }
-    void SerializeState(WriteOnlyStream& stream) override { stream.Write(CheckpointBlob.data(), CheckpointBlob.size()); }
-    void DeserializeState(ReadOnlyStream& stream) override { ++hookLog.deserializeCalls, hookLog.deserialized = BytesOf(stream); }
+    void SerializeState(WriteOnlyStream& stream) override {
+        stream.Write(CheckpointBlob.data(), CheckpointBlob.size());
+    }
+    void DeserializeState(ReadOnlyStream& stream) override {
+        ++hookLog.deserializeCalls, hookLog.deserialized = BytesOf(stream);
+    }
 
     Bytes payload = SavedBlob;
     bool bendElbow = false;
 };
-class DerivedProbeInterface : public ProbeInterface {}; // inherits the overrides without naming them again
+class DerivedProbeInterface : public ProbeInterface { }; // inherits the overrides without naming them again
 class UpdateOnlyInterface : public ServerSideEntity::Interface {
 public:
     void Update(double) override { ++update; }
     int update = 0;
 };
-class PlainInterface : public ServerSideEntity::Interface {}; // no hooks, the default state operations
+class PlainInterface : public ServerSideEntity::Interface { }; // no hooks, the default state operations
 
-template <class T>
-T& InterfaceOf(Ptr const& entity) { return dynamic_cast<T&>(*entity->GetInterface()); }
+template <class T> T& InterfaceOf(Ptr const& entity) {
+    return dynamic_cast<T&>(*entity->GetInterface());
+}
 
 /// A fresh entity id; generated ids may repeat within one microsecond.
-Id NextId()
-{
+Id NextId() {
     static uint64_t serial = 0;
     return Id(0x0000000054544E45ull, 0x0100000000000000ull + ++serial); // tag "ENTT"
 }
@@ -97,14 +104,14 @@ Id NextId()
 /// Registry rows of the test module, a unique world folder and a clean registry afterwards.
 class SseTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         static std::atomic<int> counter{0};
         ::Game::_current_world = "sseTests_" + std::to_string(::getpid()) + "_" + std::to_string(counter++);
         world = "../Tessara-data/server/worlds/" + ::Game::_current_world;
         fs::remove_all(world);
         hookLog = Log();
-        auto const arm = std::make_shared<EntityConfig>(std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/arm.txt");
+        auto const arm =
+            std::make_shared<EntityConfig>(std::string(TESSARA_TEST_SOURCE_DIR) + "/game/entity/data/arm.txt");
         Register<ProbeInterface>("probe");
         Register<ProbeInterface>("probearm", arm);
         Register<DerivedProbeInterface>("derived");
@@ -112,8 +119,7 @@ protected:
         Register<PlainInterface>("plain");
         Register<PlainInterface>("arm", arm);
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         ServerSideEntity::DestroyAll();
         ServerSideEntity::_registered_interfaces.erase(TestModule.String());
         ServerSideEntity::_module_entities.erase(TestModule.String());
@@ -122,24 +128,36 @@ protected:
         ::Game::_current_world.clear();
     }
 
-    template <class T>
-    void Register(std::string const& type, std::shared_ptr<EntityConfig> config = {})
-    {
+    template <class T> void Register(std::string const& type, std::shared_ptr<EntityConfig> config = {}) {
         auto& row = ServerSideEntity::_registered_interfaces[TestModule.String()][type];
         row.moduleId = TestModule, row.itemType = type, row.config = std::move(config), row.configLoaded = false;
         row.factory = [] { return std::make_shared<T>(); };
     }
 
     /// A registered entity, created but not attached.
-    static Ptr Make(std::string const& type = "plain", Id id = NextId()) { return ServerSideEntity::Create(TestModule, type, id); }
+    static Ptr Make(std::string const& type = "plain", Id id = NextId()) {
+        return ServerSideEntity::Create(TestModule, type, id);
+    }
 
     /// A registered entity with its interface attached and ready.
-    static Ptr MakeReady(std::string const& type) { Ptr entity = Make(type); ReadOnlyStream noState; entity->Attach(noState); return entity; }
+    static Ptr MakeReady(std::string const& type) {
+        Ptr entity = Make(type);
+        ReadOnlyStream noState;
+        entity->Attach(noState);
+        return entity;
+    }
 
     /// Forgets entity without touching its files.
-    static void Unload(Ptr& entity) { Id const id = entity->GetID(); entity->deleteFilesOnDestroy = false; entity.reset(); ServerSideEntity::Destroy(id); }
+    static void Unload(Ptr& entity) {
+        Id const id = entity->GetID();
+        entity->deleteFilesOnDestroy = false;
+        entity.reset();
+        ServerSideEntity::Destroy(id);
+    }
 
-    static void RunHooks(Ptr const& entity) { entity->BeforeUpdate(0.1), entity->Update(0.1), entity->AfterUpdate(0.1); }
+    static void RunHooks(Ptr const& entity) {
+        entity->BeforeUpdate(0.1), entity->Update(0.1), entity->AfterUpdate(0.1);
+    }
 
     std::string world;
 };
@@ -149,8 +167,7 @@ protected:
 
 using ServerSideEntityConstruction = SseTest;
 
-TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigAndNodes)
-{
+TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigAndNodes) {
     Id const chosen = NextId();
     EXPECT_EQ(Make("plain", chosen)->GetID(), chosen);
     // One zero word makes the id unset: a new one is generated instead.
@@ -176,10 +193,13 @@ TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigA
     }
 }
 
-struct Motion { glm::dvec3 position; glm::dquat orientation; glm::dvec3 linear, angular; };
+struct Motion {
+    glm::dvec3 position;
+    glm::dquat orientation;
+    glm::dvec3 linear, angular;
+};
 
-Motion Place(ServerSideEntity& entity, Motion const& motion)
-{
+Motion Place(ServerSideEntity& entity, Motion const& motion) {
     entity.position = motion.position, entity.orientation = motion.orientation;
     entity.linearVelocity = motion.linear, entity.angularVelocity = motion.angular;
     return motion;
@@ -187,8 +207,7 @@ Motion Place(ServerSideEntity& entity, Motion const& motion)
 
 using ServerSideEntityDeathTest = SseTest;
 
-TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheirCondition)
-{
+TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheirCondition) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Ptr parent = Make(), other = Make(), child = Make(), adopted = Make(), component = Make();
     other->AddChild(adopted);
@@ -202,7 +221,9 @@ TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheir
     // Each the parent of the other: the child would land on itself.
     child->parentEntity = parent->GetID(), parent->parentEntity = child->GetID();
     EXPECT_DEATH(parent->RemoveChild(child), "ASSERTION FAILED: \\(entity->GetID\\(\\) != parentEntity\\)");
-    ServerSideEntity::_registered_interfaces[TestModule.String()]["broken"].factory = [] { return std::shared_ptr<ServerSideEntity::Interface>(); };
+    ServerSideEntity::_registered_interfaces[TestModule.String()]["broken"].factory = [] {
+        return std::shared_ptr<ServerSideEntity::Interface>();
+    };
     EXPECT_DEATH(Make("broken"), "ASSERTION FAILED: \\(_interface\\)");
     Ptr const box = Make();
     box->box_size = {1.0, 1.0, 1.0};
@@ -216,8 +237,7 @@ TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheir
 
 using ServerSideEntityLookup = SseTest;
 
-TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle)
-{
+TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle) {
     // body <- arm (component) <- hand (component); rider sits on body; loose is a component of a missing entity.
     Ptr body = Make();
     Ptr const arm = Make(), hand = Make(), rider = Make(), loose = Make(), onLoose = Make();
@@ -230,10 +250,17 @@ TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle)
     hand->parentEntity = arm->GetID();
     loose->parentEntity = NextId();
     onLoose->parentEntity = loose->GetID();
-    struct Case { char const* name; Ptr entity, firstNonComponent; glm::dmat4 inPhysicsParent; Id vehicle; };
-    for (Case const& c : {Case{"body", body, nullptr, glm::dmat4(1.0), body->GetID()}, Case{"arm", arm, body, arm->GetTransform(), body->GetID()},
+    struct Case {
+        char const* name;
+        Ptr entity, firstNonComponent;
+        glm::dmat4 inPhysicsParent;
+        Id vehicle;
+    };
+    for (Case const& c : {Case{"body", body, nullptr, glm::dmat4(1.0), body->GetID()},
+                          Case{"arm", arm, body, arm->GetTransform(), body->GetID()},
                           Case{"hand", hand, body, arm->GetTransform() * hand->GetTransform(), body->GetID()},
-                          Case{"rider", rider, body, glm::dmat4(1.0), rider->GetID()}, Case{"loose", loose, nullptr, glm::dmat4(1.0), loose->GetID()},
+                          Case{"rider", rider, body, glm::dmat4(1.0), rider->GetID()},
+                          Case{"loose", loose, nullptr, glm::dmat4(1.0), loose->GetID()},
                           Case{"on loose", onLoose, nullptr, glm::dmat4(1.0), onLoose->GetID()}}) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.entity->GetFirstNonComponentParent(), c.firstNonComponent);
@@ -249,17 +276,24 @@ TEST_F(ServerSideEntityLookup, ComponentChainGivesParentTransformAndVehicle)
     EXPECT_EQ(hand->GetVehicleID(), arm->GetID()) << "the hand asks its parent, now the top of what is left";
 }
 
-TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion)
-{
+TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion) {
     Ptr const root = Make(), middle = Make(), leaf = Make();
     middle->parentEntity = root->GetID(), leaf->parentEntity = middle->GetID();
-    root->environmentId = 7, root->orbitEnvironmentId = 8, middle->environmentId = 5, middle->orbitEnvironmentId = 6, leaf->environmentId = 1;
-    struct Case { char const* name; bool rootDynamic; double rootRest; bool middleMoving, leafMoving; };
+    root->environmentId = 7, root->orbitEnvironmentId = 8, middle->environmentId = 5, middle->orbitEnvironmentId = 6,
+    leaf->environmentId = 1;
+    struct Case {
+        char const* name;
+        bool rootDynamic;
+        double rootRest;
+        bool middleMoving, leafMoving;
+    };
     // At rest since before loading (2) nobody moves; an ancestor passes on its own cached flag.
-    for (Case const& c : {Case{"moving root", true, 1.5, false, true}, Case{"root at rest since the load", true, 2.0, false, false},
-                          Case{"static root", false, 0.0, false, false}, Case{"middle has a moving parent", false, 0.0, true, true}}) {
+    for (Case const& c :
+         {Case{"moving root", true, 1.5, false, true}, Case{"root at rest since the load", true, 2.0, false, false},
+          Case{"static root", false, 0.0, false, false}, Case{"middle has a moving parent", false, 0.0, true, true}}) {
         SCOPED_TRACE(c.name);
-        root->isDynamic = c.rootDynamic, root->restTime = c.rootRest, middle->parentMoving = c.middleMoving, leaf->settled = true;
+        root->isDynamic = c.rootDynamic, root->restTime = c.rootRest, middle->parentMoving = c.middleMoving,
+        leaf->settled = true;
         leaf->RefreshCache();
         EXPECT_TRUE(leaf->environmentId == 7u && leaf->orbitEnvironmentId == 8u) << "the last ancestor walked wins";
         EXPECT_TRUE(leaf->parentMoving == c.leafMoving && leaf->settled == !c.leafMoving);
@@ -279,14 +313,17 @@ TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion)
 
 using ServerSideEntityHooks = SseTest;
 
-TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenReadyAndOverridden)
-{
+TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenReadyAndOverridden) {
     Ptr const entity = Make("probe");
     RunHooks(entity);
     EXPECT_TRUE(hookLog.calls.empty()) << "not attached yet";
-    for (int i = 0; i < 2; ++i) { ReadOnlyStream noState; entity->Attach(noState); }
+    for (int i = 0; i < 2; ++i) {
+        ReadOnlyStream noState;
+        entity->Attach(noState);
+    }
     auto const& object = InterfaceOf<ProbeInterface>(entity);
-    EXPECT_TRUE(object.isReady && object.entity.lock() == entity && object.self.lock() == entity->GetInterface() && object.id == entity->GetID());
+    EXPECT_TRUE(object.isReady && object.entity.lock() == entity && object.self.lock() == entity->GetInterface() &&
+                object.id == entity->GetID());
     EXPECT_EQ(hookLog.initCalls, 1) << "attached once";
     ASSERT_EQ(ServerSideEntity::_module_entities[TestModule.String()].size(), 1u);
     EXPECT_EQ(ServerSideEntity::_module_entities[TestModule.String()][0].lock(), entity->GetInterface());
@@ -305,8 +342,7 @@ TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenRead
     EXPECT_EQ(InterfaceOf<UpdateOnlyInterface>(updateOnly).update, 1);
 }
 
-TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksTheNodes)
-{
+TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksTheNodes) {
     Ptr const bending = MakeReady("probearm");
     glm::dmat4 const rest = bending->colliders.at("fore").transform;
     bending->jointStates.at("elbow").rotation.x = 30.0f;
@@ -323,11 +359,11 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksThe
 
 using ServerSideEntityWorld = SseTest;
 
-TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEntityIsSkipped)
-{
+TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEntityIsSkipped) {
     EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities()) << "no folder";
     EXPECT_EQ(ServerSideEntity::Count(), 0u);
-    Ptr spawned = ServerSideEntity::Spawn(TestModule, "probe"), absent = ServerSideEntity::Create(Absent, "ghost", NextId());
+    Ptr spawned = ServerSideEntity::Spawn(TestModule, "probe"),
+        absent = ServerSideEntity::Create(Absent, "ghost", NextId());
     Id const id = spawned->GetID(), absentId = absent->GetID();
     InterfaceOf<ProbeInterface>(spawned).payload = {'s', 0, '!'};
     absent->Serialize();
@@ -340,12 +376,14 @@ TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEnti
     fs::create_directories(folder + "ABCD0123456789ABCDEF01234567.entitystate"); // a folder, not a file
     testing::internal::CaptureStderr();
     EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities());
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("WARNING: skipped a state file without an entity id"), std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("WARNING: skipped a state file without an entity id"),
+              std::string::npos);
     EXPECT_EQ(ServerSideEntity::Count(), 1u);
     ASSERT_TRUE(ServerSideEntity::Get(id));
     EXPECT_EQ(InterfaceOf<ProbeInterface>(ServerSideEntity::Get(id)).payload, (Bytes{'s', 0, '!'}));
     EXPECT_FALSE(ServerSideEntity::Get(absentId));
-    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(absentFile)) << "the absent module's entity stays on disk";
+    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(absentFile))
+        << "the absent module's entity stays on disk";
     // Destroying a loaded entity (a dismantled one) takes its file away.
     ASSERT_TRUE(ServerSideEntity::Destroy(id));
     EXPECT_FALSE(fs::exists(state));
@@ -368,8 +406,7 @@ using EntityFileTest = SseTest;
 size_t const Base = 36 + 8 + 5;
 
 /// A registered entity of type with every saved field set to a distinct value.
-Ptr MakeSaved(std::string const& type = "probe")
-{
+Ptr MakeSaved(std::string const& type = "probe") {
     Ptr entity = ServerSideEntity::Create(TestModule, type, NextId());
     entity->environmentId = 0x1122334455667788ull, entity->orbitEnvironmentId = 42;
     entity->parentEntity = Id(0x0102030405060708ull, 0x1112131415161718ull);
@@ -379,20 +416,24 @@ Ptr MakeSaved(std::string const& type = "probe")
 }
 
 /// An unregistered entity that only reads files.
-std::unique_ptr<ServerSideEntity> Reader(Id const& id)
-{
+std::unique_ptr<ServerSideEntity> Reader(Id const& id) {
     auto reader = std::make_unique<ServerSideEntity>(Absent, "ghost", id);
     reader->deleteFilesOnDestroy = false;
     return reader;
 }
 
-ByteBuilder& Vec(ByteBuilder& b, glm::dvec3 const& v) { return b.Raws(v.x, v.y, v.z); }
-ByteBuilder& Quat(ByteBuilder& b, glm::dquat const& q) { return b.Raws(q.w, q.x, q.y, q.z); }
-ByteBuilder& IdBytes(ByteBuilder& b, Id const& id) { return b.Raws(id.first, id.second); }
+ByteBuilder& Vec(ByteBuilder& b, glm::dvec3 const& v) {
+    return b.Raws(v.x, v.y, v.z);
+}
+ByteBuilder& Quat(ByteBuilder& b, glm::dquat const& q) {
+    return b.Raws(q.w, q.x, q.y, q.z);
+}
+ByteBuilder& IdBytes(ByteBuilder& b, Id const& id) {
+    return b.Raws(id.first, id.second);
+}
 
 /// The state file bytes of an entity, built by hand.
-Bytes ExpectedState(ServerSideEntity const& e, uint8_t atRest, Bytes const& blob)
-{
+Bytes ExpectedState(ServerSideEntity const& e, uint8_t atRest, Bytes const& blob) {
     ByteBuilder b;
     b.Chars("TESSARA!ENTITY !", 16).Raws(uint32_t{1}, e.moduleId.vendor, e.moduleId.name);
     b.Block(Bytes(e.itemType.begin(), e.itemType.end())).Raws(e.environmentId, e.orbitEnvironmentId);
@@ -401,8 +442,7 @@ Bytes ExpectedState(ServerSideEntity const& e, uint8_t atRest, Bytes const& blob
     return b.Raw(atRest).Chars("\n\n\n\n", 4).Block(blob).Chars("\nEOF", 4).bytes;
 }
 
-Bytes ExpectedCheckpoint(ServerSideEntity const& e)
-{
+Bytes ExpectedCheckpoint(ServerSideEntity const& e) {
     ByteBuilder b;
     Quat(Vec(IdBytes(b.Chars("CHECKPNT", 8).Raw(uint32_t{0}), e.GetID()), e.position), e.orientation);
     IdBytes(Vec(Vec(b, e.linearVelocity), e.angularVelocity), e.parentEntity);
@@ -410,15 +450,22 @@ Bytes ExpectedCheckpoint(ServerSideEntity const& e)
 }
 
 /// Every field a state file holds is the same in both.
-void ExpectSameSavedFields(ServerSideEntity const& loaded, ServerSideEntity const& saved) { EXPECT_EQ(ExpectedState(loaded, 0, {}), ExpectedState(saved, 0, {})); }
+void ExpectSameSavedFields(ServerSideEntity const& loaded, ServerSideEntity const& saved) {
+    EXPECT_EQ(ExpectedState(loaded, 0, {}), ExpectedState(saved, 0, {}));
+}
 
-struct Variant { std::string name; long index; Bytes bytes; }; // index -1: a variant of its own
+struct Variant {
+    std::string name;
+    long index;
+    Bytes bytes;
+}; // index -1: a variant of its own
 
 /// What reading gives for some variants of a good file, every cut of it and every byte of it
 /// changed: one line per run of neighbours with the same outcome. Each variant must stay on disk as it was.
-std::string DamageReport(Bytes const& good, std::string const& path, std::vector<Variant> variants, std::function<std::string()> const& read)
-{
-    for (size_t n = 0; n < good.size(); ++n) variants.push_back({"cut at", long(n), Bytes(good.begin(), good.begin() + long(n))});
+std::string DamageReport(Bytes const& good, std::string const& path, std::vector<Variant> variants,
+                         std::function<std::string()> const& read) {
+    for (size_t n = 0; n < good.size(); ++n)
+        variants.push_back({"cut at", long(n), Bytes(good.begin(), good.begin() + long(n))});
     for (size_t n = 0; n < good.size(); ++n) {
         variants.push_back({"byte changed", long(n), good});
         variants.back().bytes[n] ^= 0x40;
@@ -431,7 +478,8 @@ std::string DamageReport(Bytes const& good, std::string const& path, std::vector
     }
     std::string report;
     for (size_t i = 0, j = 0; i < variants.size(); i = ++j) {
-        while (variants[i].index >= 0 && j + 1 < variants.size() && variants[j + 1].name == variants[i].name && outcomes[j + 1] == outcomes[i])
+        while (variants[i].index >= 0 && j + 1 < variants.size() && variants[j + 1].name == variants[i].name &&
+               outcomes[j + 1] == outcomes[i])
             ++j;
         report += variants[i].name;
         if (variants[i].index >= 0)
@@ -441,8 +489,7 @@ std::string DamageReport(Bytes const& good, std::string const& path, std::vector
     return report;
 }
 
-TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFileOnlyOnceComplete)
-{
+TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFileOnlyOnceComplete) {
     Ptr entity = MakeSaved();
     std::string const path = entity->GetStateSaveFile();
     entity->Serialize();
@@ -455,7 +502,8 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     EXPECT_EQ(ReadBytes(path), old);
     fs::remove_all(path + ".tmp");
     entity->Serialize();
-    EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), fs::directory_iterator()), 1) << "no temporary file is left";
+    EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), fs::directory_iterator()), 1)
+        << "no temporary file is left";
     Bytes const file = ReadBytes(path);
     EXPECT_EQ(file, ExpectedState(*entity, 0, SavedBlob));
     // Spot checks at fixed offsets, so that a mistake in the expectation cannot hide one in the writer.
@@ -463,12 +511,18 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     EXPECT_EQ(At<double>(file, Base + 56), 0.1) << "orientation starts with w";
     EXPECT_EQ(At<uint64_t>(file, Base + 150), SavedBlob.size());
     // The at-rest flag: static, or dynamic and resting for a second or more.
-    struct Case { bool dynamic; double restTime; uint8_t flag; };
-    for (Case const c : {Case{false, 0.0, 1}, Case{false, 3.0, 1}, Case{true, 0.0, 0}, Case{true, 0.999, 0}, Case{true, 1.0, 1}, Case{true, 2.0, 1}}) {
+    struct Case {
+        bool dynamic;
+        double restTime;
+        uint8_t flag;
+    };
+    for (Case const c : {Case{false, 0.0, 1}, Case{false, 3.0, 1}, Case{true, 0.0, 0}, Case{true, 0.999, 0},
+                         Case{true, 1.0, 1}, Case{true, 2.0, 1}}) {
         entity->isDynamic = c.dynamic, entity->restTime = c.restTime;
         WriteOnlyStream out;
         entity->WriteState(out);
-        EXPECT_EQ(BytesOf(out), ExpectedState(*entity, c.flag, SavedBlob)) << "dynamic " << c.dynamic << " rest " << c.restTime;
+        EXPECT_EQ(BytesOf(out), ExpectedState(*entity, c.flag, SavedBlob))
+            << "dynamic " << c.dynamic << " rest " << c.restTime;
     }
     auto const ghost = Reader(NextId());
     WriteOnlyStream out;
@@ -476,8 +530,7 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     EXPECT_EQ(BytesOf(out), ExpectedState(*ghost, 1, {})) << "without an interface the blob is empty";
 }
 
-TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
-{
+TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing) {
     Ptr entity = MakeSaved();
     Id const id = entity->GetID();
     std::string const path = entity->GetStateSaveFile(), name = static_cast<std::string>(id);
@@ -518,21 +571,18 @@ TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
 }
 
 /// Changes every field a checkpoint holds.
-void Scramble(ServerSideEntity& entity)
-{
+void Scramble(ServerSideEntity& entity) {
     Place(entity, {glm::dvec3(-1.0), glm::dquat(1.0, 0.0, 0.0, 0.0), {}, {}});
     entity.parentEntity = Id(), entity.environmentId = entity.orbitEnvironmentId = 0, entity.isDynamic = false;
 }
 
-std::string DeserializeCheckpointOutput(ServerSideEntity& entity)
-{
+std::string DeserializeCheckpointOutput(ServerSideEntity& entity) {
     testing::internal::CaptureStderr();
     entity.DeserializeCheckpoint();
     return testing::internal::GetCapturedStderr();
 }
 
-TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
-{
+TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack) {
     // DeserializeState overridden in a base class of the module's class is still called.
     Ptr const entity = MakeSaved("derived"), copy = MakeSaved("derived");
     for (Ptr const& e : {entity, copy})
@@ -576,8 +626,7 @@ TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack)
     EXPECT_TRUE(entity->parentMoving && !entity->settled);
 }
 
-TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine)
-{
+TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine) {
     Ptr const entity = MakeSaved(), other = MakeSaved();
     std::string const path = entity->GetCheckpointSaveFile();
     EXPECT_EQ(DeserializeCheckpointOutput(*entity).rfind("Checkpoint file could not be read: ", 0), 0u);
@@ -589,11 +638,14 @@ TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine)
         hookLog = Log();
         std::string const output = DeserializeCheckpointOutput(*entity);
         if (output.empty()) return "reads";
-        EXPECT_TRUE(entity->position == glm::dvec3(-1.0) && !entity->parentEntity.IsSet() && entity->environmentId == 5u && entity->isDynamic &&
-                    entity->restTime == 2.0 && hookLog.deserializeCalls == 0) << "a rejected checkpoint changes nothing";
+        EXPECT_TRUE(entity->position == glm::dvec3(-1.0) && !entity->parentEntity.IsSet() &&
+                    entity->environmentId == 5u && entity->isDynamic && entity->restTime == 2.0 &&
+                    hookLog.deserializeCalls == 0)
+            << "a rejected checkpoint changes nothing";
         return output.substr(0, output.size() - 1);
     };
-    std::vector<Variant> const foreign = {{"another entity's checkpoint", -1, ReadBytes(other->GetCheckpointSaveFile())}};
+    std::vector<Variant> const foreign = {
+        {"another entity's checkpoint", -1, ReadBytes(other->GetCheckpointSaveFile())}};
     ExpectGolden(DamageReport(ReadBytes(path), path, foreign, read), "entity/damaged_checkpoint.txt");
 }
 

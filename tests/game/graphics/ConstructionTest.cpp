@@ -18,20 +18,21 @@ using ::testing::ElementsAre;
 using ::testing::Eq;
 using ::testing::HasSubstr;
 
-TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
-{
+TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder) {
     GameRenderer& r = Make();
     // The font atlas is entry 0 of the texture table.
     ASSERT_EQ(r.TextureCount(), 1u);
     ASSERT_NE(r.GetTexture(GameRenderer::FontAtlasTextureIndex), nullptr);
     EXPECT_NE(r.GetTexture(0)->GetImageView(), VK_NULL_HANDLE);
     // The shaders find their hit groups by these indices.
-    EXPECT_EQ(std::tie(r.entityTriangleHitShader, r.entityBoxHitShader, r.entitySphereHitShader, r.plasmaHitShader, r.entityCallableShader),
+    EXPECT_EQ(std::tie(r.entityTriangleHitShader, r.entityBoxHitShader, r.entitySphereHitShader, r.plasmaHitShader,
+                       r.entityCallableShader),
               std::tuple(0u, 1u, 2u, 3u, 0u));
     ASSERT_TRUE(r.overlayRenderpass && r.crosshairPipeline && r.colliderTrianglesPipeline && r.colliderLinesPipeline);
     EXPECT_NE(r.linearClampSampler->Handle(), r.linearClampSampler2->Handle());
     // The device was asked for the stores the game's shaders make.
-    EXPECT_TRUE(r.GetDevice().EnabledFeatures().core.vertexPipelineStoresAndAtomics && r.GetDevice().EnabledFeatures().core.fragmentStoresAndAtomics);
+    EXPECT_TRUE(r.GetDevice().EnabledFeatures().core.vertexPipelineStoresAndAtomics &&
+                r.GetDevice().EnabledFeatures().core.fragmentStoresAndAtomics);
 
     // Modules register shaders after the built-in ones until the first frame.
     EXPECT_EQ(r.AddRenderableHitShader("modules/a/hit"), 4u);
@@ -39,11 +40,11 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder)
     r.StartRendering();
     r.Frame();
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(r.AddRenderableHitShader("late"), "ASSERTION FAILED: \\(!renderableShadersLocked\\) in .*GameRenderer.cpp");
+    EXPECT_DEATH(r.AddRenderableHitShader("late"),
+                 "ASSERTION FAILED: \\(!renderableShadersLocked\\) in .*GameRenderer.cpp");
 }
 
-TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppliedButNotSaved)
-{
+TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppliedButNotSaved) {
     Game::settings.reset();
     try {
         Make();
@@ -52,18 +53,27 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
         EXPECT_THAT(error.what(), HasSubstr("Game::settings"));
     }
     Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
-    struct Case { int preset, quality; float finalUpscale; bool saved; };
+    struct Case {
+        int preset, quality;
+        float finalUpscale;
+        bool saved;
+    };
     // Presets outside 1 to 6 change nothing.
-    for (Case c : {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{7, 7, 0.25f, false}, Case{5, 2, 1.0f, false}}) {
+    for (Case c :
+         {Case{-1, 1, 0.0f, true}, Case{0, 7, 0.25f, false}, Case{7, 7, 0.25f, false}, Case{5, 2, 1.0f, false}}) {
         SCOPED_TRACE(c.preset);
         game::GameSettings& s = *Game::settings;
         std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale) = std::tuple(c.preset, 7, 0.25f);
         std::string const before = testsupport::ReadText(settingsPath);
         Make();
         renderer.reset();
-        EXPECT_EQ(std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale), std::tuple(c.preset == -1 ? 3 : c.preset, c.quality, c.finalUpscale));
+        EXPECT_EQ(std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale),
+                  std::tuple(c.preset == -1 ? 3 : c.preset, c.quality, c.finalUpscale));
         std::string const after = testsupport::ReadText(settingsPath);
-        EXPECT_THAT(after, c.saved ? ::testing::Matcher<std::string>(AllOf(HasSubstr("graphics_preset = 3\n"), HasSubstr("upscaling_quality_setting = 1\n"))) : Eq(before));
+        EXPECT_THAT(after,
+                    c.saved ? ::testing::Matcher<std::string>(AllOf(HasSubstr("graphics_preset = 3\n"),
+                                                                    HasSubstr("upscaling_quality_setting = 1\n")))
+                            : Eq(before));
     }
 }
 
@@ -71,7 +81,10 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
 struct Tracked {
     static inline std::atomic<int> alive{0};
     Tracked() { ++alive; }
-    ~Tracked() { --alive; if (onDestroy) onDestroy(); }
+    ~Tracked() {
+        --alive;
+        if (onDestroy) onDestroy();
+    }
     std::function<void()> onDestroy;
 };
 
@@ -81,8 +94,7 @@ struct PushCounter : nerox::graphics::Texture {
     int pushes = 0;
 };
 
-TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndTrash)
-{
+TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndTrash) {
     LoadSortedInto();
     GameRenderer& r = Make();
     Tracked::alive = 0;
@@ -93,20 +105,22 @@ TEST_F(GameRendererTest, TheGameStartsAndStopsRenderingAndStopCleansUpTablesAndT
     r.Trash(std::make_shared<Tracked>());
     Game::Stop();
     EXPECT_EQ(r.TextureCount(), 0u); // the font atlas went too
-    EXPECT_TRUE(!r.IsRendering() && r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty() && Tracked::alive == 0);
-    EXPECT_THAT(recorder::Events(), ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering", "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
+    EXPECT_TRUE(!r.IsRendering() && r.pushTextures.empty() && r.trash.empty() && r.trashPrevious.empty() &&
+                Tracked::alive == 0);
+    EXPECT_THAT(recorder::Events(),
+                ElementsAre("GAME_Mod:Game_Start", "GAME_Mod:Renderer_StartRendering",
+                            "GAME_Mod:Renderer_StopRendering", "GAME_Mod:Game_Stop"));
     // The next world's textures count from 0 again.
     EXPECT_EQ(r.AddTexture(nerox::graphics::TextureRef(GameRenderer::FontAtlasPath)), 0u);
 }
 
-TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndAReleaseThatTrashesAgainIsFollowed)
-{
+TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndAReleaseThatTrashesAgainIsFollowed) {
     GameRenderer& r = Make();
     Tracked::alive = 0;
     r.StartRendering();
     r.Frame();
     r.Trash(std::make_shared<Tracked>()); // in frame N, after its collection
-    for (int expected : {1, 0}) { // frames N + 1 and N + 2
+    for (int expected : {1, 0}) {         // frames N + 1 and N + 2
         r.Frame();
         EXPECT_EQ(Tracked::alive, expected);
     }
@@ -126,8 +140,7 @@ TEST_F(GameRendererTest, AnObjectDiesAtTheSecondCollectionAfterItsTrashAndARelea
     EXPECT_TRUE(Tracked::alive == 0 && r.trash.empty() && r.trashPrevious.empty());
 }
 
-TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect)
-{
+TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect) {
     GameRenderer& r = Make();
     Tracked::alive = 0;
     std::atomic<bool> done{false};
@@ -141,8 +154,7 @@ TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect)
     EXPECT_EQ(Tracked::alive, 0);
 }
 
-TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsIsTrashedNotPushed)
-{
+TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsIsTrashedNotPushed) {
     GameRenderer& r = Make();
     r.StartRendering();
     auto kept = std::make_shared<PushCounter>();
@@ -151,7 +163,7 @@ TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsI
     r.PushTexture(std::move(orphan));
     r.PushTexture(kept);
     r.PushTexture(nullptr); // ignored
-    r.Frame(); // the orphan is trashed in its push stage, after this frame's collection
+    r.Frame();              // the orphan is trashed in its push stage, after this frame's collection
     EXPECT_TRUE(r.pushTextures.empty());
     ASSERT_FALSE(watched.expired());
     EXPECT_EQ(watched.lock()->pushes, 0);

@@ -14,16 +14,14 @@ namespace rendertest {
 namespace {
 
 // The renderer hooks called since the log was emptied, one a line.
-std::string RendererHooks()
-{
+std::string RendererHooks() {
     std::string hooks;
     for (std::string const& event : gametest::EventsWith("GAME_Mod:Renderer_"))
         hooks += event.substr(std::string("GAME_Mod:").size()) + "\n";
     return hooks;
 }
 
-TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrderAndAHookThatThrowsEndsTheFrame)
-{
+TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrderAndAHookThatThrowsEndsTheFrame) {
     GameRenderer& r = Make();
     r.StartRendering();
     // The module in one list at a time, then in all of them: the frame's hook calls
@@ -31,8 +29,9 @@ TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrderAndAHookThat
     std::string calls, all;
     for (std::string key : {"", "ui", "update", "render", "post", "overlay", "all"}) {
         GAME_Mod::UnloadModules();
-        LoadSortedInto(key == "all" ? std::vector<std::string>{"update", "render", "post", "overlay", "ui"}
-                                    : key.empty() ? std::vector<std::string>{} : std::vector{key});
+        LoadSortedInto(key == "all"      ? std::vector<std::string>{"update", "render", "post", "overlay", "ui"}
+                           : key.empty() ? std::vector<std::string>{}
+                                         : std::vector{key});
         r.Frame();
         calls += "# sorted into: " + (key.empty() ? "no list" : key) + "\n" + (all = RendererHooks());
     }
@@ -49,57 +48,66 @@ TEST_F(GameRendererTest, EachStageCallsTheHooksOfItsListInFrameOrderAndAHookThat
     EXPECT_EQ(RendererHooks(), "Renderer_RefreshViewport\nRenderer_StopRendering\n");
 }
 
-TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
-{
+TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption) {
     GameRenderer& r = Make();
     game::GameSettings& s = *Game::settings;
     std::tie(s.render_scale, s.final_upscale, s.upscaling_sharpness, s.brightness, s.contrast, s.gamma, s.fov) =
         std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f);
-    std::tie(s.upscaling_quality_setting, s.dev_tools, s.upscaling_algo, r.nearClip) = std::tuple(2, true, "none", 0.05f);
+    std::tie(s.upscaling_quality_setting, s.dev_tools, s.upscaling_algo, r.nearClip) =
+        std::tuple(2, true, "none", 0.05f);
     r.FrameInit();
-    EXPECT_EQ(std::tuple(r.renderScale, r.finalUpscale, r.upscalingSharpness, r.brightness, r.contrast, r.gamma, r.fov, r.upscalingQualitySetting,
-                         r.devTools, static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip, s.upscaling_algo, r.upscalingAlgo),
-              std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f, 2, true, 0.05f, "NONE", nerox::renderer::UPSCALE_ALGO::NONE)); // the name upper-cased in place
+    EXPECT_EQ(std::tuple(r.renderScale, r.finalUpscale, r.upscalingSharpness, r.brightness, r.contrast, r.gamma, r.fov,
+                         r.upscalingQualitySetting, r.devTools,
+                         static_cast<nerox::renderer::NeroxRenderer&>(r).nearClip, s.upscaling_algo, r.upscalingAlgo),
+              std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f, 2, true, 0.05f, "NONE",
+                         nerox::renderer::UPSCALE_ALGO::NONE)); // the name upper-cased in place
 
-    struct Row { bool toneMapping, taa, debug, dithering; uint32_t word; };
+    struct Row {
+        bool toneMapping, taa, debug, dithering;
+        uint32_t word;
+    };
     // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
-    for (Row row : {Row{1, 0, 0, 0, 1u}, Row{0, 1, 0, 0, 2u}, Row{0, 0, 1, 0, 8u}, Row{0, 0, 0, 1, 16u}, Row{0, 0, 0, 0, 0u}}) {
-        std::tie(s.tone_mapping, s.taa, r.debugFlag, s.dithering) = std::tie(row.toneMapping, row.taa, row.debug, row.dithering);
+    for (Row row :
+         {Row{1, 0, 0, 0, 1u}, Row{0, 1, 0, 0, 2u}, Row{0, 0, 1, 0, 8u}, Row{0, 0, 0, 1, 16u}, Row{0, 0, 0, 0, 0u}}) {
+        std::tie(s.tone_mapping, s.taa, r.debugFlag, s.dithering) =
+            std::tie(row.toneMapping, row.taa, row.debug, row.dithering);
         r.FrameInit();
         EXPECT_EQ(r.renderOptions, row.word);
     }
 }
 
-TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPinsItToTheCamera)
-{
+TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPinsItToTheCamera) {
     // At the default 1000 m it stays, the distance taken over whole metres (600.4, 800.4 is 1000); past it the
     // origin jumps to the camera's whole-metre position; a zero threshold moves it every frame.
-    struct Step { double threshold; glm::dvec3 camera; }; // threshold < 0: the default
-    Step const steps[] = {{-1, {1000.0, 0, 0}}, {-1, {600.4, 800.4, 0}}, {-1, {1000.6, -20.2, 3.5}}, {-1, {1010.0, 0, 0}},
-                          {0, {0.25, 0, 0}}, {0, {0.25, 0, 0}}, {0, {-5e6, 7.125, 1.5}}};
+    struct Step {
+        double threshold;
+        glm::dvec3 camera;
+    }; // threshold < 0: the default
+    Step const steps[] = {{-1, {1000.0, 0, 0}},   {-1, {600.4, 800.4, 0}}, {-1, {1000.6, -20.2, 3.5}},
+                          {-1, {1010.0, 0, 0}},   {0, {0.25, 0, 0}},       {0, {0.25, 0, 0}},
+                          {0, {-5e6, 7.125, 1.5}}};
     LoadSortedInto();
     GameRenderer& r = Make();
     std::string listing;
     for (Step const& step : steps) {
-        if (step.threshold >= 0)
-            game::Options::Set(GameRenderer::WorldOriginThresholdOption, step.threshold);
+        if (step.threshold >= 0) game::Options::Set(GameRenderer::WorldOriginThresholdOption, step.threshold);
         r.cameraPosition = glm::dvec4(step.camera, 1.0); // looking down -Z
         r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), step.camera));
         r.FrameInit();
         glm::dvec3 const o(r.worldOrigin), c(r.cameraTransform[3]);
         std::array<int64_t, 3> const base = static_cast<nerox::renderer::NeroxRenderer&>(r).worldOrigin;
         char line[200];
-        std::snprintf(line, sizeof line, "camera %g %g %g: %s, origin %g %g %g (%lld %lld %lld), camera in frame %.3f %.3f %.3f\n",
-                      step.camera.x, step.camera.y, step.camera.z, r.worldOriginChanged ? "moved" : "kept", o.x, o.y, o.z,
-                      (long long)base[0], (long long)base[1], (long long)base[2], c.x, c.y, c.z);
+        std::snprintf(line, sizeof line,
+                      "camera %g %g %g: %s, origin %g %g %g (%lld %lld %lld), camera in frame %.3f %.3f %.3f\n",
+                      step.camera.x, step.camera.y, step.camera.z, r.worldOriginChanged ? "moved" : "kept", o.x, o.y,
+                      o.z, (long long)base[0], (long long)base[1], (long long)base[2], c.x, c.y, c.z);
         listing += line;
     }
     // The hooks saw the origin decided and the camera of the frame before, not yet derived.
     testsupport::ExpectGolden(listing + RendererHooks(), "graphics/frame_init_by_step.txt");
 }
 
-TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
-{
+TEST_F(GameRendererTest, SteadyStagesAllocateNothing) {
     LoadSortedInto({"update", "render", "post", "overlay", "ui"}, "MODTEST_empty"); // walks the lists, calls nothing
     GameRenderer& r = Make();
     r.StartRendering();
@@ -114,9 +122,9 @@ TEST_F(GameRendererTest, SteadyStagesAllocateNothing)
                        &GameRenderer::FrameUpdateDescriptorSets, &GameRenderer::FrameBeforeRender,
                        &GameRenderer::FrameAfterRender, &GameRenderer::FrameBeforePost, &GameRenderer::CollectTrash})
         (r.*stage)();
-    for (auto stage : {&GameRenderer::FramePushCommands, &GameRenderer::FrameBuildCommands,
-                       &GameRenderer::FrameRenderCommands, &GameRenderer::FrameResolveCommands,
-                       &GameRenderer::FrameBlitCommands, &GameRenderer::FramePostCommands})
+    for (auto stage :
+         {&GameRenderer::FramePushCommands, &GameRenderer::FrameBuildCommands, &GameRenderer::FrameRenderCommands,
+          &GameRenderer::FrameResolveCommands, &GameRenderer::FrameBlitCommands, &GameRenderer::FramePostCommands})
         (r.*stage)(VK_NULL_HANDLE);
     EXPECT_EQ(testsupport::allocations.load() - before, 0);
     EXPECT_TRUE(r.worldOriginChanged);

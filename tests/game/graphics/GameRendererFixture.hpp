@@ -21,15 +21,13 @@ using gametest::GAME_Mod;
 
 class GameRendererTest : public gametest::GameTest {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         GameTest::SetUp();
         setenv("NEROX_VK_VALIDATION", "1", 1);
         errorsBefore = nerox::vk::Device::ValidationErrorCount();
         Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         if (renderer) renderer->StopRendering();
         renderer.reset();
         Game::renderer = nullptr;
@@ -37,15 +35,14 @@ protected:
         EXPECT_EQ(nerox::vk::Device::ValidationErrorCount(), errorsBefore) << "validation errors (printed above)";
         GameTest::TearDown();
     }
-    GameRenderer& Make()
-    {
-        renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1, nerox::vk::PhysicalDevice::Features{});
+    GameRenderer& Make() {
+        renderer = std::make_unique<GameRenderer>(window.get(), "game_graphics_tests", 1,
+                                                  nerox::vk::PhysicalDevice::Features{});
         return *(Game::renderer = renderer.get());
     }
     /// Loads a module (the recorder by default) and sorts it into the lists named.
     static void LoadSortedInto(std::vector<std::string> const& keys = {"update", "render", "post", "overlay", "ui"},
-                               char const* name = gametest::recorderName)
-    {
+                               char const* name = gametest::recorderName) {
         ASSERT_TRUE(GAME_Mod::LoadModule(name, true));
         recorder::Clear();
         for (std::string const& key : keys)

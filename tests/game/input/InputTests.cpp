@@ -33,8 +33,8 @@ using nerox::graphics::HeadlessWindow;
 /// A standard gamepad at rest: sticks centred, triggers at -1.
 HeadlessWindow::Joystick Gamepad(std::string const& guid = "03000000de280000ff11000001000000",
                                  std::string const& name = "Test Pad") {
-    HeadlessWindow::Joystick pad{guid, name, true, {0, 0, 0, 0, -1, -1}, std::vector<unsigned char>(15, GLFW_RELEASE),
-                                 {GLFW_HAT_CENTERED}, {}};
+    HeadlessWindow::Joystick pad{
+        guid, name, true, {0, 0, 0, 0, -1, -1}, std::vector<unsigned char>(15, GLFW_RELEASE), {GLFW_HAT_CENTERED}, {}};
     pad.gamepad.axes[GLFW_GAMEPAD_AXIS_LEFT_TRIGGER] = pad.gamepad.axes[GLFW_GAMEPAD_AXIS_RIGHT_TRIGGER] = -1.0f;
     return pad;
 }
@@ -42,8 +42,13 @@ HeadlessWindow::Joystick Gamepad(std::string const& guid = "03000000de280000ff11
 /// A flight stick without gamepad mapping.
 HeadlessWindow::Joystick Stick(std::string const& guid = "0300000044044a0400010000ff010000", int axes = 4,
                                int buttons = 12, int hats = 1) {
-    return {guid, "Test Stick", false, std::vector<float>(axes, 0.0f), std::vector<unsigned char>(buttons, GLFW_RELEASE),
-            std::vector<unsigned char>(hats, GLFW_HAT_CENTERED), {}};
+    return {guid,
+            "Test Stick",
+            false,
+            std::vector<float>(axes, 0.0f),
+            std::vector<unsigned char>(buttons, GLFW_RELEASE),
+            std::vector<unsigned char>(hats, GLFW_HAT_CENTERED),
+            {}};
 }
 
 /// The device numbers of the lookups' results, "-" for none.
@@ -122,9 +127,9 @@ protected:
                 game::GameSettings& s = *Game::settings;
                 int id = 0, button = 0, axis = 0, direction = 0;
                 in >> value >> id >> button >> axis >> direction;
-                auto& binding = name == "aux7"    ? s.input_binding_vehicle_aux_7
-                                : name == "light" ? s.input_binding_avatar_light
-                                                  : s.input_binding_avatar_tool_primary;
+                auto& binding = name == "aux7" ? s.input_binding_vehicle_aux_7
+                    : name == "light"          ? s.input_binding_avatar_light
+                                               : s.input_binding_avatar_tool_primary;
                 binding.joysticks[std::stoi(arg)] = {value == "-" ? "" : value, id, button, axis, direction};
             } else {
                 ASSERT_TRUE(what.empty()) << "unknown step " << step;
@@ -168,7 +173,8 @@ TEST_F(JoystickTest, ReadsIdentityCountsAndRawStateAndNothingPastThem) {
     // Out of range, on every side; without a mapping the gamepad readings stay at rest.
     for (int outside : {-1, 3, 5, 99}) {
         EXPECT_EQ(device->GetAxis(outside, 0.1f, false, false) + device->GetAxis(outside, 0.1f, true, false), 0.0f);
-        EXPECT_FALSE(device->GetButton(outside == 3 ? 5 : outside) || device->GetButtonBinding(outside == 3 ? 5 : outside));
+        EXPECT_FALSE(device->GetButton(outside == 3 ? 5 : outside) ||
+                     device->GetButtonBinding(outside == 3 ? 5 : outside));
         EXPECT_EQ(device->GetHat(outside == 3 ? 2 : outside), 0) << outside;
     }
     EXPECT_FALSE(device->GetGamepadAxis(0, 0.0f, false, false) != 0.0f || device->GetGamepadButton(0));
@@ -184,12 +190,12 @@ TEST_F(JoystickTest, DeadZonesAndCalibration) {
     stick.axes[1] = 0.2f;
     Connect(0, stick);
     std::shared_ptr<Joystick> const device = Game::_joysticks.at(0);
-    float const rows[][5] = {{1, 0.2f, 1, 0, 0.0f},  {0, 0.1f, 0, 0, 0.0f},   {0, -0.1f, 0, 0, 0.0f},
+    float const rows[][5] = {{1, 0.2f, 1, 0, 0.0f},   {0, 0.1f, 0, 0, 0.0f},     {0, -0.1f, 0, 0, 0.0f},
                              {0, 0.11f, 0, 0, 0.11f}, {0, -0.11f, 0, 0, -0.11f}, {0, -1.0f, 0, 1, 0.0f},
-                             {0, -0.9f, 0, 1, 0.0f},  {0, -0.8f, 0, 1, 0.1f},   {0, 1.0f, 0, 1, 1.0f},
-                             {1, 0.6f, 1, 0, 1.0f},   {1, 0.22f, 1, 0, 0.0f},   {1, 0.4f, 1, 0, 0.0f},
-                             {1, 0.4f, 1, 1, 0.5f},   {1, -0.6f, 1, 0, -1.0f},  {1, 0.04f, 1, 0, 0.0f},
-                             {1, 0.3f, 1, 0, 0.5f},   {1, 0.3f, 1, 1, 0.75f},   {1, -0.58f, 1, 1, 0.0f}};
+                             {0, -0.9f, 0, 1, 0.0f},  {0, -0.8f, 0, 1, 0.1f},    {0, 1.0f, 0, 1, 1.0f},
+                             {1, 0.6f, 1, 0, 1.0f},   {1, 0.22f, 1, 0, 0.0f},    {1, 0.4f, 1, 0, 0.0f},
+                             {1, 0.4f, 1, 1, 0.5f},   {1, -0.6f, 1, 0, -1.0f},   {1, 0.04f, 1, 0, 0.0f},
+                             {1, 0.3f, 1, 0, 0.5f},   {1, 0.3f, 1, 1, 0.75f},    {1, -0.58f, 1, 1, 0.0f}};
     for (auto const& r : rows) {
         window.SetJoystickAxis(0, int(r[0]), r[1]);
         Game::UpdateJoysticks();
@@ -212,7 +218,7 @@ TEST_F(JoystickTest, ButtonEdgesIgnoreAButtonHeldAtTheFirstLookAndCountOnce) {
         Game::UpdateJoysticks();
         for (int i = 0; i < 2; ++i)
             edges += std::to_string(device->GetButtonBinding(2)) +
-                     std::to_string(device->GetGamepadButtonBinding(GLFW_GAMEPAD_BUTTON_X));
+                std::to_string(device->GetGamepadButtonBinding(GLFW_GAMEPAD_BUTTON_X));
         edges += " ";
     }
     EXPECT_EQ(edges, "0000 0000 0000 1100 0000 ");
@@ -266,11 +272,12 @@ TEST_F(JoystickTest, WithoutAWindowThereAreNoDevices) {
     Game::UpdateJoysticks();
     EXPECT_TRUE(Game::_joysticks.empty());
     Joystick orphan(0);
-    EXPECT_FALSE(orphan.connected || orphan.GetButton(0) || orphan.GetButtonBinding(0) || orphan.GetAxis(0, 0.0f, false, false) != 0.0f);
+    EXPECT_FALSE(orphan.connected || orphan.GetButton(0) || orphan.GetButtonBinding(0) ||
+                 orphan.GetAxis(0, 0.0f, false, false) != 0.0f);
 }
 
 // Lines starting with '#' in a transcript say what it shows and are kept as they are.
-class ControllerTranscript : public InputTest, public testing::WithParamInterface<char const*> {};
+class ControllerTranscript : public InputTest, public testing::WithParamInterface<char const*> { };
 
 TEST_P(ControllerTranscript, ReplaysItsCommands) {
     std::string const golden = std::string("input/controller_") + GetParam() + ".txt";
@@ -324,13 +331,24 @@ TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
     Case const cases[] = {
         {GLFW_KEY_SPACE, "D250 U U", [] { return Controller::GetAvatarJump_Hold(0, 200); }, "010"},
         {GLFW_KEY_SPACE, "D10 D10 D10 D25 U", [] { return Controller::GetAvatarJump_Hold(0, 20); }, "00000"},
-        {GLFW_KEY_F, "D20 D20 D5 D5 D5 D5 D5 D5 D5 D5 D5 D5 D U", [] { return Controller::GetAvatarInteract_Hold(30, 0); },
-         "00001000000000"},
-        {GLFW_KEY_C, "D U D15 D15 D15 D15 D U", [] { return Controller::GetAvatarToolConfigure_HoldOrToggle(40); }, "10100001"},
-        {GLFW_KEY_R, "D D U U", [] { return Controller::GetSit_Pressed() + 2 * Controller::GetSit_Released() +
-                                            4 * (Controller::GetSit_Delta() > 0) + 8 * (Controller::GetSit_Delta() < 0); }, "50a0"},
-        {GLFW_KEY_W, "D D U U", [] { return Controller::GetAvatarTranslateForward_Pressed() + 2 * Controller::GetAvatarTranslateForward_Released() +
-                                            4 * (Controller::GetAvatarTranslateForward_Delta() > 0) + 8 * (Controller::GetAvatarTranslateForward_Delta() < 0); }, "50a0"},
+        {GLFW_KEY_F, "D20 D20 D5 D5 D5 D5 D5 D5 D5 D5 D5 D5 D U",
+         [] { return Controller::GetAvatarInteract_Hold(30, 0); }, "00001000000000"},
+        {GLFW_KEY_C, "D U D15 D15 D15 D15 D U", [] { return Controller::GetAvatarToolConfigure_HoldOrToggle(40); },
+         "10100001"},
+        {GLFW_KEY_R, "D D U U",
+         [] {
+             return Controller::GetSit_Pressed() + 2 * Controller::GetSit_Released() +
+                 4 * (Controller::GetSit_Delta() > 0) + 8 * (Controller::GetSit_Delta() < 0);
+         },
+         "50a0"},
+        {GLFW_KEY_W, "D D U U",
+         [] {
+             return Controller::GetAvatarTranslateForward_Pressed() +
+                 2 * Controller::GetAvatarTranslateForward_Released() +
+                 4 * (Controller::GetAvatarTranslateForward_Delta() > 0) +
+                 8 * (Controller::GetAvatarTranslateForward_Delta() < 0);
+         },
+         "50a0"},
     };
     Game::_inputMode = 1;
     for (Case const& c : cases) {

@@ -20,29 +20,29 @@
 namespace game::modules::testing {
 namespace {
 
+using recorder::Record;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using recorder::Record;
 using Events = std::vector<std::string>;
 
 constexpr char kAlphaPath[] = "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod.so";
 
-template <class T>
-bool IsUnlocked() {
+template <class T> bool IsUnlocked() {
     bool const free = T::_mutexForLoadedModules.try_lock();
     if (free) T::_mutexForLoadedModules.unlock();
     return free;
 }
 
-template <class T>
-void ResetModuleClass() {
+template <class T> void ResetModuleClass() {
     T::UnloadModules();
     T::ModulesSetLoadCallback([](typename T::Ptr) {});
     T::ModulesSetUnloadCallback([](typename T::Ptr) {});
     T::ModulesSetLoadErrorCallback(&ReportModuleLoadError);
 }
 
-bool ByPriority(GAME_Mod::Ptr a, GAME_Mod::Ptr b) { return a->ModuleSort() < b->ModuleSort(); }
+bool ByPriority(GAME_Mod::Ptr a, GAME_Mod::Ptr b) {
+    return a->ModuleSort() < b->ModuleSort();
+}
 
 Events NamesInList(char const* key) {
     Events names;
@@ -79,17 +79,21 @@ TEST_F(ModuleTest, LoadingTwiceGivesOneModuleWithItsHooksBoundAndALibraryWithout
     EXPECT_EQ(GAME_Mod::LoadModule("MODTEST_alpha", true), mod);
     EXPECT_EQ(GAME_Mod::GetModule("MODTEST_alpha"), mod);
     EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:ModuleLoad", "callback:load MODTEST_alpha"));
-    EXPECT_EQ(std::tuple(mod->name, mod->path, mod->id.String(), mod->ModuleSort()), std::tuple("MODTEST_alpha", kAlphaPath, "MODTEST_alpha", 3));
+    EXPECT_EQ(std::tuple(mod->name, mod->path, mod->id.String(), mod->ModuleSort()),
+              std::tuple("MODTEST_alpha", kAlphaPath, "MODTEST_alpha", 3));
     EXPECT_FALSE(mod->error || mod->Input_Key_Station || mod->ModuleGetCustomPtr);
     GAME_Mod::Ptr const empty = GAME_Mod::LoadModule("MODTEST_empty", true);
     ASSERT_NE(empty, nullptr);
     EXPECT_FALSE(empty->ModuleLoad || empty->ModuleUnload || empty->Game_Start || empty->Renderer_FrameOverlayCommands);
     recorder::Clear();
     mod->Input_Key_Play(65, 38, 1, 4);
-    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& m) { if (m->Game_Start) m->Game_Start(); });
+    GAME_Mod::ForEachModule([](GAME_Mod::Ptr& m) {
+        if (m->Game_Start) m->Game_Start();
+    });
     EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:Input_Key_Play(65 38 1 4)", "MODTEST_alpha:Game_Start"));
     // LoadModuleLib takes the key and the path apart.
-    GAME_Mod::Ptr const renamed = LoadModuleLib<GAME_Mod>("renamed", "GAME_Mod", true, "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod");
+    GAME_Mod::Ptr const renamed =
+        LoadModuleLib<GAME_Mod>("renamed", "GAME_Mod", true, "modules/MODTEST_alpha/MODTEST_alpha.GAME_Mod");
     ASSERT_NE(renamed, nullptr);
     EXPECT_EQ(std::tuple(renamed->path, GAME_Mod::GetModule("renamed")), std::tuple(kAlphaPath, renamed));
 }
@@ -105,14 +109,18 @@ TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnCallbacksListsAndHoo
     ASSERT_TRUE(content && content->_TESSARA_Mod_VERSION && content->Load && content->Unload);
     ASSERT_TRUE(init && init->Vulkan_ScoreGPU && init->SplashBegin && init->SplashEnd);
     EXPECT_FALSE(server->Server_Load || server->Server_Send || init->Vulkan_Init);
-    EXPECT_EQ(std::tuple(server->path, init->path), std::tuple("modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so", "modules/MODTEST_init/MODTEST_init.GAME_Init.so"));
+    EXPECT_EQ(std::tuple(server->path, init->path),
+              std::tuple("modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so",
+                         "modules/MODTEST_init/MODTEST_init.GAME_Init.so"));
     EXPECT_NE(client->handle, server->handle);
     int gpu = 0;
-    EXPECT_EQ(std::tuple(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), init->Vulkan_ScoreGPU(&gpu)), std::tuple(7, 42));
+    EXPECT_EQ(std::tuple(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), init->Vulkan_ScoreGPU(&gpu)),
+              std::tuple(7, 42));
     server->Server_Receive(17, "ping", 4);
-    EXPECT_THAT(recorder::Events(), ElementsAre("MODTEST_alpha:ModuleLoad", "GAME_Mod loaded MODTEST_alpha", "server:ModuleLoad",
-                                                "SERVER_Mod loaded MODTEST_alpha", "content:ModuleLoad", "init:ModuleLoad",
-                                                "server:Server_Receive(17 ping)"));
+    EXPECT_THAT(recorder::Events(),
+                ElementsAre("MODTEST_alpha:ModuleLoad", "GAME_Mod loaded MODTEST_alpha", "server:ModuleLoad",
+                            "SERVER_Mod loaded MODTEST_alpha", "content:ModuleLoad", "init:ModuleLoad",
+                            "server:Server_Receive(17 ping)"));
 
     GAME_Mod::SortModules("update", [](GAME_Mod::Ptr, GAME_Mod::Ptr) { return false; });
     SERVER_Mod::ForEachSortedModule("update", [&](SERVER_Mod::Ptr&) { ADD_FAILURE() << "GAME_Mod's list"; });
@@ -142,7 +150,8 @@ TEST_F(ModuleTest, AFailedLoadIsReportedOnlyWhenAskedAndTriedAgainByTheNextLoad)
     EXPECT_EQ(reports[0].rfind(prefix, 0), 0u);
     EXPECT_EQ(GAME_Mod::Count(), 0u);
 
-    std::filesystem::copy_file(kAlphaPath, "modules/MODTEST_late/MODTEST_late.GAME_Mod.so", std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::copy_file(kAlphaPath, "modules/MODTEST_late/MODTEST_late.GAME_Mod.so",
+                               std::filesystem::copy_options::overwrite_existing);
     EXPECT_NE(GAME_Mod::LoadModule("MODTEST_late", true), nullptr);
 }
 
@@ -169,8 +178,9 @@ TEST_F(ModuleTest, UnloadModuleCallsTheCallbackUnderTheLockUnloadModulesNotAndAK
     EXPECT_TRUE(GAME_Mod::Count() == 0u && GAME_Mod::_loadedSortedModules.empty() && isMapped());
     kept->Game_Start();
     kept.reset();
-    EXPECT_THAT(recorder::Events(), ElementsAre("callback:unload MODTEST_gamma", "MODTEST_gamma:ModuleUnload", "MODTEST_beta:ModuleUnload",
-                                                "MODTEST_alpha:Game_Start", "MODTEST_alpha:ModuleUnload"));
+    EXPECT_THAT(recorder::Events(),
+                ElementsAre("callback:unload MODTEST_gamma", "MODTEST_gamma:ModuleUnload", "MODTEST_beta:ModuleUnload",
+                            "MODTEST_alpha:Game_Start", "MODTEST_alpha:ModuleUnload"));
     EXPECT_FALSE(isMapped());
     {
         auto lock = GAME_Mod::GetLock();
@@ -252,7 +262,8 @@ TEST_F(ModuleTest, HooksRunFromSeveralThreadsWhileAModuleIsLoadedSortedAndUnload
     }
     done.store(true);
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(std::tuple(GAME_Mod::Count(), recorder::EventsWith("MODTEST_alpha:Game_Update").size(), recorder::EventsWith("MODTEST_gamma:ModuleUnload").size()),
+    EXPECT_EQ(std::tuple(GAME_Mod::Count(), recorder::EventsWith("MODTEST_alpha:Game_Update").size(),
+                         recorder::EventsWith("MODTEST_gamma:ModuleUnload").size()),
               std::tuple(1u, static_cast<size_t>(passes.load()), 40u));
     EXPECT_GT(calls.load(), 0);
 }

@@ -14,8 +14,7 @@ using Bodies = std::vector<Broadphase::Body>;
 using Pairs = std::vector<Broadphase::Pair>;
 
 /// The strict sphere test over every pair; with others empty, over the pairs i < j of bodies.
-Pairs FullLoop(Bodies const& bodies, Bodies const* others = nullptr)
-{
+Pairs FullLoop(Bodies const& bodies, Bodies const* others = nullptr) {
     Pairs pairs;
     Bodies const& second = others ? *others : bodies;
     for (uint32_t i = 0; i < bodies.size(); ++i)
@@ -25,8 +24,7 @@ Pairs FullLoop(Bodies const& bodies, Bodies const* others = nullptr)
     return pairs;
 }
 
-TEST(Broadphase, PairsAndOverlapsEqualTheFullLoopInOrder)
-{
+TEST(Broadphase, PairsAndOverlapsEqualTheFullLoopInOrder) {
     std::mt19937_64 random(7);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     // Mostly unit spheres in a box, some tiny, some huge (a ground), some far off.
@@ -47,8 +45,7 @@ TEST(Broadphase, PairsAndOverlapsEqualTheFullLoopInOrder)
             Bodies const bodies = scene(count, extent);
             broadphase.FindPairs(bodies, found);
             EXPECT_EQ(found, FullLoop(bodies)) << count << " bodies in " << extent;
-            if (count > 500u)
-                continue;
+            if (count > 500u) continue;
             Bodies others = scene(count * 3, extent);
             others.push_back({glm::dvec3(0.0), 1e5}); // a planet-sized ground
             broadphase.FindOverlaps(bodies, others, found);
@@ -56,11 +53,16 @@ TEST(Broadphase, PairsAndOverlapsEqualTheFullLoopInOrder)
         }
     }
     // Exactly touching: not overlapping. Slightly closer: overlapping, even across a cell border.
-    broadphase.FindPairs({{glm::dvec3(0.0), 1.0}, {glm::dvec3(2.0, 0.0, 0.0), 1.0}, {glm::dvec3(3.999999, 0.0, 0.0), 1.0}}, found);
+    broadphase.FindPairs(
+        {{glm::dvec3(0.0), 1.0}, {glm::dvec3(2.0, 0.0, 0.0), 1.0}, {glm::dvec3(3.999999, 0.0, 0.0), 1.0}}, found);
     EXPECT_EQ(found, (Pairs{{1, 2}}));
     // Non-finite bodies match nothing and break nothing.
     double const nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
-    Bodies const odd{{glm::dvec3(0.0), 1.0}, {glm::dvec3(nan, 0.0, 0.0), 1.0}, {glm::dvec3(0.5), inf}, {glm::dvec3(0.1), 1.0}, {glm::dvec3(1e300), 1.0}};
+    Bodies const odd{{glm::dvec3(0.0), 1.0},
+                     {glm::dvec3(nan, 0.0, 0.0), 1.0},
+                     {glm::dvec3(0.5), inf},
+                     {glm::dvec3(0.1), 1.0},
+                     {glm::dvec3(1e300), 1.0}};
     broadphase.FindPairs(odd, found);
     EXPECT_EQ(found, FullLoop(odd));
     broadphase.FindOverlaps(odd, odd, found);

@@ -15,14 +15,13 @@ using game::entity::ConvexMeshCollider;
 using game::physics::PotentialBoxBoxIntersection;
 using testsupport::ExpectVecNear;
 
-glm::dmat4 Place(glm::dvec3 const& position, double degrees = 0.0, glm::dvec3 const& axis = {0, 0, 1})
-{
-    return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(glm::angleAxis(glm::radians(degrees), glm::normalize(axis)));
+glm::dmat4 Place(glm::dvec3 const& position, double degrees = 0.0, glm::dvec3 const& axis = {0, 0, 1}) {
+    return glm::translate(glm::dmat4(1.0), position) *
+        glm::mat4_cast(glm::angleAxis(glm::radians(degrees), glm::normalize(axis)));
 }
 
 /// A box collider as the description reader builds it (corners in binary order, three normals).
-ConvexMeshCollider Box(glm::dmat4 const& transform, double size = 1.0, double radius = -1.0, bool exactEdges = false)
-{
+ConvexMeshCollider Box(glm::dmat4 const& transform, double size = 1.0, double radius = -1.0, bool exactEdges = false) {
     ConvexMeshCollider collider = ConvexMeshCollider::Box(glm::vec3(-size * 0.5), glm::vec3(size * 0.5));
     collider.transform = transform;
     collider.radius = radius >= 0.0 ? radius : collider.radius;
@@ -32,15 +31,16 @@ ConvexMeshCollider Box(glm::dmat4 const& transform, double size = 1.0, double ra
 
 /// A unit box turned 45 degrees about z, and one apart along y turned so that its z edges run along world x:
 /// only world y, the cross of their z edges, separates them.
-ConvexMeshCollider EdgeA(bool exact) { return Box(Place({0, 0, 0}, 45.0), 1.0, -1.0, exact); }
-ConvexMeshCollider EdgeB(double distance, bool exact)
-{
-    return Box(Place({0.0, distance, 0.0}, 45.0, {1, 0, 0}) * glm::mat4_cast(glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0))),
+ConvexMeshCollider EdgeA(bool exact) {
+    return Box(Place({0, 0, 0}, 45.0), 1.0, -1.0, exact);
+}
+ConvexMeshCollider EdgeB(double distance, bool exact) {
+    return Box(Place({0.0, distance, 0.0}, 45.0, {1, 0, 0}) *
+                   glm::mat4_cast(glm::angleAxis(glm::radians(90.0), glm::dvec3(0, 1, 0))),
                1.0, -1.0, exact);
 }
 
-TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries)
-{
+TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries) {
     EXPECT_EQ(game::physics::ProjectOntoAxis(ConvexMeshCollider(), {1, 0, 0}), std::make_pair(DBL_MAX, -DBL_MAX));
     ConvexMeshCollider box = ConvexMeshCollider::Box({-1.0f, -0.5f, -0.5f}, {1.0f, 0.5f, 0.5f});
     box.transform = Place({3.0, 0.0, 0.0}, 90.0); // the long side turned onto y
@@ -50,12 +50,24 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries)
 
     double const h = 1.2, sunk = h - std::sqrt(0.5); // a box standing on an edge
     glm::dvec3 const none(0.0), up(0, 0, 1);
-    struct Case { char const* name; ConvexMeshCollider a, b; double depth; glm::dvec3 normal, point; bool checkPoint; } const cases[] = {
+    struct Case {
+        char const* name;
+        ConvexMeshCollider a, b;
+        double depth;
+        glm::dvec3 normal, point;
+        bool checkPoint;
+    } const cases[] = {
         {"touching along x", Box(Place({0, 0, 0})), Box(Place({1, 0, 0})), 0.0, none, none, true},
         {"touching below", Box(Place({0, 0, 0})), Box(Place({0, 0, -1})), 0.0, none, none, true},
         // The boxes overlap, but the radii claim the spheres are apart; a distance equal to the sum does not.
         {"radii apart", Box(Place({0, 0, 0}), 1.0, 0.2), Box(Place({0.5, 0, 0}), 1.0, 0.2), 0.0, none, none, true},
-        {"radii touching", Box(Place({0, 0, 0}), 1.0, 0.25), Box(Place({0.5, 0, 0}), 1.0, 0.25), 0.5, {-1, 0, 0}, none, false},
+        {"radii touching",
+         Box(Place({0, 0, 0}), 1.0, 0.25),
+         Box(Place({0.5, 0, 0}), 1.0, 0.25),
+         0.5,
+         {-1, 0, 0},
+         none,
+         false},
         // The normal points from the second towards the first, along the smallest overlap.
         {"a beside b", Box(Place({0.9, 0.05, 0})), Box(Place({0, 0, 0})), 0.1, {1, 0, 0}, none, false},
         {"b beside a", Box(Place({0, 0, 0})), Box(Place({0.9, 0.05, 0})), 0.1, {-1, 0, 0}, none, false},
@@ -63,7 +75,13 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries)
         {"small on top", Box(Place({0.3, 0.2, 0.7}), 0.5), Box(Place({0, 0, 0})), 0.05, up, {0.3, 0.2, 0.45}, true},
         {"large under", Box(Place({0, 0, 0})), Box(Place({0.3, 0.2, 0.7}), 0.5), 0.05, -up, {0.3, 0.2, 0.45}, true},
         {"turned flat face", Box(Place({0, 0, 0.95}, 45.0)), Box(Place({0, 0, 0})), 0.05, up, none, false},
-        {"on an edge", Box(Place({0, 0, h}, 45.0, {1, 0, 0})), Box(Place({0, 0, 0})), 0.5 - sunk, up, {0, 0, sunk}, true},
+        {"on an edge",
+         Box(Place({0, 0, h}, 45.0, {1, 0, 0})),
+         Box(Place({0, 0, 0})),
+         0.5 - sunk,
+         up,
+         {0, 0, sunk},
+         true},
         {"edge lifted clear", Box(Place({0, 0, 1.3}, 45.0, {1, 0, 0})), Box(Place({0, 0, 0})), 0.0, none, none, true},
         // Only the first collider's flag asks for the edge axes.
         {"edges apart, exact", EdgeA(true), EdgeB(1.45, false), 0.0, none, none, true},
@@ -74,23 +92,29 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries)
         game::physics::Collision const contact = game::physics::ConvexCollision(c.a, c.b);
         EXPECT_NEAR(contact.depth, c.depth, 1e-6);
         ExpectVecNear(contact.normal, c.normal, 1e-6);
-        if (c.checkPoint)
-            ExpectVecNear(contact.point, c.point, 1e-6);
+        if (c.checkPoint) ExpectVecNear(contact.point, c.point, 1e-6);
     }
     for (bool exactB : {false, true}) // apart, but face axes alone see an overlap
         EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, exactB)).depth, 0.2);
 }
 
-TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept)
-{
+TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept) {
     glm::dvec3 const low(-0.5), high(0.5);
-    struct Case { glm::dmat4 a; glm::dvec3 lowA, highA; bool overlap; } const cases[] = {
-        {Place({1.01, 0, 0}), low, high, false}, {Place({1.0, 0, 0}), low, high, true}, {Place({0.7, 0.7, 0.7}), low, high, true},
+    struct Case {
+        glm::dmat4 a;
+        glm::dvec3 lowA, highA;
+        bool overlap;
+    } const cases[] = {
+        {Place({1.01, 0, 0}), low, high, false},
+        {Place({1.0, 0, 0}), low, high, true},
+        {Place({0.7, 0.7, 0.7}), low, high, true},
         {Place({0, 0, 0}), {1, -1, -1}, {3, 1, 1}, false}, // off centre in its own space: 1..3 on x
-        {Place({1.2, 0, 0}, 45.0), low, high, true}, {Place({1.25, 0, 0}, 45.0), low, high, false}, // 0.5 * sqrt(2) along x
+        {Place({1.2, 0, 0}, 45.0), low, high, true},
+        {Place({1.25, 0, 0}, 45.0), low, high, false}, // 0.5 * sqrt(2) along x
     };
     for (Case const& c : cases)
-        EXPECT_EQ(PotentialBoxBoxIntersection(c.a, glm::dmat4(1.0), c.lowA, c.highA, low, high, false, false), c.overlap)
+        EXPECT_EQ(PotentialBoxBoxIntersection(c.a, glm::dmat4(1.0), c.lowA, c.highA, low, high, false, false),
+                  c.overlap)
             << glm::dvec3(c.a[3]).x;
     // Edge axes only when either collider asks for them.
     EXPECT_TRUE(PotentialBoxBoxIntersection(EdgeA(false), EdgeB(1.45, false)));
@@ -98,17 +122,25 @@ TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept)
     EXPECT_TRUE(PotentialBoxBoxIntersection(EdgeA(true), EdgeB(1.4, false)));
 }
 
-TEST(RayBoxIntersection, HitsMissesAndParallelRays)
-{
-    struct Case { glm::dvec3 origin, direction; bool hit; } const cases[] = {
-        {{-5.0, 0.2, 0.3}, {1, 0, 0}, true}, {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
-        {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false}, {{-5.0, 0.0, 0.0}, {1, 1, 0}, false}, // behind the origin, beside the box
-        {{-5.0, 0.99, -0.99}, {2, 0, 0}, true}, {{-5.0, 1.01, 0.0}, {2, 0, 0}, false}, // parallel to the y and z slabs
-        {{0.5, 0.5, 0.5}, {0, 0, -1}, true}, {{0.5, 0.5, 0.5}, {0, 0, 0}, true}, {{2.0, 0.0, 0.0}, {0, 0, 0}, false}, // inside hits
+TEST(RayBoxIntersection, HitsMissesAndParallelRays) {
+    struct Case {
+        glm::dvec3 origin, direction;
+        bool hit;
+    } const cases[] = {
+        {{-5.0, 0.2, 0.3}, {1, 0, 0}, true},
+        {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
+        {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false},
+        {{-5.0, 0.0, 0.0}, {1, 1, 0}, false}, // behind the origin, beside the box
+        {{-5.0, 0.99, -0.99}, {2, 0, 0}, true},
+        {{-5.0, 1.01, 0.0}, {2, 0, 0}, false}, // parallel to the y and z slabs
+        {{0.5, 0.5, 0.5}, {0, 0, -1}, true},
+        {{0.5, 0.5, 0.5}, {0, 0, 0}, true},
+        {{2.0, 0.0, 0.0}, {0, 0, 0}, false}, // inside hits
     };
     for (Case const& c : cases)
         EXPECT_EQ(game::physics::RayBoxIntersection(c.origin, c.direction, glm::dvec3(-1.0), glm::dvec3(1.0)), c.hit)
-            << c.origin.x << " " << c.origin.y << " " << c.origin.z << " towards " << c.direction.x << " " << c.direction.y;
+            << c.origin.x << " " << c.origin.y << " " << c.origin.z << " towards " << c.direction.x << " "
+            << c.direction.y;
 }
 
 } // namespace

@@ -24,13 +24,16 @@ using V = glm::dvec3;
 constexpr double G = 9.81, Frame = 1.0 / 60.0;
 
 /// Gravity, no ground near; below z = surface the liquid, above it air; with ground, flat ground at z = 0.
-EnvironmentFunction Medium(V gravity, double liquidDensity, double liquidViscosity, double surface = 1e9, bool ground = false)
-{
+EnvironmentFunction Medium(V gravity, double liquidDensity, double liquidViscosity, double surface = 1e9,
+                           bool ground = false) {
     return [=](V const& position, game::EnvironmentInfoFlags flags, double) {
         bool const wet = position.z < surface, deep = ground && (flags & game::EnvironmentTerrain);
-        return EnvironmentInfo{.terrain = {.depth = deep ? std::max(0.0, -position.z) : 0.0}, .gravity = gravity,
-                               .altitude = position.z + (ground ? 0.0 : 1e4), .surfaceNormal = V(0.0, 0.0, 1.0),
-                               .density = wet ? liquidDensity : 1.2, .viscosity = wet ? liquidViscosity : 1.5e-5};
+        return EnvironmentInfo{.terrain = {.depth = deep ? std::max(0.0, -position.z) : 0.0},
+                               .gravity = gravity,
+                               .altitude = position.z + (ground ? 0.0 : 1e4),
+                               .surfaceNormal = V(0.0, 0.0, 1.0),
+                               .density = wet ? liquidDensity : 1.2,
+                               .viscosity = wet ? liquidViscosity : 1.5e-5};
     };
 }
 
@@ -38,8 +41,7 @@ class EnvironmentTest : public ::testing::Test {
 protected:
     testsupport::PhysicsWorld world;
     /// count boxes of size stacked along z around the origin.
-    ServerSideEntity::Ptr Boxes(double mass, V velocity, V size, int count = 1)
-    {
+    ServerSideEntity::Ptr Boxes(double mass, V velocity, V size, int count = 1) {
         std::vector<game::entity::ConvexMeshCollider> stack;
         for (int i = 0; i < count; ++i) {
             glm::vec3 const low(-size.x / 2, -size.y / 2, size.z * (i - count / 2.0));
@@ -53,28 +55,33 @@ protected:
     ServerSideEntity::Ptr Pontoon(double mass, V velocity = {}) { return Boxes(mass, velocity, {4.0, 4.0, 0.25}, 4); }
 };
 
-TEST_F(EnvironmentTest, WithoutGravityOrWithoutMediumBodiesKeepTheirVelocities)
-{
+TEST_F(EnvironmentTest, WithoutGravityOrWithoutMediumBodiesKeepTheirVelocities) {
     // Exactly zero gravity ends the interaction before drag, even in a damping liquid.
     for (V gravity : {V(0.0), V(0.0, -3.0, -G)}) {
-        EnvironmentFunction environment = Medium(gravity, gravity == V(0.0) ? 1000.0 : 0.0, gravity == V(0.0) ? 0.0005 : 0.0);
+        EnvironmentFunction environment =
+            Medium(gravity, gravity == V(0.0) ? 1000.0 : 0.0, gravity == V(0.0) ? 0.0005 : 0.0);
         ServerSideEntity::Ptr entity = Pontoon(800.0, {3.0, -2.0, 10.0});
         entity->angularVelocity = V(0.0, 0.2, 0.5);
         entity->pendingAcceleration = V(1.0, 2.0, 3.0);
         Body body(entity, Frame);
         body.ComputeAerodynamicSurfaces(environment);
-        for (int step = 0; step < 10; ++step)
-            body.InteractWithEnvironment(environment, Frame / 10);
+        for (int step = 0; step < 10; ++step) body.InteractWithEnvironment(environment, Frame / 10);
         EXPECT_EQ(std::tuple(body.linearVelocity, body.angularVelocity, body.pendingAcceleration, body.keepOnParent),
-                  std::tuple(entity->linearVelocity, entity->angularVelocity, gravity, false)) << gravity.y;
+                  std::tuple(entity->linearVelocity, entity->angularVelocity, gravity, false))
+            << gravity.y;
     }
 }
 
-TEST_F(EnvironmentTest, OnlyFacesMeetingTheAirGiveSamples)
-{
+TEST_F(EnvironmentTest, OnlyFacesMeetingTheAirGiveSamples) {
     EnvironmentFunction air = Medium({0.0, 0.0, -G}, 1.2, 1.5e-5);
     game::physics::SeedPhysicsRandom(7);
-    struct Case { char const* name; ServerSideEntity::Ptr entity; size_t samples; double lift; int surfaces; /* -1: any */ } cases[] = {
+    struct Case {
+        char const* name;
+        ServerSideEntity::Ptr entity;
+        size_t samples;
+        double lift;
+        int surfaces; /* -1: any */
+    } cases[] = {
         {"plate falling flat: one full lift sample", Plate(100.0, {0.0, 0.0, -3.0}), 1u, 1.0, 1},
         {"small cube", Boxes(10.0, {20.0, 0.0, 0.0}, V(1.0)), 0u, 0.0, -1},
         {"resting plate", Plate(10.0), 0u, 0.0, 0},
@@ -99,8 +106,7 @@ TEST_F(EnvironmentTest, OnlyFacesMeetingTheAirGiveSamples)
     testsupport::ExpectVecNear(plate.aerodynamicSamples[0].factors, V(16.0, 1.0, 0.01), 1e-12);
 }
 
-TEST_F(EnvironmentTest, ADragImpulseNeverReversesTheSpeedInOneSubstep)
-{
+TEST_F(EnvironmentTest, ADragImpulseNeverReversesTheSpeedInOneSubstep) {
     // A 3 m cube in a medium a thousand times denser than water; gravity tiny but not zero.
     EnvironmentFunction mud = Medium({0.0, 0.0, -1e-6}, 1e6, 0.0);
     for (double dt : {0.1, 1.0}) {
@@ -116,8 +122,7 @@ TEST_F(EnvironmentTest, ADragImpulseNeverReversesTheSpeedInOneSubstep)
     }
 }
 
-TEST_F(EnvironmentTest, OnlyAViscosityInsideTheLiquidWindowDampsAndKeepsTheBodyOnItsParent)
-{
+TEST_F(EnvironmentTest, OnlyAViscosityInsideTheLiquidWindowDampsAndKeepsTheBodyOnItsParent) {
     for (double viscosity : {1.5e-5, 0.000999, 0.0005, 0.001}) {
         SCOPED_TRACE(viscosity);
         bool const damped = viscosity == 0.0005;
@@ -127,14 +132,14 @@ TEST_F(EnvironmentTest, OnlyAViscosityInsideTheLiquidWindowDampsAndKeepsTheBodyO
         Body body(entity, Frame);
         body.contactRest = 3.0;
         body.InteractWithEnvironment(medium, 0.1);
-        EXPECT_EQ(std::tuple(body.keepOnParent, body.linearVelocity.x == 3.0, body.angularVelocity.z == 2.0, body.contactRest),
+        EXPECT_EQ(std::tuple(body.keepOnParent, body.linearVelocity.x == 3.0, body.angularVelocity.z == 2.0,
+                             body.contactRest),
                   std::tuple(damped, !damped, !damped, 3.0)); // the push of the medium is no contact
         EXPECT_TRUE(body.linearVelocity.x > 2.5 && body.angularVelocity.z > 0.0);
     }
 }
 
-TEST_F(EnvironmentTest, GroundPushesOutAlongItsNormalAndParentFrameQueriesGoThroughItsTransform)
-{
+TEST_F(EnvironmentTest, GroundPushesOutAlongItsNormalAndParentFrameQueriesGoThroughItsTransform) {
     EnvironmentFunction ground = Medium({0.0, 0.0, -G}, 1.2, 1.5e-5, 1e9, true);
     ServerSideEntity::Ptr entity = Boxes(100.0, {0.0, 0.0, -1.0}, V(1.0));
     entity->position = V(0.0, 0.0, 0.4); // 0.1 m into the ground
@@ -147,7 +152,8 @@ TEST_F(EnvironmentTest, GroundPushesOutAlongItsNormalAndParentFrameQueriesGoThro
 
     // The parent frame lies 100 m down in the sea, turned 90 degrees about x: its +y is the world's +z.
     EnvironmentFunction sea = Medium({0.0, 0.0, -G}, 1000.0, 0.001, 0.0);
-    glm::dmat4 const parent = glm::rotate(glm::translate(glm::dmat4(1.0), V(0.0, 0.0, -100.0)), glm::radians(90.0), V(1.0, 0.0, 0.0));
+    glm::dmat4 const parent =
+        glm::rotate(glm::translate(glm::dmat4(1.0), V(0.0, 0.0, -100.0)), glm::radians(90.0), V(1.0, 0.0, 0.0));
     entity = Boxes(100.0, {}, V(1.0));
     Body under(entity, Frame);
     under.InteractWithEnvironmentFromParent(parent, sea, Frame);

@@ -20,21 +20,21 @@ protected:
     testsupport::PhysicsWorld world{901, planet::Environment}; // flat ground at y = 0 around the origin, air above
 
     /// Where the entity is in its environment, through its parents.
-    static V World(ServerSideEntity::Ptr const& entity)
-    {
+    static V World(ServerSideEntity::Ptr const& entity) {
         glm::dvec4 point(entity->position, 1.0);
-        for (auto parent = ServerSideEntity::Get(entity->parentEntity); parent; parent = ServerSideEntity::Get(parent->parentEntity))
+        for (auto parent = ServerSideEntity::Get(entity->parentEntity); parent;
+             parent = ServerSideEntity::Get(parent->parentEntity))
             point = parent->GetTransform() * point;
         return V(point);
     }
 };
 
-TEST_F(PhysicsScenario, DroppedCrateLandsWithoutBounceAndSleepsAStackStandsAndAStaticBodyTakesItsRider)
-{
+TEST_F(PhysicsScenario, DroppedCrateLandsWithoutBounceAndSleepsAStackStandsAndAStaticBodyTakesItsRider) {
     ServerSideEntity::Ptr crate = world.AddBox({.mass = 50.0, .position = {-20.0, 2.5, 0.0}}), stack[3];
     for (int level = 0; level < 3; ++level)
         stack[level] = world.AddBox({.mass = 20.0, .position = {0.0, 0.5 + level, 0.0}});
-    auto platform = world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {20.0, 0.5, 0.0}, .dynamic = false});
+    auto platform =
+        world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {20.0, 0.5, 0.0}, .dynamic = false});
     ServerSideEntity::Ptr rider = world.AddBox({.mass = 50.0, .position = {21.0, 3.5, 0.0}});
     double deepest = 0.0, highestAfterLanding = 0.0;
     bool landed = false;
@@ -57,8 +57,7 @@ TEST_F(PhysicsScenario, DroppedCrateLandsWithoutBounceAndSleepsAStackStandsAndAS
     EXPECT_GE(rider->restTime, 1.0);
 }
 
-TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps)
-{
+TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps) {
     // Without air every substep, the first included, accelerates: a second of fall ends at g and g/2 metres.
     testsupport::PhysicsWorld vacuum(903);
     for (int substeps : {1, 4}) {
@@ -70,8 +69,7 @@ TEST_F(PhysicsScenario, FreeFallFeelsFullGravityWhateverTheSubsteps)
     }
 }
 
-TEST_F(PhysicsScenario, StepFollowsEntitiesCreatedAndDestroyedBetweenSteps)
-{
+TEST_F(PhysicsScenario, StepFollowsEntitiesCreatedAndDestroyedBetweenSteps) {
     // The step keeps its list of the registry between steps: a swap of one entity for another (same count) must be seen.
     ServerSideEntity::Ptr first = world.AddBox({.mass = 10.0, .position = {0.0, 10.0, 0.0}});
     world.AddBox({.mass = 10.0, .position = {5.0, 10.0, 0.0}});
@@ -90,8 +88,7 @@ TEST_F(PhysicsScenario, StepFollowsEntitiesCreatedAndDestroyedBetweenSteps)
     EXPECT_EQ(second->position, dropped) << "an entity moved after DestroyAll";
 }
 
-TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment)
-{
+TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment) {
     ServerSideEntity::Ptr crate = world.AddBox({.position = {0.0, 5.0, 0.0}});
     world.Simulate(1, 0);
     EXPECT_EQ(crate->position, V(0.0, 5.0, 0.0));
@@ -103,8 +100,7 @@ TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment)
     EXPECT_THROW(world.Simulate(1, 1), std::out_of_range);
 }
 
-TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor)
-{
+TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor) {
     world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {0.0, 0.5, 0.0}, .dynamic = false});
     world.AddBox({.position = {0.0, 3.0, 0.0}});
     Game::physicsDebugColliders_staging.clear();

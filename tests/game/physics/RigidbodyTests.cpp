@@ -26,33 +26,37 @@ namespace {
 constexpr double Step = 1.0 / 60.0;
 V const Up(0.0, 0.0, 1.0);
 
-ConvexMeshCollider Box(V const& size, V const& center = V(0.0))
-{
+ConvexMeshCollider Box(V const& size, V const& center = V(0.0)) {
     ConvexMeshCollider collider = ConvexMeshCollider::Box(glm::vec3(-size * 0.5), glm::vec3(size * 0.5));
     collider.transform = glm::translate(glm::dmat4(1.0), center);
     return collider;
 }
-glm::dquat Turn(double degrees, V const& axis) { return glm::angleAxis(glm::radians(degrees), glm::normalize(axis)); }
-V PointVelocity(Dynamic const& body, V const& relative) { return body.linearVelocity + glm::cross(body.angularVelocity, relative); }
+glm::dquat Turn(double degrees, V const& axis) {
+    return glm::angleAxis(glm::radians(degrees), glm::normalize(axis));
+}
+V PointVelocity(Dynamic const& body, V const& relative) {
+    return body.linearVelocity + glm::cross(body.angularVelocity, relative);
+}
 
 /// Records built by hand from the world's entities (the world's own step is not used).
 class RigidbodyTest : public ::testing::Test {
 protected:
     testsupport::PhysicsWorld world;
-    ServerSideEntity::Ptr Make(double mass, std::vector<ConvexMeshCollider> colliders, V const& position = {}, V const& velocity = {})
-    {
+    ServerSideEntity::Ptr Make(double mass, std::vector<ConvexMeshCollider> colliders, V const& position = {},
+                               V const& velocity = {}) {
         ServerSideEntity::Ptr entity = world.Add(mass, position, std::move(colliders));
         entity->linearVelocity = velocity;
         return entity;
     }
-    ServerSideEntity::Ptr Cube(V const& position = {}, V const& velocity = {}) { return Make(1.0, {Box(V(1.0))}, position, velocity); }
+    ServerSideEntity::Ptr Cube(V const& position = {}, V const& velocity = {}) {
+        return Make(1.0, {Box(V(1.0))}, position, velocity);
+    }
     /// A 10 m by 10 m slab whose top is at z = 0.
     ServerSideEntity::Ptr Ground() { return Make(0.0, {Box({10.0, 10.0, 1.0}, {0.0, 0.0, -0.5})}); }
 };
 using RigidbodyDeathTest = RigidbodyTest;
 
-TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndTurnsImpulsesIntoAccelerations)
-{
+TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndTurnsImpulsesIntoAccelerations) {
     ConvexMeshCollider hollow = Box(V(1.0), {3.0, 0.0, 0.0}), off = Box(V(1.0), {-3.0, 0.0, 0.0});
     hollow.fill = 0.5;
     off.enabled = false;
@@ -83,8 +87,7 @@ TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndTurnsImpulsesIntoAc
     EXPECT_NEAR(moving.sweptRadius, 5.0 * 0.1 * 0.5 + moving.radius, 1e-12);
 }
 
-TEST_F(RigidbodyDeathTest, ZeroExtentZeroStepZeroMassAndAPresentParentAsCandidateAbort)
-{
+TEST_F(RigidbodyDeathTest, ZeroExtentZeroStepZeroMassAndAPresentParentAsCandidateAbort) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     ServerSideEntity::Ptr flat = Make(1.0, {Box({1.0, 0.0, 1.0})}), cube = Cube(), ground = Ground();
     EXPECT_DEATH({ Dynamic body(flat, Step); }, "ASSERTION FAILED: \\(box_size\\.y > 0\\.0\\)");
@@ -93,25 +96,23 @@ TEST_F(RigidbodyDeathTest, ZeroExtentZeroStepZeroMassAndAPresentParentAsCandidat
     ground->AddChild(cube);
     Dynamic body(cube, Step);
     body.potentialNewParent = ground;
-    EXPECT_DEATH(body.ApplyToEntity(Step), "ASSERTION FAILED: \\(potentialNewParent->GetID\\(\\) != entity->parentEntity\\)");
+    EXPECT_DEATH(body.ApplyToEntity(Step),
+                 "ASSERTION FAILED: \\(potentialNewParent->GetID\\(\\) != entity->parentEntity\\)");
     cube->mass = 0.0;
     EXPECT_DEATH({ Dynamic body(cube, Step); }, "ASSERTION FAILED: \\(mass > 0\\)");
 }
 
-TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesAddUpOverSubsteps)
-{
+TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesAddUpOverSubsteps) {
     ServerSideEntity::Ptr entity = Cube();
     entity->linearImpulse = V(1.0, 0.0, 0.0); // 1 N s on 1 kg adds 1 m/s over the frame, in halves too
     entity->orientation = Turn(90.0, {1, 0, 0});
     entity->angularVelocity = Up;
     Dynamic halves(entity, Step), body(entity, 0.001);
-    for (int i = 0; i < 2; ++i)
-        halves.IntegrateMotion(Step / 2.0);
+    for (int i = 0; i < 2; ++i) halves.IntegrateMotion(Step / 2.0);
     ExpectVecNear(halves.position, V(Step / 2.0, 0.0, 0.0), 1e-12);
     ExpectVecNear(halves.linearVelocity, V(1.0, 0.0, 0.0), 1e-12);
     body.impulseAcceleration = V(0.0);
-    for (int i = 0; i < 1000; ++i)
-        body.IntegrateMotion(0.001);
+    for (int i = 0; i < 1000; ++i) body.IntegrateMotion(0.001);
     testsupport::ExpectRotationNear(body.orientation, glm::angleAxis(1.0, Up) * Turn(90.0, {1, 0, 0}), 1e-10);
     body.contactRest = 1.0;
     body.ApplyImpulse(V(0.0, 1.0, 0.0), V(1.0, 0.0, 0.0)); // off the centre: spins and wakes
@@ -119,11 +120,11 @@ TEST_F(RigidbodyTest, IntegrationTakesTheHalfStepSpinsAboutWorldAxesAndImpulsesA
     ExpectVecNear(body.angularVelocity, Up + V(0.0, 0.0, 6.0)); // a 1 kg unit cube has I = 1/6
 }
 
-TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThreeAroundTheCentre)
-{
+TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThreeAroundTheCentre) {
     ServerSideEntity::Ptr entity = Cube({1.0, 1.0, 1.0});
     Dynamic merged(entity, Step);
-    for (V const& point : {V(1.0, 1.0, 0.5), V(1.05, 1.0, 0.5), V(1.0, 1.05, 0.5), V(1.0999, 1.0, 0.5), V(1.1001, 1.0, 0.5)})
+    for (V const& point :
+         {V(1.0, 1.0, 0.5), V(1.05, 1.0, 0.5), V(1.0, 1.05, 0.5), V(1.0999, 1.0, 0.5), V(1.1001, 1.0, 0.5)})
         merged.AddStaticContactPoint(point.x == 1.05 ? V(0, 1, 0) : Up, point);
     ASSERT_EQ(merged.staticContactNormals, (std::vector<V>{Up, Up}));
     ExpectVecNear(merged.staticRelativeContactPoints.at(0), V(0.0, 0.0, -0.5));
@@ -131,14 +132,22 @@ TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThre
     V const steep = glm::normalize(V(1.0, 0.0, 0.9)), slant = glm::normalize(V(1.0, 0.0, 0.5));
     using Contacts = std::vector<std::pair<V, V>>; // normal, point relative to the centre
     // The last three lie on one side: the first three must hold the body.
-    auto const six = [](V const& first) { return Contacts{{first, {-0.4, -0.4, -0.5}}, {Up, {0.4, -0.4, -0.5}},
-        {Up, {0.0, 0.4, -0.5}}, {Up, {0.3, 0.3, -0.5}}, {Up, {0.45, 0.1, -0.5}}, {Up, {0.2, 0.45, -0.5}}}; };
-    struct Case { char const* name; Contacts contacts; bool supported; } const cases[] = {
+    auto const six = [](V const& first) {
+        return Contacts{{first, {-0.4, -0.4, -0.5}}, {Up, {0.4, -0.4, -0.5}}, {Up, {0.0, 0.4, -0.5}},
+                        {Up, {0.3, 0.3, -0.5}},      {Up, {0.45, 0.1, -0.5}}, {Up, {0.2, 0.45, -0.5}}};
+    };
+    struct Case {
+        char const* name;
+        Contacts contacts;
+        bool supported;
+    } const cases[] = {
         {"none", {}, false},
         {"two", {{Up, {0.4, 0.0, -0.5}}, {Up, {-0.3, -0.3, -0.5}}}, false},
         {"three around, clockwise", {{Up, {0.4, 0.0, -0.5}}, {Up, {-0.3, -0.3, -0.5}}, {Up, {-0.3, 0.3, -0.5}}}, true},
         {"three aside", {{Up, {0.4, 0.1, -0.5}}, {Up, {0.45, -0.2, -0.5}}, {Up, {0.2, 0.3, -0.5}}}, false},
-        {"steeper than 45 degrees", {{Up, {0.4, 0.0, -0.5}}, {steep, {-0.3, 0.3, -0.5}}, {Up, {-0.3, -0.3, -0.5}}}, false},
+        {"steeper than 45 degrees",
+         {{Up, {0.4, 0.0, -0.5}}, {steep, {-0.3, 0.3, -0.5}}, {Up, {-0.3, -0.3, -0.5}}},
+         false},
         {"earlier three hold", six(Up), true},
         {"earlier three slanted", six(slant), false}, // every stored normal must face the plane
     };
@@ -146,17 +155,14 @@ TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThre
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         Dynamic body(entity, Step);
-        for (auto const& [normal, point] : c.contacts)
-            body.AddStaticContactPoint(normal, point);
+        for (auto const& [normal, point] : c.contacts) body.AddStaticContactPoint(normal, point);
         V normal(0.0);
         ASSERT_EQ(body.GetStaticContact(normal), c.supported);
-        if (c.supported)
-            ExpectVecNear(normal, Up, 1e-12);
+        if (c.supported) ExpectVecNear(normal, Up, 1e-12);
     }
 }
 
-TEST_F(RigidbodyTest, FallingBoxLandsOnFourCornersNominatesTheGroundAndSlidesWithFriction)
-{
+TEST_F(RigidbodyTest, FallingBoxLandsOnFourCornersNominatesTheGroundAndSlidesWithFriction) {
     ServerSideEntity::Ptr ground = Ground(), entity = Cube({0.0, 0.0, 0.49}, {0.0, 0.0, -2.0});
     Body floor(ground);
     Dynamic body(entity, Step);
@@ -180,11 +186,15 @@ TEST_F(RigidbodyTest, FallingBoxLandsOnFourCornersNominatesTheGroundAndSlidesWit
     ExpectVecNear(PointVelocity(sliding, {0.0, 0.0, -0.5}), V(0.96, 0.0, 0.0), 1e-6);
 }
 
-TEST_F(RigidbodyTest, SparseCollidersStandForTheirSubColliders)
-{
-    struct Case { double fill; V child; size_t contacts; };
+TEST_F(RigidbodyTest, SparseCollidersStandForTheirSubColliders) {
+    struct Case {
+        double fill;
+        V child;
+        size_t contacts;
+    };
     // The child under the box has its top at z = 0 only with the slab's placement added.
-    for (Case const& c : {Case{0.5, {4.0, 4.0, 0.0}, 0u}, Case{0.95, {4.0, 4.0, 0.0}, 4u}, Case{0.5, {0.0, 0.0, 0.0}, 4u}}) {
+    for (Case const& c :
+         {Case{0.5, {4.0, 4.0, 0.0}, 0u}, Case{0.95, {4.0, 4.0, 0.0}, 4u}, Case{0.5, {0.0, 0.0, 0.0}, 4u}}) {
         SCOPED_TRACE(c.fill + c.child.x);
         ServerSideEntity::Ptr ground = Ground();
         ground->centerOfMass = V(0.0);
@@ -203,8 +213,7 @@ TEST_F(RigidbodyTest, SparseCollidersStandForTheirSubColliders)
     }
 }
 
-TEST_F(RigidbodyTest, MovingPairCallsTheSecondCallbackFirstSharesThePushAndKeepsTheMomentum)
-{
+TEST_F(RigidbodyTest, MovingPairCallsTheSecondCallbackFirstSharesThePushAndKeepsTheMomentum) {
     std::vector<std::tuple<char, void*, V>> calls; // collider, body, normal
     auto const log = [&calls](char tag) {
         return [&calls, tag](void* body, ConvexMeshCollider&, ConvexMeshCollider&, Collision& hit, double) {
@@ -215,7 +224,8 @@ TEST_F(RigidbodyTest, MovingPairCallsTheSecondCallbackFirstSharesThePushAndKeeps
     ConvexMeshCollider left = Box(V(1.0)), right = Box(V(1.0));
     left.onContact = log('a');
     right.onContact = log('b');
-    ServerSideEntity::Ptr first = Make(1.0, {left}, {}, {1.0, 0.5, 0.0}), second = Make(3.0, {right}, {0.95, 0.0, 0.0}, {-1.0, 0.0, 0.0});
+    ServerSideEntity::Ptr first = Make(1.0, {left}, {}, {1.0, 0.5, 0.0}),
+                          second = Make(3.0, {right}, {0.95, 0.0, 0.0}, {-1.0, 0.0, 0.0});
     Dynamic a(first, Step), b(second, Step);
     a.nearDynamics.push_back(&b);
     a.CollisionDetection(Step);
@@ -230,8 +240,7 @@ TEST_F(RigidbodyTest, MovingPairCallsTheSecondCallbackFirstSharesThePushAndKeeps
     EXPECT_LT(relative.y, 0.5);
 }
 
-TEST_F(RigidbodyTest, ApplyToEntityWritesTheMotionBackAndClearsTheGatheredImpulses)
-{
+TEST_F(RigidbodyTest, ApplyToEntityWritesTheMotionBackAndClearsTheGatheredImpulses) {
     ServerSideEntity::Ptr entity = Make(1.0, {Box(V(1.0), {1.0, 0.0, 0.0})});
     entity->orientation = Turn(90.0, {0, 0, 1});
     entity->linearImpulse = V(0.6, 0.0, 0.0);
@@ -256,9 +265,12 @@ TEST_F(RigidbodyTest, ApplyToEntityWritesTheMotionBackAndClearsTheGatheredImpuls
     body.ApplyToEntity(Step); // gone entities are left alone
 }
 
-TEST_F(RigidbodyTest, ParentDecisionsFollowTheSpeed)
-{
-    struct Case { char const* name; double speed; bool onParent, candidate, nearParent, touching, staysOrJoins; } const cases[] = {
+TEST_F(RigidbodyTest, ParentDecisionsFollowTheSpeed) {
+    struct Case {
+        char const* name;
+        double speed;
+        bool onParent, candidate, nearParent, touching, staysOrJoins;
+    } const cases[] = {
         {"candidate, fast", 7.0, false, true, false, false, false}, // a candidate is joined below 5 m/s only
         {"candidate, slow", 3.0, false, true, false, false, true},
         {"near parent, cruising", 7.0, true, false, true, false, true}, // near its parent it stays up to 10 m/s
@@ -269,13 +281,11 @@ TEST_F(RigidbodyTest, ParentDecisionsFollowTheSpeed)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         ServerSideEntity::Ptr ground = Ground(), rover = Cube({0.0, 0.0, 0.5}, {c.speed, 0.0, 0.0});
-        if (c.onParent)
-            ground->AddChild(rover);
+        if (c.onParent) ground->AddChild(rover);
         Body groundBody(ground);
         Dynamic body(rover, Step);
         body.gravity = V(0.0, 0.0, -9.81);
-        if (c.candidate)
-            body.potentialNewParent = ground;
+        if (c.candidate) body.potentialNewParent = ground;
         body.parentBody = c.nearParent ? &groundBody : nullptr;
         body.touchesParent = c.touching;
         body.ApplyToEntity(Step);

@@ -55,12 +55,13 @@ TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaultsAndSharedWhileHeld) {
 TEST(GameSettingsFile, AUsersFileIsReadAndWrittenBack) {
     TempDir dir;
     std::string const path = dir.File("settings.ini");
-    ReplaceText(path, "; my settings\n[game]\ndev_tools = true\ndebug_window = yes\n"
-                      "[graphics]\nfov = wide\nrender_scale = 0.5\nupscaling_algo = FSR\nvsync = yes\n"
-                      "[mods]\n; kept by whoever owns it\nfavourite = rover\n"
-                      "[input]\ninput_binding_zoom = key=banana\nlook_sensitivity = 3\n"
-                      "input_binding_vehicle_main_thrust = key=84 mouse=-1 pad=button:-1,axis:4,dir:-1 "
-                      "joy=button:2,axis:-1,dir:1,id:1,name:\"Throttle Quadrant\"\n");
+    ReplaceText(path,
+                "; my settings\n[game]\ndev_tools = true\ndebug_window = yes\n"
+                "[graphics]\nfov = wide\nrender_scale = 0.5\nupscaling_algo = FSR\nvsync = yes\n"
+                "[mods]\n; kept by whoever owns it\nfavourite = rover\n"
+                "[input]\ninput_binding_zoom = key=banana\nlook_sensitivity = 3\n"
+                "input_binding_vehicle_main_thrust = key=84 mouse=-1 pad=button:-1,axis:4,dir:-1 "
+                "joy=button:2,axis:-1,dir:1,id:1,name:\"Throttle Quadrant\"\n");
     GameSettings settings(path, NoReload);
     EXPECT_TRUE(settings.dev_tools && settings.debug_window && settings.vsync && settings.taa);
     EXPECT_TRUE(settings.fov == 70.0f && settings.render_scale == 0.5f && settings.look_sensitivity == 3.0f);

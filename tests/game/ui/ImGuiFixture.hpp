@@ -25,14 +25,28 @@ protected:
         io.DisplaySize = ImVec2(1280.0f, 720.0f);
         io.FontGlobalScale = 0.5f; // UI scaling 1: Game::GetUiScaling() is twice this
         io.Fonts->Build();
-        int const keys[][2] = {
-            {ImGuiKey_Tab, GLFW_KEY_TAB}, {ImGuiKey_LeftArrow, GLFW_KEY_LEFT}, {ImGuiKey_RightArrow, GLFW_KEY_RIGHT},
-            {ImGuiKey_UpArrow, GLFW_KEY_UP}, {ImGuiKey_DownArrow, GLFW_KEY_DOWN}, {ImGuiKey_PageUp, GLFW_KEY_PAGE_UP},
-            {ImGuiKey_PageDown, GLFW_KEY_PAGE_DOWN}, {ImGuiKey_Home, GLFW_KEY_HOME}, {ImGuiKey_End, GLFW_KEY_END},
-            {ImGuiKey_Insert, GLFW_KEY_INSERT}, {ImGuiKey_Delete, GLFW_KEY_DELETE}, {ImGuiKey_Backspace, GLFW_KEY_BACKSPACE},
-            {ImGuiKey_Space, GLFW_KEY_SPACE}, {ImGuiKey_Enter, GLFW_KEY_ENTER}, {ImGuiKey_Escape, GLFW_KEY_ESCAPE},
-            {ImGuiKey_KeyPadEnter, GLFW_KEY_KP_ENTER}, {ImGuiKey_A, GLFW_KEY_A}, {ImGuiKey_C, GLFW_KEY_C},
-            {ImGuiKey_V, GLFW_KEY_V}, {ImGuiKey_X, GLFW_KEY_X}, {ImGuiKey_Y, GLFW_KEY_Y}, {ImGuiKey_Z, GLFW_KEY_Z}};
+        int const keys[][2] = {{ImGuiKey_Tab, GLFW_KEY_TAB},
+                               {ImGuiKey_LeftArrow, GLFW_KEY_LEFT},
+                               {ImGuiKey_RightArrow, GLFW_KEY_RIGHT},
+                               {ImGuiKey_UpArrow, GLFW_KEY_UP},
+                               {ImGuiKey_DownArrow, GLFW_KEY_DOWN},
+                               {ImGuiKey_PageUp, GLFW_KEY_PAGE_UP},
+                               {ImGuiKey_PageDown, GLFW_KEY_PAGE_DOWN},
+                               {ImGuiKey_Home, GLFW_KEY_HOME},
+                               {ImGuiKey_End, GLFW_KEY_END},
+                               {ImGuiKey_Insert, GLFW_KEY_INSERT},
+                               {ImGuiKey_Delete, GLFW_KEY_DELETE},
+                               {ImGuiKey_Backspace, GLFW_KEY_BACKSPACE},
+                               {ImGuiKey_Space, GLFW_KEY_SPACE},
+                               {ImGuiKey_Enter, GLFW_KEY_ENTER},
+                               {ImGuiKey_Escape, GLFW_KEY_ESCAPE},
+                               {ImGuiKey_KeyPadEnter, GLFW_KEY_KP_ENTER},
+                               {ImGuiKey_A, GLFW_KEY_A},
+                               {ImGuiKey_C, GLFW_KEY_C},
+                               {ImGuiKey_V, GLFW_KEY_V},
+                               {ImGuiKey_X, GLFW_KEY_X},
+                               {ImGuiKey_Y, GLFW_KEY_Y},
+                               {ImGuiKey_Z, GLFW_KEY_Z}};
         for (auto const& [key, code] : keys) io.KeyMap[key] = code;
         Game::window = &window;
     }
@@ -42,10 +56,7 @@ protected:
         Game::window = nullptr;
     }
 
-    template <typename Body>
-    void Frame(Body const& body) {
-        ImGui::NewFrame(), body(), ImGui::Render();
-    }
+    template <typename Body> void Frame(Body const& body) { ImGui::NewFrame(), body(), ImGui::Render(); }
 
     void MouseTo(float x, float y) { ImGui::GetIO().MousePos = ImVec2(x, y); }
     /// Presses or releases a mouse button: 0 left, 1 right, 2 middle.
@@ -64,8 +75,7 @@ protected:
     /// Replays the script tests/data/NAME and compares it whole with the file: '#' and blank
     /// lines stay, lines starting with '=' or '@' are rewritten by `show`, and the others are
     /// commands split at ';', each given to `run` as its first word and the rest.
-    template <typename Run, typename Show>
-    void Replay(std::string const& name, Run const& run, Show const& show) {
+    template <typename Run, typename Show> void Replay(std::string const& name, Run const& run, Show const& show) {
         std::string out;
         for (std::string const& line : testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile(name)))) {
             bool const shown = line[0] == '=' || line[0] == '@';

@@ -24,7 +24,9 @@ using host::InputPlayer;
 using host::InputScript;
 using nerox::graphics::HeadlessWindow;
 
-InputScript Parse(std::string const& text) { return InputScript::Parse(text, "test.input"); }
+InputScript Parse(std::string const& text) {
+    return InputScript::Parse(text, "test.input");
+}
 
 /// The message of the error that reading text (or loading the file at path) gives, or "no error".
 std::string ErrorOf(std::string const& text, std::string const& path = "") {
@@ -42,13 +44,15 @@ std::string ErrorOf(std::string const& text, std::string const& path = "") {
 TEST(InputScriptText, EveryEventReadsAsItsFields) {
     InputScript const script = Parse(testsupport::ReadText(testsupport::DataFile("input/script_events.input")));
     EXPECT_EQ(script.FileName(), "test.input");
-    char const* const kinds[] = {"Mode", "Key", "Mouse", "Cursor", "Focus", "GamepadConnect", "GamepadButton",
-                                 "GamepadAxis", "JoystickConnect", "JoystickAxis", "JoystickButton", "JoystickHat",
-                                 "Disconnect", "Quit"};
+    char const* const kinds[] = {
+        "Mode",          "Key",         "Mouse",           "Cursor",       "Focus",          "GamepadConnect",
+        "GamepadButton", "GamepadAxis", "JoystickConnect", "JoystickAxis", "JoystickButton", "JoystickHat",
+        "Disconnect",    "Quit"};
     std::string text;
     char line[320];
     for (InputEvent const& e : script.Events()) {
-        std::snprintf(line, sizeof line, "line %d t=%g %s device %d index %d value %d down %d x %g y %g counts %d %d %d '%s' '%s'\n",
+        std::snprintf(line, sizeof line,
+                      "line %d t=%g %s device %d index %d value %d down %d x %g y %g counts %d %d %d '%s' '%s'\n",
                       e.line, e.time, kinds[static_cast<int>(e.kind)], e.device, e.index, e.value, e.down, e.x, e.y,
                       e.axes, e.buttons, e.hats, e.guid.c_str(), e.name.c_str());
         text += line;
@@ -118,12 +122,13 @@ TEST(InputPlayer, ReplaysTheScriptIntoTheWindowAndTheGame) {
         add(" cursor %g", x);
         add(",%g", y);
         text += std::string(window.IsFocused() ? " focused" : " unfocused") +
-                (window.GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_DISABLED ? " captured" : " free") + " mode " +
-                std::to_string(Game::_inputMode) + (Game::_mouseLook ? " look" : "") + (Game::isActive.load() ? "" : " quit");
+            (window.GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_DISABLED ? " captured" : " free") + " mode " +
+            std::to_string(Game::_inputMode) + (Game::_mouseLook ? " look" : "") +
+            (Game::isActive.load() ? "" : " quit");
         for (int id = 0; id <= GLFW_JOYSTICK_LAST; ++id) {
             if (!window.JoystickPresent(id)) continue;
             text += "\n  device " + std::to_string(id) + " '" + window.GetJoystickGUID(id) + "' '" +
-                    window.GetJoystickName(id) + "' axes";
+                window.GetJoystickName(id) + "' axes";
             int axes = 0, buttons = 0, hats = 0;
             float const* axis = window.GetJoystickAxes(id, &axes);
             unsigned char const* button = window.GetJoystickButtons(id, &buttons);
@@ -153,7 +158,8 @@ TEST(InputPlayer, ReplaysTheScriptIntoTheWindowAndTheGame) {
         size_t const applied = player.Apply(now);
         transcript += std::to_string(now).substr(0, 6) + " s: " + std::to_string(applied) + " events:" + State() + "\n";
     }
-    transcript += std::string(player.Finished() ? "finished" : "not finished") + (player.QuitApplied() ? ", quit\n" : "\n");
+    transcript +=
+        std::string(player.Finished() ? "finished" : "not finished") + (player.QuitApplied() ? ", quit\n" : "\n");
     EXPECT_EQ(keyEvents, 7); // the window's key callback saw every key event
     Game::_inputMode = 0;
     Game::_mouseLook = false;
@@ -180,7 +186,9 @@ TEST(ActionPrinterLines, PrintsOnlyTheActionsThatChangedSinceTheLastLine) {
     ActionPrinter printer;
     std::FILE* file = std::tmpfile();
     ASSERT_NE(file, nullptr);
-    auto print = [&printer, file](long long pass, double seconds) { return std::to_string(printer.Print(pass, seconds, file)); };
+    auto print = [&printer, file](long long pass, double seconds) {
+        return std::to_string(printer.Print(pass, seconds, file));
+    };
     std::string wrote = print(0, 0.0);
     Controller::state.AvatarTranslateForward = Controller::state.AvatarSprint = true;
     wrote += print(12, 0.2);
@@ -200,7 +208,8 @@ TEST(ActionPrinterLines, PrintsOnlyTheActionsThatChangedSinceTheLastLine) {
     std::string text(4096, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), file));
     std::fclose(file);
-    EXPECT_EQ(text, "actions pass 12 t=0.200 AvatarSprint 0->1 AvatarTranslateForward 0->1\n"
-                    "actions pass 14 t=0.233 AvatarSprint 1->0 AvatarYaw 0->0.0833 VehicleGamepadLookToggle 0->1\n"
-                    "actions pass 16 t=0.267 AvatarYaw 0.0833->0\n");
+    EXPECT_EQ(text,
+              "actions pass 12 t=0.200 AvatarSprint 0->1 AvatarTranslateForward 0->1\n"
+              "actions pass 14 t=0.233 AvatarSprint 1->0 AvatarYaw 0->0.0833 VehicleGamepadLookToggle 0->1\n"
+              "actions pass 16 t=0.267 AvatarYaw 0.0833->0\n");
 }

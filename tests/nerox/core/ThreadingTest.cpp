@@ -30,10 +30,15 @@ constexpr auto liveness = 30s;
 
 /// Runs body(0) to body(count - 1) on threads of their own, all alive until the
 /// last one ends, and reader() on this thread at least once and until then.
-void Concurrently(int count, std::function<void(int)> const& body, std::function<void()> const& reader = [] {}) {
+void Concurrently(
+    int count, std::function<void(int)> const& body, std::function<void()> const& reader = [] {}) {
     std::atomic<int> running{count};
     std::vector<std::jthread> threads;
-    for (int i = 0; i < count; ++i) threads.emplace_back([&, i] { body(i); --running; });
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&, i] {
+            body(i);
+            --running;
+        });
     do {
         reader();
         std::this_thread::yield();
@@ -70,23 +75,33 @@ struct ProfilerTest : ::testing::Test {
 TEST_F(ProfilerTest, NestedScopesNameTheirPathRepeatsAccumulateAndStopsPopTheNameOnce) {
     for (int i = 0; i < 2; ++i) {
         Profiler update("Update", true);
-        { Profiler entities("ForEachEntity::Update", true); Profiler physics(std::string("Physics"), true); }
-        { Profiler idle("Idle", false); idle.Stop(); }
+        {
+            Profiler entities("ForEachEntity::Update", true);
+            Profiler physics(std::string("Physics"), true);
+        }
+        {
+            Profiler idle("Idle", false);
+            idle.Stop();
+        }
         Profiler network("Network", true);
         network.Stop();
         network.Stop();
         Profiler after("After", true);
     }
     Profiler::ForEach([](auto const&...) { Profiler nested("InsideVisitor", true); });
-    EXPECT_EQ(Counts(), "InsideVisitor:6 Update:2 Update/After:2 Update/ForEachEntity::Update:2 "
-                        "Update/ForEachEntity::Update/Physics:2 Update/Idle:0 Update/Network:2 ");
+    EXPECT_EQ(Counts(),
+              "InsideVisitor:6 Update:2 Update/After:2 Update/ForEachEntity::Update:2 "
+              "Update/ForEachEntity::Update/Physics:2 Update/Idle:0 Update/Network:2 ");
     Profiler::Profile const idle = Records().at("Update/Idle").second;
     EXPECT_EQ(idle.total, 0.0);
     EXPECT_EQ(idle.min, -1.0);
 }
 
 TEST_F(ProfilerTest, FirstTimeSetsMinimumAndShorterOnesReplaceIt) {
-    { Profiler scope("Work", true); std::this_thread::sleep_for(20ms); }
+    {
+        Profiler scope("Work", true);
+        std::this_thread::sleep_for(20ms);
+    }
     Profiler::Profile const first = Records().at("Work").second;
     EXPECT_GE(first.total, 20.0 * 0.9);
     EXPECT_DOUBLE_EQ(first.min, first.total) << "a long first run is the minimum even so";
@@ -125,14 +140,19 @@ TEST_F(ProfilerTest, DisabledAndResetScopesLeaveNoTrace) {
 
 TEST_F(ProfilerTest, ThreadsKeepTheirOwnPathsAndNamesWhileReadersVisit) {
     std::string systemName;
-    Concurrently(3, [&](int t) {
-        if (t == 0) Profiler::SetThreadName("a-rather-long-thread-name");
-        if (t == 0) systemName = ThreadName();
-        for (int i = 0; i < 300; ++i) {
-            Profiler outer("Loop" + std::to_string(t), true);
-            Profiler inner("Step" + std::to_string(i % 3), true);
-        }
-    }, [] { for (auto const& [path, record] : Records()) EXPECT_LE(record.second.min, record.second.max + 1e-9) << path; });
+    Concurrently(
+        3,
+        [&](int t) {
+            if (t == 0) Profiler::SetThreadName("a-rather-long-thread-name");
+            if (t == 0) systemName = ThreadName();
+            for (int i = 0; i < 300; ++i) {
+                Profiler outer("Loop" + std::to_string(t), true);
+                Profiler inner("Step" + std::to_string(i % 3), true);
+            }
+        },
+        [] {
+            for (auto const& [path, record] : Records()) EXPECT_LE(record.second.min, record.second.max + 1e-9) << path;
+        });
     { Profiler scope("Main", true); }
     std::string expected;
     for (std::string const loop : {"Loop0", "Loop1", "Loop2"})
@@ -169,11 +189,14 @@ TEST(ThreadPoolTest, ThreadsStartShrinkAndGrowAndDeliverPromisesQueuedFromSevera
     EXPECT_EQ(pool.Promise([] { return 9; }).get(), 9);
     pool.RunThreads(3, init);
     std::atomic<long> sum{0};
-    Concurrently(3, [&](int t) {
-        std::vector<std::future<long>> futures;
-        for (long i = 0; i < 100; ++i) futures.push_back(pool.Promise([i, t] { return i * (t + 1); }));
-        for (auto& future : futures) sum += future.get();
-    }, [&] { EXPECT_EQ(pool.GetThreadCount(), 3u); });
+    Concurrently(
+        3,
+        [&](int t) {
+            std::vector<std::future<long>> futures;
+            for (long i = 0; i < 100; ++i) futures.push_back(pool.Promise([i, t] { return i * (t + 1); }));
+            for (auto& future : futures) sum += future.get();
+        },
+        [&] { EXPECT_EQ(pool.GetThreadCount(), 3u); });
     EXPECT_EQ(sum.load(), 6 * 4950L);
     auto owned = std::make_unique<int>(41);
     EXPECT_EQ(pool.Promise([owned = std::move(owned)] { return *owned + 1; }).get(), 42);
@@ -293,17 +316,20 @@ TEST(SharedMutexTest, WriterUnlockWakesAllWaitingReaders) {
     mutex.lock();
     std::atomic<int> inside{0};
     bool unlocked = false;
-    Concurrently(4, [&](int) {
-        std::shared_lock lock(mutex);
-        ++inside; // stay inside until every reader is in at once
-        for (auto const until = std::chrono::steady_clock::now() + liveness; inside < 4;)
-            if (std::chrono::steady_clock::now() > until) return ADD_FAILURE() << "the unlock left readers waiting";
-    }, [&] {
-        if (std::exchange(unlocked, true)) return;
-        std::this_thread::sleep_for(20ms);
-        EXPECT_EQ(inside.load(), 0);
-        mutex.unlock();
-    });
+    Concurrently(
+        4,
+        [&](int) {
+            std::shared_lock lock(mutex);
+            ++inside; // stay inside until every reader is in at once
+            for (auto const until = std::chrono::steady_clock::now() + liveness; inside < 4;)
+                if (std::chrono::steady_clock::now() > until) return ADD_FAILURE() << "the unlock left readers waiting";
+        },
+        [&] {
+            if (std::exchange(unlocked, true)) return;
+            std::this_thread::sleep_for(20ms);
+            EXPECT_EQ(inside.load(), 0);
+            mutex.unlock();
+        });
 }
 
 TEST(SharedMutexTest, ReadersAndWritersUnderContention) {

@@ -31,9 +31,7 @@ using testsupport::WriteText;
 namespace {
 
 /// The text the file holds for a value, and what a variable that held start reads back from it.
-template <class T>
-std::pair<std::string, T> WriteAndRead(T value, T start)
-{
+template <class T> std::pair<std::string, T> WriteAndRead(T value, T start) {
     TempDir dir;
     ConfigFile config(dir.File("f.ini"), std::nullopt);
     std::vector<Conf> entries = {Conf(&config, "v", value)};
@@ -48,8 +46,7 @@ std::pair<std::string, T> WriteAndRead(T value, T start)
 /// leaves both as they were did not parse. Gives the value as the file writes
 /// it, after checking that it reads back exactly from that.
 template <class T>
-std::string Read(std::string const& path, std::string const& section, std::string const& key, T a, T b)
-{
+std::string Read(std::string const& path, std::string const& section, std::string const& key, T a, T b) {
     T first = a;
     T second = b;
     ConfigFile config(path, std::nullopt);
@@ -61,8 +58,7 @@ std::string Read(std::string const& path, std::string const& section, std::strin
     } catch (std::invalid_argument const& error) {
         return std::string("error: ") + error.what();
     }
-    if (first == a && second == b)
-        return "(unchanged)";
+    if (first == a && second == b) return "(unchanged)";
     EXPECT_TRUE(first == second) << key << ": the value read depends on the variable's previous value";
     auto const [text, back] = WriteAndRead(first, a);
     EXPECT_EQ(WriteAndRead(back, a).first, text) << key << " does not read back as written";
@@ -70,8 +66,7 @@ std::string Read(std::string const& path, std::string const& section, std::strin
 }
 
 /// Reads a key of values.ini with the type its section is named after.
-std::string ReadAsSectionType(std::string const& path, std::string const& section, std::string const& key)
-{
+std::string ReadAsSectionType(std::string const& path, std::string const& section, std::string const& key) {
     if (section == "bool") return Read(path, section, key, true, false);
     if (section == "int32") return Read<int32_t>(path, section, key, 12345, -12345);
     if (section == "float") return Read(path, section, key, -1.25f, 3.5f);
@@ -104,8 +99,7 @@ std::vector<RewriteCase> const RewriteCases = {
 struct WatchedConfig : ConfigFile {
     using ConfigFile::ConfigFile;
     ~WatchedConfig() override { StopAutoReloadThread(); }
-    void ReadConfig() override
-    {
+    void ReadConfig() override {
         std::vector<Conf> entries = {Conf(this, "value", value)};
         ReadFromINI("main", entries, false);
     }
@@ -113,18 +107,15 @@ struct WatchedConfig : ConfigFile {
 };
 
 /// Waits up to a generous deadline for the value, read under the file's mutex.
-bool WaitFor(WatchedConfig& config, int32_t value)
-{
+bool WaitFor(WatchedConfig& config, int32_t value) {
     for (int i = 0; i < 4000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
-        if (std::lock_guard<std::mutex> lock(config.GetMutex()); config.value == value)
-            return true;
+        if (std::lock_guard<std::mutex> lock(config.GetMutex()); config.value == value) return true;
     return false;
 }
 
 } // namespace
 
-TEST(ConfigFileConf, RefusesUnknownTypesAndKeysTheFileCannotHold)
-{
+TEST(ConfigFileConf, RefusesUnknownTypesAndKeysTheFileCannotHold) {
     int32_t variable = 0;
     for (int type : {0, 2, 4, 6, 9, -1})
         EXPECT_THROW(Conf(nullptr, "key", &variable, type), std::invalid_argument) << type;
@@ -135,8 +126,7 @@ TEST(ConfigFileConf, RefusesUnknownTypesAndKeysTheFileCannotHold)
 
 // Every key of values.ini read as the type of its section: the golden file has
 // the value read, or "(unchanged)" where the text does not parse.
-TEST(ConfigFileValues, SpellingsOfEveryTypeRoundTripAndTextsThatDoNotParse)
-{
+TEST(ConfigFileValues, SpellingsOfEveryTypeRoundTripAndTextsThatDoNotParse) {
     std::string const path = testsupport::DataFile("nerox/config/values.ini");
     std::string read;
     ConfigFile(path, std::nullopt).ReadFromINI([&](std::istringstream& header, std::vector<std::istringstream>& lines) {
@@ -149,15 +139,20 @@ TEST(ConfigFileValues, SpellingsOfEveryTypeRoundTripAndTextsThatDoNotParse)
     testsupport::ExpectGolden(read, "nerox/config/values_read.txt");
 }
 
-TEST(ConfigFileParse, KeysBelongToTheirSection)
-{
+TEST(ConfigFileParse, KeysBelongToTheirSection) {
     TempDir dir;
     std::string const path = dir.File("sections.ini");
-    WriteText(path, "v = 1\n[one]\nv = 2\n  [ two ]  \n  v=3\n[one]\nv = 4\n; v = 5\n[three\nv = 6\n"
-                    "[crlf]\r\nv = 7\r\n");
+    WriteText(path,
+              "v = 1\n[one]\nv = 2\n  [ two ]  \n  v=3\n[one]\nv = 4\n; v = 5\n[three\nv = 6\n"
+              "[crlf]\r\nv = 7\r\n");
     std::vector<std::vector<std::string>> const cases = {
-        {"", "v", "1"}, {"one", "v", "4"}, {"two", "v", "3"}, {"three", "v", "6"}, {"crlf", "v", "7"},
-        {"four", "v", "(unchanged)"}, {"", "V", "(unchanged)"},
+        {"", "v", "1"},
+        {"one", "v", "4"},
+        {"two", "v", "3"},
+        {"three", "v", "6"},
+        {"crlf", "v", "7"},
+        {"four", "v", "(unchanged)"},
+        {"", "V", "(unchanged)"},
         {"a]b", "v", "error: ConfigFile: invalid section name 'a]b'"},
         {" one", "v", "error: ConfigFile: invalid section name ' one'"},
     };
@@ -167,8 +162,7 @@ TEST(ConfigFileParse, KeysBelongToTheirSection)
 
 // Reads that add missing keys and writes keep every other line, leave no
 // temporary files, and do not touch a file they would not change.
-TEST(ConfigFileRewrite, KeepsTheRestOfTheFile)
-{
+TEST(ConfigFileRewrite, KeepsTheRestOfTheFile) {
     for (RewriteCase const& c : RewriteCases) {
         SCOPED_TRACE(std::string(c.input ? c.input : "no file") + " [" + c.section + "] " + c.mode);
         TempDir dir;
@@ -177,13 +171,13 @@ TEST(ConfigFileRewrite, KeepsTheRestOfTheFile)
             std::filesystem::create_directories(dir.File("sub"));
             WriteText(path, ReadText(testsupport::DataFile(std::string("nerox/config/") + c.input)));
         }
-        struct stat before {}, after {};
+        struct stat before {
+        }, after{};
         ::stat(path.c_str(), &before);
         auto values = c.values;
         ConfigFile config(path, std::nullopt);
         std::vector<Conf> entries;
-        for (auto& [key, value] : values)
-            entries.emplace_back(&config, key, value);
+        for (auto& [key, value] : values) entries.emplace_back(&config, key, value);
         if (c.mode == 'w')
             config.WriteToINI(c.section, entries);
         else
@@ -203,23 +197,20 @@ TEST(ConfigFileRewrite, KeepsTheRestOfTheFile)
 
 // lines.cfg has loose lines, blanks, comments, CRLF lines and an unclosed
 // header; sections.ini a preamble of comments only, which makes no call.
-TEST(ConfigFileLineHandler, SectionsArriveInFileOrderWithTheirLines)
-{
+TEST(ConfigFileLineHandler, SectionsArriveInFileOrderWithTheirLines) {
     std::string seen;
     for (std::string const name : {"lines.cfg", "sections.ini", "missing.ini"}) {
         seen += "== " + name + "\n";
         ConfigFile(testsupport::DataFile("nerox/config/" + name), std::nullopt)
             .ReadFromINI([&](std::istringstream& header, std::vector<std::istringstream>& lines) {
                 seen += "[" + header.str() + "]\n";
-                for (std::istringstream& line : lines)
-                    seen += "|" + line.str() + "|\n";
+                for (std::istringstream& line : lines) seen += "|" + line.str() + "|\n";
             });
     }
     testsupport::ExpectGolden(seen, "nerox/config/lines_seen.txt");
 }
 
-TEST(FilePathTest, PartsAndDelete)
-{
+TEST(FilePathTest, PartsAndDelete) {
     TempDir dir;
     FilePath const file(dir.File("settings.ini"));
     EXPECT_EQ(file.GetFileName() + "|" + file.GetStem() + "|" + file.GetExtension(), "settings.ini|settings|.ini");
@@ -233,8 +224,7 @@ TEST(FilePathTest, PartsAndDelete)
     EXPECT_FALSE(file.Exists());
 }
 
-TEST(ConfigFileReload, ReloadsOnOutsideChangesOnlyAndStopsWithoutWaitingForTheInterval)
-{
+TEST(ConfigFileReload, ReloadsOnOutsideChangesOnlyAndStopsWithoutWaitingForTheInterval) {
     EXPECT_EQ(ConfigFile("a.ini", std::nullopt).GetReloadInterval(), ConfigFile::DefaultReloadIntervalMs);
     EXPECT_EQ(ConfigFile("a.ini", 0).GetReloadInterval(), 1);
     TempDir dir;

@@ -22,13 +22,13 @@ using nerox::filesystem::BinaryFileStream;
 using nerox::filesystem::ReadOnlyStream;
 using nerox::filesystem::Stream;
 using nerox::filesystem::WriteOnlyStream;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 using testsupport::ByteBuilder;
 using testsupport::Bytes;
 using testsupport::ReadBytes;
 using testsupport::TempDir;
 using testsupport::WriteBytes;
-using testing::HasSubstr;
-using testing::ThrowsMessage;
 
 namespace {
 
@@ -38,19 +38,15 @@ struct Packed { // no padding: its bytes are all set
     double b;
 };
 
-template <class T>
-T Get(Stream& stream)
-{
+template <class T> T Get(Stream& stream) {
     T value{};
     stream.Read(value);
     return value;
 }
 
-Bytes Pattern(size_t size)
-{
+Bytes Pattern(size_t size) {
     Bytes bytes(size);
-    for (size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<unsigned char>((i * 131 + 7) & 0xFF);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>((i * 131 + 7) & 0xFF);
     return bytes;
 }
 
@@ -59,8 +55,7 @@ std::string const BinaryText = std::string("a\0b\0\0c\xff\x01", 8) + std::string
 
 /// One of everything, nested two deep, with a raw block larger than the file
 /// buffers; read back by ReadEverything.
-void WriteEverything(Stream& outer)
-{
+void WriteEverything(Stream& outer) {
     WriteOnlyStream inner;
     inner.Write(int32_t{7});
     inner.Write("deep"); // a C string goes through the string form
@@ -77,8 +72,7 @@ void WriteEverything(Stream& outer)
     outer.Write(int8_t{-5});
 }
 
-void ReadEverything(Stream& stream)
-{
+void ReadEverything(Stream& stream) {
     EXPECT_EQ(Get<uint64_t>(stream), std::numeric_limits<uint64_t>::max());
     EXPECT_EQ(Get<std::string>(stream), BinaryText);
     EXPECT_EQ(Get<std::string>(stream), "");
@@ -102,8 +96,7 @@ void ReadEverything(Stream& stream)
 
 // The layout is fixed for good, saved worlds hold it: little-endian 64-bit
 // length prefixes, raw writes without any.
-TEST(StreamRoundTrip, EveryKindNestedTwoDeepInTheGoldenLayoutAndEveryShorterPrefixFailsCleanly)
-{
+TEST(StreamRoundTrip, EveryKindNestedTwoDeepInTheGoldenLayoutAndEveryShorterPrefixFailsCleanly) {
     WriteOnlyStream out(64);
     WriteEverything(out);
     Bytes const& full = out.Bytes();
@@ -120,8 +113,7 @@ TEST(StreamRoundTrip, EveryKindNestedTwoDeepInTheGoldenLayoutAndEveryShorterPref
     }
 }
 
-TEST(StreamRoundTrip, StreamsWriteWhatRemainsToBeRead)
-{
+TEST(StreamRoundTrip, StreamsWriteWhatRemainsToBeRead) {
     WriteOnlyStream source;
     source.Write(int32_t{1});
     source.Write(int32_t{2});
@@ -137,8 +129,7 @@ TEST(StreamRoundTrip, StreamsWriteWhatRemainsToBeRead)
     EXPECT_TRUE(in.AtEnd());
 }
 
-TEST(StreamErrors, ReadsPastTheEndCorruptLengthsAndWrongDirectionsAreRefused)
-{
+TEST(StreamErrors, ReadsPastTheEndCorruptLengthsAndWrongDirectionsAreRefused) {
     ReadOnlyStream in(Bytes{1, 2});
     EXPECT_THAT([&] { Get<uint32_t>(in); }, ThrowsMessage<std::runtime_error>(HasSubstr("read past the end")));
     EXPECT_THROW(in.Skip(3), std::runtime_error);
@@ -150,8 +141,7 @@ TEST(StreamErrors, ReadsPastTheEndCorruptLengthsAndWrongDirectionsAreRefused)
     EXPECT_THROW(ReadOnlyStream(huge).Read(text), std::runtime_error);
     EXPECT_EQ(text, "unchanged");
     EXPECT_THROW(ReadOnlyStream(huge).ReadStream(), std::runtime_error);
-    EXPECT_THROW(ReadOnlyStream(ByteBuilder().Raw(uint64_t{4}).Chars("abc", 3).bytes).ReadStream(),
-                 std::runtime_error);
+    EXPECT_THROW(ReadOnlyStream(ByteBuilder().Raw(uint64_t{4}).Chars("abc", 3).bytes).ReadStream(), std::runtime_error);
     WriteOnlyStream writeOnly;
     writeOnly.Write(int32_t{1});
     EXPECT_THROW(Get<int32_t>(writeOnly), std::runtime_error);
@@ -163,15 +153,15 @@ TEST(StreamErrors, ReadsPastTheEndCorruptLengthsAndWrongDirectionsAreRefused)
 }
 
 // Values cross the buffer edges at many places; a buffer of 0 reads and writes unbuffered.
-TEST(BinaryFileStreamTest, DiskRoundTripMatchesMemoryLayoutWithAnyBufferAndCutFilesFailCleanly)
-{
+TEST(BinaryFileStreamTest, DiskRoundTripMatchesMemoryLayoutWithAnyBufferAndCutFilesFailCleanly) {
     TempDir dir;
     std::string const path = dir.File("mixed.bin");
     WriteOnlyStream memory;
     WriteEverything(memory);
     for (unsigned int buffer : {0u, 1u, 7u, 64u, 100000u}) {
         {
-            BinaryFileStream out(path, buffer, buffer == 7 ? BinaryFileStream::ReadWrite : BinaryFileStream::WriteTruncate);
+            BinaryFileStream out(path, buffer,
+                                 buffer == 7 ? BinaryFileStream::ReadWrite : BinaryFileStream::WriteTruncate);
             WriteEverything(out);
         } // the destructor flushes
         EXPECT_EQ(ReadBytes(path), memory.Bytes()) << "buffer " << buffer;
@@ -193,8 +183,7 @@ TEST(BinaryFileStreamTest, DiskRoundTripMatchesMemoryLayoutWithAnyBufferAndCutFi
 
 // Nested into a memory stream, a file stream gives what remains to be read,
 // from the file or from bytes not yet written out, and is not consumed.
-TEST(BinaryFileStreamTest, ReadWriteModeReplacesTheContentOnFirstWriteAndNestsWhatRemains)
-{
+TEST(BinaryFileStreamTest, ReadWriteModeReplacesTheContentOnFirstWriteAndNestsWhatRemains) {
     TempDir dir;
     std::string const path = dir.File("replace.bin");
     Bytes const pattern = Pattern(2500);
@@ -212,7 +201,8 @@ TEST(BinaryFileStreamTest, ReadWriteModeReplacesTheContentOnFirstWriteAndNestsWh
         stream.Write(uint32_t{0xCAFEF00D});
         EXPECT_EQ(stream.Size(), 4u);
         EXPECT_EQ(nested(stream), (Bytes{0x0D, 0xF0, 0xFE, 0xCA}));
-        EXPECT_EQ(Get<uint32_t>(stream), 0xCAFEF00Du) << "reading starts over on the new content, pending bytes included";
+        EXPECT_EQ(Get<uint32_t>(stream), 0xCAFEF00Du)
+            << "reading starts over on the new content, pending bytes included";
     }
     EXPECT_EQ(ReadBytes(path), (Bytes{0x0D, 0xF0, 0xFE, 0xCA}));
     std::string const created = dir.File("created.bin");
@@ -220,8 +210,7 @@ TEST(BinaryFileStreamTest, ReadWriteModeReplacesTheContentOnFirstWriteAndNestsWh
     EXPECT_EQ(std::filesystem::file_size(created), 0u);
 }
 
-TEST(BinaryFileStreamTest, OpeningFailuresAndWrongDirections)
-{
+TEST(BinaryFileStreamTest, OpeningFailuresAndWrongDirections) {
     TempDir dir;
     std::string const missing = dir.File("no_such_file.bin");
     EXPECT_THAT([&] { BinaryFileStream(missing, 1024, BinaryFileStream::ReadOnly); },

@@ -27,9 +27,12 @@ using nerox::graphics::Texture;
 using nerox::graphics::TextureRef;
 using Entries = std::vector<std::tuple<TextureRef, VkSampler>>;
 
-template <class F>
-std::string Thrown(F&& f) {
-    try { f(); } catch (std::runtime_error const& error) { return error.what(); }
+template <class F> std::string Thrown(F&& f) {
+    try {
+        f();
+    } catch (std::runtime_error const& error) {
+        return error.what();
+    }
     return "no exception";
 }
 
@@ -47,16 +50,32 @@ public:
         stages.emplace_back(stage);
         if (throwIn == stage) throw std::runtime_error(std::string("thrown in ") + stage);
     }
-    bool BeginFrame() override { Note("BeginFrame"); return NeroxRenderer::BeginFrame(); }
-    void EndFrame() override { Note("EndFrame"); NeroxRenderer::EndFrame(); }
-    void FrameRenderCommands(VkCommandBuffer c) override { if (render) render(c); Note("FrameRenderCommands", c, true); }
-#define RECORD(stage) void stage() override { Note(#stage); }
-#define RECORD_COMMANDS(stage) void stage(VkCommandBuffer c) override { Note(#stage, c, true); }
-    RECORD(FrameCollectGarbage) RECORD(FrameUpdateDescriptorSets) RECORD(FrameBeforePost) RECORD(FrameInit)
-    RECORD(FrameUpdateUi) RECORD(FrameBeforeUpdate) RECORD(FrameUpdate) RECORD(FrameBeforeRender) RECORD(FrameAfterRender)
-    RECORD(FrameAfterUpdate) RECORD_COMMANDS(FramePushCommands) RECORD_COMMANDS(FrameBuildCommands)
-    RECORD_COMMANDS(FrameResolveCommands) RECORD_COMMANDS(FrameBlitCommands) RECORD_COMMANDS(FramePostCommands)
-    RECORD_COMMANDS(FrameOverlayCommands)
+    bool BeginFrame() override {
+        Note("BeginFrame");
+        return NeroxRenderer::BeginFrame();
+    }
+    void EndFrame() override {
+        Note("EndFrame");
+        NeroxRenderer::EndFrame();
+    }
+    void FrameRenderCommands(VkCommandBuffer c) override {
+        if (render) render(c);
+        Note("FrameRenderCommands", c, true);
+    }
+#define RECORD(stage)                                                                                                  \
+    void stage() override {                                                                                            \
+        Note(#stage);                                                                                                  \
+    }
+#define RECORD_COMMANDS(stage)                                                                                         \
+    void stage(VkCommandBuffer c) override {                                                                           \
+        Note(#stage, c, true);                                                                                         \
+    }
+    RECORD(FrameCollectGarbage)
+    RECORD(FrameUpdateDescriptorSets) RECORD(FrameBeforePost) RECORD(FrameInit) RECORD(FrameUpdateUi)
+        RECORD(FrameBeforeUpdate) RECORD(FrameUpdate) RECORD(FrameBeforeRender) RECORD(FrameAfterRender)
+            RECORD(FrameAfterUpdate) RECORD_COMMANDS(FramePushCommands) RECORD_COMMANDS(FrameBuildCommands)
+                RECORD_COMMANDS(FrameResolveCommands) RECORD_COMMANDS(FrameBlitCommands)
+                    RECORD_COMMANDS(FramePostCommands) RECORD_COMMANDS(FrameOverlayCommands)
 #undef RECORD
 #undef RECORD_COMMANDS
 };
@@ -178,7 +197,8 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
     ASSERT_TRUE(Texture::SaveFile(dir.File("texture.png"), 2, 2, 4, false, pixels.data(), 90));
     EXPECT_EQ(renderer->AddTexture(TextureRef(dir.File("texture.png"))), 0u);
     auto const texture = std::dynamic_pointer_cast<ImageTexture>(renderer->GetTexture(0));
-    ASSERT_TRUE(texture && texture->GetImage().Width() == 2u && texture->GetImage().Format() == VK_FORMAT_R8G8B8A8_UNORM);
+    ASSERT_TRUE(texture && texture->GetImage().Width() == 2u &&
+                texture->GetImage().Format() == VK_FORMAT_R8G8B8A8_UNORM);
     renderer->Frame();
     EXPECT_EQ(renderer->AddTexture(Solid(), renderer->DefaultSampler()), 1u); // while the last frame may still run
     EXPECT_EQ(renderer->AddTextures(Entries(3, {Solid(), VK_NULL_HANDLE})), 2u) << "the index of the first added";
@@ -192,7 +212,8 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
     EXPECT_TRUE(capacity >= 16u && capacity <= nerox::renderer::NeroxRenderer::MaxTextures) << capacity;
     std::string const full = "Texture table is full: " + std::to_string(capacity);
     std::pair<Entries, std::string> const cases[] = {
-        {{{TextureRef("no/such/texture.png"), VK_NULL_HANDLE}}, "Cannot load image file no/such/texture.png: no such file"},
+        {{{TextureRef("no/such/texture.png"), VK_NULL_HANDLE}},
+         "Cannot load image file no/such/texture.png: no such file"},
         {{{Solid(), VK_NULL_HANDLE}, {TextureRef("no/such/file.png"), VK_NULL_HANDLE}},
          "Cannot load image file no/such/file.png: no such file"},
         {Entries(capacity, {Solid(), VK_NULL_HANDLE}), full + " more do not fit in " + std::to_string(capacity)},
@@ -209,7 +230,8 @@ TEST_F(Renderer, TexturePixelsMustMatchTheSizeAndFormat) {
     auto const make = [&](uint32_t width, uint32_t height, VkFormat format, uint8_t const* data, size_t bytes) {
         return Thrown([&] { ImageTexture(renderer->GetDevice(), width, height, format, data, bytes, "bad"); });
     };
-    EXPECT_EQ(make(4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10), "ImageTexture \"bad\": 10 bytes given, 64 needed");
+    EXPECT_EQ(make(4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10),
+              "ImageTexture \"bad\": 10 bytes given, 64 needed");
     EXPECT_EQ(make(1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4), "ImageTexture \"bad\": 4 bytes given, 4 needed");
     EXPECT_EQ(make(0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0), "ImageTexture \"bad\": empty size 0x4");
     EXPECT_EQ(make(1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4), "ImageTexture \"bad\": unsupported format 126");

@@ -24,7 +24,8 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
     if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) GTEST_SKIP() << "no display";
     auto window = std::make_unique<GlfwWindow>("Tessara test", 320, 200, false);
     auto second = std::make_unique<GlfwWindow>("second", 100, 100, false);
-    EXPECT_EQ(std::vector<int>({window->GetHandle() != nullptr, window->GetWidth(), window->GetHeight(), window->ShouldClose()}),
+    EXPECT_EQ(std::vector<int>(
+                  {window->GetHandle() != nullptr, window->GetWidth(), window->GetHeight(), window->ShouldClose()}),
               std::vector<int>({1, 320, 200, 0}));
     window->SetShouldClose(true);
     window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
@@ -32,7 +33,8 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
     // Codes out of range and absent joysticks read as released and absent.
     int count = 7;
     int const released[] = {window->GetKey(GLFW_KEY_A), window->GetKey(-1),
-                            window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1), window->JoystickPresent(GLFW_JOYSTICK_16)};
+                            window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1),
+                            window->JoystickPresent(GLFW_JOYSTICK_16)};
     EXPECT_EQ(std::vector<int>(std::begin(released), std::end(released)), std::vector<int>(4, GLFW_RELEASE));
     EXPECT_TRUE(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count) == nullptr && count == 0);
     window->PollEvents();
@@ -44,7 +46,9 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
 TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOrder) {
     HeadlessWindow window;
     std::vector<std::string> events;
-    auto note = [&](std::string const& what, int a, int b) { events.push_back(what + std::to_string(a) + " " + std::to_string(b)); };
+    auto note = [&](std::string const& what, int a, int b) {
+        events.push_back(what + std::to_string(a) + " " + std::to_string(b));
+    };
     window.onKey = [&](int key, int, int action, int) { note("key ", key, action); };
     window.onMouseButton = [&](int button, int action, int) { note("mouse ", button, action); };
     window.onChar = [&](unsigned c) { note("char ", c, 0); };
@@ -64,7 +68,9 @@ TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOr
         window.SetMouseButton(button, GLFW_PRESS);
         EXPECT_TRUE(window.GetKey(key) == GLFW_RELEASE && window.GetMouseButton(button) == GLFW_RELEASE) << key;
     }
-    EXPECT_EQ(events, (std::vector<std::string>{"key 87 1", "key 87 2", "key 87 0", "mouse 1 1", "char 9786 0", "scroll 1 -2"}));
+    EXPECT_EQ(
+        events,
+        (std::vector<std::string>{"key 87 1", "key 87 2", "key 87 0", "mouse 1 1", "char 9786 0", "scroll 1 -2"}));
     window.GetCursorPos(nullptr, nullptr); // null outputs are allowed
 }
 

@@ -63,7 +63,11 @@ TEST(ImageFiles, BadRequestsAreRefusedWithoutWritingAndUnreadableFilesThrowWithT
     EXPECT_TRUE(fs::is_empty(dir.File("")));
     testsupport::WriteText(dir.File("garbage.png"), "this is not an image");
     auto const load = [&](char const* name, int channels) -> std::string {
-        try { Texture::LoadFile(dir.File(name), channels); } catch (std::runtime_error const& e) { return e.what(); }
+        try {
+            Texture::LoadFile(dir.File(name), channels);
+        } catch (std::runtime_error const& e) {
+            return e.what();
+        }
         return "loaded";
     };
     std::string const prefix = "Cannot load image file " + dir.File("");

@@ -22,17 +22,18 @@ namespace {
 
 using namespace nerox::vk;
 
-template <class E = std::runtime_error, class F>
-std::string Thrown(F&& f)
-{
-    try { f(); } catch (E const& e) { return e.what(); }
+template <class E = std::runtime_error, class F> std::string Thrown(F&& f) {
+    try {
+        f();
+    } catch (E const& e) {
+        return e.what();
+    }
     return "no exception";
 }
 
 class VkTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
+    static void SetUpTestSuite() {
         if (device) return;
         DeviceOptions options;
         options.applicationName = "nerox_vk_tests";
@@ -46,8 +47,7 @@ protected:
         said = testing::internal::GetCapturedStdout();
     }
     void SetUp() override { errorsBefore = Device::ValidationErrorCount(); }
-    void TearDown() override
-    {
+    void TearDown() override {
         EXPECT_EQ(Device::ValidationErrorCount(), errorsBefore + expectedErrors)
             << "validation errors while the test ran (printed above)";
     }
@@ -63,8 +63,10 @@ using VkDevice_ = VkTest;
 
 TEST_F(VkDevice_, OffersVulkan13WithBufferAddressesAGraphicsQueueAndRayTracingWhereItHasIt) {
     EXPECT_TRUE(!Dev().Name().empty() && Dev().Properties().apiVersion >= VK_API_VERSION_1_3);
-    EXPECT_TRUE(Dev().EnabledFeatures().vulkan12.bufferDeviceAddress && Dev().EnabledFeatures().vulkan13.dynamicRendering);
-    EXPECT_TRUE(Dev().GraphicsQueue() != VK_NULL_HANDLE && Dev().Surface() == VK_NULL_HANDLE) << "offscreen: no surface";
+    EXPECT_TRUE(Dev().EnabledFeatures().vulkan12.bufferDeviceAddress &&
+                Dev().EnabledFeatures().vulkan13.dynamicRendering);
+    EXPECT_TRUE(Dev().GraphicsQueue() != VK_NULL_HANDLE && Dev().Surface() == VK_NULL_HANDLE)
+        << "offscreen: no surface";
     EXPECT_TRUE(Dev().Validating()) << "the tests need Debian's vulkan-validationlayers";
     bool const has = Dev().HasRayTracing();
     EXPECT_EQ(bool(Dev().EnabledFeatures().rayTracingPipeline.rayTracingPipeline), has);
@@ -103,7 +105,8 @@ TEST(VkDeviceChoice, ANameThatMatchesNoDeviceIsAClearError) {
     options.validation = 0;
     std::string const error = Thrown([&] { Device device(options); });
     EXPECT_TRUE(error.find("no usable device") != std::string::npos &&
-                error.find(": not the device named by NEROX_VK_DEVICE") != std::string::npos) << error;
+                error.find(": not the device named by NEROX_VK_DEVICE") != std::string::npos)
+        << error;
     unsetenv("NEROX_VK_DEVICE");
 }
 
@@ -111,10 +114,13 @@ TEST_F(VkDevice_, BuffersCopyOnTheDeviceHaveDistinctAlignedAddressesAndMoveTheir
     MappedBuffer<uint32_t> records(Dev(), 100, VK_BUFFER_USAGE_TRANSFER_SRC_BIT, "records", 16);
     MappedBuffer<uint32_t, 4, 0x800> back(Dev(), 100, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "read back", 256);
     for (uint32_t i = 0; i < 100; ++i) records[i] = i * 7u;
-    ASSERT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
-        VkBufferCopy region{0, 0, records.Size()};
-        vkCmdCopyBuffer(commands, records, back, 1, &region);
-    }, "copy records"));
+    ASSERT_TRUE(CommandBuffer::Run(
+        Dev(), Dev().GraphicsQueue(),
+        [&](VkCommandBuffer commands) {
+            VkBufferCopy region{0, 0, records.Size()};
+            vkCmdCopyBuffer(commands, records, back, 1, &region);
+        },
+        "copy records"));
     EXPECT_EQ(std::vector<uint32_t>(back.Data(), back.Data() + back.Count()),
               std::vector<uint32_t>(records.Data(), records.Data() + 100));
     EXPECT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), {}, "empty")) << "nothing to record is fine";
@@ -124,7 +130,9 @@ TEST_F(VkDevice_, BuffersCopyOnTheDeviceHaveDistinctAlignedAddressesAndMoveTheir
                  AllocationHostAccessSequentialWrite, "moved");
     EXPECT_EQ(static_cast<uint64_t>(back) % 256, 0u);
     EXPECT_EQ((std::set<uint64_t>{0, records.Address(), back.Address(), local.Address(), first.Address()}).size(), 5u);
-    if (!local.HostVisible()) { EXPECT_THROW(local.Map(), std::runtime_error); } // software devices' is host-visible
+    if (!local.HostVisible()) {
+        EXPECT_THROW(local.Map(), std::runtime_error);
+    } // software devices' is host-visible
     void* mapped = first.Map();
     VkBuffer const handle = first;
     Buffer second(std::move(first));
@@ -144,11 +152,18 @@ TEST_F(VkBuffersDeathTest, IndexAndCountAreChecked) {
 constexpr char const* Triangle = "shaders/triangle"; // relative to the tests' working folder
 constexpr VkImageUsageFlags TargetUsage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT;
 
-constexpr uint32_t Rgba(uint32_t r, uint32_t g, uint32_t b, uint32_t a = 255) { return r | g << 8 | b << 16 | a << 24; }
-uint32_t Channel(uint32_t texel, int channel) { return (texel >> (8 * channel)) & 0xFF; }
-VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) { return VkClearColorValue{{r, g, b, a}}; }
+constexpr uint32_t Rgba(uint32_t r, uint32_t g, uint32_t b, uint32_t a = 255) {
+    return r | g << 8 | b << 16 | a << 24;
+}
+uint32_t Channel(uint32_t texel, int channel) {
+    return (texel >> (8 * channel)) & 0xFF;
+}
+VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) {
+    return VkClearColorValue{{r, g, b, a}};
+}
 
-RenderpassOptions const ClearThenCopy{VK_ATTACHMENT_LOAD_OP_CLEAR, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL};
+RenderpassOptions const ClearThenCopy{VK_ATTACHMENT_LOAD_OP_CLEAR, VK_IMAGE_LAYOUT_UNDEFINED,
+                                      VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL};
 
 // In a W x H target the triangle covers the pixels whose centres lie inside
 // (W/4, H/4), (3W/4, H/4), (W/2, 3H/4): the apex points down the image.
@@ -160,11 +175,12 @@ protected:
     /// The triangle in colour over clear on a width x height target, read back row by row. A
     /// target other than 64 x 64 RGBA gets a pipeline made for one such and refreshed for it,
     /// as after a swapchain change; a pipeline not rebuilt would be incompatible.
-    std::vector<uint32_t> Draw(VkClearColorValue clear, VkClearColorValue colour, GraphicsPipelineOptions const& options = {},
-                               uint32_t width = 64, uint32_t height = 64, VkFormat format = VK_FORMAT_R8G8B8A8_UNORM)
-    {
+    std::vector<uint32_t> Draw(VkClearColorValue clear, VkClearColorValue colour,
+                               GraphicsPipelineOptions const& options = {}, uint32_t width = 64, uint32_t height = 64,
+                               VkFormat format = VK_FORMAT_R8G8B8A8_UNORM) {
         Image image(Dev(), width, height, format, TargetUsage, "target");
-        auto firstPass = std::make_unique<Renderpass>(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 64, 64, TargetUsage, ClearThenCopy);
+        auto firstPass =
+            std::make_unique<Renderpass>(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 64, 64, TargetUsage, ClearThenCopy);
         GraphicsPipeline pipeline(Dev(), layout, *firstPass, Triangle, options);
         Renderpass pass(Dev(), format, width, height, TargetUsage, ClearThenCopy);
         if (width != 64 || format != VK_FORMAT_R8G8B8A8_UNORM) {
@@ -172,32 +188,40 @@ protected:
             pipeline.RefreshViewport(pass);
         }
         MappedBuffer<uint32_t, 4, 0x800> pixels(Dev(), width * height, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "pixels");
-        EXPECT_TRUE(CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
-            pass.Begin(commands, image.View(), clear);
-            pipeline.Bind(commands);
-            vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_FRAGMENT_BIT, 0, 16, colour.float32);
-            vkCmdDraw(commands, 3, 1, 0, 0);
-            pass.End(commands);
-            VkBufferImageCopy copy{};
-            copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-            copy.imageExtent = {width, height, 1};
-            vkCmdCopyImageToBuffer(commands, image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, pixels, 1, &copy);
-            VkBufferMemoryBarrier toHost{VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER, nullptr, VK_ACCESS_TRANSFER_WRITE_BIT,
-                                         VK_ACCESS_HOST_READ_BIT, VK_QUEUE_FAMILY_IGNORED, VK_QUEUE_FAMILY_IGNORED,
-                                         pixels, 0, VK_WHOLE_SIZE};
-            vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 0, nullptr, 1,
-                                 &toHost, 0, nullptr);
-        }, "read back"));
+        EXPECT_TRUE(CommandBuffer::Run(
+            Dev(), Dev().GraphicsQueue(),
+            [&](VkCommandBuffer commands) {
+                pass.Begin(commands, image.View(), clear);
+                pipeline.Bind(commands);
+                vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_FRAGMENT_BIT, 0, 16, colour.float32);
+                vkCmdDraw(commands, 3, 1, 0, 0);
+                pass.End(commands);
+                VkBufferImageCopy copy{};
+                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+                copy.imageExtent = {width, height, 1};
+                vkCmdCopyImageToBuffer(commands, image, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, pixels, 1, &copy);
+                VkBufferMemoryBarrier toHost{VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER,
+                                             nullptr,
+                                             VK_ACCESS_TRANSFER_WRITE_BIT,
+                                             VK_ACCESS_HOST_READ_BIT,
+                                             VK_QUEUE_FAMILY_IGNORED,
+                                             VK_QUEUE_FAMILY_IGNORED,
+                                             pixels,
+                                             0,
+                                             VK_WHOLE_SIZE};
+                vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 0,
+                                     nullptr, 1, &toHost, 0, nullptr);
+            },
+            "read back"));
         return {pixels.Data(), pixels.Data() + pixels.Count()};
     }
 };
 
 TEST_F(VkPipelines, ATriangleReadsBackAsItsColourInsideAndTheClearColourOutside) {
     // Points at least 4 pixels from every edge; near the top the rows are wide.
-    constexpr uint32_t probes[][3] = {{32, 20, 1},  {32, 30, 1},  {32, 40, 1},  {22, 20, 1},  {42, 20, 1},
-                                {28, 32, 1},  {20, 18, 1},  {44, 18, 1},  {32, 44, 1},  {2, 2, 0},
-                                {32, 8, 0},  {61, 61, 0}, {10, 40, 0}, {54, 40, 0}, {32, 56, 0},
-                                {20, 44, 0}, {44, 44, 0}};
+    constexpr uint32_t probes[][3] = {{32, 20, 1}, {32, 30, 1}, {32, 40, 1}, {22, 20, 1}, {42, 20, 1}, {28, 32, 1},
+                                      {20, 18, 1}, {44, 18, 1}, {32, 44, 1}, {2, 2, 0},   {32, 8, 0},  {61, 61, 0},
+                                      {10, 40, 0}, {54, 40, 0}, {32, 56, 0}, {20, 44, 0}, {44, 44, 0}};
     std::vector<uint32_t> const pixels = Draw(Colour(0, 0, 1), Colour(1, 0, 0));
     for (auto const& [x, y, inside] : probes)
         EXPECT_EQ(pixels[y * 64 + x], inside ? Rgba(255, 0, 0) : Rgba(0, 0, 255)) << x << ", " << y;
@@ -206,8 +230,8 @@ TEST_F(VkPipelines, ATriangleReadsBackAsItsColourInsideAndTheClearColourOutside)
 TEST_F(VkPipelines, AfterRefreshViewportThePipelineDrawsIntoANewPassOfAnotherSizeAndFormat) {
     std::vector<uint32_t> const pixels = Draw(Colour(0, 0, 1), Colour(1, 0, 0), {}, 32, 16, VK_FORMAT_B8G8R8A8_UNORM);
     // In 32 x 16 the triangle is (8, 4), (24, 4), (16, 12): the viewport follows the new extent.
-    constexpr uint32_t probes[][3] = {{16, 6, 1},  {16, 9, 1},  {12, 5, 1},   {20, 5, 1},  {1, 1, 0},
-                                {16, 1, 0}, {30, 14, 0}, {9, 11, 0}, {23, 11, 0}};
+    constexpr uint32_t probes[][3] = {{16, 6, 1}, {16, 9, 1},  {12, 5, 1}, {20, 5, 1}, {1, 1, 0},
+                                      {16, 1, 0}, {30, 14, 0}, {9, 11, 0}, {23, 11, 0}};
     for (auto const& [x, y, inside] : probes) // BGRA bytes: red and blue trade places
         EXPECT_EQ(pixels[y * 32 + x], inside ? Rgba(0, 0, 255) : Rgba(255, 0, 0)) << x << ", " << y;
 }
@@ -223,9 +247,12 @@ TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
     Image b(Dev(), 16, 16, VK_FORMAT_R8G8B8A8_UNORM, TargetUsage, "b");
     Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 16, 16, TargetUsage, ClearThenCopy);
     auto drawInto = [&](std::vector<VkImageView> const& views) {
-        return CommandBuffer::Run(Dev(), Dev().GraphicsQueue(), [&](VkCommandBuffer commands) {
-            for (VkImageView view : views) pass.Begin(commands, view), pass.End(commands);
-        }, "empty passes");
+        return CommandBuffer::Run(
+            Dev(), Dev().GraphicsQueue(),
+            [&](VkCommandBuffer commands) {
+                for (VkImageView view : views) pass.Begin(commands, view), pass.End(commands);
+            },
+            "empty passes");
     };
     ASSERT_TRUE(drawInto({a.View(), a.View(), b.View()}));
     EXPECT_EQ(pass.TargetCount(), 2u) << "the second use of a view reuses its framebuffer";
@@ -237,7 +264,8 @@ TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
 }
 
 TEST_F(VkPipelines, LoadingATargetOfUndefinedLayoutIsRefused) {
-    RenderpassOptions options{VK_ATTACHMENT_LOAD_OP_LOAD, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_GENERAL, "undefined load"};
+    RenderpassOptions options{VK_ATTACHMENT_LOAD_OP_LOAD, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_GENERAL,
+                              "undefined load"};
     auto const make = [&] { Renderpass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, options); };
     EXPECT_EQ(Thrown<std::invalid_argument>(make),
               "Renderpass undefined load: loading a target in the undefined layout; clear it or give its layout");
@@ -252,7 +280,9 @@ TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
     std::string const vert = std::string(Triangle) + ".vert.spv";
     std::filesystem::copy_file(vert, dir.File("lonely.vert.spv")); // a vertex stage alone is not enough
     Renderpass pass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, ClearThenCopy);
-    auto const build = [&](std::string const& path) { return Thrown([&] { GraphicsPipeline(Dev(), layout, pass, path); }); };
+    auto const build = [&](std::string const& path) {
+        return Thrown([&] { GraphicsPipeline(Dev(), layout, pass, path); });
+    };
     EXPECT_EQ(build("shaders/no_such_shader"), "Cannot load shader shaders/no_such_shader.vert.spv: no such file");
     EXPECT_EQ(build(dir.File("lonely")), "Cannot load shader " + dir.File("lonely.frag.spv") + ": no such file");
     std::tuple<char const*, std::string, char const*> const cases[] = {

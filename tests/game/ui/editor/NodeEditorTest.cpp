@@ -99,7 +99,8 @@ protected:
         Frame([&] {
             ImGui::SetNextWindowPos(kOrigin);
             ImGui::SetNextWindowSize(kSize);
-            ImGui::Begin("Canvas", nullptr, ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove | ImGuiWindowFlags_NoScrollWithMouse);
+            ImGui::Begin("Canvas", nullptr,
+                         ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove | ImGuiWindowFlags_NoScrollWithMouse);
             focused = target->Render();
             ImGui::End();
             if (!beside) return;
@@ -135,7 +136,8 @@ protected:
     std::string State() const {
         std::string out;
         for (Node const* node : target->nodes) {
-            out += (out.empty() ? "" : " ") + node->title + (node->selected ? "+" : "") + (node->modified ? "*" : "") + ":";
+            out += (out.empty() ? "" : " ") + node->title + (node->selected ? "+" : "") + (node->modified ? "*" : "") +
+                ":";
             for (UniqueId const& input : node->inputs) {
                 Node* const source = target->GetNode(input);
                 auto const at = std::find(target->nodes.begin(), target->nodes.end(), source) - target->nodes.begin();
@@ -153,11 +155,16 @@ protected:
         if (plus != std::string::npos) std::sscanf(word.c_str() + plus + 1, "%f,%f", &by.x, &by.y);
         std::string const part = word.substr(0, plus).substr(std::min<size_t>(2, word.size()));
         Node const* node = std::isupper(word[0]) ? nodes[static_cast<size_t>(word[0] - 'A')] : nullptr;
-        if (node == nullptr) std::sscanf(word.c_str(), "%f,%f", &at.x, &at.y);
-        else if (part == "title") at = Screen(node->pos) + ImVec2(12.0f, 4.0f);
-        else if (part == "corner") at = Screen(node->pos + node->size) - ImVec2(3.0f, 3.0f);
-        else if (part == "out") at = editor.outputPins.at(node->id);
-        else at = editor.inputPins.at(node->id).at(static_cast<size_t>(part[2] - '0'));
+        if (node == nullptr)
+            std::sscanf(word.c_str(), "%f,%f", &at.x, &at.y);
+        else if (part == "title")
+            at = Screen(node->pos) + ImVec2(12.0f, 4.0f);
+        else if (part == "corner")
+            at = Screen(node->pos + node->size) - ImVec2(3.0f, 3.0f);
+        else if (part == "out")
+            at = editor.outputPins.at(node->id);
+        else
+            at = editor.inputPins.at(node->id).at(static_cast<size_t>(part[2] - '0'));
         return at + by;
     }
     static int KeyCode(std::string const& name) {
@@ -174,21 +181,25 @@ protected:
             return p.str();
         };
         if (geometry) {
-            for (Node const* node : target->nodes) out << node->title << ' ' << point(node->pos, ',') << ' ' << point(node->size, 'x') << ' ';
+            for (Node const* node : target->nodes)
+                out << node->title << ' ' << point(node->pos, ',') << ' ' << point(node->size, 'x') << ' ';
             out << "pan " << point(target->pan, ',') << " zoom " << target->zoom;
             return "@ " + out.str();
         }
         out << "= " << State() << (target->changed ? " changed" : "") << (focused ? "" : " unfocused");
         if (int const menus = ImGui::GetCurrentContext()->OpenPopupStack.Size) out << " menus " << menus;
         out << (target->boxSelecting ? " boxing" : "") << (target->panning ? " panning" : "");
-        for (auto [doing, node] : {std::pair(" moving ", target->movingNode), std::pair(" resizing ", target->resizingNode)})
+        for (auto [doing, node] :
+             {std::pair(" moving ", target->movingNode), std::pair(" resizing ", target->resizingNode)})
             if (node != nullptr) out << doing << node->title;
         out << (target->copyArmed ? "" : " copy off") << (target->pasteArmed ? "" : " paste off");
         for (Node const* node : target->nodes) {
             if (node->draggingOutput || node->disconnectOutput || node->draggingInput >= 0)
-                out << " " << node->title << " dragging " << node->draggingOutput << node->disconnectOutput << node->draggingInput;
+                out << " " << node->title << " dragging " << node->draggingOutput << node->disconnectOutput
+                    << node->draggingInput;
             if (!node->CanClone()) out << " " << node->title << " solo";
-            if (int const clicks = static_cast<TestNode const*>(node)->doubleClicks) out << " " << node->title << " double clicked " << clicks;
+            if (int const clicks = static_cast<TestNode const*>(node)->doubleClicks)
+                out << " " << node->title << " double clicked " << clicks;
         }
         if (target->outputPins.size() != target->nodes.size()) out << " pins " << target->outputPins.size();
         if (!NodeEditor::clipboard.empty()) out << " copied " << NodeEditor::clipboard.size();
@@ -251,9 +262,12 @@ protected:
         } else if (verb == "pan") {
             std::sscanf(rest.c_str(), "%f,%f", &editor.pan.x, &editor.pan.y);
         } else if (verb == "size") {
-            std::sscanf(rest.c_str() + 2, "%fx%f", &nodes[static_cast<size_t>(rest[0] - 'A')]->size.x, &nodes[static_cast<size_t>(rest[0] - 'A')]->size.y);
+            std::sscanf(rest.c_str() + 2, "%fx%f", &nodes[static_cast<size_t>(rest[0] - 'A')]->size.x,
+                        &nodes[static_cast<size_t>(rest[0] - 'A')]->size.y);
         } else if (verb == "select" || verb == "solo") {
-            for (char n : rest) (verb == "solo" ? nodes[static_cast<size_t>(n - 'A')]->clonable : nodes[static_cast<size_t>(n - 'A')]->selected) ^= true;
+            for (char n : rest)
+                (verb == "solo" ? nodes[static_cast<size_t>(n - 'A')]->clonable
+                                : nodes[static_cast<size_t>(n - 'A')]->selected) ^= true;
         } else if (verb == "zoom") { // from, by steps, at a UI scaling, about a point that stays
             float from = 1.0f, steps = 0.0f, ui = 1.0f;
             std::sscanf(rest.c_str(), "%f %f %f", &from, &steps, &ui);
@@ -278,8 +292,10 @@ protected:
 
 TEST_F(EditorTest, Replays) {
     for (char const* script : {"gestures", "links", "keys"})
-        Replay(std::string("ui/editor/") + script + ".txt", [&](std::string const& verb, std::string const& rest) { Run(verb, rest); },
-               [&](char kind) { return Show(kind == '@'); });
+        Replay(
+            std::string("ui/editor/") + script + ".txt",
+            [&](std::string const& verb, std::string const& rest) { Run(verb, rest); },
+            [&](char kind) { return Show(kind == '@'); });
 }
 
 TEST_F(EditorTest, PinsSitWhereTheyAreDrawn) {
@@ -310,7 +326,9 @@ TEST_F(EditorTest, HiddenNodesHaveNoPinsAndNoLinks) {
 // Drawing frames of a settled editor allocates nothing: every operator new in this program is counted.
 TEST_F(EditorTest, SteadyFramesAllocateNothing) {
     for (int i = 3; i < 40; ++i) {
-        TestNode* node = Add("Node", ImVec2(600.0f + 40.0f * static_cast<float>(i % 10), 20.0f + 100.0f * static_cast<float>(i / 10)), 3);
+        TestNode* node =
+            Add("Node",
+                ImVec2(600.0f + 40.0f * static_cast<float>(i % 10), 20.0f + 100.0f * static_cast<float>(i / 10)), 3);
         node->inputs[0] = editor.nodes[static_cast<size_t>(i - 1)]->id;
         node->inputs[2] = editor.nodes[static_cast<size_t>(i - 2)]->id;
         node->selected = i % 3 == 0;
@@ -330,7 +348,6 @@ TEST_F(EditorTest, SteadyFramesAllocateNothing) {
     Mouse(0, false);
 }
 
-
 TEST(NodeSaveFormat, RoundTripKeepsSavedFieldsAndResetsTheRest) {
     UniqueId const source = UniqueId::Generate("NODE");
     Node node("Mixer", ImVec2(12.5f, -3.0f), {source, UniqueId()});
@@ -341,11 +358,12 @@ TEST(NodeSaveFormat, RoundTripKeepsSavedFieldsAndResetsTheRest) {
     node.resizable = false;
     node.draggingInput = 1;
     nlohmann::json const json = node.Serialize();
-    EXPECT_EQ(json, (nlohmann::json{{"id", static_cast<std::string>(node.id)},
-                                    {"title", "Mixer"},
-                                    {"pos", {{"x", 12.5}, {"y", -3.0}}},
-                                    {"size", {{"x", 80.0}, {"y", 90.0}}},
-                                    {"inputs", {static_cast<std::string>(source), ""}}}));
+    EXPECT_EQ(json,
+              (nlohmann::json{{"id", static_cast<std::string>(node.id)},
+                              {"title", "Mixer"},
+                              {"pos", {{"x", 12.5}, {"y", -3.0}}},
+                              {"size", {{"x", 80.0}, {"y", 90.0}}},
+                              {"inputs", {static_cast<std::string>(source), ""}}}));
     Node read(nlohmann::json::parse(json.dump()));
     EXPECT_TRUE(read == node);
     EXPECT_EQ(read.Serialize(), json);
@@ -357,10 +375,14 @@ TEST(NodeSaveFormat, RoundTripKeepsSavedFieldsAndResetsTheRest) {
 TEST(NodeSaveFormat, MissingKeysAndWrongTypesRaiseTheJsonLibrarysErrors) {
     nlohmann::json const json = Node("Gain", ImVec2(1.0f, 2.0f), {UniqueId()}).Serialize();
     nlohmann::json const erase(nlohmann::json::value_t::discarded);
-    struct { char const* path; nlohmann::json value; } const cases[] = { // `erase` removes the key
-        {"/id", erase}, {"/title", erase}, {"/pos", erase}, {"/size", erase}, {"/inputs", erase},
-        {"/pos/y", erase}, {"/size/y", erase}, {"/title", 5}, {"/pos/x", "left"},
-        {"/size/y", true}, // the library alone would read it as 1
+    struct {
+        char const* path;
+        nlohmann::json value;
+    } const cases[] = {
+        // `erase` removes the key
+        {"/id", erase},           {"/title", erase}, {"/pos", erase},    {"/size", erase},
+        {"/inputs", erase},       {"/pos/y", erase}, {"/size/y", erase}, {"/title", 5},
+        {"/pos/x", "left"},       {"/size/y", true}, // the library alone would read it as 1
         {"/inputs", {{"a", ""}}}, {"/inputs", {1}},
     };
     for (auto const& c : cases) {
@@ -378,7 +400,11 @@ TEST(NodeSaveFormat, MissingKeysAndWrongTypesRaiseTheJsonLibrarysErrors) {
 }
 
 TEST(NodeDefaults, MinimumSizeFollowsInputsAndTheResizeCorner) {
-    struct { size_t inputs; bool resizable; float height; } const cases[] = {{0, true, 55}, {3, true, 95}, {3, false, 85}, {0, false, 45}};
+    struct {
+        size_t inputs;
+        bool resizable;
+        float height;
+    } const cases[] = {{0, true, 55}, {3, true, 95}, {3, false, 85}, {0, false, 45}};
     for (auto const& c : cases) {
         Node node("N", ImVec2(), std::vector<UniqueId>(c.inputs));
         node.resizable = c.resizable;

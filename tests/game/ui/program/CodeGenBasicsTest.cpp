@@ -15,19 +15,71 @@ struct ExampleCase {
 
 // Each file is a program as the editor saves it: the "#NODES " line with the graph, then its code.
 ExampleCase const kExamples[] = {
-    {"door_delay", "door.main.nc"}, {"aliased_lamp", "door.main.nc"}, {"rich", "plant-control.main.nc"},
-    {"pid_two", "plant.main.nc"}, {"empty"}, {"silent_nodes"}, {"block_order"}, {"no_value"}, {"shared_expression"},
-    {"shared_inputs"}, {"input_types"}, {"shared_aliases"}, {"memoised_blinker"}, {"math_twice"},
-    {"output_blank_default"}, {"substitution"}, {"default_types"}, {"constants"}, {"constants_used"},
-    {"var_number_fresh"}, {"var_number_linked"}, {"var_number_typed"}, {"var_wrong_inputs"}, {"var_text_fresh"},
-    {"var_text_reset"}, {"var_text_linked"}, {"output_numbered"}, {"output_aliased"}, {"output_missing_source"},
-    {"print"}, {"print_nothing"}, {"print_fresh"}, {"execute_conditional"}, {"conditional_nested"},
-    {"execute_default"}, {"conditional_number_typed"}, {"include"}, {"math"}, {"math_unknown"},
-    {"math_missing_inputs"}, {"counter_fresh"}, {"counter_limits"}, {"counter_missing_limit"}, {"counter_order"},
-    {"smooth_fresh"}, {"smooth_trigger"}, {"smooth_duration"}, {"pulse_fresh"}, {"toggle_fresh"}, {"pulse_rising"},
-    {"toggle_falling"}, {"pulse_both"}, {"toggle_missing_edge"}, {"switch_number"}, {"switch_text"},
-    {"switch_selector_only"}, {"delay_reset"}, {"delay_shared"}, {"blinker_zero"}, {"blinker_empty"}, {"blinker_half"},
-    {"text_format"}, {"text_no_inputs"}, {"pid_fresh"}, {"pid_limits"},
+    {"door_delay", "door.main.nc"},
+    {"aliased_lamp", "door.main.nc"},
+    {"rich", "plant-control.main.nc"},
+    {"pid_two", "plant.main.nc"},
+    {"empty"},
+    {"silent_nodes"},
+    {"block_order"},
+    {"no_value"},
+    {"shared_expression"},
+    {"shared_inputs"},
+    {"input_types"},
+    {"shared_aliases"},
+    {"memoised_blinker"},
+    {"math_twice"},
+    {"output_blank_default"},
+    {"substitution"},
+    {"default_types"},
+    {"constants"},
+    {"constants_used"},
+    {"var_number_fresh"},
+    {"var_number_linked"},
+    {"var_number_typed"},
+    {"var_wrong_inputs"},
+    {"var_text_fresh"},
+    {"var_text_reset"},
+    {"var_text_linked"},
+    {"output_numbered"},
+    {"output_aliased"},
+    {"output_missing_source"},
+    {"print"},
+    {"print_nothing"},
+    {"print_fresh"},
+    {"execute_conditional"},
+    {"conditional_nested"},
+    {"execute_default"},
+    {"conditional_number_typed"},
+    {"include"},
+    {"math"},
+    {"math_unknown"},
+    {"math_missing_inputs"},
+    {"counter_fresh"},
+    {"counter_limits"},
+    {"counter_missing_limit"},
+    {"counter_order"},
+    {"smooth_fresh"},
+    {"smooth_trigger"},
+    {"smooth_duration"},
+    {"pulse_fresh"},
+    {"toggle_fresh"},
+    {"pulse_rising"},
+    {"toggle_falling"},
+    {"pulse_both"},
+    {"toggle_missing_edge"},
+    {"switch_number"},
+    {"switch_text"},
+    {"switch_selector_only"},
+    {"delay_reset"},
+    {"delay_shared"},
+    {"blinker_zero"},
+    {"blinker_empty"},
+    {"blinker_half"},
+    {"text_format"},
+    {"text_no_inputs"},
+    {"pid_fresh"},
+    {"pid_limits"},
 };
 
 TEST(ProgramCodeExamples, EachExampleOpenedAgainGivesItsOwnText) {
@@ -116,9 +168,9 @@ TEST(ProgramCodeNames, RefusedNameWritesMessageAndChangesNothing) {
 
 TEST(ProgramCodeText, FormatNumber) {
     std::pair<char const*, char const*> const cases[] = {
-        {"", "0"},     {"   ", ""},      {" \t\n\r\v\f", ""}, {" 5 ", "5"},  {"\t\n1.0\r\v\f", "1.0"},
-        {".5", "0.5"}, {"  .25", "0.25"}, {"-.5", "-0.5"},    {"+.5", "+0.5"}, {"-.", "-0."},
-        {".", "0."},   {"-5", "-5"},      {"-", "-"},         {"abc", "abc"}, {"1e3", "1e3"}, // no other check
+        {"", "0"},     {"   ", ""},       {" \t\n\r\v\f", ""}, {" 5 ", "5"},    {"\t\n1.0\r\v\f", "1.0"},
+        {".5", "0.5"}, {"  .25", "0.25"}, {"-.5", "-0.5"},     {"+.5", "+0.5"}, {"-.", "-0."},
+        {".", "0."},   {"-5", "-5"},      {"-", "-"},          {"abc", "abc"},  {"1e3", "1e3"}, // no other check
     };
     for (auto const& [in, out] : cases) EXPECT_EQ(Editor::FormatNumber(in), out) << '"' << in << '"';
 }
@@ -132,12 +184,12 @@ TEST(ProgramCodeText, SubstituteReplacesLoneInputLetters) {
         std::vector<std::string> const& inputs;
         char const* out;
     };
-    for (Case const& c : {Case{"a + b", two, "X + Y"}, Case{"A + B", two, "X + Y"}, Case{"sin(a)", two, "sin(X)"},
-                          Case{"ab", two, "aY"}, Case{"c", two, "c"}, Case{"a1", two, "X1"},
-                          Case{"\"a b\" + a", two, "\"a b\" + X"}, Case{"  a  ", two, "X"}, Case{" \t ", two, ""},
-                          Case{"", two, ""}, Case{"b", none, "b"},
-                          Case{"$a", two, "$X"}, // the rule looks at letters only
-                          Case{"sin(a)", fourteen, "sii13(i0)"}})
+    for (Case const& c :
+         {Case{"a + b", two, "X + Y"}, Case{"A + B", two, "X + Y"}, Case{"sin(a)", two, "sin(X)"},
+          Case{"ab", two, "aY"}, Case{"c", two, "c"}, Case{"a1", two, "X1"}, Case{"\"a b\" + a", two, "\"a b\" + X"},
+          Case{"  a  ", two, "X"}, Case{" \t ", two, ""}, Case{"", two, ""}, Case{"b", none, "b"},
+          Case{"$a", two, "$X"}, // the rule looks at letters only
+          Case{"sin(a)", fourteen, "sii13(i0)"}})
         EXPECT_EQ(Editor::Substitute(c.text, c.inputs), c.out) << c.text;
 }
 

@@ -67,7 +67,8 @@ TEST(ProgramNodes, InputCountStaysWithinLimits) {
     Editor::ExpressionNode expr;
     Editor::SwitchNode sw;
     for (auto [node, asked, kept] : {std::tuple<Editor::NeroxNodeWithVariableInputCount*, size_t, size_t>{&out, 0, 1},
-                                     {&expr, 40, 26}, {&sw, 0, 1}}) {
+                                     {&expr, 40, 26},
+                                     {&sw, 0, 1}}) {
         node->SetInputCount(asked);
         EXPECT_EQ(node->inputs.size(), kept) << node->title;
     }

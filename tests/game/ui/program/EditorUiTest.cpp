@@ -58,7 +58,8 @@ protected:
         ImGui::SetCursorPos(ImVec2(pin, 1.5f * ImGui::GetFontSize()));
         node->DrawContent(ImGui::GetWindowDrawList(),
                           ImVec2(node->size.x - 2 * pin, node->size.y - 1.5f * ImGui::GetFontSize()), 1.0f);
-        EXPECT_EQ(std::tuple(window->IDStack.Size, g.StyleVarStack.Size, g.ColorStack.Size), std::tuple(ids, styles, colors))
+        EXPECT_EQ(std::tuple(window->IDStack.Size, g.StyleVarStack.Size, g.ColorStack.Size),
+                  std::tuple(ids, styles, colors))
             << node->title;
         EXPECT_EQ(ImGui::GetCursorPos().x, pin) << node->title; // layout left as given
         // Everything drawn fits the node at its least size (the resize corner keeps 10 free).
@@ -70,7 +71,11 @@ protected:
         ImGui::EndChild();
         ImGui::PopID();
     }
-    void DrawBodies(std::vector<Node*> const& list) { InHost([&] { for (Node* node : list) DrawBody(node); }); }
+    void DrawBodies(std::vector<Node*> const& list) {
+        InHost([&] {
+            for (Node* node : list) DrawBody(node);
+        });
+    }
 
     /// Clicks at a point: hover, press, release, one frame each.
     void ClickAt(ImVec2 point, std::function<void()> const& frame) {
@@ -87,7 +92,9 @@ protected:
     ImVec2 lastItemMin{0, 0}, lastItemMax{0, 0};
 };
 
-ImVec2 Centre(ImVec2 a, ImVec2 b) { return ImVec2(0.5f * (a.x + b.x), 0.5f * (a.y + b.y)); }
+ImVec2 Centre(ImVec2 a, ImVec2 b) {
+    return ImVec2(0.5f * (a.x + b.x), 0.5f * (a.y + b.y));
+}
 
 TEST_F(ProgramEditorUi, EveryClassDrawsItsBodyWithBalancedStacks) {
     LoadRich(graph.editor);
@@ -172,7 +179,7 @@ TEST_F(ProgramEditorUi, AddMenuSearchAndClickAddsTheNodeCentredOnTheClick) {
     MouseTo(100.0f, 100.0f);
     frame();
     EXPECT_TRUE(graph.editor.menuFilter.empty()); // a new menu starts without search
-    frame(); // the search box takes the keyboard
+    frame();                                      // the search box takes the keyboard
     for (char c : std::string("DeLa")) Type(static_cast<unsigned>(c));
     frame();
     EXPECT_EQ(graph.editor.menuFilter, "DeLa"); // only "Delay" matches

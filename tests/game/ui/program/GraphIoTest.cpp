@@ -122,8 +122,8 @@ TEST(ProgramGraphIoErrors, UnreadableTextsAreRefusedAndTheGraphKept) {
     for (Case const c : {Case{"", "empty"}, Case{" \n\t", "empty"}, Case{"update\n\tprint(1)", "no graph found"},
                          Case{"#NODES {bad", "cannot read the graph on the \"#NODES \" line"},
                          Case{"#NODES [1, 2]", "not a JSON object"}, Case{"#NODES {\"x\": 1}", "no \"nodes\" array"},
-                         Case{"{\"nodes\": 3}", "no \"nodes\" array"}, Case{"{\"nodes\": [", "cannot read the graph JSON"},
-                         Case{"#NODES\n{}", "no graph found"}}) {
+                         Case{"{\"nodes\": 3}", "no \"nodes\" array"},
+                         Case{"{\"nodes\": [", "cannot read the graph JSON"}, Case{"#NODES\n{}", "no graph found"}}) {
         std::string error;
         EXPECT_FALSE(g.editor.Load(c.text, &error)) << c.text;
         EXPECT_NE(error.find(c.error), std::string::npos) << c.text << " -> " << error;

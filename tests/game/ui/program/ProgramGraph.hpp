@@ -22,8 +22,7 @@ struct Graph {
     explicit Graph(std::string name = "test.main.nc") { editor.programName = std::move(name); }
 
     /// Appends a new node of class T to the list.
-    template <typename T, typename... Args>
-    T* Add(Args&&... args) {
+    template <typename T, typename... Args> T* Add(Args&&... args) {
         T* node = new T(std::forward<Args>(args)...);
         editor.nodes.push_back(node);
         return node;

@@ -8,7 +8,9 @@ using namespace programtest;
 
 namespace {
 
-size_t NodeCount(json const& entry) { return entry.at("nodes").size(); }
+size_t NodeCount(json const& entry) {
+    return entry.at("nodes").size();
+}
 
 TEST(ProgramUndoHistory, SerializeWithUndoPushesNewestAtFrontUpToTheLimit) {
     Graph g;

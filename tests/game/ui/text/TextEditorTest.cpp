@@ -34,12 +34,21 @@ std::string Escape(std::string const& in, bool back) {
         if (back) {
             char hex[5];
             std::snprintf(hex, sizeof hex, "\\x%02X", c);
-            out += c == '\n' ? "\\n" : c == '\t' ? "\\t" : c == '\r' ? "\\r" : c == '\\' ? "\\\\" : c < 0x20 || c > 0x7E ? hex : std::string(1, in[i]);
+            out += c == '\n'           ? "\\n"
+                : c == '\t'            ? "\\t"
+                : c == '\r'            ? "\\r"
+                : c == '\\'            ? "\\\\"
+                : c < 0x20 || c > 0x7E ? hex
+                                       : std::string(1, in[i]);
         } else if (c != '\\' || i + 1 == in.size()) {
             out += in[i];
         } else {
             char const e = in[++i];
-            out += e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e == 'x' ? static_cast<char>(std::stoi(in.substr(i + 1, 2), nullptr, 16)) : e;
+            out += e == 'n' ? '\n'
+                : e == 't'  ? '\t'
+                : e == 'r'  ? '\r'
+                : e == 'x'  ? static_cast<char>(std::stoi(in.substr(i + 1, 2), nullptr, 16))
+                            : e;
             i += e == 'x' ? 2 : 0;
         }
     }
@@ -77,11 +86,17 @@ protected:
     }
     static int KeyCode(std::string const& name) {
         static std::pair<char const*, int> const names[] = {
-            {"ctrl", GLFW_KEY_LEFT_CONTROL}, {"rctrl", GLFW_KEY_RIGHT_CONTROL}, {"shift", GLFW_KEY_LEFT_SHIFT}, {"left", GLFW_KEY_LEFT},
-            {"right", GLFW_KEY_RIGHT}, {"up", GLFW_KEY_UP}, {"down", GLFW_KEY_DOWN}, {"home", GLFW_KEY_HOME}, {"end", GLFW_KEY_END},
-            {"ins", GLFW_KEY_INSERT}, {"del", GLFW_KEY_DELETE}, {"back", GLFW_KEY_BACKSPACE}, {"enter", GLFW_KEY_ENTER}, {"tab", GLFW_KEY_TAB},
-            {"kpenter", GLFW_KEY_KP_ENTER}, {"pgup", GLFW_KEY_PAGE_UP}, {"pgdn", GLFW_KEY_PAGE_DOWN}, {"esc", GLFW_KEY_ESCAPE}};
-        for (auto const& [key, code] : names) if (name == key) return code;
+            {"ctrl", GLFW_KEY_LEFT_CONTROL}, {"rctrl", GLFW_KEY_RIGHT_CONTROL},
+            {"shift", GLFW_KEY_LEFT_SHIFT},  {"left", GLFW_KEY_LEFT},
+            {"right", GLFW_KEY_RIGHT},       {"up", GLFW_KEY_UP},
+            {"down", GLFW_KEY_DOWN},         {"home", GLFW_KEY_HOME},
+            {"end", GLFW_KEY_END},           {"ins", GLFW_KEY_INSERT},
+            {"del", GLFW_KEY_DELETE},        {"back", GLFW_KEY_BACKSPACE},
+            {"enter", GLFW_KEY_ENTER},       {"tab", GLFW_KEY_TAB},
+            {"kpenter", GLFW_KEY_KP_ENTER},  {"pgup", GLFW_KEY_PAGE_UP},
+            {"pgdn", GLFW_KEY_PAGE_DOWN},    {"esc", GLFW_KEY_ESCAPE}};
+        for (auto const& [key, code] : names)
+            if (name == key) return code;
         return std::toupper(name[0]);
     }
     void Run(std::string const& verb, std::string const& rest) {
@@ -99,8 +114,10 @@ protected:
             std::string const mode = word;
             editor.SetSelection(a, c);
             editor.SetReadOnly(mode == "readonly");
-            if (mode == "unfocused") Frame([] { ImGui::SetWindowFocus(nullptr); });
-            else editor.Focus();
+            if (mode == "unfocused")
+                Frame([] { ImGui::SetWindowFocus(nullptr); });
+            else
+                editor.Focus();
             Draw();
             ASSERT_EQ(editor.IsFocused(), mode != "unfocused") << rest;
         } else if (verb == "press") { // keys joined by '+' or '-' for none, then characters typed, 0x... as code points
@@ -110,10 +127,13 @@ protected:
             for (std::string key; x != "-" && std::getline(chord, key, '+');) keys.push_back(KeyCode(key));
             std::u32string typed;
             while (args >> y)
-                if (y.rfind("0x", 0) == 0) typed += static_cast<char32_t>(std::stoul(y, nullptr, 16));
-                else typed += std::u32string(y.begin(), y.end());
+                if (y.rfind("0x", 0) == 0)
+                    typed += static_cast<char32_t>(std::stoul(y, nullptr, 16));
+                else
+                    typed += std::u32string(y.begin(), y.end());
             Press(keys, typed);
-        } else if (verb == "click" || verb == "drag" || verb == "move") { // at a character, times; or from one to another
+        } else if (verb == "click" || verb == "drag" ||
+                   verb == "move") { // at a character, times; or from one to another
             int times = verb == "click" ? 1 : 0;
             args >> x >> y;
             if (verb == "click") std::sscanf(y.c_str(), "%d", &times);
@@ -135,10 +155,12 @@ protected:
     /// The text, the selection, the cursor and the clipboard, and whether a frame reported an edit.
     std::string Show(char) const {
         auto coords = [](Coords c) { return std::to_string(c.line) + ":" + std::to_string(c.column); };
-        std::string const text = editor.GetTotalLines() > 9 ? std::to_string(editor.GetTotalLines()) + " lines" : Escape(editor.GetText(), true);
+        std::string const text = editor.GetTotalLines() > 9 ? std::to_string(editor.GetTotalLines()) + " lines"
+                                                            : Escape(editor.GetText(), true);
         return "= " + text + " | " + coords(editor.GetSelectionStart()) + "-" + coords(editor.GetSelectionEnd()) +
-               " at " + coords(editor.GetCursorPosition()) + " | " + Escape(ImGui::GetClipboardText(), true) + (edited ? " | edited" : "") + (editor.IsFocused() ? "" : " | unfocused") +
-               (editor.IsTextChanged() ? " | still changed" : "");
+            " at " + coords(editor.GetCursorPosition()) + " | " + Escape(ImGui::GetClipboardText(), true) +
+            (edited ? " | edited" : "") + (editor.IsFocused() ? "" : " | unfocused") +
+            (editor.IsTextChanged() ? " | still changed" : "");
     }
     Editor editor;
     bool edited = false;
@@ -146,8 +168,10 @@ protected:
 
 TEST_F(TextEditorTest, Replays) {
     for (char const* script : {"keys", "mouse"})
-        Replay(std::string("ui/text/") + script + ".txt", [&](std::string const& verb, std::string const& rest) { Run(verb, rest); },
-               [&](char kind) { return Show(kind); });
+        Replay(
+            std::string("ui/text/") + script + ".txt",
+            [&](std::string const& verb, std::string const& rest) { Run(verb, rest); },
+            [&](char kind) { return Show(kind); });
 }
 
 TEST_F(TextEditorTest, ReadOnlyRefusesThePublicEditsToo) {
@@ -178,7 +202,9 @@ TEST_F(TextEditorTest, ScrollsToKeepTheCursorVisibleAndWithTheWheel) {
     EXPECT_GT(editor.GetScroll().y, 300.0f * editor.GetLineHeight());
     EXPECT_GT(editor.GetScroll().x, 400.0f * editor.GetCharacterWidth());
     ImVec2 const cursor = editor.GetCharacterScreenPos(editor.GetCursorPosition());
-    EXPECT_TRUE(cursor.y >= 0.0f && cursor.y + editor.GetLineHeight() <= 360.0f && cursor.x >= 0.0f && cursor.x <= 640.0f) << "in view";
+    EXPECT_TRUE(cursor.y >= 0.0f && cursor.y + editor.GetLineHeight() <= 360.0f && cursor.x >= 0.0f &&
+                cursor.x <= 640.0f)
+        << "in view";
     Press({GLFW_KEY_LEFT_CONTROL, GLFW_KEY_HOME});
     Draw();
     EXPECT_EQ(editor.GetScroll().y, 0.0f);
@@ -197,17 +223,22 @@ TEST_F(TextEditorTest, DrawsWithThePaletteColours) {
     auto drew = [](ImU32 colour) {
         ImDrawData const* data = ImGui::GetDrawData();
         for (int l = 0; l < data->CmdListsCount; ++l)
-            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer) if (v.col == colour) return true;
+            for (ImDrawVert const& v : data->CmdLists[l]->VtxBuffer)
+                if (v.col == colour) return true;
         return false;
     };
     for (size_t i = 0; i < std::size(used); ++i) palette[static_cast<size_t>(used[i])] = colour(i);
     editor.SetPalette(palette);
     editor.SetText("var $x = 1\n\tprint($x)");
     for (bool const selected : {false, true}) {
-        if (selected) { editor.SetSelection(Coords{0, 0}, Coords{1, 2}); editor.Focus(); }
+        if (selected) {
+            editor.SetSelection(Coords{0, 0}, Coords{1, 2});
+            editor.Focus();
+        }
         Draw();
         // Without a selection and the focus there is neither selection nor cursor.
-        for (size_t i = 0; i < std::size(used); ++i) EXPECT_EQ(drew(Editor::ToImGuiColor(colour(i))), selected || i < 3) << i;
+        for (size_t i = 0; i < std::size(used); ++i)
+            EXPECT_EQ(drew(Editor::ToImGuiColor(colour(i))), selected || i < 3) << i;
     }
     EXPECT_EQ(Editor::ToImGuiColor(0x11223344u), IM_COL32(0x11, 0x22, 0x33, 0x44));
 }
@@ -233,11 +264,20 @@ TEST_F(TextEditorTest, SteadyFramesAllocateNothing) {
 }
 
 TEST(TextEditorText, SetTextRoundTrips) {
-    struct { char const* in; char const* out; int lines; } const cases[] = {
-        {"", "", 1}, {"a\nb\n", "a\nb\n", 3}, {"\n\n\n", "\n\n\n", 4}, {"no end", "no end", 1},
-        {"a\r\nb\r\n", "a\nb\n", 3}, {"\r\n", "\n", 2},
+    struct {
+        char const* in;
+        char const* out;
+        int lines;
+    } const cases[] = {
+        {"", "", 1},
+        {"a\nb\n", "a\nb\n", 3},
+        {"\n\n\n", "\n\n\n", 4},
+        {"no end", "no end", 1},
+        {"a\r\nb\r\n", "a\nb\n", 3},
+        {"\r\n", "\n", 2},
         // A carriage return elsewhere than before a line end is text.
-        {"a\rb\r", "a\rb\r", 1}, {"a\r\r\n", "a\r\n", 2},
+        {"a\rb\r", "a\rb\r", 1},
+        {"a\r\r\n", "a\r\n", 2},
         {"function @f($a:number)\n\tif $a < 1\n\t\treturn \"T\xC3\xBCr\"\n", nullptr, 4},
     };
     ASSERT_EQ(ImGui::GetCurrentContext(), nullptr) << "the text model needs no ImGui context";
@@ -254,7 +294,9 @@ TEST(TextEditorText, SetTextRoundTrips) {
 TEST(TextEditorText, PositionsAreClampedAndCountCharactersNotBytes) {
     Editor editor;
     editor.SetText("abc\nde\n\nlast");
-    struct { Coords in, out; } const cursors[] = {{{-3, -7}, {0, 0}}, {{1, 99}, {1, 2}}, {{99, 2}, {3, 2}}, {{2, 5}, {2, 0}}};
+    struct {
+        Coords in, out;
+    } const cursors[] = {{{-3, -7}, {0, 0}}, {{1, 99}, {1, 2}}, {{99, 2}, {3, 2}}, {{2, 5}, {2, 0}}};
     for (auto const& c : cursors) {
         editor.SetCursorPosition(c.in);
         EXPECT_EQ(editor.GetCursorPosition(), c.out);
