@@ -30,13 +30,6 @@ TEST(GlfwWindow, OpensWithItsSizeKeepsItsStateAndLivesBesideAnother) {
     window->SetShouldClose(true);
     window->SetInputMode(GLFW_CURSOR, GLFW_CURSOR_HIDDEN);
     EXPECT_TRUE(window->ShouldClose() && window->GetInputMode(GLFW_CURSOR) == GLFW_CURSOR_HIDDEN);
-    // Codes out of range and absent joysticks read as released and absent.
-    int count = 7;
-    int const released[] = {window->GetKey(GLFW_KEY_A), window->GetKey(-1),
-                            window->GetMouseButton(GLFW_MOUSE_BUTTON_LAST + 1),
-                            window->JoystickPresent(GLFW_JOYSTICK_16)};
-    EXPECT_EQ(std::vector<int>(std::begin(released), std::end(released)), std::vector<int>(4, GLFW_RELEASE));
-    EXPECT_TRUE(window->GetJoystickAxes(GLFW_JOYSTICK_16, &count) == nullptr && count == 0);
     window->PollEvents();
     window.reset(); // the first closes before the second
     second->PollEvents();
@@ -74,21 +67,6 @@ TEST(HeadlessWindow, KeysAndButtonsAreHeldUntilReleasedAndFireTheirCallbacksInOr
     window.GetCursorPos(nullptr, nullptr); // null outputs are allowed
 }
 
-TEST(HeadlessWindow, AbsentJoysticksAndMappingsAreHarmless) {
-    HeadlessWindow window;
-    int count = 99;
-    EXPECT_TRUE(!window.GetJoystickAxes(0, &count) && !window.GetJoystickName(0) && !window.GetJoystickGUID(0));
-    EXPECT_EQ(count, 0);
-    GLFWgamepadstate state{};
-    state.axes[0] = 0.25f;
-    EXPECT_TRUE(!window.GetGamepadState(0, &state) && state.axes[0] == 0.25f) << "state untouched";
-    window.ConnectJoystick(0, HeadlessWindow::Joystick{});
-    EXPECT_FALSE(window.GetGamepadState(0, &state)) << "no mapping, no gamepad state";
-    window.DisconnectJoystick(0);
-    window.DisconnectJoystick(0); // already gone: nothing happens
-    EXPECT_FALSE(window.JoystickPresent(0));
-}
-
 TEST(Studio, KeepsBanksParametersVolumesAndListenerAndIgnoresNullNames) {
     Studio studio;
     studio.LoadBank("game/audio/banks/Master.bank").LoadBank(nullptr);
@@ -104,7 +82,7 @@ TEST(Studio, KeepsBanksParametersVolumesAndListenerAndIgnoresNullNames) {
     EXPECT_EQ(studio.GetListenerAttributes(), (Studio::ListenerAttributes{1, 2, 3, 0, 0, 0, 0, 0, -1, 0, 1, 0}));
 }
 
-TEST(Studio, EventHandlesShareOneInstanceAndAnEmptyOneIgnoresEveryCall) {
+TEST(Studio, EventHandlesShareOneInstance) {
     Studio studio;
     Studio::Event event = studio.EventInstance("event:/Ambience/Wind");
     Studio::Event copy = event;
@@ -117,12 +95,6 @@ TEST(Studio, EventHandlesShareOneInstanceAndAnEmptyOneIgnoresEveryCall) {
     EXPECT_TRUE(studio.GetEvents().size() == 1 && studio.GetEvents()[0].playing);
     event.Stop();
     EXPECT_FALSE(copy.GetState().playing);
-    Studio::Event empty;
-    empty.Start();
-    empty.SetParameter("x", 1.0f);
-    empty.SetVolume(0.0f);
-    empty.Stop();
-    EXPECT_FALSE(empty.IsValid() || empty.GetState().playing);
 }
 
 TEST(Studio, ConcurrentCallersAreSafe) {
