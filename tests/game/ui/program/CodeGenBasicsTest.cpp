@@ -4,98 +4,43 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <map>
+#include <set>
+
 using namespace programtest;
 
 namespace {
 
-struct ExampleCase {
-    char const* file;
-    char const* program = "test.main.nc";
-};
-
-// Each file is a program as the editor saves it: the "#NODES " line with the graph, then its code.
-ExampleCase const kExamples[] = {
-    {"door_delay", "door.main.nc"},
-    {"aliased_lamp", "door.main.nc"},
-    {"rich", "plant-control.main.nc"},
-    {"pid_two", "plant.main.nc"},
-    {"empty"},
-    {"silent_nodes"},
-    {"block_order"},
-    {"no_value"},
-    {"shared_expression"},
-    {"shared_inputs"},
-    {"input_types"},
-    {"shared_aliases"},
-    {"memoised_blinker"},
-    {"math_twice"},
-    {"output_blank_default"},
-    {"substitution"},
-    {"default_types"},
-    {"constants"},
-    {"constants_used"},
-    {"var_number_fresh"},
-    {"var_number_linked"},
-    {"var_number_typed"},
-    {"var_wrong_inputs"},
-    {"var_text_fresh"},
-    {"var_text_reset"},
-    {"var_text_linked"},
-    {"output_numbered"},
-    {"output_aliased"},
-    {"output_missing_source"},
-    {"print"},
-    {"print_nothing"},
-    {"print_fresh"},
-    {"execute_conditional"},
-    {"conditional_nested"},
-    {"execute_default"},
-    {"conditional_number_typed"},
-    {"include"},
-    {"math"},
-    {"math_unknown"},
-    {"math_missing_inputs"},
-    {"counter_fresh"},
-    {"counter_limits"},
-    {"counter_missing_limit"},
-    {"counter_order"},
-    {"smooth_fresh"},
-    {"smooth_trigger"},
-    {"smooth_duration"},
-    {"pulse_fresh"},
-    {"toggle_fresh"},
-    {"pulse_rising"},
-    {"toggle_falling"},
-    {"pulse_both"},
-    {"toggle_missing_edge"},
-    {"switch_number"},
-    {"switch_text"},
-    {"switch_selector_only"},
-    {"delay_reset"},
-    {"delay_shared"},
-    {"blinker_zero"},
-    {"blinker_empty"},
-    {"blinker_half"},
-    {"text_format"},
-    {"text_no_inputs"},
-    {"pid_fresh"},
-    {"pid_limits"},
-};
+// Each .nc file is a program as the editor saves it: the "#NODES " line with the graph, then its code.
+// Examples are named test.main.nc unless listed here.
+std::map<std::string, std::string> const kProgramNames{{"door_delay", "door.main.nc"},
+                                                       {"aliased_lamp", "door.main.nc"},
+                                                       {"rich", kRichProgram},
+                                                       {"pid_two", "plant.main.nc"}};
 
 TEST(ProgramCodeExamples, EachExampleOpenedAgainGivesItsOwnText) {
-    for (ExampleCase const& example : kExamples) {
-        std::string const name = std::string("program/") + example.file + ".nc";
-        SCOPED_TRACE(name);
+    std::set<std::string> files;
+    for (auto const& entry : std::filesystem::directory_iterator(testsupport::DataFile("program")))
+        if (entry.path().extension() == ".nc") files.insert(entry.path().stem().string());
+    EXPECT_GE(files.size(), 65u); // the folder was found
+    for (std::string const& file : files) {
+        SCOPED_TRACE("program/" + file + ".nc");
+        auto const named = kProgramNames.find(file);
         Editor e;
-        e.programName = example.program;
+        e.programName = named == kProgramNames.end() ? "test.main.nc" : named->second;
+        std::string const text = Example(file);
         std::string error;
-        ASSERT_TRUE(e.Load(Example(example.file), &error)) << error;
+        ASSERT_TRUE(e.Load(text, &error)) << error;
         EXPECT_TRUE(e.warnings.empty());
         e.Serialize(false);
         std::string const first = e.GetCode();
-        testsupport::ExpectGolden(first, name);
+        testsupport::ExpectGolden(first, "program/" + file + ".nc");
         e.Serialize(false);
-        EXPECT_EQ(e.GetCode(), first); // the counters start at one on every run
+        EXPECT_EQ(e.GetCode(), first);                                         // the counters start at one on every run
+        nce::CompileResult const compiled = nce::Compile(text, e.programName); // the tools' entry point
+        EXPECT_TRUE(compiled.ok && compiled.warnings.empty()) << compiled.error;
+        EXPECT_EQ(compiled.code, text);
     }
 }
 

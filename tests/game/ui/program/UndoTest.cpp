@@ -8,10 +8,6 @@ using namespace programtest;
 
 namespace {
 
-size_t NodeCount(json const& entry) {
-    return entry.at("nodes").size();
-}
-
 TEST(ProgramUndoHistory, SerializeWithUndoPushesNewestAtFrontUpToTheLimit) {
     Graph g;
     g.Add<Editor::TimeNode>();
@@ -23,8 +19,8 @@ TEST(ProgramUndoHistory, SerializeWithUndoPushesNewestAtFrontUpToTheLimit) {
         g.Add<Editor::TimeNode>();
     }
     ASSERT_EQ(g.editor.undoHistory.size(), 2u); // the oldest dropped
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 3u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 2u);
+    EXPECT_EQ(g.editor.undoHistory.front().at("nodes").size(), 3u);
+    EXPECT_EQ(g.editor.undoHistory.back().at("nodes").size(), 2u);
     EXPECT_EQ(g.editor.undoPosition, 0u);
     EXPECT_EQ("#NODES " + g.editor.undoHistory.front().dump() + "\n", g.editor.GetCode());
 }
@@ -81,8 +77,8 @@ TEST(ProgramUndoHistory, UndoAndRedoRestoreGraphsAndCodeAndANewChangeDropsTheUnd
     g.editor.Serialize(true);
     EXPECT_EQ(g.editor.undoPosition, 0u);
     ASSERT_EQ(g.editor.undoHistory.size(), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.front()), 2u);
-    EXPECT_EQ(NodeCount(g.editor.undoHistory.back()), 1u);
+    EXPECT_EQ(g.editor.undoHistory.front().at("nodes").size(), 2u);
+    EXPECT_EQ(g.editor.undoHistory.back().at("nodes").size(), 1u);
     EXPECT_FALSE(g.editor.CanRedo());
 }
 
