@@ -25,29 +25,10 @@ protected:
         io.DisplaySize = ImVec2(1280.0f, 720.0f);
         io.FontGlobalScale = 0.5f; // UI scaling 1: Game::GetUiScaling() is twice this
         io.Fonts->Build();
-        int const keys[][2] = {{ImGuiKey_Tab, GLFW_KEY_TAB},
-                               {ImGuiKey_LeftArrow, GLFW_KEY_LEFT},
-                               {ImGuiKey_RightArrow, GLFW_KEY_RIGHT},
-                               {ImGuiKey_UpArrow, GLFW_KEY_UP},
-                               {ImGuiKey_DownArrow, GLFW_KEY_DOWN},
-                               {ImGuiKey_PageUp, GLFW_KEY_PAGE_UP},
-                               {ImGuiKey_PageDown, GLFW_KEY_PAGE_DOWN},
-                               {ImGuiKey_Home, GLFW_KEY_HOME},
-                               {ImGuiKey_End, GLFW_KEY_END},
-                               {ImGuiKey_Insert, GLFW_KEY_INSERT},
-                               {ImGuiKey_Delete, GLFW_KEY_DELETE},
-                               {ImGuiKey_Backspace, GLFW_KEY_BACKSPACE},
-                               {ImGuiKey_Space, GLFW_KEY_SPACE},
-                               {ImGuiKey_Enter, GLFW_KEY_ENTER},
-                               {ImGuiKey_Escape, GLFW_KEY_ESCAPE},
-                               {ImGuiKey_KeyPadEnter, GLFW_KEY_KP_ENTER},
-                               {ImGuiKey_A, GLFW_KEY_A},
-                               {ImGuiKey_C, GLFW_KEY_C},
-                               {ImGuiKey_V, GLFW_KEY_V},
-                               {ImGuiKey_X, GLFW_KEY_X},
-                               {ImGuiKey_Y, GLFW_KEY_Y},
-                               {ImGuiKey_Z, GLFW_KEY_Z}};
-        for (auto const& [key, code] : keys) io.KeyMap[key] = code;
+        std::istringstream keys(
+            "tab left right up down pgup pgdn home end ins del back space enter esc kpenter a c v x y z");
+        int at = 0; // in the order of ImGuiKey_
+        for (std::string key; keys >> key;) io.KeyMap[at++] = KeyCode(key);
         Game::window = &window;
     }
 
@@ -61,7 +42,6 @@ protected:
     void MouseTo(float x, float y) { ImGui::GetIO().MousePos = ImVec2(x, y); }
     /// Presses or releases a mouse button: 0 left, 1 right, 2 middle.
     void Mouse(int button, bool down) { ImGui::GetIO().MouseDown[button] = down; }
-    void Wheel(float steps) { ImGui::GetIO().MouseWheel = steps; }
     /// Presses or releases a key by its GLFW code; Ctrl, Shift and Alt also set the modifiers.
     void Key(int key, bool down) {
         ImGuiIO& io = ImGui::GetIO();
@@ -71,6 +51,23 @@ protected:
         io.KeyAlt = io.KeysDown[GLFW_KEY_LEFT_ALT] || io.KeysDown[GLFW_KEY_RIGHT_ALT];
     }
     void Type(unsigned int codepoint) { ImGui::GetIO().AddInputCharacter(codepoint); }
+    /// A key's GLFW code by its name in a script: a letter, or ctrl, shift, del, left, pgup and so on.
+    static int KeyCode(std::string const& name) {
+        static std::pair<char const*, int> const names[] = {
+            {"ctrl", GLFW_KEY_LEFT_CONTROL}, {"rctrl", GLFW_KEY_RIGHT_CONTROL},
+            {"shift", GLFW_KEY_LEFT_SHIFT},  {"left", GLFW_KEY_LEFT},
+            {"right", GLFW_KEY_RIGHT},       {"up", GLFW_KEY_UP},
+            {"down", GLFW_KEY_DOWN},         {"home", GLFW_KEY_HOME},
+            {"end", GLFW_KEY_END},           {"ins", GLFW_KEY_INSERT},
+            {"del", GLFW_KEY_DELETE},        {"back", GLFW_KEY_BACKSPACE},
+            {"enter", GLFW_KEY_ENTER},       {"tab", GLFW_KEY_TAB},
+            {"kpenter", GLFW_KEY_KP_ENTER},  {"pgup", GLFW_KEY_PAGE_UP},
+            {"pgdn", GLFW_KEY_PAGE_DOWN},    {"esc", GLFW_KEY_ESCAPE},
+            {"space", GLFW_KEY_SPACE}};
+        for (auto const& [key, code] : names)
+            if (name == key) return code;
+        return std::toupper(name[0]);
+    }
 
     /// Replays the script tests/data/NAME and compares it whole with the file: '#' and blank
     /// lines stay, lines starting with '=' or '@' are rewritten by `show`, and the others are

@@ -89,7 +89,7 @@ protected:
         c->inputsLinkable = !has('c');
         for (size_t i = 0; i < 6; ++i)
             if (links[i] != '-') nodes[i / 2]->inputs[i % 2] = nodes[static_cast<size_t>(links[i] - 'a')]->id;
-        for (char n : selected) nodes[static_cast<size_t>(n - 'A')]->selected = true;
+        for (char n : selected) N(n)->selected = true;
         Idle(); // long enough that a click now is no double click with one before
         editor.changed = false;
     }
@@ -128,6 +128,7 @@ protected:
         return static_cast<TestNode*>(editor.nodes.back());
     }
 
+    TestNode* N(char letter) const { return nodes[static_cast<size_t>(letter - 'A')]; }
     /// Screen position of a canvas point.
     ImVec2 Screen(ImVec2 canvas) const { return kOrigin + (canvas + editor.pan) * editor.Scale(); }
 
@@ -154,7 +155,7 @@ protected:
         size_t const plus = word.find('+');
         if (plus != std::string::npos) std::sscanf(word.c_str() + plus + 1, "%f,%f", &by.x, &by.y);
         std::string const part = word.substr(0, plus).substr(std::min<size_t>(2, word.size()));
-        Node const* node = std::isupper(word[0]) ? nodes[static_cast<size_t>(word[0] - 'A')] : nullptr;
+        Node const* node = std::isupper(word[0]) ? N(word[0]) : nullptr;
         if (node == nullptr)
             std::sscanf(word.c_str(), "%f,%f", &at.x, &at.y);
         else if (part == "title")
@@ -166,11 +167,6 @@ protected:
         else
             at = editor.inputPins.at(node->id).at(static_cast<size_t>(part[2] - '0'));
         return at + by;
-    }
-    static int KeyCode(std::string const& name) {
-        if (name == "ctrl") return GLFW_KEY_LEFT_CONTROL;
-        if (name == "shift") return GLFW_KEY_LEFT_SHIFT;
-        return name == "del" ? GLFW_KEY_DELETE : std::toupper(name[0]);
     }
     /// The State() with what else is going on, or where the nodes are and the view.
     std::string Show(bool geometry) const {
@@ -251,7 +247,7 @@ protected:
             args >> times;
             for (int i = 0; i < times; ++i) Draw(verb == "beside");
         } else if (verb == "wheel") {
-            Wheel(std::stof(rest));
+            ImGui::GetIO().MouseWheel = std::stof(rest);
             Draw();
         } else if (verb == "typing") { // as when a field inside a node has the keys
             ImGui::GetCurrentContext()->WantTextInputNextFrame = 1;
@@ -262,12 +258,9 @@ protected:
         } else if (verb == "pan") {
             std::sscanf(rest.c_str(), "%f,%f", &editor.pan.x, &editor.pan.y);
         } else if (verb == "size") {
-            std::sscanf(rest.c_str() + 2, "%fx%f", &nodes[static_cast<size_t>(rest[0] - 'A')]->size.x,
-                        &nodes[static_cast<size_t>(rest[0] - 'A')]->size.y);
+            std::sscanf(rest.c_str() + 2, "%fx%f", &N(rest[0])->size.x, &N(rest[0])->size.y);
         } else if (verb == "select" || verb == "solo") {
-            for (char n : rest)
-                (verb == "solo" ? nodes[static_cast<size_t>(n - 'A')]->clonable
-                                : nodes[static_cast<size_t>(n - 'A')]->selected) ^= true;
+            for (char n : rest) (verb == "solo" ? N(n)->clonable : N(n)->selected) ^= true;
         } else if (verb == "zoom") { // from, by steps, at a UI scaling, about a point that stays
             float from = 1.0f, steps = 0.0f, ui = 1.0f;
             std::sscanf(rest.c_str(), "%f %f %f", &from, &steps, &ui);
@@ -414,15 +407,6 @@ TEST(NodeDefaults, MinimumSizeFollowsInputsAndTheResizeCorner) {
 }
 
 using NodeGraph = EditorTest;
-
-TEST_F(NodeGraph, GetNodeFindsByIdAndCasts) {
-    Node* plain = new Node("Plain", ImVec2(), {});
-    editor.nodes.push_back(plain);
-    EXPECT_EQ(editor.GetNode<TestNode>(a->id), a);
-    EXPECT_EQ(editor.GetNode(plain->id), plain);
-    EXPECT_EQ(editor.GetNode<TestNode>(plain->id), nullptr) << "no TestNode";
-    EXPECT_EQ(editor.GetNode(UniqueId(a->id.first, 0)), nullptr) << "half zero is the null id";
-}
 
 TEST_F(NodeGraph, DependenciesAndLinksThatWouldCloseACycle) {
     Reset("--a-b-");
