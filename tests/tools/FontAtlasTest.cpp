@@ -1,6 +1,4 @@
-// The monospace font atlas: the PNG and metrics the build generates agree with each
-// other and place every glyph where a pixel renderer will cut it out, and the tool
-// refuses bad arguments and bad fonts without leaving files behind.
+// The font atlas the build generates places every glyph where a renderer cuts it out; the tool leaves no files on refusal.
 #include "support/TempDir.hpp"
 
 #include <gtest/gtest.h>
@@ -91,7 +89,6 @@ TEST_F(FontAtlas, HeaderAndImageDescribeOneConsistentGrid) {
                                 H("ascent"), H("ascent") - H("descent"), fileChannels}),
               (std::vector<int>{kGrid * cellW, kGrid * cellH, kGrid * cellW, kGrid * cellH, cellW, cellH, H("baseline"),
                                 TESSARA_FONT_ATLAS_PIXEL_HEIGHT, 4}));
-    EXPECT_TRUE(H("descent") <= 0 && H("baseline") > cellH / 2 && H("baseline") < cellH) << H("baseline");
     // White everywhere, the coverage in alpha, antialiased.
     size_t notWhite = 0, inked = 0, partial = 0;
     for (size_t i = 0; i < rgba.size(); i += 4) {

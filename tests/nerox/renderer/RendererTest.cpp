@@ -1,6 +1,4 @@
-// The renderer base on one offscreen output for the whole program (a device is slow
-// to make), validating: a test fails when the layers report an error while it runs.
-// One frame's stages, the output image, screenshots and the bindless texture table.
+// The renderer base on one offscreen output for the whole program (a device is slow to make), validating.
 #include "nerox/graphics/HeadlessWindow.hpp"
 #include "nerox/graphics/ImageTexture.hpp"
 #include "nerox/graphics/Texture.hpp"
@@ -218,6 +216,18 @@ TEST_F(Renderer, TextureIndicesCountFromZeroAndAFullTableOrAnUnreadableFileAddsN
     EXPECT_EQ(renderer->AddTextures(Entries(capacity - 1, {Solid(), VK_NULL_HANDLE})), 1u) << "full to the last entry";
     EXPECT_THAT([&] { renderer->AddTexture(Solid()); }, ThrowsMessage<std::runtime_error>(full + " entries"));
     EXPECT_EQ(renderer->TextureCount(), capacity);
+}
+
+TEST_F(Renderer, TexturePixelsMustMatchTheSizeAndFormat) {
+    std::vector<uint8_t> pixels(10);
+    std::tuple<uint32_t, uint32_t, VkFormat, uint8_t const*, size_t, char const*> const cases[] = {
+        {4, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 10, "10 bytes given, 64 needed"},
+        {1, 1, VK_FORMAT_R8G8B8A8_UNORM, nullptr, 4, "4 bytes given, 4 needed"},
+        {0, 4, VK_FORMAT_R8G8B8A8_UNORM, pixels.data(), 0, "empty size 0x4"},
+        {1, 1, VK_FORMAT_D32_SFLOAT, pixels.data(), 4, "unsupported format 126"}};
+    for (auto const& [width, height, format, data, bytes, why] : cases)
+        EXPECT_THAT([&] { ImageTexture(renderer->GetDevice(), width, height, format, data, bytes, "bad"); },
+                    ThrowsMessage<std::runtime_error>(std::string("ImageTexture \"bad\": ") + why));
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// The Vulkan stand-ins on one device for the whole program, with validation on: a
-// test fails when the layers report an error while it runs.
+// The Vulkan stand-ins on one validating device: a test fails when the layers report an error.
 #include "support/TempDir.hpp"
 
 #include "nerox/vk/Buffer.hpp"
