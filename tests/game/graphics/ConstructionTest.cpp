@@ -21,8 +21,7 @@ using ::testing::HasSubstr;
 TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder) {
     GameRenderer& r = Make();
     // The font atlas is entry 0 of the texture table.
-    ASSERT_EQ(r.TextureCount(), 1u);
-    ASSERT_NE(r.GetTexture(GameRenderer::FontAtlasTextureIndex), nullptr);
+    ASSERT_TRUE(r.TextureCount() == 1u && r.GetTexture(GameRenderer::FontAtlasTextureIndex));
     EXPECT_NE(r.GetTexture(0)->GetImageView(), VK_NULL_HANDLE);
     // The shaders find their hit groups by these indices.
     EXPECT_EQ(std::tie(r.entityTriangleHitShader, r.entityBoxHitShader, r.entitySphereHitShader, r.plasmaHitShader,
@@ -46,12 +45,7 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder) {
 
 TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppliedButNotSaved) {
     Game::settings.reset();
-    try {
-        Make();
-        ADD_FAILURE() << "made without settings";
-    } catch (std::runtime_error const& error) {
-        EXPECT_THAT(error.what(), HasSubstr("Game::settings"));
-    }
+    EXPECT_THAT([&] { Make(); }, ::testing::ThrowsMessage<std::runtime_error>(HasSubstr("Game::settings")));
     Game::settings = std::make_unique<game::GameSettings>(settingsPath, std::nullopt);
     struct Case {
         int preset, quality;
@@ -69,8 +63,7 @@ TEST_F(GameRendererTest, AnUnsetPresetBecomesMediumAndIsSavedAtOnceASetOneIsAppl
         renderer.reset();
         EXPECT_EQ(std::tie(s.graphics_preset, s.upscaling_quality_setting, s.final_upscale),
                   std::tuple(c.preset == -1 ? 3 : c.preset, c.quality, c.finalUpscale));
-        std::string const after = testsupport::ReadText(settingsPath);
-        EXPECT_THAT(after,
+        EXPECT_THAT(testsupport::ReadText(settingsPath),
                     c.saved ? ::testing::Matcher<std::string>(AllOf(HasSubstr("graphics_preset = 3\n"),
                                                                     HasSubstr("upscaling_quality_setting = 1\n")))
                             : Eq(before));
@@ -164,15 +157,12 @@ TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsI
     r.PushTexture(kept);
     r.PushTexture(nullptr); // ignored
     r.Frame();              // the orphan is trashed in its push stage, after this frame's collection
-    EXPECT_TRUE(r.pushTextures.empty());
-    ASSERT_FALSE(watched.expired());
+    ASSERT_TRUE(r.pushTextures.empty() && !watched.expired());
     EXPECT_EQ(watched.lock()->pushes, 0);
     r.Frame();
-    EXPECT_EQ(kept->pushes, 1); // not pushed again unless asked
-    EXPECT_FALSE(watched.expired());
+    EXPECT_TRUE(kept->pushes == 1 && !watched.expired()); // not pushed again unless asked
     r.Frame();
-    EXPECT_TRUE(watched.expired());
-    EXPECT_EQ(kept.use_count(), 1); // the list's reference went through the trash
+    EXPECT_TRUE(watched.expired() && kept.use_count() == 1); // the list's reference went through the trash
 }
 
 } // namespace

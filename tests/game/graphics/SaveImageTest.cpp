@@ -48,6 +48,12 @@ protected:
 // Two rows of three pixels, RGBA, with alpha below full.
 Bytes const rgba = {255, 0, 0, 10, 0, 255, 0, 20, 0, 0, 255, 30, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 120};
 
+// The colours of rgba stored blue first, as swapchains have them.
+Bytes const bgra = {0, 0, 255, 10, 0, 255, 0, 20, 255, 0, 0, 30, 30, 20, 10, 40, 70, 60, 50, 80, 110, 100, 90, 120};
+
+// Radiance files share one exponent per pixel: exact for these powers of two.
+Bytes const floats = Floats(0.5, 1, 2, 0.25, 8, 0.125, 0, 0.5);
+
 // What each file holds, read back in its own channels, is listed in save_image_formats.txt.
 TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot) {
     struct Case {
@@ -62,24 +68,8 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot) {
     Case const cases[] = {
         {"rgba.png", VK_FORMAT_R8G8B8A8_UNORM, 3, 2, rgba, {0, 0}, {3, 2}, false},
         {"corner.png", VK_FORMAT_R8G8B8A8_UNORM, 3, 2, rgba, {1, 1}, {2, 1}, true},
-        // The colours of rgba.png stored blue first, as swapchains have them.
-        {"bgra.png",
-         VK_FORMAT_B8G8R8A8_UNORM,
-         3,
-         2,
-         {0, 0, 255, 10, 0, 255, 0, 20, 255, 0, 0, 30, 30, 20, 10, 40, 70, 60, 50, 80, 110, 100, 90, 120},
-         {0, 0},
-         {3, 2},
-         true},
-        // Radiance files share one exponent per pixel: exact for these powers of two.
-        {"float.hdr",
-         VK_FORMAT_R32G32B32A32_SFLOAT,
-         2,
-         1,
-         Floats(0.5, 1.0, 2.0, 0.25, 8.0, 0.125, 0.0, 0.5),
-         {0, 0},
-         {2, 1},
-         true},
+        {"bgra.png", VK_FORMAT_B8G8R8A8_UNORM, 3, 2, bgra, {0, 0}, {3, 2}, true},
+        {"float.hdr", VK_FORMAT_R32G32B32A32_SFLOAT, 2, 1, floats, {0, 0}, {2, 1}, true},
         {"r8.png", VK_FORMAT_R8_UNORM, 3, 1, {0, 128, 255}, {0, 0}, {3, 1}, true},
         {"rg8.png", VK_FORMAT_R8G8_UNORM, 2, 1, {10, 20, 30, 40}, {0, 0}, {2, 1}, true},
         {"r32.hdr", VK_FORMAT_R32_SFLOAT, 3, 1, Floats(0.25, 4.0, 1.0), {0, 0}, {3, 1}, false},
@@ -102,7 +92,7 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot) {
     testsupport::ExpectGolden(listing.str(), "graphics/save_image_formats.txt");
     // Other formats and areas outside the image write nothing.
     auto image = Upload(VK_FORMAT_R8G8B8A8_UNORM, 3, 2, rgba);
-    std::string const path = scratch.File("never.png");
+    std::string const path = scratch.File("never.png"), noFolder = scratch.File("no/such/folder.png");
     struct Refused {
         VkOffset2D offset;
         VkExtent2D extent;
@@ -111,15 +101,11 @@ TEST_F(SaveImageTest, EachFormatIsWrittenWithItsChannelsAndOthersNot) {
         std::string file;
     };
     constexpr auto dst = VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL;
-    for (Refused const& c : {Refused{{0, 0}, {3, 2}, VK_FORMAT_R16G16B16A16_SFLOAT, dst, path},
-                             Refused{{0, 0}, {0, 2}, VK_FORMAT_R8G8B8A8_UNORM, dst, path},
-                             Refused{{-1, 0}, {1, 1}, VK_FORMAT_R8G8B8A8_UNORM, dst, path},
-                             Refused{{0, 0}, {3, 2}, VK_FORMAT_R8G8B8A8_UNORM, VK_IMAGE_LAYOUT_UNDEFINED, path},
-                             Refused{{0, 0},
-                                     {3, 2},
-                                     VK_FORMAT_R8G8B8A8_UNORM,
-                                     dst,
-                                     scratch.File("no/such/folder.png")}}) // the encoder's failure
+    constexpr auto rgba8 = VK_FORMAT_R8G8B8A8_UNORM;
+    for (Refused const& c :
+         {Refused{{0, 0}, {3, 2}, VK_FORMAT_R16G16B16A16_SFLOAT, dst, path}, Refused{{0, 0}, {0, 2}, rgba8, dst, path},
+          Refused{{-1, 0}, {1, 1}, rgba8, dst, path}, Refused{{0, 0}, {3, 2}, rgba8, VK_IMAGE_LAYOUT_UNDEFINED, path},
+          Refused{{0, 0}, {3, 2}, rgba8, dst, noFolder}}) // the last one: the encoder's failure
         EXPECT_FALSE(renderer->SaveImage(*image, c.offset, c.extent, c.format, c.layout, c.file, 90, false))
             << c.offset.x << " " << c.extent.width << " " << c.format;
     renderer->StartRendering();
