@@ -9,34 +9,17 @@ namespace nerox::modular {
 namespace {
 
 TEST(ModuleIDTest, TextsReadBackNormalisedOrLeaveTheIdUnset) {
-    struct Case {
-        char const* text;
-        char const* printed;
-    }; // printed nullptr: both words stay 0
-    Case const cases[] = {
-        {"ab_CD", "AB_cd"},
-        {"vEnDoR_NaMe", "VENDOR_name"},
-        {"A1_b2", "A1_b2"},
-        {"TESSARA9_core42 x", "TESSARA9_core42 x"},
-        {"ABCDEFGHIJKL_abcdefghijkl", "ABCDEFGHIJKL_abcdefghijkl"}, // twelve characters fit in a word
-        {"ABCDEFGHIJKLM_abc", nullptr},
-        {"ABC_abcdefghijklm", nullptr}, // thirteen do not
-        {" A_b", " A_b"},
-        {"AB  _cd ", "AB_cd"}, // a blank may open a part; trailing ones are lost
-        {"", nullptr},
-        {"VENDORNAME", nullptr},
-        {"_name", nullptr},
-        {"VENDOR_", nullptr},
-        {"_", nullptr},
-        {"-ACME_tools", nullptr},
-        {"ACME_.tools", nullptr},
-        {"1ACME_tools", nullptr},
-        {"ACME_9tools", nullptr}, // nor may a digit or a sign open a part
-    };
-    for (Case const& c : cases) {
-        ModuleID const id(c.text);
-        EXPECT_EQ(id.String(), c.printed ? c.printed : "") << '"' << c.text << '"';
-        EXPECT_TRUE(c.printed || (id.vendor == 0 && id.name == 0)) << '"' << c.text << '"';
+    // Twelve characters fit in a word; a blank may open a part, trailing ones are lost.
+    for (auto [text, printed] : {std::pair("ab_CD", "AB_cd"), std::pair("vEnDoR_NaMe", "VENDOR_name"),
+                                 std::pair("A1_b2", "A1_b2"), std::pair("TESSARA9_core42 x", "TESSARA9_core42 x"),
+                                 std::pair("ABCDEFGHIJKL_abcdefghijkl", "ABCDEFGHIJKL_abcdefghijkl"),
+                                 std::pair(" A_b", " A_b"), std::pair("AB  _cd ", "AB_cd")})
+        EXPECT_EQ(ModuleID(text).String(), printed) << '"' << text << '"';
+    // Thirteen characters do not fit, nor may a digit or a sign open a part: both words stay 0.
+    for (char const* text : {"ABCDEFGHIJKLM_abc", "ABC_abcdefghijklm", "", "VENDORNAME", "_name", "VENDOR_", "_",
+                             "-ACME_tools", "ACME_.tools", "1ACME_tools", "ACME_9tools"}) {
+        ModuleID const id(text);
+        EXPECT_TRUE(id.String().empty() && id.vendor == 0 && id.name == 0) << '"' << text << '"';
     }
 }
 
