@@ -82,7 +82,7 @@ TEST(Studio, KeepsBanksParametersVolumesAndListenerAndIgnoresNullNames) {
     EXPECT_EQ(studio.GetListenerAttributes(), (Studio::ListenerAttributes{1, 2, 3, 0, 0, 0, 0, 0, -1, 0, 1, 0}));
 }
 
-TEST(Studio, EventHandlesShareOneInstance) {
+TEST(Studio, EventHandlesShareOneInstanceAndAnEmptyOneIgnoresEveryCall) {
     Studio studio;
     Studio::Event event = studio.EventInstance("event:/Ambience/Wind");
     Studio::Event copy = event;
@@ -95,6 +95,9 @@ TEST(Studio, EventHandlesShareOneInstance) {
     EXPECT_TRUE(studio.GetEvents().size() == 1 && studio.GetEvents()[0].playing);
     event.Stop();
     EXPECT_FALSE(copy.GetState().playing);
+    Studio::Event empty; // ignores every call
+    empty.Start(), empty.SetParameter("x", 1.0f), empty.SetVolume(0.0f), empty.Stop();
+    EXPECT_FALSE(empty.IsValid() || empty.GetState().playing);
 }
 
 TEST(Studio, ConcurrentCallersAreSafe) {
