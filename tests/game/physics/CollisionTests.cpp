@@ -3,6 +3,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <tuple>
 
 #include <glm/gtc/matrix_transform.hpp>
 
@@ -50,6 +51,7 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries) {
 
     double const h = 1.2, sunk = h - std::sqrt(0.5); // a box standing on an edge
     glm::dvec3 const none(0.0), up(0, 0, 1);
+    ConvexMeshCollider const unit = Box(Place({0, 0, 0}));
     struct Case {
         char const* name;
         ConvexMeshCollider a, b;
@@ -57,32 +59,20 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries) {
         glm::dvec3 normal, point;
         bool checkPoint;
     } const cases[] = {
-        {"touching along x", Box(Place({0, 0, 0})), Box(Place({1, 0, 0})), 0.0, none, none, true},
-        {"touching below", Box(Place({0, 0, 0})), Box(Place({0, 0, -1})), 0.0, none, none, true},
+        {"touching along x", unit, Box(Place({1, 0, 0})), 0.0, none, none, true},
+        {"touching below", unit, Box(Place({0, 0, -1})), 0.0, none, none, true},
         // The boxes overlap, but the radii claim the spheres are apart; a distance equal to the sum does not.
         {"radii apart", Box(Place({0, 0, 0}), 1.0, 0.2), Box(Place({0.5, 0, 0}), 1.0, 0.2), 0.0, none, none, true},
-        {"radii touching",
-         Box(Place({0, 0, 0}), 1.0, 0.25),
-         Box(Place({0.5, 0, 0}), 1.0, 0.25),
-         0.5,
-         {-1, 0, 0},
-         none,
-         false},
+        {"radii meet", Box(Place({0, 0, 0}), 1, 0.25), Box(Place({0.5, 0, 0}), 1, 0.25), 0.5, {-1, 0, 0}, none, 0},
         // The normal points from the second towards the first, along the smallest overlap.
-        {"a beside b", Box(Place({0.9, 0.05, 0})), Box(Place({0, 0, 0})), 0.1, {1, 0, 0}, none, false},
-        {"b beside a", Box(Place({0, 0, 0})), Box(Place({0.9, 0.05, 0})), 0.1, {-1, 0, 0}, none, false},
+        {"a beside b", Box(Place({0.9, 0.05, 0})), unit, 0.1, {1, 0, 0}, none, false},
+        {"b beside a", unit, Box(Place({0.9, 0.05, 0})), 0.1, {-1, 0, 0}, none, false},
         // The point averages the deepest vertices of the smaller collider, whichever comes first.
-        {"small on top", Box(Place({0.3, 0.2, 0.7}), 0.5), Box(Place({0, 0, 0})), 0.05, up, {0.3, 0.2, 0.45}, true},
-        {"large under", Box(Place({0, 0, 0})), Box(Place({0.3, 0.2, 0.7}), 0.5), 0.05, -up, {0.3, 0.2, 0.45}, true},
-        {"turned flat face", Box(Place({0, 0, 0.95}, 45.0)), Box(Place({0, 0, 0})), 0.05, up, none, false},
-        {"on an edge",
-         Box(Place({0, 0, h}, 45.0, {1, 0, 0})),
-         Box(Place({0, 0, 0})),
-         0.5 - sunk,
-         up,
-         {0, 0, sunk},
-         true},
-        {"edge lifted clear", Box(Place({0, 0, 1.3}, 45.0, {1, 0, 0})), Box(Place({0, 0, 0})), 0.0, none, none, true},
+        {"small on top", Box(Place({0.3, 0.2, 0.7}), 0.5), unit, 0.05, up, {0.3, 0.2, 0.45}, true},
+        {"large under", unit, Box(Place({0.3, 0.2, 0.7}), 0.5), 0.05, -up, {0.3, 0.2, 0.45}, true},
+        {"turned flat face", Box(Place({0, 0, 0.95}, 45.0)), unit, 0.05, up, none, false},
+        {"on an edge", Box(Place({0, 0, h}, 45.0, {1, 0, 0})), unit, 0.5 - sunk, up, {0, 0, sunk}, true},
+        {"edge lifted clear", Box(Place({0, 0, 1.3}, 45.0, {1, 0, 0})), unit, 0.0, none, none, true},
         // Only the first collider's flag asks for the edge axes.
         {"edges apart, exact", EdgeA(true), EdgeB(1.45, false), 0.0, none, none, true},
         {"edges crossing, exact", EdgeA(true), EdgeB(1.4, false), 2.0 * std::sqrt(0.5) - 1.4, {0, -1, 0}, none, false},
@@ -100,22 +90,15 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries) {
 
 TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept) {
     glm::dvec3 const low(-0.5), high(0.5);
-    struct Case {
-        glm::dmat4 a;
-        glm::dvec3 lowA, highA;
-        bool overlap;
-    } const cases[] = {
-        {Place({1.01, 0, 0}), low, high, false},
-        {Place({1.0, 0, 0}), low, high, true},
-        {Place({0.7, 0.7, 0.7}), low, high, true},
-        {Place({0, 0, 0}), {1, -1, -1}, {3, 1, 1}, false}, // off centre in its own space: 1..3 on x
-        {Place({1.2, 0, 0}, 45.0), low, high, true},
-        {Place({1.25, 0, 0}, 45.0), low, high, false}, // 0.5 * sqrt(2) along x
-    };
-    for (Case const& c : cases)
-        EXPECT_EQ(PotentialBoxBoxIntersection(c.a, glm::dmat4(1.0), c.lowA, c.highA, low, high, false, false),
-                  c.overlap)
-            << glm::dvec3(c.a[3]).x;
+    for (auto [a, lowA, highA, overlap] :
+         {std::tuple(Place({1.01, 0, 0}), low, high, false), std::tuple(Place({1.0, 0, 0}), low, high, true),
+          std::tuple(Place({0.7, 0.7, 0.7}), low, high, true),
+          // off centre in its own space: 1..3 on x
+          std::tuple(Place({0, 0, 0}), glm::dvec3(1, -1, -1), glm::dvec3(3, 1, 1), false),
+          std::tuple(Place({1.2, 0, 0}, 45.0), low, high, true),
+          std::tuple(Place({1.25, 0, 0}, 45.0), low, high, false)}) // 0.5 * sqrt(2)
+        EXPECT_EQ(PotentialBoxBoxIntersection(a, glm::dmat4(1.0), lowA, highA, low, high, false, false), overlap)
+            << glm::dvec3(a[3]).x;
     // Edge axes only when either collider asks for them.
     EXPECT_TRUE(PotentialBoxBoxIntersection(EdgeA(false), EdgeB(1.45, false)));
     EXPECT_FALSE(PotentialBoxBoxIntersection(EdgeA(false), EdgeB(1.45, true)));
@@ -123,10 +106,8 @@ TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept) 
 }
 
 TEST(RayBoxIntersection, HitsMissesAndParallelRays) {
-    struct Case {
-        glm::dvec3 origin, direction;
-        bool hit;
-    } const cases[] = {
+    std::tuple<glm::dvec3, glm::dvec3, bool> const cases[] = {
+        // origin, direction, hit
         {{-5.0, 0.2, 0.3}, {1, 0, 0}, true},
         {{-5.0, -5.0, 0.0}, {1, 1, 0}, true},
         {{-5.0, 0.0, 0.0}, {-1, 0, 0}, false},
@@ -137,10 +118,9 @@ TEST(RayBoxIntersection, HitsMissesAndParallelRays) {
         {{0.5, 0.5, 0.5}, {0, 0, 0}, true},
         {{2.0, 0.0, 0.0}, {0, 0, 0}, false}, // inside hits
     };
-    for (Case const& c : cases)
-        EXPECT_EQ(game::physics::RayBoxIntersection(c.origin, c.direction, glm::dvec3(-1.0), glm::dvec3(1.0)), c.hit)
-            << c.origin.x << " " << c.origin.y << " " << c.origin.z << " towards " << c.direction.x << " "
-            << c.direction.y;
+    for (auto const& [origin, direction, hit] : cases)
+        EXPECT_EQ(game::physics::RayBoxIntersection(origin, direction, glm::dvec3(-1.0), glm::dvec3(1.0)), hit)
+            << origin.x << " " << origin.y << " " << origin.z << " towards " << direction.x << " " << direction.y;
 }
 
 } // namespace

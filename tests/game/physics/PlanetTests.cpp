@@ -4,7 +4,6 @@
 
 #include <sstream>
 #include <tuple>
-#include <utility>
 
 #include "game/Chemistry.hpp"
 #include "modules/planet/PlanetEnvironment.hpp"
@@ -50,14 +49,8 @@ TEST(Planet, BasinBoundsAreIncludedAndEveryNameIsAMoleculeOfTheChemistryTable) {
          {std::tuple(40.0, 0.0, -20.0), std::tuple(80.0, 20.0, -20.0), std::tuple(80.0, -20.0, -20.0),
           std::tuple(39.999, 0.0, 0.0), std::tuple(80.001, 0.0, 0.0), std::tuple(60.0, 20.001, 0.0)})
         EXPECT_EQ(planet::GroundHeight(x, z), height) << x << ", " << z;
-    // Molar masses, kg/mol, from the element table's masses.
-    for (auto [name, molarMass] : {std::pair(planet::nitrogen, 0.028014), std::pair(planet::oxygen, 0.031998),
-                                   std::pair(planet::argon, 0.039948), std::pair(planet::water, 0.018015)}) {
-        game::Molecule const molecule(name);
-        EXPECT_TRUE(molecule.HasUsableComposition()) << name;
-        EXPECT_EQ(molecule.Formula(), name);
-        EXPECT_NEAR(molecule.GetMolarMass(), molarMass, 2e-5) << name;
-    }
+    for (char const* name : {planet::nitrogen, planet::oxygen, planet::argon, planet::water})
+        EXPECT_TRUE(game::Molecule(name).HasUsableComposition() && game::Molecule(name).Formula() == name) << name;
 }
 
 } // namespace

@@ -82,7 +82,7 @@ TEST(PressurizedVolume, ALeakHealsWithinOneSecondAndTransfersSpreadIt) {
     EXPECT_EQ(std::tuple(tank.IsAirtight(), tank.sealed), std::tuple(true, 1.0));
     tank.Leak();
     tank.Update(-3.0);
-    EXPECT_EQ(tank.sealed, 0.0);
+    EXPECT_EQ(tank.sealed, 0.0) << "time running back";
     EXPECT_EQ(PressurizedVolume::Transfer(&a, &tank, O, Up, 0.01, 0.1), 0.0); // same pressure: nothing flows
     PressurizedVolume::Transfer(&b, EnvironmentInfo(), O, Up, 0.0, 0.1);
     EXPECT_FALSE(a.IsAirtight() || b.IsAirtight()) << "a way to a leaking volume or the outside";
@@ -90,15 +90,12 @@ TEST(PressurizedVolume, ALeakHealsWithinOneSecondAndTransfersSpreadIt) {
 
 TEST(PressurizedVolume, BelowOneHundredPascalsOrWithoutTwoVolumesAndAHoleNothingFlows) {
     PressurizedVolume a = Tank(1.0, 1.0), b = Tank(1.0, 1.0);
-    struct Case {
-        PressurizedVolume* from;
-        PressurizedVolume* to;
-        double area, difference;
-    };
-    for (Case const& c : {Case{&a, &b, 0.01, 99.0}, Case{&b, &a, 0.01, 99.0}, Case{&a, &b, 0.0, 1e4},
-                          Case{&a, &b, -1.0, 1e4}, Case{nullptr, &b, 0.01, 1e4}, Case{&a, nullptr, 0.01, 1e4}}) {
-        b.pressure = a.pressure - c.difference;
-        EXPECT_EQ(PressurizedVolume::Transfer(c.from, c.to, O, Up, c.area, 1.0), 0.0) << c.area << " " << c.difference;
+    using Case = std::tuple<PressurizedVolume*, PressurizedVolume*, double, double>; // from, to, area, difference
+    for (auto [from, to, area, difference] :
+         {Case{&a, &b, 0.01, 99.0}, Case{&b, &a, 0.01, 99.0}, Case{&a, &b, 0.0, 1e4}, Case{&a, &b, -1.0, 1e4},
+          Case{nullptr, &b, 0.01, 1e4}, Case{&a, nullptr, 0.01, 1e4}}) {
+        b.pressure = a.pressure - difference;
+        EXPECT_EQ(PressurizedVolume::Transfer(from, to, O, Up, area, 1.0), 0.0) << area << " " << difference;
     }
     b.pressure = a.pressure - 100.0; // Bernoulli: v = sqrt(2 dp / rho) with the mean density 1 kg/m^3
     double const expected = 0.01 * std::sqrt(200.0);
@@ -176,8 +173,8 @@ protected:
         ServerSideEntity::_registered_interfaces.erase(module.String());
         ServerSideEntity::_module_entities.erase(module.String());
     }
-    Id Ship(std::string const& type = "hull") {
-        ServerSideEntity::Ptr entity = ServerSideEntity::Create(module, type, Id::Generate());
+    Id Ship() {
+        ServerSideEntity::Ptr entity = ServerSideEntity::Create(module, "hull", Id::Generate());
         entity->deleteFilesOnDestroy = false;
         nerox::filesystem::ReadOnlyStream noState;
         entity->Attach(noState);

@@ -136,11 +136,7 @@ TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThre
         return Contacts{{first, {-0.4, -0.4, -0.5}}, {Up, {0.4, -0.4, -0.5}}, {Up, {0.0, 0.4, -0.5}},
                         {Up, {0.3, 0.3, -0.5}},      {Up, {0.45, 0.1, -0.5}}, {Up, {0.2, 0.45, -0.5}}};
     };
-    struct Case {
-        char const* name;
-        Contacts contacts;
-        bool supported;
-    } const cases[] = {
+    std::tuple<char const*, Contacts, bool> const cases[] = {
         {"none", {}, false},
         {"two", {{Up, {0.4, 0.0, -0.5}}, {Up, {-0.3, -0.3, -0.5}}}, false},
         {"three around, clockwise", {{Up, {0.4, 0.0, -0.5}}, {Up, {-0.3, -0.3, -0.5}}, {Up, {-0.3, 0.3, -0.5}}}, true},
@@ -152,13 +148,13 @@ TEST_F(RigidbodyTest, StaticContactsMergeWithinATenthOfAMetreAndSupportNeedsThre
         {"earlier three slanted", six(slant), false}, // every stored normal must face the plane
     };
     entity = Cube();
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto const& [name, contacts, supported] : cases) {
+        SCOPED_TRACE(name);
         Dynamic body(entity, Step);
-        for (auto const& [normal, point] : c.contacts) body.AddStaticContactPoint(normal, point);
+        for (auto const& [normal, point] : contacts) body.AddStaticContactPoint(normal, point);
         V normal(0.0);
-        ASSERT_EQ(body.GetStaticContact(normal), c.supported);
-        if (c.supported) ExpectVecNear(normal, Up, 1e-12);
+        ASSERT_EQ(body.GetStaticContact(normal), supported);
+        if (supported) ExpectVecNear(normal, Up, 1e-12);
     }
 }
 
@@ -187,20 +183,15 @@ TEST_F(RigidbodyTest, FallingBoxLandsOnFourCornersNominatesTheGroundAndSlidesWit
 }
 
 TEST_F(RigidbodyTest, SparseCollidersStandForTheirSubColliders) {
-    struct Case {
-        double fill;
-        V child;
-        size_t contacts;
-    };
     // The child under the box has its top at z = 0 only with the slab's placement added.
-    for (Case const& c :
-         {Case{0.5, {4.0, 4.0, 0.0}, 0u}, Case{0.95, {4.0, 4.0, 0.0}, 4u}, Case{0.5, {0.0, 0.0, 0.0}, 4u}}) {
-        SCOPED_TRACE(c.fill + c.child.x);
+    for (auto [fill, child, contacts] :
+         {std::tuple(0.5, V(4.0, 4.0, 0.0), 0u), std::tuple(0.95, V(4.0, 4.0, 0.0), 4u), std::tuple(0.5, V(0.0), 4u)}) {
+        SCOPED_TRACE(fill + child.x);
         ServerSideEntity::Ptr ground = Ground();
         ground->centerOfMass = V(0.0);
         ConvexMeshCollider& slab = ground->colliders["c0"];
-        slab.fill = c.fill;
-        slab.subColliders->push_back(Box(V(1.0), c.child));
+        slab.fill = fill;
+        slab.subColliders->push_back(Box(V(1.0), child));
         slab.subColliders->push_back(Box(V(1.0)));
         slab.subColliders->back().verticesCount = 0; // nothing to test: skipped
         ServerSideEntity::Ptr entity = Cube({0.0, 0.0, 0.49});
@@ -208,8 +199,8 @@ TEST_F(RigidbodyTest, SparseCollidersStandForTheirSubColliders) {
         Dynamic body(entity, Step);
         body.nearStatics.push_back(&floor);
         body.CollisionDetection(Step);
-        EXPECT_EQ(body.staticContactNormals.size(), c.contacts);
-        EXPECT_NEAR(body.position.z, c.contacts ? 0.5 : 0.49, 1e-6);
+        EXPECT_EQ(body.staticContactNormals.size(), contacts);
+        EXPECT_NEAR(body.position.z, contacts ? 0.5 : 0.49, 1e-6);
     }
 }
 
@@ -266,11 +257,9 @@ TEST_F(RigidbodyTest, ApplyToEntityWritesTheMotionBackAndClearsTheGatheredImpuls
 }
 
 TEST_F(RigidbodyTest, ParentDecisionsFollowTheSpeed) {
-    struct Case {
-        char const* name;
-        double speed;
-        bool onParent, candidate, nearParent, touching, staysOrJoins;
-    } const cases[] = {
+    // name, speed, on a parent, candidate, near the parent, touching it, stays on or joins it
+    using Case = std::tuple<char const*, double, bool, bool, bool, bool, bool>;
+    Case const cases[] = {
         {"candidate, fast", 7.0, false, true, false, false, false}, // a candidate is joined below 5 m/s only
         {"candidate, slow", 3.0, false, true, false, false, true},
         {"near parent, cruising", 7.0, true, false, true, false, true}, // near its parent it stays up to 10 m/s
@@ -278,19 +267,19 @@ TEST_F(RigidbodyTest, ParentDecisionsFollowTheSpeed) {
         {"far, touching", 7.0, true, false, false, true, true}, // far from it, it leaves unless touching it
         {"far, adrift", 0.0, true, false, false, false, false},
     };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
-        ServerSideEntity::Ptr ground = Ground(), rover = Cube({0.0, 0.0, 0.5}, {c.speed, 0.0, 0.0});
-        if (c.onParent) ground->AddChild(rover);
+    for (auto const& [name, speed, onParent, candidate, nearParent, touching, staysOrJoins] : cases) {
+        SCOPED_TRACE(name);
+        ServerSideEntity::Ptr ground = Ground(), rover = Cube({0.0, 0.0, 0.5}, {speed, 0.0, 0.0});
+        if (onParent) ground->AddChild(rover);
         Body groundBody(ground);
         Dynamic body(rover, Step);
         body.gravity = V(0.0, 0.0, -9.81);
-        if (c.candidate) body.potentialNewParent = ground;
-        body.parentBody = c.nearParent ? &groundBody : nullptr;
-        body.touchesParent = c.touching;
+        if (candidate) body.potentialNewParent = ground;
+        body.parentBody = nearParent ? &groundBody : nullptr;
+        body.touchesParent = touching;
         body.ApplyToEntity(Step);
-        EXPECT_EQ(rover->parentEntity, c.staysOrJoins ? ground->GetID() : game::entity::Id());
-        EXPECT_EQ(body.gravity.z, c.onParent && !c.staysOrJoins ? 0.0 : -9.81); // leaving, the frame's gravity goes
+        EXPECT_EQ(rover->parentEntity, staysOrJoins ? ground->GetID() : game::entity::Id());
+        EXPECT_EQ(body.gravity.z, onParent && !staysOrJoins ? 0.0 : -9.81); // leaving, the frame's gravity goes
     }
 }
 
