@@ -62,18 +62,14 @@ TEST_F(GameRendererTest, FrameInitCopiesTheSettingsAndSetsOneOptionBitPerOption)
               std::tuple(0.5f, 1.5f, 0.25f, 1.1f, 0.9f, 2.2f, 95.0f, 2, true, 0.05f, "NONE",
                          nerox::renderer::UPSCALE_ALGO::NONE)); // the name upper-cased in place
 
-    struct Row {
-        bool toneMapping, taa, debug, dithering;
-        uint32_t word;
-    };
-    // Bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
-    for (Row row :
-         {Row{1, 0, 0, 0, 1u}, Row{0, 1, 0, 0, 2u}, Row{0, 0, 1, 0, 8u}, Row{0, 0, 0, 1, 16u}, Row{0, 0, 0, 0, 0u}}) {
-        std::tie(s.tone_mapping, s.taa, r.debugFlag, s.dithering) =
-            std::tie(row.toneMapping, row.taa, row.debug, row.dithering);
+    // One bit per option; bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
+    std::vector<uint32_t> words;
+    for (int on = 0; on < 5; ++on) {
+        std::tie(s.tone_mapping, s.taa, r.debugFlag, s.dithering) = std::tuple(on == 0, on == 1, on == 2, on == 3);
         r.FrameInit();
-        EXPECT_EQ(r.renderOptions, row.word);
+        words.push_back(r.renderOptions);
     }
+    EXPECT_EQ(words, (std::vector<uint32_t>{1, 2, 8, 16, 0}));
 }
 
 TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPinsItToTheCamera) {
