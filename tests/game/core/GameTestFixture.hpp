@@ -43,8 +43,6 @@ protected:
         Game::settings.reset();
         Game::_inputMode = 0;
         Game::_mouseLook = false;
-        Game::timeActive = true;
-        Game::timeOffset = 0.0;
         {
             std::lock_guard lock(Game::_syncMutex);
             Game::_syncQueue.clear();
