@@ -141,8 +141,7 @@ VkClearColorValue Colour(float r, float g, float b, float a = 1.0f) {
 RenderpassOptions const ClearThenCopy{VK_ATTACHMENT_LOAD_OP_CLEAR, VK_IMAGE_LAYOUT_UNDEFINED,
                                       VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL};
 
-// In a W x H target the triangle covers the pixels whose centres lie inside
-// (W/4, H/4), (3W/4, H/4), (W/2, 3H/4): the apex points down the image.
+// The triangle covers the pixel centres inside (W/4, H/4), (3W/4, H/4), (W/2, 3H/4) of a W x H target.
 
 class VkPipelines : public VkTest {
 protected:
