@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <iostream>
 #include <latch>
 #include <map>
 #include <string>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "game/Chemistry.hpp"
+#include "support/Golden.hpp"
 
 using game::Element;
 using game::Molecule;
@@ -29,15 +28,6 @@ uint64_t Fnv(std::string const& text) {
     uint64_t hash = 14695981039346656037ull;
     for (unsigned char c : text) hash = (hash ^ c) * 1099511628211ull;
     return hash;
-}
-
-/// The rows of a map in key order, values to six decimals.
-template <typename Map> std::string Rows(Map const& map) {
-    std::string text;
-    char value[32];
-    for (auto const& [key, number] : std::map<std::string, double>(map.begin(), map.end()))
-        text += key + "=" + (std::snprintf(value, sizeof value, "%.6f", number), value) + ";";
-    return text;
 }
 
 /// A composition as "number:count" entries, or "none" when empty.
@@ -61,9 +51,7 @@ Molecule WithEntries(std::initializer_list<Entry> entries) {
 // noble gases and 0 alone from 105 on. The mass sum includes Kr (84.798) and Rb
 // (84.468), deliberately a unit off a current chart, and 0 for the unnamed superheavies.
 TEST(ElementTable, RecordsAndSymbolIndexMatchTheirChecksums) {
-    ASSERT_EQ(Element::elements.size(), 119u);
-    ASSERT_EQ(Element::elementsBySymbol.size(), 119u);
-    EXPECT_TRUE(Element::elements[0].symbol == "_" && Element::elements[0].name.empty());
+    ASSERT_TRUE(Element::elements.size() == 119 && Element::elementsBySymbol.size() == 119);
     std::string records;
     double massSum = 0.0;
     for (size_t i = 0; i < Element::elements.size(); ++i) {
@@ -87,72 +75,35 @@ TEST(MoleculeTable, RowsAreParsedFromTheirKeys) {
           "Na", "NaCl", "K",  "Mg", "Ti", "CO", "CH4", "NH3", "C6H6", "CS2", "HCl", "NO",  "N2O", "C5H12", "SO2"})
         EXPECT_EQ(Molecule::molecules.at(key).Formula(), key);
     EXPECT_EQ(Molecule::molecules.count("N2") + Molecule::molecules.count("Cl2"), 0u);
-    EXPECT_EQ(Molecule::gasMoleculesIndexOfRefraction.size(), 30u);
-    EXPECT_EQ(Fnv(Rows(Molecule::gasMoleculesIndexOfRefraction)), 12753273608037242949ull)
-        << Rows(Molecule::gasMoleculesIndexOfRefraction);
+    std::string rows; // in key order, values to six decimals
+    char value[32];
+    for (auto const& [key, index] : std::map<std::string, double>(Molecule::gasMoleculesIndexOfRefraction.begin(),
+                                                                  Molecule::gasMoleculesIndexOfRefraction.end()))
+        rows += key + "=" + (std::snprintf(value, sizeof value, "%.6f", index), value) + ";";
+    EXPECT_EQ(Fnv(rows), 12753273608037242949ull) << rows;
 }
 
-// Other tests in this program grow the two maps; a fresh process shows them as loaded.
-TEST(MoleculeTableDeathTest, GrowingMapsStartWithTheirFixedRows) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            std::string const densities = Rows(Molecule::liquidMoleculesMaxDensity);
-            std::cerr << "molecules " << Molecule::molecules.size() << ", densities " << densities << '\n';
-            std::exit(Molecule::molecules.size() == 31 ? 0 : 1);
-        },
-        testing::ExitedWithCode(0),
-        "molecules 31, densities CH4=400.000000;CO2=1600.000000;H2=100.000000;"
-        "H2O=1000.000000;O2=1600.000000;");
-}
-
+// The formulas of chemistry/formulas.txt (bytes written as \\xHH) and what each reads as.
+// Entries keep their order and are not merged; at most two lower-case letters follow the
+// capital; counts wrap modulo 256 however long the digit run; one bad part voids the whole.
 TEST(FormulaParsing, TableOfFormulas) {
-    struct Case {
+    std::string transcript;
+    for (std::string const& line :
+         testsupport::SplitLines(testsupport::ReadText(testsupport::DataFile("chemistry/formulas.txt")))) {
+        std::string const written = line.substr(0, line.find(" => "));
         std::string formula;
-        char const* composition;
-    };
-    Case const cases[] = {
-        // Entries keep their order and are not merged; three-letter symbols inside formulas.
-        {"C2H5OH", "6:2 1:5 8:1 1:1"},
-        {"HeHe", "2:1 2:1"},
-        {"NaCl2", "11:1 17:2"},
-        {"UuoH2", "118:1 1:2"},
-        {"HUus3", "1:1 117:3"},
-        // At most two lower-case letters follow the capital; a known two-letter prefix
-        // does not rescue an unknown three-letter symbol.
-        {"Uuoo", "none"},
-        {"Hex2", "none"},
-        // Counts wrap modulo 256, however long the digit run (2^64 + 1, 10^20 + 3,
-        // 10^5000 - 1 and 10^3000, after which the formula goes on).
-        {"H300", "1:44"},
-        {"H255", "1:255"},
-        {"H256O", "1:0 8:1"},
-        {"H007", "1:7"},
-        {"C1", "6:1"},
-        {"H18446744073709551617", "1:1"},
-        {"O100000000000000000003", "8:3"},
-        {"H" + std::string(5000, '9'), "1:255"},
-        {"C1" + std::string(3000, '0') + "O2", "6:0 8:2"},
-        // One bad part voids the whole formula.
-        {"H2OXx", "none"},
-        {"CH3Q", "none"},
-        {"2H", "none"},
-        {"H2O ", "none"},
-        {" H2O", "none"},
-        {"H2O\n", "none"},
-        {"H-O", "none"},
-        {"H2o", "none"},
-        {"HO+", "none"},
-        {"H\xC3\xA9", "none"},
-        {"\xFF", "none"},
-        {"Na\x80", "none"},
-        {std::string("H\0O", 3), "none"},
-        {std::string("H2\0", 3), "none"},
-        {std::string(100000, 'H') + "x!", "none"},
-        {std::string(100000, '7'), "none"},
-    };
-    for (Case const& c : cases)
-        EXPECT_EQ(Text(Molecule(c.formula).composition), c.composition) << c.formula.substr(0, 30);
+        for (size_t i = 0; i < written.size(); ++i)
+            formula +=
+                written.compare(i, 2, "\\x") ? written[i] : char(std::stoi(written.substr((i += 3) - 1, 2), 0, 16));
+        transcript += line[0] == '#' ? line + "\n" : written + " => " + Text(Molecule(formula).composition) + "\n";
+    }
+    testsupport::ExpectGolden(transcript, "chemistry/formulas.txt");
+    // 10^5000 - 1 wraps as well, and a formula goes on after a run of 3000 zeros.
+    EXPECT_EQ(Text(Molecule("H" + std::string(5000, '9')).composition), "1:255");
+    EXPECT_EQ(Text(Molecule("C1" + std::string(3000, '0') + "O2").composition), "6:0 8:2");
+    EXPECT_EQ(Text(Molecule(std::string(100000, 'H') + "x!").composition) +
+                  Text(Molecule(std::string(100000, '7')).composition),
+              "nonenone");
     EXPECT_EQ(Molecule(std::string(200000, 'H')).composition, Composition(200000, Entry{1, 1}));
 }
 
@@ -173,42 +124,26 @@ TEST(MoleculeMemory, TableRowsAndShortSymbolsAreNotRememberedOthersAre) {
     EXPECT_EQ(Text(Molecule("Zq7").composition), "6:5 1:12");
 }
 
+// Per molecule, from chemistry/molecules.txt: the formula (drops counts of one, stops at
+// an element out of range), the molar mass (skips elements out of range), the mass of one
+// molecule in units, the gas index (by formula text, then the bare atom of a di- or
+// triatomic one, else 1.001; OO is not diatomic) and whether some entry names a known
+// element with a count.
 TEST(MoleculeAnswers, TableOfMolecules) {
-    struct Case {
-        Molecule molecule;
-        char const* formula; // drops counts of one, stops at an element out of range
-        double molarMass;    // skips elements out of range
-        double gasIndex;     // by formula text, then the bare atom of a di- or triatomic one, else 1.001
-        bool usable;         // some entry names a known element with a count
-    };
-    Case const cases[] = {
-        {Molecule("H2O"), "H2O", (2 * 1.008 + 15.999) / 1000.0, 1.000261, true},
-        {Molecule("Kr"), "Kr", 0.084798, 1.000427, true},
-        {Molecule("H1Cl1"), "HCl", (1.008 + 35.453) / 1000.0, 1.000447, true},
-        {Molecule("O3"), "O3", 3 * 15.999 / 1000.0, 1.000271, true},
-        {Molecule("Cl2"), "Cl2", 2 * 35.453 / 1000.0, 1.000773, true},
-        {Molecule("O4"), "O4", 4 * 15.999 / 1000.0, 1.001, true},
-        // Two entries of one element are not a diatomic molecule.
-        {Molecule("OO"), "OO", 2 * 15.999 / 1000.0, 1.001, true},
-        {Molecule("H0O"), "HO", 15.999 / 1000.0, 1.001, true},
-        {Molecule("H0"), "H", 0.0, 1.000132, false},
-        {Molecule("H2Zz"), "", 0.0, 1.001, false},
-        {WithEntries({{1, 2}, {119, 1}, {8, 1}}), "H2", (2 * 1.008 + 15.999) / 1000.0, 1.001, true},
-        {WithEntries({{255, 3}}), "", 0.0, 1.001, false},
-        {WithEntries({{118, 2}}), "Uuo2", 0.0, 1.001, true},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.formula);
-        EXPECT_EQ(c.molecule.Formula(), c.formula);
-        EXPECT_NEAR(c.molecule.GetMolarMass(), c.molarMass, 1e-15);
-        // Mass of one molecule times Avogadro's number is about the molar mass.
-        EXPECT_NEAR(c.molecule.Mass() / amu, c.molarMass * 1000.0, 1e-9);
-        EXPECT_EQ(c.molecule.GaseousIndexOfRefraction(), c.gasIndex);
-        EXPECT_EQ(c.molecule.HasUsableComposition(), c.usable);
+    std::string table;
+    char line[160];
+    for (Molecule const& m :
+         {Molecule("H2O"), Molecule("Kr"), Molecule("H1Cl1"), Molecule("O3"), Molecule("Cl2"), Molecule("O4"),
+          Molecule("OO"), Molecule("H0O"), Molecule("H0"), Molecule("H2Zz"), WithEntries({{1, 2}, {119, 1}, {8, 1}}),
+          WithEntries({{255, 3}}), WithEntries({{118, 2}})}) {
+        std::snprintf(line, sizeof line, "'%s' %.9g kg/mol %.9g u index %.7g %s\n", m.Formula().c_str(),
+                      m.GetMolarMass(), m.Mass() / amu, m.GaseousIndexOfRefraction(),
+                      m.HasUsableComposition() ? "usable" : "unusable");
+        table += line;
     }
-    EXPECT_DOUBLE_EQ(cases[0].molecule.HeatCapacity() + cases[0].molecule.LiquidIndexOfRefraction() +
-                         cases[0].molecule.SolidIndexOfRefraction(),
-                     3.78);
+    testsupport::ExpectGolden(table, "chemistry/molecules.txt");
+    Molecule const water("H2O");
+    EXPECT_DOUBLE_EQ(water.HeatCapacity() + water.LiquidIndexOfRefraction() + water.SolidIndexOfRefraction(), 3.78);
 }
 
 TEST(MoleculeDensity, TableRowsOrOneSpherePerEntryRemembered) {
@@ -264,12 +199,9 @@ TEST(MoleculeConcurrency, ConstructionAndDensityFromSeveralThreads) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    for (int t = 0; t < threadCount; ++t) {
-        EXPECT_EQ(mismatches[t], 0) << "thread " << t;
-        EXPECT_EQ(densities[t], densities[0]) << "thread " << t;
-    }
+    EXPECT_EQ(mismatches, std::vector<int>(threadCount, 0));
+    EXPECT_EQ(densities, std::vector<std::vector<double>>(threadCount, densities[0]));
     for (size_t i = 2; i < cases.size(); ++i) {
-        ASSERT_EQ(Molecule::molecules.count(cases[i].first), 1u) << cases[i].first;
         EXPECT_EQ(Molecule::molecules.at(cases[i].first).composition, cases[i].second) << cases[i].first;
         EXPECT_EQ(Molecule::liquidMoleculesMaxDensity.at(cases[i].first), densities[0][i]) << cases[i].first;
     }

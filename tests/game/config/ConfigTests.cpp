@@ -1,6 +1,5 @@
-// The configuration tree: a real YAML file and small documents dumped whole against
-// tests/data/config/, the classes and numbers of scalar texts, the quiet answers of
-// lookups that find nothing, broken documents, and reading from several threads.
+// The configuration tree: a real YAML file and small documents dumped whole against tests/data/config/, the
+// classes and numbers of scalar texts, quiet answers of failed lookups, broken documents, reads from threads.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -191,41 +190,31 @@ TEST(ConfigQuietResults, LookupsAnswerWithoutFailing) {
     testsupport::ExpectGolden(transcript, "config/quiet.txt");
 }
 
-TEST(ConfigQuietResults, DefaultsEmptyTextsAndClearGiveNothing) {
+// Defaults answer as a failed lookup (pinned in quiet.txt); empty texts and Clear leave
+// nothing, a second Parse replaces the first. Scalars compare by their text, an escaped
+// NUL included; the caller's text may go after Parse.
+TEST(ConfigQuietResults, DefaultsEmptyTextsClearAndComparisons) {
     Config config;
-    std::string const invalid = All(config["x"]); // as pinned in quiet.txt
-    EXPECT_EQ(All(Config::Node()), invalid);
     Config::Iterator it;
-    ++it;
-    --it;
-    EXPECT_TRUE(it == Config::Iterator());
-    EXPECT_EQ(All(*it), invalid);
+    std::string const invalid = All(config["x"]);
+    EXPECT_TRUE(All(Config::Node()) == invalid && All(*--++it) == invalid && it == Config::Iterator());
     char empty[] = "";
     config.Parse(empty);
     EXPECT_TRUE(config.Empty());
     config.Parse(static_cast<char*>(nullptr));
     EXPECT_TRUE(config.Empty());
     config.Parse(std::string("first: 1\n"));
-    config.Parse(std::string("second: 2\n"));
-    EXPECT_TRUE(config["second"].AsInt() == 2 && config["first"].Key() != "first");
-    config.Clear();
-    config.Clear();
-    EXPECT_TRUE(config.Empty());
-}
-
-// Scalars compare by their text, an escaped NUL included; the caller's text may go after Parse.
-TEST(ConfigQuietResults, ScalarsCompareByTextThatOutlivesTheCallers) {
-    Config config;
-    {
-        std::string text = "a: hello\nb: ''\nc: \"x\\0y\"\n";
-        config.Parse(text.data());
-        text.assign(text.size(), '#');
-    }
-    EXPECT_TRUE(config["a"] == "hello" && config["a"] == std::string("hello"));
+    std::string text = "a: hello\nb: ''\nc: \"x\\0y\"\n";
+    config.Parse(text.data());
+    text.assign(text.size(), '#');
+    EXPECT_TRUE(config["a"] == "hello" && config["a"] == std::string("hello") && config["first"].Key() != "first");
     EXPECT_TRUE(config["a"] != "hell" && config["a"] != std::string("hello ") &&
                 config["a"] != static_cast<char const*>(nullptr));
     EXPECT_TRUE(config["b"] == static_cast<char const*>(nullptr));
     EXPECT_TRUE(config["c"] == std::string("x\0y", 3) && config["c"] != "x");
+    config.Clear();
+    config.Clear();
+    EXPECT_TRUE(config.Empty());
 }
 
 // Documents that can't be read (tests/data/config/errors.txt, the text escaped with
@@ -241,12 +230,11 @@ TEST(ConfigErrors, BrokenDocumentsEmptyTheConfigAndReportOneLine) {
         std::string text;
         for (size_t i = 0; i < line.size(); ++i) {
             char const c = line[i] == '\\' ? line[++i] : 0;
-            text += !c     ? line[i]
-                : c == 'n' ? '\n'
-                : c == 't' ? '\t'
-                : c == 'x' ? char(std::stoi(line.substr(i + 1, 2), nullptr, 16))
-                           : c;
-            i += c == 'x' ? 2 : 0;
+            text += c == 'x' ? char(std::stoi(line.substr((i += 2) - 1, 2), nullptr, 16))
+                : c == 'n'   ? '\n'
+                : c == 't'   ? '\t'
+                : c          ? c
+                             : line[i];
         }
         Config config;
         config.Parse(std::string("old: 1\n"));

@@ -1,7 +1,6 @@
-// The input pass against a headless window: devices as the window reports them
-// (readings, calibration, dead zones, button edges, lookups), and the controller
-// record pass by pass. The controller passes are replayed from the commands of the
-// transcripts under tests/data/input/controller_*.txt, each line "commands => changes".
+// The input pass against a headless window: devices as the window reports them (readings, calibration,
+// dead zones, button edges, lookups), and the controller record pass by pass, replayed from the
+// commands of the transcripts under tests/data/input/controller_*.txt, each line "commands => changes".
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -51,6 +50,11 @@ HeadlessWindow::Joystick Stick(std::string const& guid = "0300000044044a04000100
             {}};
 }
 
+/// The edges of an action as a hex digit: pressed 1, released 2, a rising delta 4, a falling one 8.
+int Edges(bool pressed, bool released, double delta) {
+    return pressed + 2 * released + 4 * (delta > 0) + 8 * (delta < 0);
+}
+
 /// The device numbers of the lookups' results, "-" for none.
 std::string Ids(std::initializer_list<std::shared_ptr<Joystick>> found) {
     std::string ids;
@@ -85,7 +89,7 @@ protected:
 
     /// Carries out the steps of commands (separated by ';'), runs one pass and writes
     /// "commands => changes" into the transcript, the changes as "Action before->after".
-    ///   mode ui|play|station   free (cursor not captured)   invert (mouse look)   dt SECONDS
+    ///   mode ui|play|station   free (cursor not captured)   invert (mouse look)   dt SECONDS   drop settings|window
     ///   key NAME down|up   mouse left down|up   cursor X Y   connect ID pad|stick GUID
     ///   pad AXIS VALUE   pad BUTTON down|up   joy ID axis N VALUE   joy ID button N down|up
     ///   bind aux7|light|primary SLOT NAME|- ID BUTTON AXIS DIRECTION (a joystick binding)
@@ -100,6 +104,8 @@ protected:
                 Game::_mouseLook = name != "ui";
             } else if (what == "free") {
                 Game::_mouseLook = false;
+            } else if (what == "drop") {
+                name == "settings" ? Game::settings.reset() : void(Game::window = nullptr);
             } else if (what == "invert") {
                 Game::settings->avatar_mouselook_invert_y = true;
             } else if (what == "dt") {
@@ -255,6 +261,7 @@ TEST_F(JoystickTest, LookupsByPositionKindAndIdentity) {
     EXPECT_EQ(Game::GetFirstGamepad(), nullptr);
 }
 
+// A device never opened reads as at rest.
 TEST_F(JoystickTest, AnotherDeviceInTheSamePlaceIsOpenedAnew) {
     Connect(4, Stick("FIRST"));
     std::shared_ptr<Joystick> const before = Game::_joysticks.at(4);
@@ -265,12 +272,6 @@ TEST_F(JoystickTest, AnotherDeviceInTheSamePlaceIsOpenedAnew) {
     std::shared_ptr<Joystick> const after = Game::_joysticks.at(4);
     EXPECT_TRUE(before != after && !before->connected && after->guid == "SECOND" && after->GetHat(0) == 0);
     EXPECT_EQ(after->axesCount * 10 + after->hatsCount, 20);
-}
-
-TEST_F(JoystickTest, WithoutAWindowThereAreNoDevices) {
-    Game::window = nullptr;
-    Game::UpdateJoysticks();
-    EXPECT_TRUE(Game::_joysticks.empty());
     Joystick orphan(0);
     EXPECT_FALSE(orphan.connected || orphan.GetButton(0) || orphan.GetButtonBinding(0) ||
                  orphan.GetAxis(0, 0.0f, false, false) != 0.0f);
@@ -293,9 +294,7 @@ TEST_F(ControllerTest, DearImGuiKeepsTheKeyboardButNotEscapeOrChat) {
     ImGuiIO& io = ImGui::GetIO();
     io.DisplaySize = ImVec2(1280, 720);
     io.IniFilename = nullptr;
-    unsigned char* pixels = nullptr;
-    int width = 0, height = 0;
-    io.Fonts->GetTexDataAsRGBA32(&pixels, &width, &height);
+    io.Fonts->Build();
     Step("mode play; key W down; key 1 down");
     // A text field has the keyboard: Escape and chat still come through.
     io.WantCaptureKeyboard = true;
@@ -319,8 +318,7 @@ TEST_F(ControllerTest, DearImGuiKeepsTheKeyboardButNotEscapeOrChat) {
 // than three passes is a tap, however far apart the passes, unless longer than the
 // limit. Holding fires once, after three passes of holding and the time, slow passes
 // first. Hold-or-toggle: true on a press, and again on the release of a long press.
-// The edges of an on/off and a double action, as a hex digit: pressed 1, released 2,
-// a rising delta 4, a falling one 8.
+// The edges of an on/off and a double action.
 TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
     struct Case {
         int key;
@@ -336,17 +334,13 @@ TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
         {GLFW_KEY_C, "D U D15 D15 D15 D15 D U", [] { return Controller::GetAvatarToolConfigure_HoldOrToggle(40); },
          "10100001"},
         {GLFW_KEY_R, "D D U U",
-         [] {
-             return Controller::GetSit_Pressed() + 2 * Controller::GetSit_Released() +
-                 4 * (Controller::GetSit_Delta() > 0) + 8 * (Controller::GetSit_Delta() < 0);
-         },
+         [] { return Edges(Controller::GetSit_Pressed(), Controller::GetSit_Released(), Controller::GetSit_Delta()); },
          "50a0"},
         {GLFW_KEY_W, "D D U U",
          [] {
-             return Controller::GetAvatarTranslateForward_Pressed() +
-                 2 * Controller::GetAvatarTranslateForward_Released() +
-                 4 * (Controller::GetAvatarTranslateForward_Delta() > 0) +
-                 8 * (Controller::GetAvatarTranslateForward_Delta() < 0);
+             return Edges(Controller::GetAvatarTranslateForward_Pressed(),
+                          Controller::GetAvatarTranslateForward_Released(),
+                          Controller::GetAvatarTranslateForward_Delta());
          },
          "50a0"},
     };
@@ -365,22 +359,9 @@ TEST_F(ControllerTest, TapsHoldsAndHoldOrToggle) {
 }
 
 TEST_F(ControllerTest, HoldNeedsExactlyOneLimit) {
-    char const* const message =
-        "ASSERTION FAILED: \\(\\(millisecondsMin == 0\\) != \\(millisecondsMax == 0\\)\\) in .*game/input/Controller";
-    EXPECT_DEATH(Controller::GetZoom_Hold(0, 0), message);
-    EXPECT_DEATH(Controller::GetZoom_Hold(100, 100), message);
-}
-
-TEST_F(ControllerTest, WithoutSettingsOrWindowTheRecordStaysAtRest) {
-    Game::_inputMode = 1;
-    Key(GLFW_KEY_W, true);
-    Key(GLFW_KEY_ESCAPE, true);
-    Game::settings.reset();
-    Pass();
-    EXPECT_EQ(Controller::GetAvatarTranslateForward(), 0.0);
-    Game::window = nullptr;
-    Pass();
-    EXPECT_FALSE(Controller::GetEscape());
+    EXPECT_DEATH(Controller::GetZoom_Hold(0, 0),
+                 "ASSERTION FAILED: \\(\\(millisecondsMin == 0\\) != "
+                 "\\(millisecondsMax == 0\\)\\) in .*game/input/Controller");
 }
 
 TEST_F(ControllerTest, BindingTextsNameEveryInputAndActionsAreListedInRecordOrder) {

@@ -14,7 +14,6 @@
 #include "support/TempDir.hpp"
 
 using game::GameSettings;
-using InputBinding = GameSettings::InputBinding;
 using testsupport::ReadText;
 using testsupport::ReplaceText;
 using testsupport::TempDir;
@@ -34,7 +33,6 @@ TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaultsAndSharedWhileHeld) {
         ASSERT_TRUE(first);
         EXPECT_EQ(first, GameSettings::Instance(nerox::filesystem::FilePath(path), NoReload));
         EXPECT_NE(first, GameSettings::Instance(dir.File("other.ini"), NoReload));
-        EXPECT_EQ(first->GetPath(), path);
         watch = first;
     }
     EXPECT_TRUE(watch.expired());
@@ -55,26 +53,14 @@ TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaultsAndSharedWhileHeld) {
 TEST(GameSettingsFile, AUsersFileIsReadAndWrittenBack) {
     TempDir dir;
     std::string const path = dir.File("settings.ini");
-    ReplaceText(path,
-                "; my settings\n[game]\ndev_tools = true\ndebug_window = yes\n"
-                "[graphics]\nfov = wide\nrender_scale = 0.5\nupscaling_algo = FSR\nvsync = yes\n"
-                "[mods]\n; kept by whoever owns it\nfavourite = rover\n"
-                "[input]\ninput_binding_zoom = key=banana\nlook_sensitivity = 3\n"
-                "input_binding_vehicle_main_thrust = key=84 mouse=-1 pad=button:-1,axis:4,dir:-1 "
-                "joy=button:2,axis:-1,dir:1,id:1,name:\"Throttle Quadrant\"\n");
+    ReplaceText(path, ReadText(testsupport::DataFile("settings/users_in.ini")));
     GameSettings settings(path, NoReload);
-    EXPECT_TRUE(settings.dev_tools && settings.debug_window && settings.vsync && settings.taa);
-    EXPECT_TRUE(settings.fov == 70.0f && settings.render_scale == 0.5f && settings.look_sensitivity == 3.0f);
+    // What was read and is not changed below shows in the file written back.
+    EXPECT_TRUE(settings.dev_tools && settings.debug_window && settings.fov == 70.0f && settings.render_scale == 0.5f);
     EXPECT_EQ(settings.upscaling_algo, "FSR");
-    EXPECT_EQ(settings.input_binding_zoom.key, 90) << "a broken binding keeps its default (Z)";
-    InputBinding thrust;
-    thrust.key = 84;
-    thrust.joysticks[0] = {"", 0, -1, 4, -1};
-    thrust.joysticks[1] = {"Throttle Quadrant", 1, 2, -1, 1};
-    EXPECT_EQ(settings.input_binding_vehicle_main_thrust, thrust);
 
     // Values of every kind are written so that they read back as they were.
-    InputBinding custom;
+    GameSettings::InputBinding custom;
     custom.key = 70;
     custom.mouseButton = 3;
     custom.joysticks[0] = {"", 0, 8, 2, -1};
@@ -89,9 +75,8 @@ TEST(GameSettingsFile, AUsersFileIsReadAndWrittenBack) {
     settings.WriteConfig();
     testsupport::ExpectGolden(ReadText(path), "settings/users.ini");
     GameSettings again(path, NoReload);
-    EXPECT_EQ(again.input_binding_avatar_light, custom);
-    EXPECT_TRUE(again.ide_opacity == 1.0f / 3.0f && again.graphics_preset == 5 && again.dev_tools);
-    EXPECT_EQ(again.upscaling_algo, " spaced out ");
+    EXPECT_TRUE(again.input_binding_avatar_light == custom && again.ide_opacity == 1.0f / 3.0f &&
+                again.graphics_preset == 5 && again.dev_tools && again.upscaling_algo == " spaced out ");
 }
 
 TEST(GameSettingsReload, OutsideChangeIsPickedUp) {
