@@ -92,7 +92,7 @@ protected:
     ///   mode ui|play|station   free (cursor not captured)   invert (mouse look)   dt SECONDS   drop settings|window
     ///   key NAME down|up   mouse left down|up   cursor X Y   connect ID pad|stick GUID
     ///   pad AXIS VALUE   pad BUTTON down|up   joy ID axis N VALUE   joy ID button N down|up
-    ///   bind aux7|light|primary SLOT NAME|- ID BUTTON AXIS DIRECTION (a joystick binding)
+    ///   bind aux7|light|sprint|pitchup|primary SLOT NAME|- ID BUTTON AXIS DIRECTION (a joystick binding)
     void Step(std::string const& commands) {
         std::istringstream steps(commands);
         for (std::string step; std::getline(steps, step, ';');) {
@@ -135,6 +135,8 @@ protected:
                 in >> value >> id >> button >> axis >> direction;
                 auto& binding = name == "aux7" ? s.input_binding_vehicle_aux_7
                     : name == "light"          ? s.input_binding_avatar_light
+                    : name == "sprint"         ? s.input_binding_avatar_sprint
+                    : name == "pitchup"        ? s.input_binding_avatar_pitch_up
                                                : s.input_binding_avatar_tool_primary;
                 binding.joysticks[std::stoi(arg)] = {value == "-" ? "" : value, id, button, axis, direction};
             } else {
