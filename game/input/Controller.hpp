@@ -22,72 +22,67 @@ class Joystick;
 ///         ...Trigger reads the axes as 0 to 1; AvatarJoystick leaves the gamepad
 ///         to the sprint latch; VehicleSteer leaves the gamepad out while its
 ///         stick turns the view.
-#define TESSARA_CONTROLLER_ACTIONS(X)                                                                                    \
-    /* Global, on or off: Escape and chat are read from their keys directly */                                           \
-    X(bool, Escape, None, None)                                                                                          \
-    X(bool, InputChat, None, None) X(bool, Sit, Play, Any, sit) X(bool, ThirdPerson, Play, Any, third_person)            \
-        X(bool, Zoom, Play, Any, zoom) /* Avatar, on or off */                                                           \
-        X(bool, AvatarLight, Play, Any, avatar_light) X(bool, AvatarSprint, Play, AvatarJoystick, avatar_sprint) X(      \
-            bool, AvatarCrouch, Play, Avatar, avatar_crouch) X(bool, AvatarJetpack, Play, Avatar, avatar_jetpack)        \
-            X(bool, AvatarInteract, Play, Avatar, avatar_interact) X(                                                    \
-                bool, AvatarInventory, Inventory, Avatar,                                                                \
-                avatar_inventory_toggle) X(bool, AvatarInventorySelectNext, Inventory, Avatar,                           \
-                                           avatar_inventory_select_next) X(bool, AvatarInventorySelectPrev, Inventory,   \
-                                                                           Avatar, avatar_inventory_select_prev)         \
-                X(bool, AvatarInventorySelect1, Inventory, Avatar, avatar_inventory_select_1) X(                         \
-                    bool, AvatarInventorySelect2, Inventory, Avatar,                                                     \
-                    avatar_inventory_select_2) X(bool, AvatarInventorySelect3, Inventory, Avatar,                        \
-                                                 avatar_inventory_select_3) X(bool, AvatarInventorySelect4, Inventory,   \
-                                                                              Avatar, avatar_inventory_select_4)         \
-                    X(bool, AvatarInventorySelect5, Inventory, Avatar, avatar_inventory_select_5) X(                     \
-                        bool,                                                                                            \
-                        AvatarInventorySelect6,                                                                          \
-                        Inventory, Avatar, avatar_inventory_select_6)                                                    \
-                        X(bool, AvatarInventorySelect7, Inventory, Avatar, avatar_inventory_select_7) X(                 \
-                            bool,                                                                                        \
-                            AvatarInventorySelect8,                                                                      \
-                            Inventory, Avatar, avatar_inventory_select_8)                                                \
-                            X(bool, AvatarInventorySelect9, Inventory, Avatar, avatar_inventory_select_9) X(             \
-                                bool,                                                                                    \
-                                AvatarInventoryDeselect, Inventory,                                                      \
-                                Avatar,                                                                                  \
-                                avatar_inventory_deselect) X(bool, AvatarToolConfigure, Play, Avatar,                    \
-                                                             avatar_tool_configure)                                      \
-                                X(bool, AvatarToolSpecialMode, Play, Avatar,                                             \
-                                  avatar_tool_special_mode) X(bool, GetInfo, Play, Any, get_info)                        \
-                                    X(bool, AvatarLookToggle, Play, Any,                                                 \
-                                      avatar_look_toggle) /* Look, unclamped: the mouse and the stick's look bindings */ \
-        X(double, AvatarPitch, None, None) X(double, AvatarYaw, None, None) /* Avatar, 0 to 1 */                         \
-        X(double, AvatarJump, Play, AvatarTrigger, avatar_jump)                                                          \
-            X(double, AvatarTranslateForward, Play, Avatar, avatar_translate_forward)                                    \
-                X(double, AvatarTranslateBackward, Play, Avatar, avatar_translate_backward)                              \
-                    X(double, AvatarTranslateRight, Play, Avatar, avatar_translate_right)                                \
-                        X(double, AvatarTranslateLeft, Play, Avatar, avatar_translate_left)                              \
-                            X(double, AvatarRollLeft, Play, Avatar, avatar_roll_left)                                    \
-                                X(double, AvatarRollRight, Play, Avatar, avatar_roll_right)                              \
-                                    X(double, AvatarToolPrimary, Play, AnyTrigger, avatar_tool_primary)                  \
-                                        X(double, AvatarToolSecondary, Play, AnyTrigger,                                 \
-                                          avatar_tool_secondary) /* Vehicle, on or off */                                \
-        X(bool, VehicleAux0, Play, Vehicle, vehicle_aux_0) X(bool, VehicleAux1, Play, Vehicle, vehicle_aux_1)            \
-            X(bool, VehicleAux2, Play, Vehicle, vehicle_aux_2) X(bool, VehicleAux3, Play, Vehicle, vehicle_aux_3)        \
-                X(bool, VehicleAux4, Play, Vehicle, vehicle_aux_4) X(bool, VehicleAux5, Play, Vehicle, vehicle_aux_5)    \
-                    X(bool, VehicleAux6, Play, Vehicle, vehicle_aux_6)                                                   \
-                        X(bool, VehicleAux7, Play, Vehicle, vehicle_aux_7)                                               \
-                            X(bool, VehicleAux8, Play, Vehicle, vehicle_aux_8)                                           \
-                                X(bool, VehicleAux9, Play, Vehicle, vehicle_aux_9) /* Vehicle, 0 to 1 */                 \
-        X(double, VehicleTranslateForward, Play, Vehicle,                                                                \
-          vehicle_translate_forward) X(double, VehicleTranslateBackward, Play, Vehicle, vehicle_translate_backward)      \
-            X(double, VehicleTranslateRight, Play, Vehicle, vehicle_translate_right)                                     \
-                X(double, VehicleTranslateLeft, Play, Vehicle, vehicle_translate_left)                                   \
-                    X(double, VehicleTranslateUp, Play, Vehicle, vehicle_translate_up)                                   \
-                        X(double, VehicleTranslateDown, Play, Vehicle, vehicle_translate_down)                           \
-                            X(double, VehicleMainThrust, Play, VehicleTrigger, vehicle_main_thrust)                      \
-                                X(double, VehicleRollRight, Play, Vehicle, vehicle_roll_right)                           \
-                                    X(double, VehicleRollLeft, Play, Vehicle, vehicle_roll_left)                         \
-                                        X(double, VehiclePitchUp, Play, VehicleSteer, vehicle_pitch_up)                  \
-                                            X(double, VehiclePitchDown, Play, VehicleSteer, vehicle_pitch_down)          \
-                                                X(double, VehicleYawRight, Play, VehicleSteer, vehicle_yaw_right)        \
-                                                    X(double, VehicleYawLeft, Play, VehicleSteer, vehicle_yaw_left)
+// clang-format off
+#define TESSARA_CONTROLLER_ACTIONS(X)                                                                 \
+    /* Global, on or off: Escape and chat are read from their keys directly */                      \
+    X(bool, Escape, None, None) X(bool, InputChat, None, None)                                      \
+    X(bool, Sit, Play, Any, sit) X(bool, ThirdPerson, Play, Any, third_person)                      \
+    X(bool, Zoom, Play, Any, zoom)                                                                  \
+    /* Avatar, on or off */                                                                         \
+    X(bool, AvatarLight, Play, Any, avatar_light)                                                   \
+    X(bool, AvatarSprint, Play, AvatarJoystick, avatar_sprint)                                      \
+    X(bool, AvatarCrouch, Play, Avatar, avatar_crouch)                                              \
+    X(bool, AvatarJetpack, Play, Avatar, avatar_jetpack)                                            \
+    X(bool, AvatarInteract, Play, Avatar, avatar_interact)                                          \
+    X(bool, AvatarInventory, Inventory, Avatar, avatar_inventory_toggle)                            \
+    X(bool, AvatarInventorySelectNext, Inventory, Avatar, avatar_inventory_select_next)             \
+    X(bool, AvatarInventorySelectPrev, Inventory, Avatar, avatar_inventory_select_prev)             \
+    X(bool, AvatarInventorySelect1, Inventory, Avatar, avatar_inventory_select_1)                   \
+    X(bool, AvatarInventorySelect2, Inventory, Avatar, avatar_inventory_select_2)                   \
+    X(bool, AvatarInventorySelect3, Inventory, Avatar, avatar_inventory_select_3)                   \
+    X(bool, AvatarInventorySelect4, Inventory, Avatar, avatar_inventory_select_4)                   \
+    X(bool, AvatarInventorySelect5, Inventory, Avatar, avatar_inventory_select_5)                   \
+    X(bool, AvatarInventorySelect6, Inventory, Avatar, avatar_inventory_select_6)                   \
+    X(bool, AvatarInventorySelect7, Inventory, Avatar, avatar_inventory_select_7)                   \
+    X(bool, AvatarInventorySelect8, Inventory, Avatar, avatar_inventory_select_8)                   \
+    X(bool, AvatarInventorySelect9, Inventory, Avatar, avatar_inventory_select_9)                   \
+    X(bool, AvatarInventoryDeselect, Inventory, Avatar, avatar_inventory_deselect)                  \
+    X(bool, AvatarToolConfigure, Play, Avatar, avatar_tool_configure)                               \
+    X(bool, AvatarToolSpecialMode, Play, Avatar, avatar_tool_special_mode)                          \
+    X(bool, GetInfo, Play, Any, get_info) X(bool, AvatarLookToggle, Play, Any, avatar_look_toggle)  \
+    /* Look, unclamped: the mouse and the stick's look bindings */                                  \
+    X(double, AvatarPitch, None, None) X(double, AvatarYaw, None, None)                             \
+    /* Avatar, 0 to 1 */                                                                            \
+    X(double, AvatarJump, Play, AvatarTrigger, avatar_jump)                                         \
+    X(double, AvatarTranslateForward, Play, Avatar, avatar_translate_forward)                       \
+    X(double, AvatarTranslateBackward, Play, Avatar, avatar_translate_backward)                     \
+    X(double, AvatarTranslateRight, Play, Avatar, avatar_translate_right)                           \
+    X(double, AvatarTranslateLeft, Play, Avatar, avatar_translate_left)                             \
+    X(double, AvatarRollLeft, Play, Avatar, avatar_roll_left)                                       \
+    X(double, AvatarRollRight, Play, Avatar, avatar_roll_right)                                     \
+    X(double, AvatarToolPrimary, Play, AnyTrigger, avatar_tool_primary)                             \
+    X(double, AvatarToolSecondary, Play, AnyTrigger, avatar_tool_secondary)                         \
+    /* Vehicle, on or off */                                                                        \
+    X(bool, VehicleAux0, Play, Vehicle, vehicle_aux_0) X(bool, VehicleAux1, Play, Vehicle, vehicle_aux_1) \
+    X(bool, VehicleAux2, Play, Vehicle, vehicle_aux_2) X(bool, VehicleAux3, Play, Vehicle, vehicle_aux_3) \
+    X(bool, VehicleAux4, Play, Vehicle, vehicle_aux_4) X(bool, VehicleAux5, Play, Vehicle, vehicle_aux_5) \
+    X(bool, VehicleAux6, Play, Vehicle, vehicle_aux_6) X(bool, VehicleAux7, Play, Vehicle, vehicle_aux_7) \
+    X(bool, VehicleAux8, Play, Vehicle, vehicle_aux_8) X(bool, VehicleAux9, Play, Vehicle, vehicle_aux_9) \
+    /* Vehicle, 0 to 1 */                                                                           \
+    X(double, VehicleTranslateForward, Play, Vehicle, vehicle_translate_forward)                    \
+    X(double, VehicleTranslateBackward, Play, Vehicle, vehicle_translate_backward)                  \
+    X(double, VehicleTranslateRight, Play, Vehicle, vehicle_translate_right)                        \
+    X(double, VehicleTranslateLeft, Play, Vehicle, vehicle_translate_left)                          \
+    X(double, VehicleTranslateUp, Play, Vehicle, vehicle_translate_up)                              \
+    X(double, VehicleTranslateDown, Play, Vehicle, vehicle_translate_down)                          \
+    X(double, VehicleMainThrust, Play, VehicleTrigger, vehicle_main_thrust)                         \
+    X(double, VehicleRollRight, Play, Vehicle, vehicle_roll_right)                                  \
+    X(double, VehicleRollLeft, Play, Vehicle, vehicle_roll_left)                                    \
+    X(double, VehiclePitchUp, Play, VehicleSteer, vehicle_pitch_up)                                 \
+    X(double, VehiclePitchDown, Play, VehicleSteer, vehicle_pitch_down)                             \
+    X(double, VehicleYawRight, Play, VehicleSteer, vehicle_yaw_right)                               \
+    X(double, VehicleYawLeft, Play, VehicleSteer, vehicle_yaw_left)
+// clang-format on
 
 /// The game actions of one input pass.
 struct ControllerState {

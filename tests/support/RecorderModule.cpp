@@ -52,27 +52,27 @@ void ModuleUnload() {
 int ModuleSort() {
     return RECORDER_PRIORITY;
 }
-VOID_HOOK(ModuleLoad)
-VOID_HOOK(Game_Start)
-VOID_HOOK(Game_Ready) VOID_HOOK(Game_Stop) VOID_HOOK(Game_ClientUpdate) DELTA_HOOK(Game_Update) DELTA_HOOK(Input_Update)
-    DELTA_HOOK(Input_Update_Play)
-        DELTA_HOOK(Input_Update_Station) void Input_Key_Play(int key, int scancode, int action, int mods) {
+// clang-format off
+VOID_HOOK(ModuleLoad) VOID_HOOK(Game_Start) VOID_HOOK(Game_Ready) VOID_HOOK(Game_Stop) VOID_HOOK(Game_ClientUpdate)
+DELTA_HOOK(Game_Update) DELTA_HOOK(Input_Update) DELTA_HOOK(Input_Update_Play) DELTA_HOOK(Input_Update_Station)
+VOID_HOOK(Renderer_StartRendering) VOID_HOOK(Renderer_StopRendering) VOID_HOOK(Renderer_RefreshViewport)
+VOID_HOOK(Renderer_FrameCollectGarbage) VOID_HOOK(Renderer_FrameUpdateDescriptorSets) VOID_HOOK(Renderer_FrameBeforePost)
+VOID_HOOK(Renderer_FrameUpdateUi) VOID_HOOK(Renderer_FrameBeforeUpdate) VOID_HOOK(Renderer_FrameUpdate)
+VOID_HOOK(Renderer_FrameAfterUpdate) VOID_HOOK(Renderer_FrameBeforeRender) VOID_HOOK(Renderer_FrameAfterRender)
+COMMAND_HOOK(Renderer_FramePushCommands) COMMAND_HOOK(Renderer_FrameBuildCommands)
+COMMAND_HOOK(Renderer_FrameRenderCommands) COMMAND_HOOK(Renderer_FrameResolveCommands)
+COMMAND_HOOK(Renderer_FrameBlitCommands) COMMAND_HOOK(Renderer_FramePostCommands)
+COMMAND_HOOK(Renderer_FrameOverlayCommands)
+
+void Input_Key_Play(int key, int scancode, int action, int mods) {
     Hook("Input_Key_Play",
          std::to_string(key) + " " + std::to_string(scancode) + " " + std::to_string(action) + " " +
              std::to_string(mods));
 }
+// clang-format on
 
-VOID_HOOK(Renderer_StartRendering)
-VOID_HOOK(Renderer_StopRendering) VOID_HOOK(Renderer_RefreshViewport) VOID_HOOK(Renderer_FrameCollectGarbage)
-    VOID_HOOK(Renderer_FrameUpdateDescriptorSets) VOID_HOOK(Renderer_FrameBeforePost) VOID_HOOK(Renderer_FrameUpdateUi)
-        VOID_HOOK(Renderer_FrameBeforeUpdate) VOID_HOOK(Renderer_FrameUpdate) VOID_HOOK(Renderer_FrameAfterUpdate)
-            VOID_HOOK(Renderer_FrameBeforeRender) VOID_HOOK(Renderer_FrameAfterRender)
-                COMMAND_HOOK(Renderer_FramePushCommands) COMMAND_HOOK(Renderer_FrameBuildCommands)
-                    COMMAND_HOOK(Renderer_FrameRenderCommands) COMMAND_HOOK(Renderer_FrameResolveCommands)
-                        COMMAND_HOOK(Renderer_FrameBlitCommands) COMMAND_HOOK(Renderer_FramePostCommands)
-                            COMMAND_HOOK(Renderer_FrameOverlayCommands)
-    // Notes whether the origin moved and the camera's x in the floating frame as it stands.
-    void Renderer_FrameInit() {
+// Notes whether the origin moved and the camera's x in the floating frame as it stands.
+void Renderer_FrameInit() {
     game::graphics::GameRenderer* renderer = Game::renderer;
     if (renderer == nullptr) return Hook("Renderer_FrameInit");
     Hook("Renderer_FrameInit",
