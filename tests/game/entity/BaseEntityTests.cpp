@@ -203,45 +203,6 @@ TEST(EntityConfigReload, ReloadThreadReplacesTheSectionsUnderTheMutex) {
     EXPECT_EQ(config.joints.count("old"), 0u);
 }
 
-TEST(EntityConfigTransform, NodeTreeGivesAbsoluteAndJointRelativeTransforms) {
-    // root (RENDERABLE) -> arm (JOINT) -> hand (TARGET) -> tip (TARGET); loose has a missing parent;
-    // a and b are each other's parent and self its own: walking them must end.
-    TempDir dir;
-    WriteText(dir.File("arm.txt"),
-              "[RENDERABLE root]\nposition 0 0 1\n[JOINT arm]\nparent root\nposition 2 0 0\nrotation 0 0 90\n"
-              "[TARGET hand]\nparent arm\nposition 1 0 0\n[TARGET tip]\nparent hand\nposition 0 0 0.5\n"
-              "[TARGET loose]\nparent nowhere\nposition 0 4 0\n[TARGET a]\nparent b\nposition 1 0 0\n"
-              "[TARGET b]\nparent a\nposition 0 0 1\n[TARGET self]\nparent self\n");
-    EntityConfig config(dir.File("arm.txt"));
-    config.Load();
-    glm::dmat4 const root = Translation({0.0, 1.0, 0.0}),
-                     arm = Translation({2.0, 0.0, 0.0}) * Rotation(90.0, {0.0, 1.0, 0.0});
-    glm::dmat4 const hand = Translation({1.0, 0.0, 0.0}), tip = Translation({0.0, 0.5, 0.0}),
-                     loose = Translation({0.0, 0.0, -4.0});
-    struct Case {
-        char const* node;
-        glm::dmat4 absolute, relative;
-        char const* joint;
-    }; // "unchanged": no joint on the way
-    for (Case const& c :
-         {Case{"root", root, root, "unchanged"}, Case{"arm", root * arm, glm::dmat4(1.0), "arm"},
-          Case{"hand", root * arm * hand, hand, "arm"}, Case{"tip", root * arm * hand * tip, hand * tip, "arm"},
-          Case{"loose", loose, loose, "unchanged"}, // a parent that names no node counts as the identity
-          Case{"nothing", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"},
-          Case{"", glm::dmat4(1.0), glm::dmat4(1.0), "unchanged"}}) {
-        SCOPED_TRACE(c.node);
-        ExpectMatNear(config.GetAbsoluteTransform(c.node), c.absolute, 1e-6);
-        std::string joint = "unchanged";
-        ExpectMatNear(config.GetTransformRelativeToFirstParentJointOrRoot(c.node, joint), c.relative, 1e-6);
-        EXPECT_EQ(joint, c.joint);
-    }
-    glm::dmat4 const loop = config.GetAbsoluteTransform("a");
-    for (int i = 0; i < 16; ++i) EXPECT_TRUE(std::isfinite(loop[i / 4][i % 4]));
-    std::string joint;
-    config.GetTransformRelativeToFirstParentJointOrRoot("self", joint);
-    EXPECT_EQ(joint, "");
-}
-
 // ---------------------------------------------------------------- type registry
 
 struct ProbeInterface { };

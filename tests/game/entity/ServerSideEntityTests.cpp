@@ -471,20 +471,6 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     ASSERT_EQ(file.size(), Base + 158 + SavedBlob.size() + 4);
     EXPECT_EQ(At<double>(file, Base + 56), 0.1) << "orientation starts with w";
     EXPECT_EQ(At<uint64_t>(file, Base + 150), SavedBlob.size());
-    // The at-rest flag: static, or dynamic and resting for a second or more.
-    struct Case {
-        bool dynamic;
-        double restTime;
-        uint8_t flag;
-    };
-    for (Case const c : {Case{false, 0.0, 1}, Case{false, 3.0, 1}, Case{true, 0.0, 0}, Case{true, 0.999, 0},
-                         Case{true, 1.0, 1}, Case{true, 2.0, 1}}) {
-        entity->isDynamic = c.dynamic, entity->restTime = c.restTime;
-        WriteOnlyStream out;
-        entity->WriteState(out);
-        EXPECT_EQ(BytesOf(out), ExpectedState(*entity, c.flag, SavedBlob))
-            << "dynamic " << c.dynamic << " rest " << c.restTime;
-    }
     auto const ghost = Reader(NextId());
     WriteOnlyStream out;
     ghost->WriteState(out);
@@ -571,21 +557,6 @@ TEST_F(EntityFileTest, CheckpointMatchesTheLayoutAndReadsBack) {
     EXPECT_EQ(DeserializeCheckpointOutput(*plain), "");
     EXPECT_EQ(plain->position, glm::dvec3(1.5, -2.25, 3.125));
     EXPECT_EQ(hookLog.deserializeCalls, 1);
-    // A dynamic one wakes.
-    entity->isDynamic = true;
-    entity->SerializeCheckpoint();
-    entity->restTime = 2.0, entity->isDynamic = false;
-    entity->DeserializeCheckpoint();
-    EXPECT_TRUE(entity->isDynamic && entity->restTime == 0.0);
-    // Reading runs the parent walk: the parent's environment wins over the file's.
-    Ptr const parent = MakeSaved();
-    parent->environmentId = 900, entity->parentEntity = parent->GetID();
-    entity->SerializeCheckpoint();
-    entity->settled = true;
-    entity->DeserializeCheckpoint();
-    EXPECT_EQ(entity->parentEntity, parent->GetID());
-    EXPECT_EQ(entity->environmentId, 900u);
-    EXPECT_TRUE(entity->parentMoving && !entity->settled);
 }
 
 TEST_F(EntityFileTest, RejectedCheckpointChangesNothingAndPrintsOneLine) {
