@@ -69,7 +69,7 @@ TEST_F(EnvironmentTest, OnlyFacesMeetingTheAirGiveSamples) {
                                                              {"rising slabs", Pontoon(1000.0, {0.0, 0.0, 4.0})},
                                                              {"sliding slabs", Pontoon(1000.0, {4.0, 0.0, 0.0})}};
     std::ostringstream out;
-    auto const vec = [&out](V const& v) -> std::ostream& {
+    auto const vec = [&out](V const& v) -> auto& {
         return out << " (" << v.x << ", " << v.y << ", " << v.z << ")";
     };
     for (auto& [name, entity] : cases) {

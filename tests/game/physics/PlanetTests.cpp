@@ -29,11 +29,11 @@ TEST(Planet, ProbesAboveAndBelowTheGroundTheWaterAndTheBasinWalls) {
     std::ostringstream out;
     out.precision(10);
     out << "x y z flags: gravity altitude normal depth ground point | density pressure viscosity composition\n";
+    auto const vec = [&out](auto const& v) -> auto& {
+        return out << " (" << v.x << ", " << v.y << ", " << v.z << ")";
+    };
     for (Probe const& p : probes) {
         auto const info = planet::Environment({p.x, p.y, p.z}, static_cast<game::EnvironmentInfoFlags>(p.flags), 1.0);
-        auto const vec = [&out](glm::dvec3 const& v) -> std::ostream& {
-            return out << " (" << v.x << ", " << v.y << ", " << v.z << ")";
-        };
         out << p.x << " " << p.y << " " << p.z << " " << p.flags << ":";
         vec(info.gravity) << " " << info.altitude;
         vec(info.surfaceNormal) << " " << info.terrain.depth;
