@@ -1,7 +1,6 @@
 // The broadphase returns exactly what the full double loop returns, in its order, whatever the spheres.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <random>
 

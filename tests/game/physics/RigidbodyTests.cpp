@@ -56,7 +56,7 @@ protected:
 };
 using RigidbodyDeathTest = RigidbodyTest;
 
-TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndTurnsImpulsesIntoAccelerations) {
+TEST_F(RigidbodyTest, ConstructionCentresOnTheCentreOfMassAndGrowsTheBoundsOverMovedColliders) {
     ConvexMeshCollider hollow = Box(V(1.0), {3.0, 0.0, 0.0}), off = Box(V(1.0), {-3.0, 0.0, 0.0});
     hollow.fill = 0.5;
     off.enabled = false;
