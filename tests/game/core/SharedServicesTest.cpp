@@ -1,8 +1,6 @@
 // Ids, the inter-module channel, monitors, debug counters, options and presets.
 #include "game/DebugInfo.hpp"
 #include "game/Game.hpp"
-#include "game/GameSettings.hpp"
-#include "game/Options.hpp"
 #include "game/UniqueId.hpp"
 #include "game/entity/Id.hpp"
 
@@ -76,27 +74,20 @@ TEST_F(ImcTest, ValuesAreCutTo4095BytesUnknownKeysCreateNothingAndTextReadsAsIts
     }
 }
 
-TEST(SharedServices, MonitorsDebugCountersOptionsAndPresets) {
-    Game::AssignMonitor(7, "Hello");
+TEST(SharedServices, MonitorsAndDebugCounters) {
     Game::AssignMonitor(7, "Hello, world");
     Game::currentMonitorID = 8;
     std::string const none = Game::GetMonitor();
     Game::currentMonitorID = 7;
     EXPECT_EQ(std::tuple(Game::GetMonitor(), none), std::tuple("Hello, world", ""));
     Game::currentMonitorID = 0;
-    // Counters are keyed by the name's address.
-    static char const* const frames = "frames";
+    static char const* const frames = "frames"; // counters are keyed by the name's address
     game::DebugInfo::Set(frames, 10);
     game::DebugInfo::Add(frames);
     game::DebugInfo::Add(frames, 4);
     EXPECT_EQ(std::tuple(game::DebugInfo::Get(frames), game::DebugInfo::Get("never set")), std::tuple(15u, 0u));
     game::DebugInfo::Clear();
-    EXPECT_TRUE(game::DebugInfo::infos.empty() && !game::GameSettings::FindGraphicsPreset(0));
-    game::Options::Set("count", 3);
-    EXPECT_THROW(game::Options::Get<double>("count", 0.0), std::bad_any_cast);
-    EXPECT_EQ(game::Options::Get<int>("count", 0), 3);
-    game::Options::Clear();
-    EXPECT_TRUE(!game::GameSettings::FindGraphicsPreset(7) && game::GameSettings::FindGraphicsPreset(6));
+    EXPECT_TRUE(game::DebugInfo::infos.empty());
 }
 
 } // namespace
