@@ -159,7 +159,6 @@ protected:
     std::string world;
 };
 
-// ---------------------------------------------------------------------------
 // Construction, parent and child
 
 using ServerSideEntityConstruction = SseTest;
@@ -273,7 +272,6 @@ TEST_F(ServerSideEntityLookup, ParentCacheTakesTheRootsEnvironmentAndMotion) {
     EXPECT_FALSE(root->parentMoving);
 }
 
-// ---------------------------------------------------------------------------
 // Hook runner and the entity stages of a server tick
 
 using ServerSideEntityHooks = SseTest;
@@ -319,7 +317,6 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksThe
     EXPECT_GT(std::abs(bending->colliders.at("fore").transform[3][1] - rest[3][1]), 0.05);
 }
 
-// ---------------------------------------------------------------------------
 // Loading and unloading a world
 
 using ServerSideEntityWorld = SseTest;
@@ -362,7 +359,6 @@ TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEnti
     }
 }
 
-// ---------------------------------------------------------------------------
 // State and checkpoint files
 
 using EntityFileTest = SseTest;

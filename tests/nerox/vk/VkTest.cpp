@@ -225,21 +225,6 @@ TEST_F(VkPipelines, ARenderpassKeepsOneFramebufferPerTargetUntilForgotten) {
     EXPECT_EQ(pass.TargetCount(), 2u) << "a forgotten view gets a new framebuffer";
 }
 
-TEST_F(VkPipelines, LoadingATargetOfUndefinedLayoutIsRefused) {
-    RenderpassOptions options{VK_ATTACHMENT_LOAD_OP_LOAD, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_GENERAL,
-                              "undefined load"};
-    auto const make = [&] { Renderpass(Dev(), VK_FORMAT_R8G8B8A8_UNORM, 8, 8, TargetUsage, options); };
-    EXPECT_THAT(
-        make,
-        ThrowsMessage<std::invalid_argument>(
-            "Renderpass undefined load: loading a target in the undefined layout; clear it or give its layout"));
-    options.initialLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
-    options.finalLayout = VK_IMAGE_LAYOUT_UNDEFINED;
-    options.name.clear();
-    EXPECT_THAT(make,
-                ThrowsMessage<std::invalid_argument>("Renderpass (unnamed): the final layout must be a defined one"));
-}
-
 TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
     testsupport::TempDir dir;
     std::string const vert = std::string(Triangle) + ".vert.spv";
