@@ -208,7 +208,7 @@ TEST_F(ServerSideEntityDeathTest, BrokenRelationsFactoriesAndBoxesAbortWithTheir
     ServerSideEntity::_registered_interfaces[TestModule.String()]["broken"].factory = [] {
         return std::shared_ptr<ServerSideEntity::Interface>();
     };
-    EXPECT_DEATH(Make("broken"), "ASSERTION FAILED: \\(_interface\\)");
+    EXPECT_DEATH(Make("broken"), "ASSERTION FAILED: \\(_interface\\) in game/entity/[A-Za-z]+\\.cpp:[0-9]+\n");
     Ptr const box = Make();
     box->box_size = {1.0, 1.0, 1.0};
     EXPECT_DEATH(box->GetInertiaTensorWorld(), "ASSERTION FAILED: \\(mass > 0.0\\)");

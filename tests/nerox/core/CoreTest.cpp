@@ -52,7 +52,7 @@ TEST(AssertDeathTest, AFailedCheckPrintsTheConditionFileAndLineThenAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EQ(Checked(3), 3);
     std::string const expected =
-        "^ASSERTION FAILED: \\(value > 0\\) in [^\n]*CoreTest\\.cpp:" + std::to_string(assertLine) + "\n";
+        "^ASSERTION FAILED: \\(value > 0\\) in tests/nerox/core/CoreTest\\.cpp:" + std::to_string(assertLine) + "\n";
     EXPECT_DEATH(Checked(-1), expected);
 }
 
