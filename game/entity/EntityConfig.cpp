@@ -35,7 +35,7 @@ bool ReadFlag(std::istringstream& line) {
 }
 
 /// Reads the keys that every node section shares. Returns false for any other key.
-bool ReadNodeKey(std::string const& key, std::istringstream& line, EntityConfig::NodeFields& record) {
+template <class Record> bool ReadNodeKey(std::string const& key, std::istringstream& line, Record& record) {
     if (key == "parent") {
         line >> record.parent;
         return true;
@@ -90,7 +90,7 @@ using Lines = std::vector<std::istringstream>;
 
 /// Reads every line of a node section: the shared keys into record, any other
 /// key through more(key, line).
-template <class More> void ReadNodeLines(Lines& lines, EntityConfig::NodeFields& record, More const& more) {
+template <class Record, class More> void ReadNodeLines(Lines& lines, Record& record, More const& more) {
     for (std::istringstream& line : lines) {
         std::string key;
         line >> key;

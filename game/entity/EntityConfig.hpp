@@ -34,22 +34,22 @@ namespace game::entity {
 /// thread may run. The constructor reads nothing and starts no thread.
 class EntityConfig : public nerox::filesystem::ConfigFile {
 public:
-    /// What every node section has: its place in the node tree.
-    struct NodeFields {
+    /// A camera mount.
+    struct Camera {
         std::string parent;        ///< Name of the parent node; empty for the root.
         glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
         glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        float znear = 0.0f;        ///< Near clipping distance.
         glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
-    };
-
-    /// A camera mount.
-    struct Camera : NodeFields {
-        float znear = 0.0f; ///< Near clipping distance.
     };
 
     /// A movable joint. The ranges stay in the file's axes: component x of each
     /// vector belongs to the file's x axis, and so on.
-    struct Joint : NodeFields {
+    struct Joint {
+        std::string parent;              ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};        ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};        ///< Degrees, as the file gives them, in the file's axes.
+        glm::mat4 transform{1.0f};       ///< TransformFromBlender(position, rotation).
         glm::vec3 linear_min{0.0f};      ///< Smallest offset per axis, metres.
         glm::vec3 linear_default{0.0f};  ///< Resting offset per axis, metres.
         glm::vec3 linear_max{0.0f};      ///< Largest offset per axis, metres.
@@ -65,10 +65,20 @@ public:
     };
 
     /// A named point, e.g. where a tool aims.
-    struct Target : NodeFields { };
+    struct Target {
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
+    };
 
     /// A part of the mesh that is drawn with its node's transform.
-    struct Renderable : NodeFields { };
+    struct Renderable {
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
+    };
 
     /// Most hull vertices a collider holds.
     static constexpr size_t MaxColliderVertices = 8;
@@ -78,28 +88,40 @@ public:
     static constexpr size_t MaxColliderTriangles = 12;
 
     /// A convex collision hull, or a box when it lists no vertices.
-    struct Collider : NodeFields {
-        bool is_build_block = false;                                ///< Counts as a building block.
-        float displacement_volume = 0.0f;                           ///< Volume that displaces fluids.
-        glm::vec3 box_min{0.0f};                                    ///< Box corner, game axes, the smaller per axis.
-        glm::vec3 box_max{0.0f};                                    ///< Box corner, game axes, the larger per axis.
-        uint16_t nb_vertices = 0;                                   ///< Entries used in vertices.
-        uint16_t nb_faces = 0;                                      ///< Entries used in faces_normal.
-        uint16_t nb_triangles = 0;                                  ///< Entries used in triangles.
-        std::array<glm::vec3, MaxColliderVertices> vertices{};      ///< Hull vertices, game axes.
+    struct Collider {
+        std::string parent;                                    ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};                              ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};                              ///< Degrees, as the file gives them, in the file's axes.
+        bool is_build_block = false;                           ///< Counts as a building block.
+        float displacement_volume = 0.0f;                      ///< Volume that displaces fluids.
+        glm::vec3 box_min{0.0f};                               ///< Box corner, game axes, the smaller per axis.
+        glm::vec3 box_max{0.0f};                               ///< Box corner, game axes, the larger per axis.
+        uint16_t nb_vertices = 0;                              ///< Entries used in vertices.
+        uint16_t nb_faces = 0;                                 ///< Entries used in faces_normal.
+        uint16_t nb_triangles = 0;                             ///< Entries used in triangles.
+        std::array<glm::vec3, MaxColliderVertices> vertices{}; ///< Hull vertices, game axes.
         std::array<glm::vec3, MaxColliderFaces> faces_normal{};     ///< Unit face normals, game axes.
         std::array<glm::u16vec3, MaxColliderTriangles> triangles{}; ///< Vertex indices, three per triangle.
+        glm::mat4 transform{1.0f};                                  ///< TransformFromBlender(position, rotation).
     };
 
     /// A place where another item can be attached.
-    struct Adapter : NodeFields {
-        std::string type; ///< Kind of attachment; interpreted by the content modules.
+    struct Adapter {
+        std::string type;          ///< Kind of attachment; interpreted by the content modules.
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
     };
 
     /// A box that bounds a light's effect.
-    struct LightBox : NodeFields {
-        glm::vec3 box_min{0.0f}; ///< Box corner, game axes, the smaller per axis.
-        glm::vec3 box_max{0.0f}; ///< Box corner, game axes, the larger per axis.
+    struct LightBox {
+        std::string parent;        ///< Name of the parent node; empty for the root.
+        glm::vec3 position{0.0f};  ///< As the file gives it, in the file's axes.
+        glm::vec3 rotation{0.0f};  ///< Degrees, as the file gives them, in the file's axes.
+        glm::vec3 box_min{0.0f};   ///< Box corner, game axes, the smaller per axis.
+        glm::vec3 box_max{0.0f};   ///< Box corner, game axes, the larger per axis.
+        glm::mat4 transform{1.0f}; ///< TransformFromBlender(position, rotation).
     };
 
     /// One node of the tree that every section but ENTITY adds.
