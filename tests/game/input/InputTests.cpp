@@ -131,7 +131,8 @@ protected:
                     window.SetJoystickButton(std::stoi(name), std::stoi(what), value == "down");
             } else if (what == "bind") {
                 game::GameSettings& s = *Game::settings;
-                int id = 0, button = 0, axis = 0, direction = 0;
+                int id = 0, button = 0;
+                int16_t axis = 0, direction = 0;
                 in >> value >> id >> button >> axis >> direction;
                 auto& binding = name == "aux7" ? s.input_binding_vehicle_aux_7
                     : name == "light"          ? s.input_binding_avatar_light
