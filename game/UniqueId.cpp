@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 
 namespace game {
@@ -35,6 +36,10 @@ UniqueId::UniqueId(std::string const& text) {
 }
 
 UniqueId UniqueId::Generate(char const (&type)[5]) {
+    // Spawns come from several threads: the random generator and the last time
+    // part are shared by all of them.
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
     static nerox::RandomGenerator<unsigned int, 1, 16383> random;
     unsigned char bytes[8];
     std::memcpy(bytes, type, 4);

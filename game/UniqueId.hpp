@@ -22,8 +22,7 @@ public:
     explicit UniqueId(std::string const& text);
 
     /// A new id with a 4-character tag. Ids of one process never repeat: within
-    /// one microsecond the time part counts on. Not thread-safe: call from one
-    /// thread at a time.
+    /// one microsecond the time part counts on. Safe to call from several threads.
     static UniqueId Generate(char const (&type)[5]);
 
     /// The text form, or the empty text if either word is zero.

@@ -259,6 +259,12 @@ constexpr SectionKind SectionKinds[] = {
     {"LIGHT_BOX", ParseLightBox},
 };
 
+bool IsSectionKeyword(std::string_view word) {
+    for (SectionKind const& kind : SectionKinds)
+        if (kind.keyword == word) return true;
+    return false;
+}
+
 } // namespace
 
 EntityConfig::EntityConfig(std::string const& path, std::optional<int> reloadInterval)
@@ -283,9 +289,26 @@ void EntityConfig::Parse() {
     joints.clear();
     targets.clear();
     renderables.clear();
-    ReadFromINI(
-        [this](std::istringstream& header, std::vector<std::istringstream>& lines) { ParseSection(header, lines); });
+    ReadFromINI([this](std::istringstream& header, std::vector<std::istringstream>& lines) {
+        // A bare keyword line inside the section starts the next one.
+        size_t start = 0;
+        for (size_t line = 0; line < lines.size(); ++line) {
+            std::string word;
+            lines[line] >> word;
+            lines[line].seekg(0);
+            if (!IsSectionKeyword(word)) continue;
+            std::vector<std::istringstream> body(std::make_move_iterator(lines.begin() + start),
+                                                 std::make_move_iterator(lines.begin() + line));
+            ParseSection(header, body);
+            header = std::move(lines[line]);
+            start = line + 1;
+        }
+        std::vector<std::istringstream> body(std::make_move_iterator(lines.begin() + start),
+                                             std::make_move_iterator(lines.end()));
+        ParseSection(header, body);
+    });
     jointSolver.Init();
+    loaded = true;
 }
 
 void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::istringstream>& lines) {

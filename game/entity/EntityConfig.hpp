@@ -154,9 +154,13 @@ public:
     /// Stops the reload thread before the members go away.
     ~EntityConfig() override;
 
-    /// Parses the file. The caller holds GetMutex() (the reload thread does).
-    /// Empties cameras, joints, targets and renderables first; the other fields
-    /// keep what the file does not replace.
+    /// Parses the file and sets loaded. The caller holds GetMutex() (the reload
+    /// thread does). Empties cameras, joints, targets and renderables first; the
+    /// other fields keep what the file does not replace.
+    ///
+    /// A section starts with its keyword in brackets ("[JOINT wheel]") or bare
+    /// at the start of a line ("JOINT wheel"): a line whose first word is one
+    /// of the section keywords (all upper case, unlike the keys) starts one.
     void ReadConfig() override;
     /// Takes GetMutex() and parses the file, for callers that do not hold it.
     void Load();
@@ -173,6 +177,9 @@ public:
     /// The game-space transform of a file position and rotation (degrees, Euler
     /// x then y then z), both in the modelling tool's Z-up axes.
     static glm::mat4 TransformFromBlender(glm::vec3 const& position, glm::vec3 const& rotationDegrees);
+
+    /// The file has been read at least once; guarded by GetMutex().
+    bool loaded = false;
 
 private:
     /// Does the work of ReadConfig(); the caller holds GetMutex().

@@ -19,7 +19,6 @@ template <class Interface> struct EntityTypeDef {
     std::string itemType;                                ///< Item type name inside that module.
     std::shared_ptr<EntityConfig> config;                ///< Description file of the type; may be empty.
     std::function<std::shared_ptr<Interface>()> factory; ///< Makes the behaviour object of a new entity.
-    bool configLoaded = false;                           ///< config has been read; guarded by its GetMutex().
 };
 
 /// The item types that modules register on one side, with the queries on them.
@@ -48,14 +47,12 @@ public:
     }
 
     /// The row's description, read first if it has not been yet. The read runs
-    /// under the file's mutex, so a file is parsed once however many threads ask.
+    /// under the file's mutex and the file keeps its own flag, so a file is
+    /// parsed once however many threads ask, and however many item types share it.
     static std::shared_ptr<EntityConfig> TakeConfig(TypeDef& row) {
         if (!row.config) return {};
         std::lock_guard<std::mutex> lock(row.config->GetMutex());
-        if (!row.configLoaded) {
-            row.config->ReadConfig();
-            row.configLoaded = true;
-        }
+        if (!row.config->loaded) row.config->ReadConfig();
         return row.config;
     }
 

@@ -9,7 +9,9 @@
 
 #include <array>
 #include <stdexcept>
+#include <thread>
 #include <unordered_set>
+#include <vector>
 
 namespace {
 
@@ -29,13 +31,18 @@ TEST(UniqueId, TextFormRoundTripsAndHoldsTagOwnerAndLittleEndianWords) {
         EXPECT_TRUE(static_cast<std::string>(unset).empty() && !unset.IsSet());
 }
 
-TEST(UniqueId, IdsMadeWithinOneMicrosecondStillDifferAndTheRandomPartIsNeverZero) {
-    std::unordered_set<UniqueId> seen;
+TEST(UniqueId, IdsMadeWithinOneMicrosecondOnSeveralThreadsStillDifferAndTheRandomPartIsNeverZero) {
+    std::vector<UniqueId> ids(20000);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < 4; ++t)
+        threads.emplace_back([&ids, t] {
+            for (size_t i = t; i < ids.size(); i += 4) ids[i] = UniqueId::Generate("TEST");
+        });
+    for (std::thread& thread : threads) thread.join();
+    std::unordered_set<UniqueId> const seen(ids.begin(), ids.end());
     std::unordered_set<uint64_t> times;
-    for (int i = 0; i < 20000; ++i) {
-        UniqueId const id = UniqueId::Generate("TEST");
+    for (UniqueId const& id : ids) {
         ASSERT_GE(id.second >> 50, 1u);
-        seen.insert(id);
         times.insert(id.second & ((uint64_t(1) << 50) - 1));
     }
     EXPECT_EQ(std::tuple(seen.size(), times.size()), std::tuple(20000u, 20000u));

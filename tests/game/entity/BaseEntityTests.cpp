@@ -158,6 +158,10 @@ TEST(EntityConfigParse, EachDescriptionReadsIntoItsFieldsAndWarnings) {
          "stray 1 2 3\n[WIDGET spinner]\nparent x\n[   ]\nmass 9\n[ENTITY]\nMass 7\ncolour red\nmass 5\n[JOINT  arm "
          "one \t]\nwobble 1 2 3\nposition 1 2 3\n"},
     };
+    // Sections may start without brackets, as bare keyword lines.
+    cases.push_back({"sections without brackets",
+                     "ENTITY\nmass 5\nJOINT wheel\nparent chassis\nposition 0 1 "
+                     "2\nangular_x -90 0 90\n[TARGET tip]\nposition 1 1 1\nCOLLIDER box\nbox_max 1 1 1\n"});
     for (std::string const word : {"Yes", "TRUE", "1", "on", "no", ""})
         cases.push_back({"airtight '" + word + "'", "[ENTITY]\nairtight " + word + "\n"});
     TempDir dir;
@@ -240,6 +244,8 @@ TEST_F(EntityTypeRegistryTest, ItemTypeFindsItsModuleAndConfigIsReadOnFirstUseOn
     WriteText(config->ToPath().string(), "[ENTITY]\nmass 8\n");
     EXPECT_EQ(Registry::GetEntityConfig("ACME_tools", "drill"), config);
     EXPECT_EQ(config->mass, 3.0) << "not read a second time";
+    Registry::_registered_interfaces["ACME_tools"]["bit"].config = config;
+    EXPECT_EQ(Registry::GetEntityConfig("ACME_tools", "bit")->mass, 3.0) << "nor for another item type that shares it";
     // Unknown module or a row without a description: empty. Unknown type of a known module: throws.
     EXPECT_FALSE(Registry::GetEntityConfig("ACME_other", "drill"));
     EXPECT_FALSE(Registry::GetEntityConfig(nullptr, "drill"));
