@@ -109,7 +109,8 @@ std::string Shown(std::filesystem::path const& folder) {
 // Opens the world Game::_current_world: creates its folder when it is new, loads
 // its saved entities (the content modules have registered their item types in
 // Game::Start), then lets every server module see it through Server_Load.
-void LoadWorld() {
+// Returns the files that were set aside (with setAside) as "FILE: REASON".
+std::vector<std::string> LoadWorld(bool setAside) {
     std::string const& world = Game::_current_world;
     std::filesystem::path const folder = std::filesystem::path(ServerSideEntity::GetCheckpointDir()).parent_path();
     std::error_code error;
@@ -117,12 +118,14 @@ void LoadWorld() {
     if (error)
         throw std::runtime_error("could not create the folder of world '" + world + "', " + Shown(folder) + ": " +
                                  error.message());
+    using DamagedFiles = ServerSideEntity::DamagedFiles;
+    ServerSideEntity::LoadReport report;
     try {
-        ServerSideEntity::LoadAllEntities();
+        report = ServerSideEntity::LoadAllEntities(setAside ? DamagedFiles::SetAside : DamagedFiles::Refuse);
     } catch (std::exception const& failure) {
         throw std::runtime_error("world '" + world + "' could not be loaded from " +
                                  Shown(ServerSideEntity::GetCheckpointDir()) + ": " + failure.what() +
-                                 " (its files were left as they are)");
+                                 " (its files were left as they are; --set-aside-damaged loads the rest)");
     }
     std::printf("World '%s': loaded %zu entities from %s\n", world.c_str(), ServerSideEntity::Count(),
                 Shown(ServerSideEntity::GetCheckpointDir()).c_str());
@@ -130,6 +133,15 @@ void LoadWorld() {
     SERVER_Mod::ForEachModule([&world](SERVER_Mod::Ptr& mod) {
         if (mod->Server_Load) mod->Server_Load(world.c_str());
     });
+    return std::move(report.setAside);
+}
+
+// The files a load set aside, once more at the very end where the player sees them.
+void ListSetAside(std::vector<std::string> const& files) {
+    if (files.empty()) return;
+    std::printf("\n%zu damaged %s set aside in %s:\n", files.size(), files.size() == 1 ? "file was" : "files were",
+                Shown(ServerSideEntity::GetDamagedDir()).c_str());
+    for (std::string const& file : files) std::printf("  %s\n", file.c_str());
 }
 
 // Lets every server module write its part of the world (Server_Serialize), then
@@ -146,7 +158,7 @@ void SaveWorld() {
     }
     size_t placed = 0;
     ServerSideEntity::ForEach([&placed](ServerSideEntity::Ptr entity) {
-        if (entity->worldReferences.load() != 0 && !entity->isComponent) ++placed;
+        if (entity->IsPlaced()) ++placed;
     });
     try {
         ServerSideEntity::UnloadAllEntities();
@@ -341,11 +353,12 @@ int RunHeadless(HostOptions const& options) {
     Game::isActive.exchange(true);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
+    std::vector<std::string> setAside;
     RunGuarded(
-        [&worldOpen] {
+        [&] {
             Game::Start();
             Game::Ready();
-            LoadWorld();
+            setAside = LoadWorld(options.setAsideDamaged);
             worldOpen = true;
         },
         failure);
@@ -383,6 +396,7 @@ int RunHeadless(HostOptions const& options) {
     Game::window = nullptr; // the headless window of --input goes with this scope
     if (!failure) failure = stopFailure;
     if (!failure) PrintSummary(options, stats);
+    ListSetAside(setAside);
 
     // Queued work may hold code of the modules: drop it while they are still loaded.
     {

@@ -104,6 +104,12 @@ Option const Options[] = {
          o.world = t;
          return IsWorldName(t) && (o.worldGiven = true);
      }},
+    {"--set-aside-damaged", nullptr,
+     "Load the world even when some of its files cannot be read:\n"
+     "move each such file into ../Tessara-data/server/worlds/\n"
+     "NAME/damaged/ and list it. Without it such a file stops\n"
+     "the run and every file stays as it is.",
+     nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.setAsideDamaged = true; }},
     {"--module", "NAME",
      "Load module NAME in every class it has a library for:\n"
      "modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"

@@ -24,6 +24,7 @@ struct HostOptions {
     bool tickRateGiven = false;          ///< --tick-rate was given (the file's value is then ignored).
     bool substepsGiven = false;          ///< --substeps was given.
     bool worldGiven = false;             ///< --world was given.
+    bool setAsideDamaged = false;        ///< Load the world with its unreadable files moved into damaged/.
     bool profile = true;                 ///< Collect and print profiler scopes.
     std::string tracePath;               ///< Write a CSV trace of the entities here; empty: none.
     std::vector<std::string> traceTypes; ///< Item types to trace; empty: every entity.

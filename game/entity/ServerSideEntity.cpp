@@ -174,29 +174,48 @@ void ServerSideEntity::Attach(nerox::filesystem::ReadOnlyStream& state) {
     _interface->config = config;
     _interface->LoadState(state);
     _interface->InitInterface();
-    _interface->isReady = true;
+    // The entity is visible already: the update thread reads the flag before
+    // any hook, and must then see everything written above.
+    _interface->isReady.store(true, std::memory_order_release);
 
     std::lock_guard<std::mutex> lock(_module_entities_mutex);
     _module_entities[moduleId.String()].push_back(_interface);
 }
 
 std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id id) {
+    std::string missing;
+    return ServerSideEntity::LoadFromFile(id, missing);
+}
+
+std::shared_ptr<ServerSideEntityInterface> ServerSideEntity::LoadFromFile(Id id, std::string& missing) {
     if (!id.IsSet()) {
-        std::cerr << "WARNING: skipped a state file without an entity id in " << ServerSideEntity::GetCheckpointDir()
-                  << std::endl;
+        std::cerr << "WARNING: skipped a state file without an entity id in " << GetCheckpointDir() << std::endl;
         return {};
     }
     nerox::filesystem::ReadOnlyStream state;
-    ServerSideEntity::Ptr entity = entity::Create<ServerSideEntity>(id, state);
-    if (!entity->GetInterface()) {
-        // Its module is not loaded: forget the entity but keep its files for a later run.
+    Ptr entity = entity::Create<ServerSideEntity>(id, state);
+    // Whatever goes wrong from here on, the entity leaves the registry again
+    // and its files stay: a file that was not read whole is never removed.
+    auto const drop = [&entity, id] {
         entity->deleteFilesOnDestroy = false;
         entity.reset();
-        ServerSideEntity::Destroy(id);
+        Destroy(id);
+    };
+    if (!entity->_interface) {
+        auto const module = _registered_interfaces.find(entity->moduleId.String());
+        missing = module == _registered_interfaces.end()
+            ? "module " + entity->moduleId.String()
+            : "item type '" + entity->itemType + "' of module " + entity->moduleId.String();
+        drop();
         return {};
     }
-    entity->Attach(state);
-    return entity->GetInterface();
+    try {
+        entity->Attach(state);
+    } catch (...) {
+        drop();
+        throw;
+    }
+    return entity->_interface;
 }
 
 // ---------------------------------------------------------------------------
@@ -340,63 +359,123 @@ std::string ServerSideEntity::GetCheckpointSaveFile() const {
     return GetCheckpointDir() + "/" + static_cast<std::string>(id) + ".checkpoint";
 }
 
-void ServerSideEntity::LoadAllEntities() {
+std::string ServerSideEntity::GetDamagedDir() {
+    return WorldFolder() + "/damaged";
+}
+
+ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles damaged) {
     namespace fs = std::filesystem;
+    LoadReport report;
     fs::path const folder = GetCheckpointDir();
     std::error_code error;
-    if (!fs::is_directory(folder, error)) return;
+    if (!fs::is_directory(folder, error)) return report;
 
     static constexpr std::string_view extension = ".entitystate";
     std::vector<std::string> stems;
+    std::vector<fs::path> leftovers;
     for (fs::directory_iterator entries(folder, error), end; !error && entries != end; entries.increment(error)) {
         std::error_code typeError;
         if (!entries->is_regular_file(typeError)) continue;
         std::string const name = entries->path().filename().string();
-        if (name.size() < extension.size() ||
-            name.compare(name.size() - extension.size(), extension.size(), extension) != 0)
-            continue;
-        stems.push_back(name.substr(0, name.size() - extension.size()));
+        if (name.ends_with(std::string(extension) + TemporaryExtension) ||
+            name.ends_with(std::string(".checkpoint") + TemporaryExtension))
+            leftovers.push_back(entries->path());
+        else if (name.ends_with(extension))
+            stems.push_back(name.substr(0, name.size() - extension.size()));
     }
     if (error) throw std::runtime_error("Could not list the entities in " + folder.string() + ": " + error.message());
 
+    // A save renames its temporary file over the real one only once it is
+    // complete, so a temporary file is what an interrupted save left: the real
+    // file beside it is whole.
+    for (fs::path const& leftover : leftovers) {
+        std::error_code ignored;
+        if (fs::remove(leftover, ignored))
+            std::cerr << "Removed " << leftover.string() << ", left by an interrupted save" << std::endl;
+    }
+
     // Always the same order, so that a world loads the same way every time.
     std::sort(stems.begin(), stems.end());
+    std::map<std::string, size_t> missingTypes;
     for (std::string const& stem : stems) {
-        Id const entityId{UniqueId(stem)};
-        std::shared_ptr<Interface> const loaded = Interface::Create(entityId);
-        if (loaded) {
+        std::string const file = (folder / (stem + std::string(extension))).string();
+        try {
+            std::string missing;
+            std::shared_ptr<Interface> const loaded = LoadFromFile(Id{UniqueId(stem)}, missing);
+            if (!missing.empty()) ++missingTypes[missing];
+            if (!loaded) continue;
             if (Ptr const entity = loaded->entity.lock()) entity->worldReferences.fetch_add(1);
+            ++report.loaded;
+        } catch (std::exception const& failure) {
+            if (damaged == DamagedFiles::Refuse) throw std::runtime_error(file + ": " + failure.what());
+            report.setAside.push_back(file + ": " + failure.what());
+            SetAside(stem);
         }
+    }
+    for (auto const& [missing, count] : missingTypes) {
+        std::cerr << "WARNING: " << missing << " is not loaded: " << count
+                  << (count == 1 ? " saved entity was" : " saved entities were") << " left on disk in "
+                  << folder.string() << std::endl;
+        report.notLoaded += count;
+    }
+    return report;
+}
+
+void ServerSideEntity::SetAside(std::string const& stem) {
+    namespace fs = std::filesystem;
+    fs::path const into = GetDamagedDir();
+    std::error_code error;
+    fs::create_directories(into, error);
+    for (char const* extension : {".entitystate", ".checkpoint"}) {
+        fs::path const from = fs::path(GetCheckpointDir()) / (stem + extension);
+        if (!fs::exists(from, error)) continue;
+        // A file of the same name set aside before is kept as well.
+        fs::path to = into / from.filename();
+        for (int copy = 1; fs::exists(to, error); ++copy)
+            to = into / (from.filename().string() + "." + std::to_string(copy));
+        fs::rename(from, to, error);
+        if (error)
+            std::cerr << "ERROR: could not move " << from.string() << " into " << into.string() << ": "
+                      << error.message() << std::endl;
     }
 }
 
 void ServerSideEntity::UnloadAllEntities() {
-    std::vector<Ptr> released;
     size_t failures = 0;
     std::string firstFailure;
+    auto const save = [&failures, &firstFailure](ServerSideEntity& entity) {
+        try {
+            entity.Serialize();
+        } catch (std::exception const& failure) {
+            // The old file stays as it was; go on with the others.
+            std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity.id) << ": "
+                      << failure.what() << std::endl;
+            if (failures++ == 0) firstFailure = failure.what();
+        }
+        entity.deleteFilesOnDestroy = false;
+    };
+
+    // The saves run with no lock held, while the world is still registered, so
+    // that a module's SaveState may look other entities up.
+    std::vector<Ptr> placed;
+    ForEach([&placed](Ptr entity) {
+        if (entity->IsPlaced()) placed.push_back(std::move(entity));
+    });
+    for (Ptr const& entity : placed) save(*entity);
+
+    std::unordered_map<Id, Ptr> released;
     {
         std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
-        released.reserve(_sharedObjects.size());
-        for (auto& entry : _sharedObjects) {
-            Ptr& entity = entry.second;
-            if (!entity) continue;
-            if (entity->worldReferences.load() != 0 && !entity->isComponent) {
-                try {
-                    entity->Serialize();
-                } catch (std::exception const& failure) {
-                    // The old file stays as it was; go on with the others.
-                    std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity->id) << ": "
-                              << failure.what() << std::endl;
-                    if (failures++ == 0) firstFailure = failure.what();
-                }
-                entity->deleteFilesOnDestroy = false;
-            }
-            released.push_back(std::move(entity));
-        }
-        _sharedObjects.clear();
+        released.swap(_sharedObjects);
         ++_sharedObjectsVersion;
     }
+    // Entities placed while the others were saved (by a hook or another thread).
+    std::sort(placed.begin(), placed.end());
+    for (auto& [id, entity] : released) {
+        if (entity && entity->IsPlaced() && !std::binary_search(placed.begin(), placed.end(), entity)) save(*entity);
+    }
     // The entities go outside the lock: their interfaces' destructors may look others up.
+    placed.clear();
     released.clear();
     {
         std::lock_guard<std::mutex> lock(_module_entities_mutex);

@@ -140,11 +140,36 @@ public:
     /// entities, moves them through dt in substeps and writes the results back.
     static void PhysicsUpdate(double dt, int substeps);
 
-    /// Loads every saved entity of the current world.
-    static void LoadAllEntities();
-    /// Saves the entities placed in the world, then empties the registry.
+    /// What LoadAllEntities does with a state file it cannot read.
+    enum class DamagedFiles {
+        Refuse,  ///< Stop the load with the error, naming the file.
+        SetAside ///< Move the file and the entity's checkpoint into GetDamagedDir() and go on.
+    };
+    /// What a load did besides loading.
+    struct LoadReport {
+        size_t loaded = 0;                 ///< Entities placed in the world.
+        size_t notLoaded = 0;              ///< Entities kept on disk: their module or item type is not loaded.
+        std::vector<std::string> setAside; ///< "FILE: REASON" for each file moved into GetDamagedDir().
+    };
+
+    /// Loads every saved entity of the current world, in the order of the file
+    /// names. A file that cannot be read stops the load with a
+    /// std::runtime_error "FILE: REASON" (the entities loaded before it stay
+    /// registered; no file is changed), or with DamagedFiles::SetAside is moved
+    /// away. Entities of a module or item type that is not loaded are counted,
+    /// named on the standard error stream and left on disk. Removes the
+    /// temporary files of an interrupted save.
+    static LoadReport LoadAllEntities(DamagedFiles damaged = DamagedFiles::Refuse);
+    /// Saves the entities placed in the world, then empties the registry. The
+    /// saves run with no lock of the registry held (see Interface::SaveState).
     /// Throws std::runtime_error after the last entity when some could not be saved.
     static void UnloadAllEntities();
+    /// Whether UnloadAllEntities saves it: placed in the world and not a component.
+    bool IsPlaced() const { return worldReferences.load() != 0 && !isComponent; }
+    /// Folder beside GetCheckpointDir() that takes the files set aside by a load.
+    static std::string GetDamagedDir();
+    /// Ending of the temporary file that a save writes beside the real one.
+    static constexpr char const* TemporaryExtension = ".tmp";
 
     Id id;                                    ///< Identity; also the registry key.
     bool physicsEnabled = false;              ///< Takes part in physics.
@@ -173,8 +198,15 @@ public:
     inline static std::mutex _radioEmitters_mutex;
 
 private:
+    friend class ServerSideEntityInterface; // Interface::Create loads through LoadFromFile
+
     /// Shared tail of both constructors.
     void Construct();
+    /// Interface::Create's work; when the module or item type is not loaded,
+    /// names it in missing and returns an empty pointer.
+    static std::shared_ptr<Interface> LoadFromFile(Id id, std::string& missing);
+    /// Moves the state and checkpoint files of stem into GetDamagedDir().
+    static void SetAside(std::string const& stem);
     /// The parent walk of RefreshCache, without its profiler scope.
     void RefreshFromParents();
 

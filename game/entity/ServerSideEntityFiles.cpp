@@ -3,7 +3,10 @@
 // module's blob use the streams' length-prefixed form.
 #include "game/entity/ServerSideEntity.hpp"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
+#include <initializer_list>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -119,16 +122,20 @@ private:
 };
 
 /// Writes bytes to path through a temporary file beside it, so that the old
-/// file is replaced only by a complete new one.
+/// file is replaced only by a complete new one, and waits until both the new
+/// content and the rename are on the disk: after a power loss the path holds
+/// the old file or the new one, never an empty or partial one.
 void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes) {
     namespace fs = std::filesystem;
     std::error_code error;
-    fs::create_directories(fs::path(path).parent_path(), error);
-    std::string const temporary = path + ".tmp";
+    std::string const folder = fs::path(path).parent_path().string();
+    fs::create_directories(folder, error);
+    std::string const temporary = path + ServerSideEntity::TemporaryExtension;
     try {
         nerox::filesystem::BinaryFileStream file(temporary, 1024, nerox::filesystem::BinaryFileStream::WriteTruncate);
         file.Write(bytes.Data(), bytes.Size());
-        file.Flush();
+        file.Sync();
+        file.Close();
     } catch (...) {
         fs::remove(temporary, error);
         throw;
@@ -139,6 +146,7 @@ void ReplaceFile(std::string const& path, WriteOnlyStream const& bytes) {
         fs::remove(temporary, ignored);
         throw std::runtime_error("Could not replace " + path + ": " + error.message());
     }
+    nerox::filesystem::BinaryFileStream::SyncFolder(folder);
 }
 
 /// The fields that state and checkpoint files both hold, read whole before
@@ -153,6 +161,19 @@ struct SavedPlacement {
     EnvironmentId environment = 0;
     EnvironmentId orbitEnvironment = 0;
     bool dynamic = false;
+
+    /// The first field that holds a NaN or an infinity, or null when all are
+    /// finite: such a value would be simulated and saved back forever.
+    char const* NonFinite() const {
+        auto const finite = [](std::initializer_list<double> values) {
+            return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
+        };
+        if (!finite({position.x, position.y, position.z})) return "position";
+        if (!finite({orientation.w, orientation.x, orientation.y, orientation.z})) return "orientation";
+        if (!finite({linearVelocity.x, linearVelocity.y, linearVelocity.z})) return "linear velocity";
+        if (!finite({angularVelocity.x, angularVelocity.y, angularVelocity.z})) return "angular velocity";
+        return nullptr;
+    }
 
     void ApplyTo(ServerSideEntity& entity) const {
         entity.parentEntity = parent;
@@ -230,6 +251,9 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
             throw fail("Invalid save state interface magic string for entity ");
         ReadOnlyStream blob = file.GetBlob();
         // The end marker is not read: a file cut inside it still loads.
+        if (char const* field = saved.NonFinite())
+            throw std::runtime_error(std::string("Save state file holds a non-finite ") + field + " for entity " +
+                                     name);
 
         moduleId = module;
         itemType = std::move(type);
@@ -323,6 +347,10 @@ void ServerSideEntity::DeserializeCheckpoint() {
         saved.orbitEnvironment = file.Get<uint64_t>();
         saved.dynamic = file.GetBool();
         ReadOnlyStream blob = file.GetBlob();
+        if (char const* field = saved.NonFinite()) {
+            std::cerr << "Invalid checkpoint file: non-finite " << field << std::endl;
+            return;
+        }
 
         saved.ApplyTo(*this);
         if (isDynamic) restTime = 0.0;

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <memory>
 
 #include <glm/glm.hpp>
@@ -31,9 +32,14 @@ public:
 
     /// Whether a world point lies inside a closed volume of the entity (gas tanks, cabins).
     virtual bool IsInsideVolume(glm::dvec3 const& point) const;
-    /// Writes the module's part of the state file.
+    /// Writes the module's part of the state file. When the world is unloaded
+    /// it runs with no lock of the registry held and the world's entities still
+    /// registered: it may look entities up (Get, ForEach) and read them. An
+    /// entity it creates is saved as well; one it destroys is not.
     virtual void SaveState(nerox::filesystem::WriteOnlyStream& stream);
-    /// Reads back what SaveState wrote; called once when the entity comes from its file.
+    /// Reads back what SaveState wrote; called once when the entity comes from its
+    /// file. Throwing refuses the file: the entity is dropped again and its files
+    /// stay as they are.
     virtual void LoadState(nerox::filesystem::ReadOnlyStream& stream);
     /// Writes the module's part of a checkpoint.
     virtual void SerializeState(nerox::filesystem::WriteOnlyStream& stream);
@@ -72,7 +78,7 @@ public:
     std::weak_ptr<ServerSideEntity> entity;        ///< The owning entity.
     std::weak_ptr<ServerSideEntityInterface> self; ///< This object.
     Id id;                                         ///< The owning entity's id.
-    bool isReady = false;                          ///< Fully attached; no hook runs before.
+    std::atomic<bool> isReady{false};              ///< Fully attached; no hook runs before.
     std::shared_ptr<EntityConfig> config;          ///< Description of the item type; may be empty.
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <iostream>
 #include <stdexcept>
@@ -43,11 +44,44 @@ BinaryFileStream::BinaryFileStream(std::string const& path, unsigned int bufferS
 
 BinaryFileStream::~BinaryFileStream() {
     try {
-        Flush();
+        Close();
     } catch (std::exception const& error) {
         std::cerr << error.what() << std::endl;
     }
-    if (_fd >= 0) ::close(_fd);
+}
+
+void BinaryFileStream::Sync() {
+    Flush();
+    if (::fsync(_fd) != 0) Fail(std::string("sync failed (") + std::strerror(errno) + ") for");
+}
+
+void BinaryFileStream::Close() {
+    if (_fd < 0) return;
+    std::exception_ptr failure;
+    try {
+        Flush();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    // The descriptor is gone after close() whatever it returns: never retry it.
+    int const closed = ::close(_fd);
+    int const closeError = errno;
+    _fd = -1;
+    _pending.clear();
+    if (failure) std::rethrow_exception(failure);
+    if (closed != 0 && closeError != EINTR) Fail(std::string("close failed (") + std::strerror(closeError) + ") for");
+}
+
+void BinaryFileStream::SyncFolder(std::string const& folder) {
+    int const fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        throw std::runtime_error("BinaryFileStream: cannot open folder '" + folder + "': " + std::strerror(errno));
+    int const synced = ::fsync(fd);
+    int const syncError = errno;
+    ::close(fd);
+    if (synced != 0)
+        throw std::runtime_error("BinaryFileStream: sync failed (" + std::string(std::strerror(syncError)) +
+                                 ") for folder '" + folder + "'");
 }
 
 void BinaryFileStream::Fail(std::string const& what) const {
@@ -82,6 +116,7 @@ void BinaryFileStream::PwriteAll(unsigned char const* data, size_t size, uint64_
 }
 
 void BinaryFileStream::Write(unsigned char const* data, size_t size) {
+    if (_fd < 0) Fail("cannot write to closed");
     if (_mode == ReadOnly) Fail("cannot write to read-only");
     if (_readOnlyFallback) Fail("no permission to write");
     if (!_contentReplaced) {
@@ -119,6 +154,7 @@ uint64_t BinaryFileStream::Remaining() const {
 }
 
 void BinaryFileStream::Read(unsigned char* data, size_t size) {
+    if (_fd < 0) Fail("cannot read from closed");
     if (_mode == WriteTruncate) Fail("cannot read from write-only");
     if (size > Remaining())
         throw std::runtime_error("Stream: read past the end of '" + _path + "' (wanted " + std::to_string(size) +

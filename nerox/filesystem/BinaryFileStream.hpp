@@ -23,7 +23,8 @@ namespace nerox::filesystem {
 ///  - WriteTruncate (2): creates or empties the file at once; reads throw.
 ///
 /// Writes are collected in a buffer of bufferSize bytes and reach the file on
-/// Flush(), when the buffer is full, and in the destructor. A path that cannot
+/// Flush(), when the buffer is full, on Close() and in the destructor; Sync()
+/// also waits until they are on the disk. A path that cannot
 /// be opened, and any failing read or write, throws std::runtime_error naming
 /// the path. Not thread-safe.
 class BinaryFileStream : public Stream {
@@ -56,6 +57,15 @@ public:
 
     /// Writes pending bytes to the file.
     void Flush();
+    /// Writes pending bytes and waits until the file's content is on the disk.
+    void Sync();
+    /// Writes pending bytes and closes the file, reporting a failing close (a
+    /// write the system had delayed may fail only there). Reads and writes
+    /// afterwards throw; a second Close does nothing.
+    void Close();
+    /// Waits until the entries of folder (a renamed or new file) are on the
+    /// disk. Throws std::runtime_error naming the folder.
+    static void SyncFolder(std::string const& folder);
     /// The path the stream was opened with.
     std::string const& GetPath() const { return _path; }
     /// The mode the stream was opened with.

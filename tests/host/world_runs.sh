@@ -9,8 +9,11 @@
 #   persist  the first run creates the sample entities and saves them; the second
 #            finds the same ids, places and orientations, and the rover's wheels
 #            where the first run left them
-#   damaged  a damaged state file ends the run with status 1 and the reader's
-#            message, and every file of the world stays as it was
+#   damaged  a world with a cut file, a flipped magic, a NaN position, an unknown
+#            item type and a stray file: the run ends with status 1 naming
+#            the first damaged file, and every file stays as it was; with
+#            --set-aside-damaged the rest loads, the damaged files are moved
+#            into damaged/ unchanged and listed, the unknown type is kept
 set -u
 tessara=$1 run_source=$2 case=$4 scratch=$3/world-$4
 rm -rf "$scratch"
@@ -25,13 +28,15 @@ fail() {
     exit 1
 }
 
-# One run of 120 ticks (2 s at 60 ticks/s) into the log $1; shows the output and
-# returns the program's status.
+# One run of 120 ticks (2 s at 60 ticks/s) into the log $1, with more options
+# after it; shows the output and returns the program's status.
 run() {
-    "$tessara" --headless --module TESSARA_sample --world sample --ticks 120 --no-profile > "$1" 2>&1
+    local log=$1
+    shift
+    "$tessara" --headless --module TESSARA_sample --world sample --ticks 120 --no-profile "$@" > "$log" 2>&1
     local status=$?
-    echo "----- $1 (exit status $status)"
-    cat "$1"
+    echo "----- $log (exit status $status)"
+    cat "$log"
     return $status
 }
 
@@ -72,16 +77,43 @@ persist)
     expect second.log "[sample]   rover wheels at 120.0 degrees"
     ;;
 damaged)
-    # The last file in load order, so that the others are loaded before it fails.
-    victim=$(stems | tail -n 1)
-    printf 'not an entity' > "$entities/$victim.entitystate"
+    read -r cut flipped poisoned unknown intact <<< "$(stems | tr '\n' ' ')"
+    file() { echo "$entities/$1.entitystate"; }
+    poke() { printf "$3" | dd of="$(file "$1")" bs=1 seek="$2" conv=notrunc status=none; }
+    number() { od -An -t u8 -j "$2" -N 8 "$(file "$1")" | tr -d ' '; } # the 8-byte number at $2
+    truncate -s 40 "$(file "$cut")"
+    poke "$flipped" 0 'X'
+    # After 16 bytes of magic, the version, the module id and the item type's
+    # length and bytes come two environments and the parent; then the position.
+    poke "$poisoned" $((76 + $(number "$poisoned" 36))) '\x00\x00\x00\x00\x00\x00\xf8\x7f'
+    poke "$unknown" 44 'X' # the item type's first letter
+    type=$(dd if="$(file "$unknown")" bs=1 skip=44 count="$(number "$unknown" 36)" status=none)
+    printf 'not an entity' > "$entities/notes.entitystate"
     before=$(cd "$entities" && sha256sum -- *)
     run second.log
     status=$?
     [ "$status" = 1 ] || fail "expected exit status 1, got $status"
-    expect second.log "tessara: the run ended with an error: world 'sample' could not be loaded from $shown_entities: Invalid save state magic string for entity $victim (its files were left as they are)"
+    shown=../Tessara-data/server/worlds/sample/entities
+    expect second.log "tessara: the run ended with an error: world 'sample' could not be loaded from $shown_entities: $shown/$cut.entitystate: Save state file is cut short for entity $cut (its files were left as they are; --set-aside-damaged loads the rest)"
     expect second.log "[sample] content unloaded"
     [ "$(cd "$entities" && sha256sum -- *)" = "$before" ] || fail "the world's files changed"
+
+    # Set aside, the rest of the world loads; a crashed save's leftover goes.
+    printf 'half' > "$entities/$intact.entitystate.tmp"
+    run third.log --set-aside-damaged || fail "the run with --set-aside-damaged ended with status $?"
+    expect third.log "Removed $shown/$intact.entitystate.tmp, left by an interrupted save"
+    expect third.log "WARNING: item type '$type' of module TESSARA_sample is not loaded: 1 saved entity was left on disk"
+    expect third.log "World 'sample': loaded 1 entities"
+    expect third.log "4 damaged files were set aside in $(cd .. && pwd -P)/Tessara-data/server/worlds/sample/damaged:"
+    expect third.log "  $shown/$cut.entitystate: Save state file is cut short for entity $cut"
+    expect third.log "  $shown/$flipped.entitystate: Invalid save state magic string for entity $flipped"
+    expect third.log "  $shown/$poisoned.entitystate: Save state file holds a non-finite position for entity $poisoned"
+    expect third.log "  $shown/notes.entitystate: UniqueId string length should be 28"
+    moved=$(echo "$before" | grep -v -e "$unknown" -e "$intact")
+    [ "$(cd "$entities/../damaged" && sha256sum -- *)" = "$moved" ] || fail "the damaged files changed on the way"
+    [ "$(stems | tr '\n' ' ')" = "$unknown $intact " ] || fail "entities/ should keep two files: $(stems)"
+    [ "$(echo "$before" | grep "$unknown")" = "$(cd "$entities" && sha256sum -- "$unknown.entitystate")" ] ||
+        fail "the entity of the unknown type changed"
     ;;
 *)
     fail "unknown case $case"

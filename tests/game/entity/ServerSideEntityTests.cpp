@@ -6,6 +6,8 @@
 #include "support/GlmChecks.hpp"
 #include "support/Golden.hpp"
 
+#include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +18,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <glm/glm.hpp>
@@ -38,12 +41,23 @@ using Ptr = ServerSideEntity::Ptr;
 
 namespace fs = std::filesystem;
 
+/// Every fsync of the process goes through here: counted, and failing while syncFailures is above 0.
+std::atomic<int> syncCalls{0}, syncFailures{0};
+extern "C" int fsync(int fd) {
+    static auto const next = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+    ++syncCalls;
+    if (syncFailures > 0) return --syncFailures, errno = EIO, -1;
+    return next(fd);
+}
+
 namespace {
 
 ModuleID const TestModule("TEST_sseentities");
 ModuleID const Absent("NOBODY_absent");
 Bytes const SavedBlob = {'s', 't', 'a', 't', 'e', 0, 1, 2, 0xFF};
 Bytes const CheckpointBlob = {'c', 'k', 0, 0x80, 7};
+/// Offset of the field after itemType "probe" in a state file.
+size_t const Base = 36 + 8 + 5;
 
 Bytes BytesOf(nerox::filesystem::Stream const& stream) {
     return Bytes(stream.ReadableBytes().begin(), stream.ReadableBytes().end());
@@ -87,6 +101,23 @@ public:
     int update = 0;
 };
 class PlainInterface : public ServerSideEntity::Interface { }; // no hooks, the default state operations
+/// Refuses any saved state, as a module does with a blob it cannot read.
+class RefusingInterface : public ServerSideEntity::Interface {
+public:
+    void SaveState(WriteOnlyStream& stream) override { stream.Write(uint8_t{1}); }
+    void LoadState(ReadOnlyStream& stream) override {
+        if (stream.Remaining() != 0) throw std::runtime_error("refused");
+    }
+};
+/// Walks the world while it is saved, and places one more entity the first time.
+class LookingInterface : public ServerSideEntity::Interface {
+public:
+    void SaveState(WriteOnlyStream&) override {
+        ServerSideEntity::ForEach([](Ptr) { ++seen; });
+        if (ServerSideEntity::Get(id) && spawned++ == 0) ServerSideEntity::Spawn(ModuleID("TEST_sseentities"), "plain");
+    }
+    inline static int seen = 0, spawned = 0;
+};
 
 template <class T> T& InterfaceOf(Ptr const& entity) {
     return dynamic_cast<T&>(*entity->GetInterface());
@@ -115,6 +146,8 @@ protected:
         Register<UpdateOnlyInterface>("updateonly");
         Register<PlainInterface>("plain");
         Register<PlainInterface>("arm", arm);
+        Register<RefusingInterface>("refusing");
+        Register<LookingInterface>("looking");
     }
     void TearDown() override {
         ServerSideEntity::DestroyAll();
@@ -127,7 +160,7 @@ protected:
 
     template <class T> void Register(std::string const& type, std::shared_ptr<EntityConfig> config = {}) {
         auto& row = ServerSideEntity::_registered_interfaces[TestModule.String()][type];
-        row.moduleId = TestModule, row.itemType = type, row.config = std::move(config), row.configLoaded = false;
+        row.moduleId = TestModule, row.itemType = type, row.config = std::move(config);
         row.factory = [] { return std::make_shared<T>(); };
     }
 
@@ -181,7 +214,7 @@ TEST_F(ServerSideEntityConstruction, IdIsKeptWhenSetAndTypeGivesInterfaceConfigA
     for (Ptr const& entity : {Make("arm"), Make("arm")}) {
         ASSERT_NO_THROW(InterfaceOf<PlainInterface>(entity));
         EXPECT_FALSE(entity->GetInterface()->isReady) << "attached only later";
-        EXPECT_TRUE(row.configLoaded);
+        EXPECT_TRUE(row.config->loaded);
         EXPECT_EQ(entity->config, row.config) << "entities of a type share the description";
         EXPECT_EQ(entity->colliders.size(), 3u) << "the nodes come from the description";
         for (auto const& [name, collider] : entity->colliders)
@@ -305,6 +338,22 @@ TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenRead
     EXPECT_EQ(InterfaceOf<UpdateOnlyInterface>(updateOnly).update, 1);
 }
 
+TEST_F(ServerSideEntityHooks, EntitiesSpawnedOnSeveralThreadsWhileTheWorldTicksGetUniqueIds) {
+    std::atomic<bool> spawning{true};
+    std::thread updater([&spawning] {
+        while (spawning) ServerSideEntity::ForEach([](Ptr entity) { entity->BeforeUpdate(0.1); });
+    });
+    std::vector<std::thread> spawners;
+    for (int t = 0; t < 3; ++t)
+        spawners.emplace_back([] {
+            for (int i = 0; i < 200; ++i) ServerSideEntity::Spawn(TestModule, "plain");
+        });
+    for (std::thread& spawner : spawners) spawner.join();
+    spawning = false;
+    updater.join();
+    EXPECT_EQ(ServerSideEntity::Count(), 600u);
+}
+
 TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksTheNodes) {
     Ptr const bending = MakeReady("probearm");
     glm::dmat4 const rest = bending->colliders.at("fore").transform;
@@ -321,50 +370,70 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksThe
 
 using ServerSideEntityWorld = SseTest;
 
-TEST_F(ServerSideEntityWorld, OnlyEntitiesOfLoadedModulesComeBackAndWhatIsNoEntityIsSkipped) {
-    EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities()) << "no folder";
-    EXPECT_EQ(ServerSideEntity::Count(), 0u);
-    Ptr spawned = ServerSideEntity::Spawn(TestModule, "probe"),
-        absent = ServerSideEntity::Create(Absent, "ghost", NextId());
-    Id const id = spawned->GetID(), absentId = absent->GetID();
-    InterfaceOf<ProbeInterface>(spawned).payload = {'s', 0, '!'};
-    absent->Serialize();
-    std::string const absentFile = absent->GetStateSaveFile(), state = spawned->GetStateSaveFile();
-    Unload(absent), spawned.reset();
+TEST_F(ServerSideEntityWorld, SaveHooksRunWithoutTheLockSoTheyMayLookEntitiesUpAndPlaceMore) {
+    ServerSideEntity::Spawn(TestModule, "looking"), ServerSideEntity::Spawn(TestModule, "probe");
+    LookingInterface::seen = LookingInterface::spawned = 0;
     ServerSideEntity::UnloadAllEntities();
-    std::string const folder = world + "/entities/";
-    WriteText(folder + ".entitystate", "not an entity");
-    WriteText(folder + "abc.txt", "not an entity either");
+    EXPECT_EQ(LookingInterface::seen, 2);
+    EXPECT_EQ(ServerSideEntity::Count(), 0u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/entities"), fs::directory_iterator()), 3)
+        << "the entity placed by the hook is saved too";
+}
+
+TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSetAsideOthersAreKeptOrSkipped) {
+    EXPECT_EQ(ServerSideEntity::LoadAllEntities().loaded, 0u) << "no folder";
+    Ptr refusing = ServerSideEntity::Spawn(TestModule, "refusing"), odd = ServerSideEntity::Spawn(TestModule, "probe"),
+        kept = ServerSideEntity::Spawn(TestModule, "probe");
+    Id const keptId = kept->GetID();
+    InterfaceOf<ProbeInterface>(kept).payload = {'s', 0, '!'};
+    std::string const folder = world + "/entities/", refused = refusing->GetStateSaveFile(),
+                      oddFile = odd->GetStateSaveFile(), keptFile = kept->GetStateSaveFile();
+    refusing.reset(), odd.reset(), kept.reset();
+    ServerSideEntity::UnloadAllEntities();
+    Bytes const refusedBytes = ReadBytes(refused);
+    // The module refuses its state: the error names the file, and the entity
+    // left half loaded must not take the file with it when the world goes.
+    EXPECT_THAT([] { ServerSideEntity::LoadAllEntities(); },
+                testing::ThrowsMessage<std::runtime_error>(refused + ": refused"));
+    ServerSideEntity::UnloadAllEntities();
+    EXPECT_EQ(ReadBytes(refused), refusedBytes);
+
+    Bytes odds = ReadBytes(oddFile);
+    Put(odds, Base + 40, std::nan("")); // position y
+    WriteBytes(oddFile, odds);
+    for (char const* name : {"notes.entitystate", "X.entitystate.tmp", ".entitystate", "abc.txt"})
+        WriteText(folder + name, "not an entity");
     fs::create_directories(folder + "ABCD0123456789ABCDEF01234567.entitystate"); // a folder, not a file
-    testing::internal::CaptureStderr();
-    EXPECT_NO_THROW(ServerSideEntity::LoadAllEntities());
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("WARNING: skipped a state file without an entity id"),
-              std::string::npos);
-    EXPECT_EQ(ServerSideEntity::Count(), 1u);
-    ASSERT_TRUE(ServerSideEntity::Get(id));
-    EXPECT_EQ(InterfaceOf<ProbeInterface>(ServerSideEntity::Get(id)).payload, (Bytes{'s', 0, '!'}));
-    EXPECT_FALSE(ServerSideEntity::Get(absentId));
-    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(absentFile))
-        << "the absent module's entity stays on disk";
-    // Destroying a loaded entity (a dismantled one) takes its file away.
-    ASSERT_TRUE(ServerSideEntity::Destroy(id));
-    EXPECT_FALSE(fs::exists(state));
-    // A stem of the wrong length stops the load.
-    WriteText(folder + "abc.entitystate", "whatever");
-    try {
-        ServerSideEntity::LoadAllEntities();
-        FAIL() << "expected an exception";
-    } catch (std::runtime_error const& error) {
-        EXPECT_STREQ(error.what(), "UniqueId string length should be 28");
+    for (int i = 0; i < 2; ++i) {
+        Ptr absent = ServerSideEntity::Create(Absent, "ghost", NextId());
+        absent->Serialize(), Unload(absent);
     }
+    testing::internal::CaptureStderr();
+    auto const report = ServerSideEntity::LoadAllEntities(ServerSideEntity::DamagedFiles::SetAside);
+    std::string const output = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::tuple(report.loaded, report.notLoaded, ServerSideEntity::Count()), std::tuple(1u, 2u, 1u));
+    EXPECT_EQ(InterfaceOf<ProbeInterface>(ServerSideEntity::Get(keptId)).payload, (Bytes{'s', 0, '!'}));
+    EXPECT_THAT(report.setAside,
+                testing::UnorderedElementsAre(refused + ": refused",
+                                              oddFile + ": Save state file holds a non-finite position for entity " +
+                                                  fs::path(oddFile).stem().string(),
+                                              folder + "notes.entitystate: UniqueId string length should be 28"));
+    EXPECT_EQ(ReadBytes(world + "/damaged/" + fs::path(refused).filename().string()), refusedBytes);
+    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/damaged"), fs::directory_iterator()), 3);
+    for (char const* line :
+         {"WARNING: module NOBODY_absent is not loaded: 2 saved entities were left",
+          "X.entitystate.tmp, left by an interrupted save", "WARNING: skipped a state file without an entity id"})
+        EXPECT_THAT(output, testing::HasSubstr(line));
+    EXPECT_FALSE(fs::exists(folder + "X.entitystate.tmp"));
+    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(folder + "abc.txt"));
+    // Destroying a loaded entity (a dismantled one) takes its file away.
+    ASSERT_TRUE(ServerSideEntity::Destroy(keptId));
+    EXPECT_FALSE(fs::exists(keptFile));
 }
 
 // State and checkpoint files
 
 using EntityFileTest = SseTest;
-
-/// Offset of the field after itemType "probe" in a state file.
-size_t const Base = 36 + 8 + 5;
 
 /// A registered entity of type with every saved field set to a distinct value.
 Ptr MakeSaved(std::string const& type = "probe") {
@@ -473,6 +542,18 @@ TEST_F(EntityFileTest, StateFileMatchesTheLayoutByteForByteAndReplacesTheOldFile
     EXPECT_EQ(BytesOf(out), ExpectedState(*ghost, 1, {})) << "without an interface the blob is empty";
 }
 
+TEST_F(EntityFileTest, SavesSyncTheFileAndItsFolderAndAFailedSyncKeepsTheOldFile) {
+    Ptr entity = MakeSaved();
+    syncCalls = 0;
+    entity->Serialize();
+    EXPECT_EQ(syncCalls, 2) << "the new file, then the folder that holds its new name";
+    Bytes const old = ReadBytes(entity->GetStateSaveFile());
+    entity->position.x = 9.0, syncFailures = 1;
+    EXPECT_THROW(entity->Serialize(), std::runtime_error);
+    EXPECT_EQ(ReadBytes(entity->GetStateSaveFile()), old);
+    EXPECT_FALSE(fs::exists(entity->GetStateSaveFile() + ".tmp"));
+}
+
 TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing) {
     Ptr entity = MakeSaved();
     Id const id = entity->GetID();
@@ -504,13 +585,6 @@ TEST_F(EntityFileTest, DamagedAndCutStateFilesFailWithTheirTextAndChangeNothing)
                                           {"blob length 2^64-1", -1, length(Base + 150, ~uint64_t(0))},
                                           {"item type length of the whole file", -1, length(36, good.size())}};
     ExpectGolden(DamageReport(good, path, lengths, read), "entity/damaged_state_file.txt");
-    // A damaged file stops loading the world and stays on disk.
-    Bytes const damaged = length(16, 9);
-    WriteBytes(path, damaged);
-    Unload(entity);
-    EXPECT_THROW(ServerSideEntity::LoadAllEntities(), std::runtime_error);
-    EXPECT_FALSE(ServerSideEntity::Get(id));
-    EXPECT_EQ(ReadBytes(path), damaged);
 }
 
 /// Changes every field a checkpoint holds.
