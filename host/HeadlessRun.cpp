@@ -109,8 +109,9 @@ std::string Shown(std::filesystem::path const& folder) {
 // Opens the world Game::_current_world: creates its folder when it is new, loads
 // its saved entities (the content modules have registered their item types in
 // Game::Start), then lets every server module see it through Server_Load.
-// Returns the files that were set aside (with setAside) as "FILE: REASON".
-std::vector<std::string> LoadWorld(bool setAside) {
+// Fills setAside with the files that were moved away (with --set-aside-damaged)
+// as "FILE: REASON", before the modules see the world.
+void LoadWorld(bool setAsideDamaged, std::vector<std::string>& setAside) {
     std::string const& world = Game::_current_world;
     std::filesystem::path const folder = std::filesystem::path(ServerSideEntity::GetCheckpointDir()).parent_path();
     std::error_code error;
@@ -121,19 +122,19 @@ std::vector<std::string> LoadWorld(bool setAside) {
     using DamagedFiles = ServerSideEntity::DamagedFiles;
     ServerSideEntity::LoadReport report;
     try {
-        report = ServerSideEntity::LoadAllEntities(setAside ? DamagedFiles::SetAside : DamagedFiles::Refuse);
+        report = ServerSideEntity::LoadAllEntities(setAsideDamaged ? DamagedFiles::SetAside : DamagedFiles::Refuse);
     } catch (std::exception const& failure) {
         throw std::runtime_error("world '" + world + "' could not be loaded from " +
                                  Shown(ServerSideEntity::GetCheckpointDir()) + ": " + failure.what() +
                                  " (its files were left as they are; --set-aside-damaged loads the rest)");
     }
+    setAside = std::move(report.setAside);
     std::printf("World '%s': loaded %zu entities from %s\n", world.c_str(), ServerSideEntity::Count(),
                 Shown(ServerSideEntity::GetCheckpointDir()).c_str());
     std::fflush(stdout);
     SERVER_Mod::ForEachModule([&world](SERVER_Mod::Ptr& mod) {
         if (mod->Server_Load) mod->Server_Load(world.c_str());
     });
-    return std::move(report.setAside);
 }
 
 // The files a load set aside, once more at the very end where the player sees them.
@@ -157,11 +158,8 @@ void SaveWorld() {
         moduleFailure = std::current_exception();
     }
     size_t placed = 0;
-    ServerSideEntity::ForEach([&placed](ServerSideEntity::Ptr entity) {
-        if (entity->IsPlaced()) ++placed;
-    });
     try {
-        ServerSideEntity::UnloadAllEntities();
+        placed = ServerSideEntity::UnloadAllEntities();
     } catch (std::exception const& failure) {
         throw std::runtime_error("world '" + Game::_current_world + "' was not saved completely: " + failure.what());
     }
@@ -358,7 +356,7 @@ int RunHeadless(HostOptions const& options) {
         [&] {
             Game::Start();
             Game::Ready();
-            setAside = LoadWorld(options.setAsideDamaged);
+            LoadWorld(options.setAsideDamaged, setAside);
             worldOpen = true;
         },
         failure);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
+#include <unordered_set>
 
 #include <glm/gtc/matrix_transform.hpp>
 #include <glm/gtc/quaternion.hpp>
@@ -211,6 +212,9 @@ std::shared_ptr<ServerSideEntityInterface> ServerSideEntity::LoadFromFile(Id id,
     }
     try {
         entity->Attach(state);
+    } catch (std::exception const& failure) {
+        drop();
+        throw DamagedFileError(failure.what()); // the module refused its saved state
     } catch (...) {
         drop();
         throw;
@@ -385,6 +389,38 @@ ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles dama
     }
     if (error) throw std::runtime_error("Could not list the entities in " + folder.string() + ": " + error.message());
 
+    // Always the same order, so that a world loads the same way every time.
+    std::sort(stems.begin(), stems.end());
+    std::map<std::string, size_t> missingTypes;
+    for (std::string const& stem : stems) {
+        std::string const file = (folder / (stem + std::string(extension))).string();
+        try {
+            Id id;
+            try {
+                id = Id{UniqueId(stem)};
+            } catch (std::exception const& failure) {
+                throw DamagedFileError(failure.what()); // a file name that is no entity id
+            }
+            if (Get(id)) {
+                std::cerr << "WARNING: skipped " << file << ": the entity is loaded already" << std::endl;
+                continue;
+            }
+            std::string missing;
+            std::shared_ptr<Interface> const loaded = LoadFromFile(id, missing);
+            if (!missing.empty()) ++missingTypes[missing];
+            if (!loaded) continue;
+            if (Ptr const entity = loaded->entity.lock()) entity->worldReferences.fetch_add(1);
+            ++report.loaded;
+        } catch (DamagedFileError const& failure) {
+            if (damaged == DamagedFiles::Refuse) throw std::runtime_error(file + ": " + failure.what());
+            std::string const line = file + ": " + failure.what();
+            if (!SetAside(stem)) continue;
+            std::cerr << "Set aside " << line << std::endl;
+            report.setAside.push_back(line);
+        } catch (std::exception const& failure) {
+            throw std::runtime_error(file + ": " + failure.what());
+        }
+    }
     // A save renames its temporary file over the real one only once it is
     // complete, so a temporary file is what an interrupted save left: the real
     // file beside it is whole.
@@ -392,25 +428,6 @@ ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles dama
         std::error_code ignored;
         if (fs::remove(leftover, ignored))
             std::cerr << "Removed " << leftover.string() << ", left by an interrupted save" << std::endl;
-    }
-
-    // Always the same order, so that a world loads the same way every time.
-    std::sort(stems.begin(), stems.end());
-    std::map<std::string, size_t> missingTypes;
-    for (std::string const& stem : stems) {
-        std::string const file = (folder / (stem + std::string(extension))).string();
-        try {
-            std::string missing;
-            std::shared_ptr<Interface> const loaded = LoadFromFile(Id{UniqueId(stem)}, missing);
-            if (!missing.empty()) ++missingTypes[missing];
-            if (!loaded) continue;
-            if (Ptr const entity = loaded->entity.lock()) entity->worldReferences.fetch_add(1);
-            ++report.loaded;
-        } catch (std::exception const& failure) {
-            if (damaged == DamagedFiles::Refuse) throw std::runtime_error(file + ": " + failure.what());
-            report.setAside.push_back(file + ": " + failure.what());
-            SetAside(stem);
-        }
     }
     for (auto const& [missing, count] : missingTypes) {
         std::cerr << "WARNING: " << missing << " is not loaded: " << count
@@ -421,11 +438,12 @@ ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles dama
     return report;
 }
 
-void ServerSideEntity::SetAside(std::string const& stem) {
+bool ServerSideEntity::SetAside(std::string const& stem) {
     namespace fs = std::filesystem;
     fs::path const into = GetDamagedDir();
     std::error_code error;
     fs::create_directories(into, error);
+    bool moved = true;
     for (char const* extension : {".entitystate", ".checkpoint"}) {
         fs::path const from = fs::path(GetCheckpointDir()) / (stem + extension);
         if (!fs::exists(from, error)) continue;
@@ -434,34 +452,45 @@ void ServerSideEntity::SetAside(std::string const& stem) {
         for (int copy = 1; fs::exists(to, error); ++copy)
             to = into / (from.filename().string() + "." + std::to_string(copy));
         fs::rename(from, to, error);
-        if (error)
+        if (error) {
             std::cerr << "ERROR: could not move " << from.string() << " into " << into.string() << ": "
                       << error.message() << std::endl;
+            moved = moved && std::string_view(extension) != ".entitystate";
+        }
     }
+    return moved;
 }
 
-void ServerSideEntity::UnloadAllEntities() {
+size_t ServerSideEntity::UnloadAllEntities() {
     size_t failures = 0;
     std::string firstFailure;
-    auto const save = [&failures, &firstFailure](ServerSideEntity& entity) {
-        try {
-            entity.Serialize();
-        } catch (std::exception const& failure) {
-            // The old file stays as it was; go on with the others.
-            std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity.id) << ": "
-                      << failure.what() << std::endl;
-            if (failures++ == 0) firstFailure = failure.what();
-        }
-        entity.deleteFilesOnDestroy = false;
-    };
-
     // The saves run with no lock held, while the world is still registered, so
-    // that a module's SaveState may look other entities up.
-    std::vector<Ptr> placed;
-    ForEach([&placed](Ptr entity) {
-        if (entity->IsPlaced()) placed.push_back(std::move(entity));
-    });
-    for (Ptr const& entity : placed) save(*entity);
+    // that a module's SaveState may look other entities up. A hook may place
+    // more entities (saved in the next round) or destroy some (not saved, or
+    // their fresh files removed again below).
+    std::vector<Ptr> saved;
+    std::unordered_set<ServerSideEntity const*> seen;
+    for (bool more = true; more;) {
+        std::vector<Ptr> round;
+        ForEach([&round, &seen](Ptr entity) {
+            if (entity->IsPlaced() && !seen.contains(entity.get())) round.push_back(std::move(entity));
+        });
+        more = !round.empty();
+        for (Ptr& entity : round) {
+            seen.insert(entity.get());
+            if (Get(entity->id) != entity) continue; // destroyed by an earlier hook of this round
+            try {
+                entity->Serialize();
+            } catch (std::exception const& failure) {
+                // The old file stays as it was; go on with the others.
+                std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity->id) << ": "
+                          << failure.what() << std::endl;
+                if (failures++ == 0) firstFailure = failure.what();
+            }
+            entity->deleteFilesOnDestroy = false;
+            saved.push_back(std::move(entity));
+        }
+    }
 
     std::unordered_map<Id, Ptr> released;
     {
@@ -469,13 +498,16 @@ void ServerSideEntity::UnloadAllEntities() {
         released.swap(_sharedObjects);
         ++_sharedObjectsVersion;
     }
-    // Entities placed while the others were saved (by a hook or another thread).
-    std::sort(placed.begin(), placed.end());
-    for (auto& [id, entity] : released) {
-        if (entity && entity->IsPlaced() && !std::binary_search(placed.begin(), placed.end(), entity)) save(*entity);
+    size_t count = 0;
+    for (Ptr const& entity : saved) {
+        auto const found = released.find(entity->id);
+        if (found != released.end() && found->second == entity)
+            ++count;
+        else
+            entity->deleteFilesOnDestroy = true; // destroyed by a hook after it was saved
     }
     // The entities go outside the lock: their interfaces' destructors may look others up.
-    placed.clear();
+    saved.clear();
     released.clear();
     {
         std::lock_guard<std::mutex> lock(_module_entities_mutex);
@@ -490,6 +522,7 @@ void ServerSideEntity::UnloadAllEntities() {
         throw std::runtime_error("Could not save " + std::to_string(failures) +
                                  " entities; the first error: " + firstFailure);
     }
+    return count;
 }
 
 } // namespace game::entity

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -35,6 +36,16 @@ inline constexpr char CHECKPOINT_MAGICSTR[8] = {'C', 'H', 'E', 'C', 'K', 'P', 'N
 inline constexpr uint32_t STATE_FILE_VERSION = 1;
 /// Version of the checkpoint layout.
 inline constexpr uint32_t CHECKPOINT_FILE_VERSION = 0;
+
+/// A state file that cannot be read: missing, damaged, cut short, holding
+/// values that are not finite numbers, named other than by an entity id, or
+/// refused by its module's LoadState or InitInterface. Other failures of a load
+/// (a description file that cannot be read, a failing module) are plain
+/// std::runtime_error.
+class DamagedFileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// The authoritative entity of the running world: a BaseEntity with the
 /// module's behaviour object, a place in the parent-child tree, the hooks of
@@ -123,12 +134,13 @@ public:
     /// complete. Throws std::runtime_error when the file cannot be written.
     void Serialize();
     /// Reads the state file into the fields; returns the module's blob.
-    /// Throws std::runtime_error for a missing, damaged or cut file.
+    /// Throws DamagedFileError for a missing, damaged or cut file, and
+    /// std::runtime_error when the file cannot be read at all.
     nerox::filesystem::ReadOnlyStream Deserialize();
     /// The bytes of the state file, as Serialize writes them.
     void WriteState(nerox::filesystem::WriteOnlyStream& out);
     /// Fills the fields from the bytes of a state file and returns the module's
-    /// blob; Deserialize without the file. Throws as Deserialize does.
+    /// blob; Deserialize without the file. Throws DamagedFileError.
     nerox::filesystem::ReadOnlyStream ReadState(nerox::filesystem::ReadOnlyStream& in);
     /// Writes the checkpoint file. Needs the interface.
     void SerializeCheckpoint();
@@ -153,17 +165,20 @@ public:
     };
 
     /// Loads every saved entity of the current world, in the order of the file
-    /// names. A file that cannot be read stops the load with a
-    /// std::runtime_error "FILE: REASON" (the entities loaded before it stay
+    /// names. A file that cannot be read (DamagedFileError) stops the load with
+    /// a std::runtime_error "FILE: REASON" (the entities loaded before it stay
     /// registered; no file is changed), or with DamagedFiles::SetAside is moved
-    /// away. Entities of a module or item type that is not loaded are counted,
-    /// named on the standard error stream and left on disk. Removes the
-    /// temporary files of an interrupted save.
+    /// away and named on the standard error stream. Other errors always stop
+    /// the load, naming the file as well. Entities of a module or item type that
+    /// is not loaded are counted, named on the standard error stream and left on
+    /// disk; ids that are registered already are skipped. At the end, removes
+    /// the temporary files of an interrupted save.
     static LoadReport LoadAllEntities(DamagedFiles damaged = DamagedFiles::Refuse);
-    /// Saves the entities placed in the world, then empties the registry. The
-    /// saves run with no lock of the registry held (see Interface::SaveState).
-    /// Throws std::runtime_error after the last entity when some could not be saved.
-    static void UnloadAllEntities();
+    /// Saves the entities placed in the world, then empties the registry, and
+    /// returns how many were saved. The saves run with no lock of the registry
+    /// held (see Interface::SaveState). Throws std::runtime_error after the last
+    /// entity when some could not be saved.
+    static size_t UnloadAllEntities();
     /// Whether UnloadAllEntities saves it: placed in the world and not a component.
     bool IsPlaced() const { return worldReferences.load() != 0 && !isComponent; }
     /// Folder beside GetCheckpointDir() that takes the files set aside by a load.
@@ -205,8 +220,9 @@ private:
     /// Interface::Create's work; when the module or item type is not loaded,
     /// names it in missing and returns an empty pointer.
     static std::shared_ptr<Interface> LoadFromFile(Id id, std::string& missing);
-    /// Moves the state and checkpoint files of stem into GetDamagedDir().
-    static void SetAside(std::string const& stem);
+    /// Moves the state and checkpoint files of stem into GetDamagedDir(); false
+    /// when the state file could not be moved.
+    static bool SetAside(std::string const& stem);
     /// The parent walk of RefreshCache, without its profiler scope.
     void RefreshFromParents();
 

@@ -219,7 +219,7 @@ void ServerSideEntity::WriteState(WriteOnlyStream& out) {
 
 ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
     std::string const name = static_cast<std::string>(id);
-    auto fail = [&name](char const* text) { return std::runtime_error(text + name); };
+    auto fail = [&name](char const* text) { return DamagedFileError(text + name); };
 
     FieldReader file(in);
     if (!file.Matches(MAGICSTR1, sizeof(MAGICSTR1)) || !file.Matches(MAGICSTR2, sizeof(MAGICSTR2)))
@@ -252,8 +252,7 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
         ReadOnlyStream blob = file.GetBlob();
         // The end marker is not read: a file cut inside it still loads.
         if (char const* field = saved.NonFinite())
-            throw std::runtime_error(std::string("Save state file holds a non-finite ") + field + " for entity " +
-                                     name);
+            throw DamagedFileError(std::string("Save state file holds a non-finite ") + field + " for entity " + name);
 
         moduleId = module;
         itemType = std::move(type);
@@ -276,7 +275,7 @@ ReadOnlyStream ServerSideEntity::Deserialize() {
     std::string const path = GetStateSaveFile();
     std::error_code error;
     if (!std::filesystem::exists(std::filesystem::status(path, error)))
-        throw std::runtime_error("Save state file does not exist for entity " + static_cast<std::string>(id));
+        throw DamagedFileError("Save state file does not exist for entity " + static_cast<std::string>(id));
 
     ReadOnlyStream contents;
     {

@@ -52,7 +52,10 @@ BinaryFileStream::~BinaryFileStream() {
 
 void BinaryFileStream::Sync() {
     Flush();
-    if (::fsync(_fd) != 0) Fail(std::string("sync failed (") + std::strerror(errno) + ") for");
+    if (::fsync(_fd) != 0) {
+        int const syncError = errno;
+        Fail(std::string("sync failed (") + std::strerror(syncError) + ") for");
+    }
 }
 
 void BinaryFileStream::Close() {
@@ -79,7 +82,9 @@ void BinaryFileStream::SyncFolder(std::string const& folder) {
     int const synced = ::fsync(fd);
     int const syncError = errno;
     ::close(fd);
-    if (synced != 0)
+    // Some file systems (network and user-space mounts) cannot sync a folder:
+    // the rename is then as durable as they make it.
+    if (synced != 0 && syncError != EINVAL && syncError != ENOTSUP)
         throw std::runtime_error("BinaryFileStream: sync failed (" + std::string(std::strerror(syncError)) +
                                  ") for folder '" + folder + "'");
 }

@@ -109,14 +109,16 @@ public:
         if (stream.Remaining() != 0) throw std::runtime_error("refused");
     }
 };
-/// Walks the world while it is saved, and places one more entity the first time.
+/// Walks the world while it is saved; the first time places one more entity and destroys the victim.
 class LookingInterface : public ServerSideEntity::Interface {
 public:
     void SaveState(WriteOnlyStream&) override {
         ServerSideEntity::ForEach([](Ptr) { ++seen; });
-        if (ServerSideEntity::Get(id) && spawned++ == 0) ServerSideEntity::Spawn(ModuleID("TEST_sseentities"), "plain");
+        if (!ServerSideEntity::Get(id) || spawned++ != 0) return;
+        ServerSideEntity::Spawn(ModuleID("TEST_sseentities"), "plain"), ServerSideEntity::Destroy(victim);
     }
     inline static int seen = 0, spawned = 0;
+    inline static Id victim;
 };
 
 template <class T> T& InterfaceOf(Ptr const& entity) {
@@ -341,7 +343,8 @@ TEST_F(ServerSideEntityHooks, AttachLinksTheInterfaceOnceAndHooksRunOnlyWhenRead
 TEST_F(ServerSideEntityHooks, EntitiesSpawnedOnSeveralThreadsWhileTheWorldTicksGetUniqueIds) {
     std::atomic<bool> spawning{true};
     std::thread updater([&spawning] {
-        while (spawning) ServerSideEntity::ForEach([](Ptr entity) { entity->BeforeUpdate(0.1); });
+        for (; spawning; std::this_thread::yield())
+            ServerSideEntity::ForEach([](Ptr entity) { entity->BeforeUpdate(0.1); });
     });
     std::vector<std::thread> spawners;
     for (int t = 0; t < 3; ++t)
@@ -371,13 +374,13 @@ TEST_F(ServerSideEntityHooks, UpdateRunsTheJointSolverAfterTheHookWhenItMarksThe
 using ServerSideEntityWorld = SseTest;
 
 TEST_F(ServerSideEntityWorld, SaveHooksRunWithoutTheLockSoTheyMayLookEntitiesUpAndPlaceMore) {
-    ServerSideEntity::Spawn(TestModule, "looking"), ServerSideEntity::Spawn(TestModule, "probe");
+    ServerSideEntity::Spawn(TestModule, "looking");
+    LookingInterface::victim = ServerSideEntity::Spawn(TestModule, "probe")->GetID();
     LookingInterface::seen = LookingInterface::spawned = 0;
-    ServerSideEntity::UnloadAllEntities();
-    EXPECT_EQ(LookingInterface::seen, 2);
-    EXPECT_EQ(ServerSideEntity::Count(), 0u);
-    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/entities"), fs::directory_iterator()), 3)
-        << "the entity placed by the hook is saved too";
+    EXPECT_EQ(ServerSideEntity::UnloadAllEntities(), 2u);
+    EXPECT_EQ(std::tuple(LookingInterface::seen, ServerSideEntity::Count()), std::tuple(2, 0u));
+    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/entities"), fs::directory_iterator()), 2)
+        << "the entity placed by the hook is saved too, the one it destroyed is not";
 }
 
 TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSetAsideOthersAreKeptOrSkipped) {
@@ -388,7 +391,7 @@ TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSet
     InterfaceOf<ProbeInterface>(kept).payload = {'s', 0, '!'};
     std::string const folder = world + "/entities/", refused = refusing->GetStateSaveFile(),
                       oddFile = odd->GetStateSaveFile(), keptFile = kept->GetStateSaveFile();
-    refusing.reset(), odd.reset(), kept.reset();
+    refusing->SerializeCheckpoint(), refusing.reset(), odd.reset(), kept.reset();
     ServerSideEntity::UnloadAllEntities();
     Bytes const refusedBytes = ReadBytes(refused);
     // The module refuses its state: the error names the file, and the entity
@@ -404,9 +407,10 @@ TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSet
     for (char const* name : {"notes.entitystate", "X.entitystate.tmp", ".entitystate", "abc.txt"})
         WriteText(folder + name, "not an entity");
     fs::create_directories(folder + "ABCD0123456789ABCDEF01234567.entitystate"); // a folder, not a file
+    std::vector<std::string> absentFiles;
     for (int i = 0; i < 2; ++i) {
         Ptr absent = ServerSideEntity::Create(Absent, "ghost", NextId());
-        absent->Serialize(), Unload(absent);
+        absent->Serialize(), absentFiles.push_back(absent->GetStateSaveFile()), Unload(absent);
     }
     testing::internal::CaptureStderr();
     auto const report = ServerSideEntity::LoadAllEntities(ServerSideEntity::DamagedFiles::SetAside);
@@ -419,13 +423,15 @@ TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSet
                                                   fs::path(oddFile).stem().string(),
                                               folder + "notes.entitystate: UniqueId string length should be 28"));
     EXPECT_EQ(ReadBytes(world + "/damaged/" + fs::path(refused).filename().string()), refusedBytes);
-    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/damaged"), fs::directory_iterator()), 3);
+    EXPECT_EQ(std::distance(fs::directory_iterator(world + "/damaged"), fs::directory_iterator()), 4)
+        << "with the refused entity's checkpoint";
     for (char const* line :
          {"WARNING: module NOBODY_absent is not loaded: 2 saved entities were left",
           "X.entitystate.tmp, left by an interrupted save", "WARNING: skipped a state file without an entity id"})
         EXPECT_THAT(output, testing::HasSubstr(line));
     EXPECT_FALSE(fs::exists(folder + "X.entitystate.tmp"));
-    EXPECT_TRUE(fs::exists(folder + ".entitystate") && fs::exists(folder + "abc.txt"));
+    for (std::string const& name : {folder + ".entitystate", folder + "abc.txt", absentFiles[0], absentFiles[1]})
+        EXPECT_TRUE(fs::exists(name)) << name;
     // Destroying a loaded entity (a dismantled one) takes its file away.
     ASSERT_TRUE(ServerSideEntity::Destroy(keptId));
     EXPECT_FALSE(fs::exists(keptFile));
