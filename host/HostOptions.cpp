@@ -64,6 +64,12 @@ bool AddModuleEverywhere(HostOptions& o, std::string const& name, std::string& e
     return true;
 }
 
+// The server's tick rates: a tick of more than a second, or of less than a
+// millisecond, is more than the physics step can take in one go.
+bool TickRateInRange(double rate) {
+    return rate >= 1.0 && rate <= 1000.0;
+}
+
 // One command-line option: its name, the name of its value (none for a switch),
 // its lines of help, what a refused value needs, and what it does. apply returns
 // false with error set, or with error empty for the message made from `needs`:
@@ -87,9 +93,10 @@ Option const Options[] = {
          long long n = 0;
          return WholeAtLeast(t, 0, n) && (o.ticks = n, true);
      }},
-    {"--tick-rate", "HZ", "Server ticks per second in real time (default 60).", "a number of ticks per second above 0",
+    {"--tick-rate", "HZ", "Server ticks per second in real time, 1 to 1000 (default 60).",
+     "a number of ticks per second from 1 to 1000",
      [](HostOptions& o, std::string const& t, std::string&) {
-         return ParseNumber(t, o.tickRate) && o.tickRate > 0.0 && o.tickRate <= 100000.0 && (o.tickRateGiven = true);
+         return ParseNumber(t, o.tickRate) && TickRateInRange(o.tickRate) && (o.tickRateGiven = true);
      }},
     {"--substeps", "N", "Physics substeps per server tick (default 4).", "a whole number of at least 1",
      [](HostOptions& o, std::string const& t, std::string&) {
@@ -329,9 +336,8 @@ bool ApplyConfigFile(HostOptions& options, UsageError& error) {
     file.ReadFromINI("server", serverEntries, false);
     double tickRate = options.tickRate;
     int substeps = options.substeps;
-    if (!tickRateText.empty() && (!ParseNumber(tickRateText, tickRate) || !(tickRate > 0.0) || tickRate > 100000.0)) {
-        error.message =
-            options.configPath + ": tick_rate must be a number above 0 and at most 100000, not '" + tickRateText + "'";
+    if (!tickRateText.empty() && (!ParseNumber(tickRateText, tickRate) || !TickRateInRange(tickRate))) {
+        error.message = options.configPath + ": tick_rate must be a number from 1 to 1000, not '" + tickRateText + "'";
         return false;
     }
     if (!substepsText.empty() && (!ParseNumber(substepsText, substeps) || substeps < 1)) {

@@ -131,7 +131,8 @@ public:
     std::string GetCheckpointSaveFile() const;
 
     /// Writes the state file. The old file is replaced only once the new one is
-    /// complete. Throws std::runtime_error when the file cannot be written.
+    /// complete. Throws std::runtime_error when the file cannot be written, or
+    /// when a position, orientation or velocity is not finite (nothing is written).
     void Serialize();
     /// Reads the state file into the fields; returns the module's blob.
     /// Throws DamagedFileError for a missing, damaged or cut file, and

@@ -266,6 +266,13 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
 }
 
 void ServerSideEntity::Serialize() {
+    // A value that is not finite would never load again: keep the old file.
+    SavedPlacement placement;
+    placement.position = position, placement.orientation = orientation;
+    placement.linearVelocity = linearVelocity, placement.angularVelocity = angularVelocity;
+    if (char const* field = placement.NonFinite())
+        throw std::runtime_error("Refused to save entity " + static_cast<std::string>(id) + ": its " + field +
+                                 " is not finite (the old file is kept)");
     WriteOnlyStream bytes(256);
     WriteState(bytes);
     ReplaceFile(GetStateSaveFile(), bytes);

@@ -558,6 +558,9 @@ TEST_F(EntityFileTest, SavesSyncTheFileAndItsFolderAndAFailedSyncKeepsTheOldFile
     entity->position.x = 9.0, syncFailures = 1;
     EXPECT_THROW(entity->Serialize(), std::runtime_error);
     EXPECT_EQ(ReadBytes(entity->GetStateSaveFile()), old);
+    entity->angularVelocity.z = INFINITY; // never written over a good file
+    EXPECT_THROW(entity->Serialize(), std::runtime_error);
+    EXPECT_EQ(ReadBytes(entity->GetStateSaveFile()), old);
     EXPECT_FALSE(fs::exists(entity->GetStateSaveFile() + ".tmp"));
 }
 
