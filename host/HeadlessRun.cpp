@@ -8,6 +8,7 @@
 #include "game/entity/ServerSideEntity.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
+#include "game/modules/TESSARA_Mod.hpp"
 #include "game/physics/PhysicsRandom.hpp"
 #include "nerox/cpu/Profiler.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
@@ -106,12 +107,27 @@ std::string Shown(std::filesystem::path const& folder) {
     return (error ? folder : absolute).lexically_normal().string();
 }
 
+// The game skips a content module that fails to load without a word: name
+// each one that is not loaded with the loader's reason (a missing library is
+// reported before the start already).
+void ReportContentModulesNotLoaded() {
+    for (std::string const& name : Game::_mods) {
+        std::string const path = "modules/" + name + "/" + name + ".TESSARA_Mod";
+        std::error_code error;
+        if (game::modules::TESSARA_Mod::GetModule(name) || !std::filesystem::exists(path + ".so", error)) continue;
+        game::modules::TESSARA_Mod const probe(name, path);
+        if (probe.handle == nullptr)
+            std::cerr << "tessara: content module '" << name << "' failed to load with error: " << probe.error
+                      << "; its saved entities stay on disk" << std::endl;
+    }
+}
+
 // Opens the world Game::_current_world: creates its folder when it is new, loads
 // its saved entities (the content modules have registered their item types in
 // Game::Start), then lets every server module see it through Server_Load.
-// Fills setAside with the files that were moved away (with --set-aside-damaged)
-// as "FILE: REASON", before the modules see the world.
-void LoadWorld(bool setAsideDamaged, std::vector<std::string>& setAside) {
+// Fills report (the files moved away with --set-aside-damaged, the entities
+// kept on disk) before the modules see the world.
+void LoadWorld(bool setAsideDamaged, ServerSideEntity::LoadReport& report) {
     std::string const& world = Game::_current_world;
     std::filesystem::path const folder = std::filesystem::path(ServerSideEntity::GetCheckpointDir()).parent_path();
     std::error_code error;
@@ -120,7 +136,6 @@ void LoadWorld(bool setAsideDamaged, std::vector<std::string>& setAside) {
         throw std::runtime_error("could not create the folder of world '" + world + "', " + Shown(folder) + ": " +
                                  error.message());
     using DamagedFiles = ServerSideEntity::DamagedFiles;
-    ServerSideEntity::LoadReport report;
     try {
         report = ServerSideEntity::LoadAllEntities(setAsideDamaged ? DamagedFiles::SetAside : DamagedFiles::Refuse);
     } catch (std::exception const& failure) {
@@ -128,7 +143,6 @@ void LoadWorld(bool setAsideDamaged, std::vector<std::string>& setAside) {
                                  Shown(ServerSideEntity::GetCheckpointDir()) + ": " + failure.what() +
                                  " (its files were left as they are; --set-aside-damaged loads the rest)");
     }
-    setAside = std::move(report.setAside);
     std::printf("World '%s': loaded %zu entities from %s\n", world.c_str(), ServerSideEntity::Count(),
                 Shown(ServerSideEntity::GetCheckpointDir()).c_str());
     std::fflush(stdout);
@@ -256,9 +270,11 @@ void ClientLoop(RunStats& stats, ClientInput const& input) {
     }
 }
 
-void PrintSummary(HostOptions const& options, RunStats const& stats) {
+void PrintSummary(HostOptions const& options, RunStats const& stats, size_t notLoaded) {
     std::printf("\nSummary\n");
     std::printf("  world:          %s\n", options.world.c_str());
+    if (notLoaded != 0)
+        std::printf("  kept on disk:   %zu entities whose module or item type is not loaded\n", notLoaded);
     std::printf("  server ticks:   %lld (%.3f s simulated at %.1f ticks/s)\n", stats.serverTicks,
                 stats.simulatedSeconds, options.tickRate);
     double rate = stats.wallSeconds > 0.0 ? stats.serverTicks / stats.wallSeconds : 0.0;
@@ -351,12 +367,13 @@ int RunHeadless(HostOptions const& options) {
     Game::isActive.exchange(true);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
-    std::vector<std::string> setAside;
+    ServerSideEntity::LoadReport worldLoad;
     RunGuarded(
         [&] {
             Game::Start();
+            ReportContentModulesNotLoaded();
             Game::Ready();
-            LoadWorld(options.setAsideDamaged, setAside);
+            LoadWorld(options.setAsideDamaged, worldLoad);
             worldOpen = true;
         },
         failure);
@@ -393,8 +410,8 @@ int RunHeadless(HostOptions const& options) {
     RunGuarded([] { Game::Stop(); }, stopFailure);
     Game::window = nullptr; // the headless window of --input goes with this scope
     if (!failure) failure = stopFailure;
-    if (!failure) PrintSummary(options, stats);
-    ListSetAside(setAside);
+    if (!failure) PrintSummary(options, stats, worldLoad.notLoaded);
+    ListSetAside(worldLoad.setAside);
 
     // Queued work may hold code of the modules: drop it while they are still loaded.
     {

@@ -14,6 +14,8 @@
 #            the first damaged file, and every file stays as it was; with
 #            --set-aside-damaged the rest loads, the damaged files are moved
 #            into damaged/ unchanged and listed, the unknown type is kept
+#   broken   the content module's library is junk: the loader's error is
+#            printed, no entity loads, all of them stay on disk as they were
 set -u
 tessara=$1 run_source=$2 case=$4 scratch=$3/world-$4
 rm -rf "$scratch"
@@ -114,6 +116,18 @@ damaged)
     [ "$(stems | tr '\n' ' ')" = "$unknown $intact " ] || fail "entities/ should keep two files: $(stems)"
     [ "$(echo "$before" | grep "$unknown")" = "$(cd "$entities" && sha256sum -- "$unknown.entitystate")" ] ||
         fail "the entity of the unknown type changed"
+    ;;
+broken)
+    rm "$scratch/run/modules/TESSARA_sample"
+    cp -r "$run_source/modules/TESSARA_sample" "$scratch/run/modules/" || exit 1
+    printf 'junk' > "$scratch/run/modules/TESSARA_sample/TESSARA_sample.TESSARA_Mod.so"
+    before=$(cd "$entities" && sha256sum -- *)
+    run second.log || fail "the run with a broken content module ended with status $?"
+    expect second.log "tessara: content module 'TESSARA_sample' failed to load with error: "
+    expect second.log "TESSARA_sample.TESSARA_Mod.so"
+    expect second.log "WARNING: module TESSARA_sample is not loaded: 5 saved entities were left on disk"
+    expect second.log "kept on disk:   5 entities whose module or item type is not loaded"
+    [ "$(cd "$entities" && sha256sum -- *)" = "$before" ] || fail "the world's files changed"
     ;;
 *)
     fail "unknown case $case"
