@@ -104,6 +104,11 @@ using game::modules::TESSARA_Mod;
 
 namespace {
 
+/// One setting, read under the settings' lock; fallback without settings.
+template <class T> T ReadSetting(T game::GameSettings::*member, T fallback) {
+    return Game::settings ? Game::settings->Get(member) : fallback;
+}
+
 char const* const fontPath = "game/graphics/ui/fonts/SourceCodePro-Semibold.otf";
 char const* const fallbackFontPath = "/usr/share/fonts/truetype/dejavu/DejaVuSansMono-Bold.ttf";
 
@@ -154,7 +159,7 @@ void Game::Update(double) {
     }
 
     if (audio) {
-        float masterVolume = settings ? settings->master_volume : 1.0f;
+        float const masterVolume = ReadSetting(&game::GameSettings::master_volume, 1.0f);
         audio->SetVolume(0.5f * masterVolume, "bus:/");
         audio->Update();
     }
@@ -421,19 +426,19 @@ void Game::SetupUiStyle() {
     colors[ImGuiCol_TabUnfocused] = ImVec4(0.0f, 0.0f, 0.0f, 1.0f);
     colors[ImGuiCol_TabUnfocusedActive] = ImVec4(0.1f, 0.3f, 0.5f, 1.0f);
 
-    float scaling = settings ? settings->ui_scaling : 1.0f;
+    float const scaling = ReadSetting(&game::GameSettings::ui_scaling, 1.0f);
     ImGui::GetIO().FontGlobalScale = 0.5f * scaling;
     style.ScaleAllSizes(scaling);
 }
 
 float Game::GetUiScaling() {
-    if (!ImGui::GetCurrentContext()) return settings ? settings->ui_scaling : 1.0f;
+    if (!ImGui::GetCurrentContext()) return ReadSetting(&game::GameSettings::ui_scaling, 1.0f);
     return 2.0f * ImGui::GetIO().FontGlobalScale;
 }
 
 bool Game::ShowHelpTooltip() {
     if (!ImGui::GetCurrentContext()) return false;
-    if (!settings || !settings->show_help_tooltips) return false;
+    if (!ReadSetting(&game::GameSettings::show_help_tooltips, false)) return false;
     if (ImGui::IsWindowFocused(ImGuiFocusedFlags_AnyWindow)) return false;
     if (!_mouseLook) return false;
 

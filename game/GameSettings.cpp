@@ -297,55 +297,55 @@ std::vector<GameSettings::Conf> GameSettings::GameEntries() {
 
 std::vector<GameSettings::Conf> GameSettings::GraphicsEntries() {
     return {
-        Conf(this, "graphics_preset", graphics_preset),
-        Conf(this, "framerate_limit_main_rendering", framerate_limit_main_rendering),
+        Conf(this, "graphics_preset", graphics_preset).Range(-1, 99),
+        Conf(this, "framerate_limit_main_rendering", framerate_limit_main_rendering).Range(0, 1000),
         Conf(this, "vsync", vsync),
-        Conf(this, "fov", fov),
+        Conf(this, "fov", fov).Range(20, 170),
         Conf(this, "taa", taa),
-        Conf(this, "render_scale", render_scale),
-        Conf(this, "ui_scaling", ui_scaling),
+        Conf(this, "render_scale", render_scale).Range(0.25, 4),
+        Conf(this, "ui_scaling", ui_scaling).Range(0.25, 4),
         Conf(this, "upscaling_algo", upscaling_algo),
-        Conf(this, "upscaling_quality_setting", upscaling_quality_setting),
-        Conf(this, "upscaling_sharpness", upscaling_sharpness),
-        Conf(this, "final_upscale", final_upscale),
+        Conf(this, "upscaling_quality_setting", upscaling_quality_setting).Range(0, 10),
+        Conf(this, "upscaling_sharpness", upscaling_sharpness).Range(0, 1),
+        Conf(this, "final_upscale", final_upscale).Range(0, 4),
         Conf(this, "tone_mapping", tone_mapping),
         Conf(this, "dithering", dithering),
-        Conf(this, "brightness", brightness),
-        Conf(this, "contrast", contrast),
-        Conf(this, "gamma", gamma),
+        Conf(this, "brightness", brightness).Range(0.1, 4),
+        Conf(this, "contrast", contrast).Range(0.1, 4),
+        Conf(this, "gamma", gamma).Range(0.5, 5),
         Conf(this, "terrain_clutter", terrain_clutter),
-        Conf(this, "terrain_detail", terrain_detail),
+        Conf(this, "terrain_detail", terrain_detail).Range(0, 4),
     };
 }
 
 std::vector<GameSettings::Conf> GameSettings::PerformanceEntries() {
-    return {Conf(this, "main_thread_cpu_affinity", main_thread_cpu_affinity)};
+    return {Conf(this, "main_thread_cpu_affinity", main_thread_cpu_affinity).Range(-1, 1023)};
 }
 
 std::vector<GameSettings::Conf> GameSettings::IdeEntries() {
     return {
-        Conf(this, "ide_zoom", ide_zoom),
-        Conf(this, "ide_opacity", ide_opacity),
+        Conf(this, "ide_zoom", ide_zoom).Range(0.25, 4),
+        Conf(this, "ide_opacity", ide_opacity).Range(0, 1),
     };
 }
 
 std::vector<GameSettings::Conf> GameSettings::AudioEntries() {
     return {
-        Conf(this, "master_volume", master_volume),
-        Conf(this, "entities_volume", entities_volume),
-        Conf(this, "interface_volume", interface_volume),
-        Conf(this, "environment_volume", environment_volume),
+        Conf(this, "master_volume", master_volume).Range(0, 1),
+        Conf(this, "entities_volume", entities_volume).Range(0, 1),
+        Conf(this, "interface_volume", interface_volume).Range(0, 1),
+        Conf(this, "environment_volume", environment_volume).Range(0, 1),
     };
 }
 
 std::vector<GameSettings::Conf> GameSettings::InputEntries() {
     std::vector<Conf> entries;
     entries.reserve(std::size(Bindings) + 4);
-    entries.emplace_back(this, "look_sensitivity", look_sensitivity);
+    entries.push_back(Conf(this, "look_sensitivity", look_sensitivity).Range(0.01, 100));
     entries.emplace_back(this, "avatar_mouselook_invert_y", avatar_mouselook_invert_y);
     for (BindingDefault const& row : Bindings) entries.emplace_back(this, row.name, this->*row.member);
-    entries.emplace_back(this, "input_gamepad_axis_deadzone", input_gamepad_axis_deadzone);
-    entries.emplace_back(this, "input_joystick_axis_deadzone", input_joystick_axis_deadzone);
+    entries.push_back(Conf(this, "input_gamepad_axis_deadzone", input_gamepad_axis_deadzone).Range(0, 0.95));
+    entries.push_back(Conf(this, "input_joystick_axis_deadzone", input_joystick_axis_deadzone).Range(0, 0.95));
     return entries;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,9 +11,15 @@
 
 namespace game {
 
-/// The user's settings file. Every key is a public member named after it,
-/// read directly by the code that needs it. The file is re-read in the
-/// background when it changes on disk; members are then written without a lock.
+/// The user's settings file. Every key is a public member named after it.
+///
+/// Threads: the file is re-read in the background when it changes on disk, and
+/// the reload rewrites the members under GetMutex(). So read members under that
+/// lock: one with Get(&GameSettings::fov), several by holding
+/// std::lock_guard lock(settings.GetMutex()) while copying them. Never keep a
+/// reference or pointer into a member (a string's characters go with a reload),
+/// and never change a member in place to read it: change members only under the
+/// lock, then call WriteConfig() under it as well.
 ///
 /// Section "game" also has two hidden keys, debug_window and dev_tools: they are
 /// read when present but never added to or written into the file.
@@ -41,6 +48,12 @@ public:
     };
     /// The preset of that number, or null for a custom configuration.
     static GraphicsPreset const* FindGraphicsPreset(int32_t preset);
+
+    /// A copy of one member, taken under GetMutex().
+    template <class T> T Get(T GameSettings::*member) {
+        std::lock_guard<std::mutex> lock(GetMutex());
+        return this->*member;
+    }
 
     /// Reads every section into the members; visible keys missing from the file are added.
     void ReadConfig() override;

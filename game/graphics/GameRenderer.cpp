@@ -138,12 +138,12 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
         throw std::runtime_error("Font Atlas Index is not 0");
 
     game::GameSettings& settings = *Game::settings;
-    if (settings.graphics_preset < 0) {
-        settings.graphics_preset = 3;
+    {
+        std::lock_guard<std::mutex> lock(settings.GetMutex());
+        bool const firstRun = settings.graphics_preset < 0;
+        if (firstRun) settings.graphics_preset = 3;
         ConfigureSettingsFromPreset();
-        settings.WriteConfig();
-    } else {
-        ConfigureSettingsFromPreset();
+        if (firstRun) settings.WriteConfig();
     }
 
     entityTriangleHitShader = AddRenderableHitShader("game/graphics/rt/entity_tri");
@@ -277,7 +277,9 @@ void GameRenderer::Frame() {
 
 void GameRenderer::FrameInit() {
     if (Game::settings) {
+        // Copied under the settings' lock: a reload rewrites the members meanwhile.
         game::GameSettings& settings = *Game::settings;
+        std::lock_guard<std::mutex> lock(settings.GetMutex());
         vsync = settings.vsync;
         renderScale = settings.render_scale;
         finalUpscale = settings.final_upscale;
@@ -290,8 +292,10 @@ void GameRenderer::FrameInit() {
         NeroxRenderer::nearClip = nearClip;
         devTools = settings.dev_tools;
 
-        for (char& c : settings.upscaling_algo) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        upscalingAlgo = Upscaler::GetAlgoEnumFromStr(settings.upscaling_algo);
+        std::string algorithm = settings.upscaling_algo;
+        for (char& c : algorithm) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        upscalingAlgo = Upscaler::GetAlgoEnumFromStr(algorithm);
+        uiScaling = settings.ui_scaling;
 
         uint32_t options = 0;
         if (settings.tone_mapping) options |= 1u << 0;
@@ -400,7 +404,6 @@ void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer) {
     if (target == VK_NULL_HANDLE || !OverlayPassMatchesOutput()) return;
     overlayRenderpass->Begin(commandBuffer, target);
     if (Game::_mouseLook) {
-        float const uiScaling = Game::settings ? Game::settings->ui_scaling : 1.0f;
         crosshairPipeline->Bind(commandBuffer);
         vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling, &uiScaling);
         vkCmdDraw(commandBuffer, 1, 1, 0, 0);

@@ -107,7 +107,8 @@ public:
     /// any other format at once, and false when the file cannot be written.
     bool SaveImage(VkImage image, VkOffset2D offset, VkExtent2D extent, VkFormat format, VkImageLayout layout,
                    std::string const& path, int quality, bool opaque);
-    /// Sets upscaling_quality_setting and final_upscale from graphics_preset (1 to 6; others change nothing).
+    /// Sets upscaling_quality_setting and final_upscale from graphics_preset (1 to
+    /// 6; others change nothing). The caller holds Game::settings->GetMutex().
     void ConfigureSettingsFromPreset();
     /// Registers a hit shader (a path below the working folder, without
     /// extension) and returns its hit group. Only before the first frame:
@@ -182,6 +183,7 @@ private:
     // The list CollectTrash releases, moved out of trash under the lock so that a
     // release may trash again; kept to reuse its storage.
     std::vector<std::shared_ptr<void>> _releasing;
+    float uiScaling = 1.0f; // ui_scaling, copied in FrameInit
 };
 
 } // namespace game::graphics

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <cmath>
+#include <mutex>
 
 #include <imgui.h>
 
@@ -48,6 +49,7 @@ bool KeyDown(int key) {
     return Game::window != nullptr && key >= 0 && Game::window->GetKey(key) != GLFW_RELEASE;
 }
 
+// The deadzones are read during InputUpdate, which holds the settings' lock.
 float GamepadDeadzone() {
     return Game::settings ? Game::settings->input_gamepad_axis_deadzone : 0.1f;
 }
@@ -267,7 +269,11 @@ void Controller::InputBindingState<double>(std::shared_ptr<Joystick> const& game
 void Controller::InputUpdate(double deltaTime) {
     ControllerState next;
     nerox::graphics::Window* const window = Game::window;
-    GameSettings const* const settings = Game::settings.get();
+    GameSettings* const settings = Game::settings.get();
+    // The whole pass reads the bindings (joystick names among them) under the
+    // settings' lock, so that a reload cannot change them halfway.
+    std::unique_lock<std::mutex> settingsLock;
+    if (settings != nullptr) settingsLock = std::unique_lock<std::mutex>(settings->GetMutex());
 
     // Escape and chat are read straight from the keys: a text field that has
     // the keyboard must still be left with Escape.

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <system_error>
+#include <type_traits>
 #include <unistd.h>
 
 #include "nerox/Assert.hpp"
@@ -22,6 +23,9 @@
 namespace nerox::filesystem {
 
 namespace {
+
+/// What some editors write at the start of a UTF-8 file.
+constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
 
 constexpr std::string_view Blanks = " \t\f\v\r";
 
@@ -302,22 +306,40 @@ std::string FormatValue(ConfigFile::Conf const& entry) {
 }
 
 /// Stores text converted by the entry's type; a text that does not parse changes nothing.
-void ParseValue(std::string_view text, ConfigFile::Conf const& entry) {
+/// Stores the value that text holds into entry's variable; returns why it
+/// cannot (the variable is then unchanged), or an empty text.
+std::string ParseValue(std::string_view text, ConfigFile::Conf const& entry) {
+    auto const store = [&entry]<class T>(std::optional<T>& value, char const* what) -> std::string {
+        if (!value) return std::string("is not ") + what;
+        if constexpr (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) {
+            double const number = static_cast<double>(*value);
+            if (!(number >= entry.minimum && number <= entry.maximum)) { // NaN too
+                std::ostringstream range;
+                range << "is outside " << entry.minimum << " to " << entry.maximum;
+                return range.str();
+            }
+        }
+        *static_cast<T*>(entry.variable) = std::move(*value);
+        return {};
+    };
     switch (entry.type) {
-    case ConfigFile::TypeString: *static_cast<std::string*>(entry.variable) = ParseString(text); return;
-    case ConfigFile::TypeBool:
-        if (std::optional<bool> const value = ParseBool(text)) *static_cast<bool*>(entry.variable) = *value;
-        return;
-    case ConfigFile::TypeInt32:
-        if (std::optional<int32_t> const value = ParseInt32(text)) *static_cast<int32_t*>(entry.variable) = *value;
-        return;
-    case ConfigFile::TypeFloat:
-        if (std::optional<float> const value = ParseFloat(text)) *static_cast<float*>(entry.variable) = *value;
-        return;
-    case ConfigFile::TypeInputBinding:
-        if (std::optional<InputBinding> value = ParseInputBinding(text))
-            *static_cast<InputBinding*>(entry.variable) = std::move(*value);
-        return;
+    case ConfigFile::TypeString: *static_cast<std::string*>(entry.variable) = ParseString(text); return {};
+    case ConfigFile::TypeBool: {
+        std::optional<bool> value = ParseBool(text);
+        return store(value, "true or false");
+    }
+    case ConfigFile::TypeInt32: {
+        std::optional<int32_t> value = ParseInt32(text);
+        return store(value, "a whole number");
+    }
+    case ConfigFile::TypeFloat: {
+        std::optional<float> value = ParseFloat(text);
+        return store(value, "a number");
+    }
+    case ConfigFile::TypeInputBinding: {
+        std::optional<InputBinding> value = ParseInputBinding(text);
+        return store(value, "an input binding");
+    }
     }
     throw std::invalid_argument("ConfigFile: key '" + entry.key + "' has unknown type " + std::to_string(entry.type));
 }
@@ -452,6 +474,9 @@ std::vector<std::string> ConfigFile::LoadLines() const {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         lines.push_back(std::move(line));
     }
+    // Several editors start a UTF-8 file with a byte-order mark: not part of the first line.
+    _byteOrderMark = !lines.empty() && lines[0].starts_with(ByteOrderMark);
+    if (_byteOrderMark) lines[0].erase(0, ByteOrderMark.size());
     if (file.bad()) throw std::runtime_error("ConfigFile: error while reading '" + _path + "'");
     return lines;
 }
@@ -474,6 +499,7 @@ void ConfigFile::SaveLines(std::vector<std::string> const& lines) {
         if (!file)
             throw std::runtime_error("ConfigFile: cannot write '" + _path + "' (temporary file '" + temporary +
                                      "' cannot be created)");
+        if (_byteOrderMark) file << ByteOrderMark;
         for (std::string const& line : lines) file << line << '\n';
         file.flush();
         if (!file) {
@@ -506,7 +532,16 @@ void ConfigFile::ReadFromINI(std::string const& section, std::vector<Conf>& entr
     for (Conf const& entry : entries) {
         auto const found = layout.keys.find(entry.key);
         if (found != layout.keys.end()) {
-            ParseValue(ValueOfLine(lines[found->second]), entry);
+            std::string_view const text = ValueOfLine(lines[found->second]);
+            std::string const problem = ParseValue(text, entry);
+            if (problem.empty()) {
+                _keptLines.erase({section, entry.key});
+                continue;
+            }
+            std::string const kept = FormatValue(entry);
+            std::cerr << "WARNING: " << _path << ":" << found->second + 1 << ": " << entry.key << " = " << text << " "
+                      << problem << "; keeping " << kept << std::endl;
+            _keptLines[{section, entry.key}] = kept;
         } else if (writeMissing && addedKeys.insert(entry.key).second) {
             added.push_back(entry.key + " = " + FormatValue(entry));
         }
@@ -536,6 +571,12 @@ void ConfigFile::WriteToINI(std::string const& section, std::vector<Conf>& entri
         if (found == layout.keys.end()) {
             if (addedKeys.insert(entry.key).second) added.push_back(entry.key + " = " + value);
             continue;
+        }
+        // A line that could not be read stays as the user typed it, unless the value was changed since.
+        auto const kept = _keptLines.find({section, entry.key});
+        if (kept != _keptLines.end()) {
+            if (kept->second == value) continue;
+            _keptLines.erase(kept);
         }
         // Keep the line's own spelling of "key =" and the blanks after it.
         std::string& line = lines[found->second];

@@ -2,6 +2,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <limits>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <sstream>
@@ -25,7 +27,8 @@ namespace nerox::filesystem {
 ///  - "key = value": the key is the text before the first '=', the value the
 ///    text after it, both without surrounding blanks. Keys and section names are
 ///    case-sensitive. When a key occurs twice in a section the last one counts.
-///  - Line ends may be "\n" or "\r\n"; files are written with "\n".
+///  - Line ends may be "\n" or "\r\n"; files are written with "\n". A UTF-8
+///    byte-order mark at the start is skipped (and written back).
 ///
 /// Value forms (every value round-trips exactly):
 ///  - string: written as is, unless it has leading or trailing blanks, starts
@@ -39,7 +42,10 @@ namespace nerox::filesystem {
 ///    name are written only when they are not 0 and empty, the name quoted as a
 ///    string: joy=button:3,axis:-1,dir:1,id:1,name:"Some Stick Name". Fields left
 ///    out when reading take the defaults of a fresh InputBinding.
-/// A value that fails to parse leaves its variable unchanged.
+/// A value that fails to parse, or a number outside its Conf's range, leaves
+/// its variable unchanged and prints a warning naming the file, the line and
+/// the key; a later write keeps that line as the user typed it, unless the
+/// variable was changed since.
 ///
 /// Writes replace the whole file at once (a temporary file beside it, then a
 /// rename) and create its folder if needed. A missing file reads as empty.
@@ -94,10 +100,18 @@ public:
         /// Binds key to an input binding variable.
         Conf(ConfigFile* owner, std::string const& key, InputBinding& variable);
 
+        /// Accepts only numbers from minimum to maximum (for int32 and float keys).
+        Conf& Range(double low, double high) {
+            minimum = low, maximum = high;
+            return *this;
+        }
+
         ConfigFile* owner;
         std::string key;
         void* variable;
         int type;
+        double minimum = -std::numeric_limits<double>::infinity(); ///< Smallest number accepted.
+        double maximum = std::numeric_limits<double>::infinity();  ///< Largest number accepted.
     };
 
     /// Receives one section: its header text and one stream per content line.
@@ -168,6 +182,11 @@ private:
     void SaveLines(std::vector<std::string> const& lines);
     void ReloadLoop();
 
+    mutable bool _byteOrderMark = false; // the file starts with one; guarded by _fileMutex
+    // Values that could not be read, by section and key: what the variable held
+    // then. Their lines stay as they are while the variable keeps that value.
+    // Guarded by _fileMutex.
+    std::map<std::pair<std::string, std::string>, std::string> _keptLines;
     int _reloadIntervalMs;
     std::mutex _userMutex;
     std::mutex _fileMutex; // one read-modify-write of the file at a time; guards _knownStamp

@@ -5,10 +5,14 @@
 
 #include "support/CountedAllocations.hpp"
 #include "support/Golden.hpp"
+#include "game/input/Controller.hpp"
 
 #include <glm/gtc/matrix_transform.hpp>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 namespace rendertest {
 namespace {
@@ -54,7 +58,7 @@ TEST_F(GameRendererTest, FrameInitUpperCasesTheUpscalerAndSetsOneOptionBitPerOpt
     s.upscaling_algo = "none";
     r.FrameInit();
     EXPECT_EQ(std::tuple(s.upscaling_algo, r.upscalingAlgo),
-              std::tuple("NONE", nerox::renderer::UPSCALE_ALGO::NONE)); // the name upper-cased in place
+              std::tuple("none", nerox::renderer::UPSCALE_ALGO::NONE)); // the setting itself stays as it was
     // One bit per option; bit 2 (a temporal upscaler) stays clear: no algorithm of this renderer keeps history.
     std::vector<uint32_t> words;
     for (int on = 0; on < 5; ++on) {
@@ -63,6 +67,29 @@ TEST_F(GameRendererTest, FrameInitUpperCasesTheUpscalerAndSetsOneOptionBitPerOpt
         words.push_back(r.renderOptions);
     }
     EXPECT_EQ(words, (std::vector<uint32_t>{1, 2, 8, 16, 0}));
+}
+
+// The settings file rewritten and reloaded every millisecond while the render
+// thread sets up frames and the input thread reads the bindings.
+TEST_F(GameRendererTest, SettingsReloadedEveryMillisecondAreReadSafelyByTheRenderAndInputThreads) {
+    Game::settings = std::make_unique<game::GameSettings>(settingsPath, 1);
+    GameRenderer& r = Make();
+    std::atomic<bool> running{true};
+    std::thread writer([this, &running] {
+        for (int i = 0; running; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1)))
+            testsupport::ReplaceText(settingsPath,
+                                     "[graphics]\nupscaling_algo = " + std::string(i % 60, 'a') +
+                                         "\n[input]\ninput_binding_zoom = key=90 joy=button:1,name:\"" +
+                                         std::string(i % 40, 'x') + "\"\n");
+    });
+    std::thread input([&running] {
+        while (running) game::input::Controller::InputUpdate(1.0 / 60.0);
+    });
+    for (auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+         std::chrono::steady_clock::now() < end;)
+        r.FrameInit();
+    running = false;
+    writer.join(), input.join();
 }
 
 TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPinsItToTheCamera) {

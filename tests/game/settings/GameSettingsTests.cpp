@@ -48,13 +48,17 @@ TEST(GameSettingsFile, AMissingFileIsWrittenWithTheDefaultsAndSharedWhileHeld) {
     EXPECT_EQ(GameSettings::Instance(path, NoReload)->fov, 42.0f);
 }
 
-// Values in the file win, a broken value keeps its default while the rest counts,
+// Values in the file win, a broken or out-of-range value keeps its default while the rest counts,
 // unknown sections and the hidden keys stay as the file has them, the rest is added.
 TEST(GameSettingsFile, AUsersFileIsReadAndWrittenBack) {
     TempDir dir;
     std::string const path = dir.File("settings.ini");
-    ReplaceText(path, ReadText(testsupport::DataFile("settings/users_in.ini")));
+    ReplaceText(path, ReadText(testsupport::DataFile("settings/users_in.ini"))); // with a byte-order mark
+    testing::internal::CaptureStderr();
     GameSettings settings(path, NoReload);
+    std::string warnings = testing::internal::GetCapturedStderr();
+    for (size_t at; (at = warnings.find(path)) != std::string::npos;) warnings.replace(at, path.size(), "<file>");
+    testsupport::ExpectGolden(warnings, "settings/users_warnings.txt"); // refused values, each kept in the file
     // What was read and is not changed below shows in the file written back.
     EXPECT_TRUE(settings.dev_tools && settings.debug_window && settings.fov == 70.0f && settings.render_scale == 0.5f);
     EXPECT_EQ(settings.upscaling_algo, "FSR");
