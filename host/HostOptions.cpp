@@ -152,7 +152,7 @@ Option const Options[] = {
     {"--settings", "FILE", "The user's settings file (default ../Tessara-data/settings.ini).", nullptr,
      [](HostOptions& o, std::string const& t, std::string&) {
          o.settingsPath = t;
-         return true;
+         return o.settingsGiven = true;
      }},
     {"--no-profile", nullptr, "Do not collect profiler scopes.", nullptr,
      [](HostOptions& o, std::string const&, std::string&) {
@@ -302,6 +302,16 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
         return std::nullopt;
     }
     return options;
+}
+
+void ResolveGivenPaths(HostOptions& options, std::filesystem::path const& callerFolder) {
+    auto const resolve = [&callerFolder](std::string& path) {
+        if (!path.empty() && std::filesystem::path(path).is_relative())
+            path = (callerFolder / path).lexically_normal().string();
+    };
+    if (options.configGiven) resolve(options.configPath);
+    if (options.settingsGiven) resolve(options.settingsPath);
+    for (std::string* path : {&options.tracePath, &options.inputPath, &options.screenshotPath}) resolve(*path);
 }
 
 bool ApplyConfigFile(HostOptions& options, UsageError& error) {

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ struct HostOptions {
     bool tickRateGiven = false;          ///< --tick-rate was given (the file's value is then ignored).
     bool substepsGiven = false;          ///< --substeps was given.
     bool worldGiven = false;             ///< --world was given.
+    bool settingsGiven = false;          ///< --settings was given.
     bool setAsideDamaged = false;        ///< Load the world with its unreadable files moved into damaged/.
     bool profile = true;                 ///< Collect and print profiler scopes.
     std::string tracePath;               ///< Write a CSV trace of the entities here; empty: none.
@@ -50,6 +52,12 @@ std::string UsageText();
 
 /// Reads the command line. Returns the options, or sets `error` and returns nothing.
 std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& error);
+
+/// Makes the file names given on the command line (--config, --settings,
+/// --trace, --input, --screenshot) absolute against callerFolder, the folder
+/// the user typed the command in, before the program moves into its run
+/// directory. The defaults stay relative to the run directory.
+void ResolveGivenPaths(HostOptions& options, std::filesystem::path const& callerFolder);
 
 /// Fills the module lists and server settings from the host configuration file,
 /// where the command line left them open. Returns false with `error` set when

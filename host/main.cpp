@@ -27,6 +27,9 @@ void EnterRunDirectory() {
 int main(int argc, char** argv) try {
     // Tools work on the files they are given, relative to where they were started.
     if (argc >= 2 && std::string_view(argv[1]) == "nodes") return host::RunNodesCommand(argc - 1, argv + 1);
+    // File names on the command line count from where the user typed it.
+    std::error_code folderError;
+    std::filesystem::path const callerFolder = std::filesystem::current_path(folderError);
     EnterRunDirectory();
     host::UsageError error;
     auto options = host::ParseCommandLine(argc, argv, error);
@@ -34,6 +37,7 @@ int main(int argc, char** argv) try {
         std::cerr << "tessara: " << error.message << std::endl;
         return 2;
     }
+    if (!folderError) host::ResolveGivenPaths(*options, callerFolder);
     if (options->help) {
         std::cout << host::UsageText();
         return 0;
