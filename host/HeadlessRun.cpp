@@ -71,6 +71,7 @@ void QuitIfRequested() {
     static std::atomic<bool> quitting{false};
     if (stopRequested.load() && Game::isActive.load() && !quitting.exchange(true)) {
         std::cout << "Stopping... (Ctrl+C again to end at once)" << std::endl;
+        ServerSideEntity::physicsStop.store(true); // a long physics step ends at its next substep
         Game::Quit();
     }
 }
@@ -182,6 +183,23 @@ void SaveWorld() {
     if (moduleFailure) std::rethrow_exception(moduleFailure);
 }
 
+// Saves the world and keeps it running: every server module's
+// Server_Serialize, then the entities placed in the world. A failure is
+// reported and the run goes on; the next save tries again.
+void SaveWorldNow() {
+    try {
+        SERVER_Mod::ForEachModule([](SERVER_Mod::Ptr& mod) {
+            if (mod->Server_Serialize) mod->Server_Serialize();
+        });
+        size_t const saved = ServerSideEntity::SaveAllEntities();
+        std::printf("World '%s': saved %zu entities (periodic save)\n", Game::_current_world.c_str(), saved);
+        std::fflush(stdout);
+    } catch (std::exception const& failure) {
+        std::cerr << "tessara: the periodic save of world '" << Game::_current_world << "' failed: " << failure.what()
+                  << std::endl;
+    }
+}
+
 // Releases whatever entities are left (after a failed load) without saving them
 // and without removing their files: the world on disk stays as it was. Runs
 // while the content modules are loaded, since the entities hold their code.
@@ -200,6 +218,9 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
     double const deltaTime = 1.0 / options.tickRate;
     auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(deltaTime));
     auto next = Clock::now();
+    auto const saveInterval =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.saveEvery));
+    auto nextSave = next + saveInterval;
     while (Game::isActive.load()) {
         if (!quitThroughClient) QuitIfRequested();
         if (!Game::isActive.load()) break;
@@ -216,6 +237,10 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
         ++stats.serverTicks;
         stats.simulatedSeconds += deltaTime;
         if (trace != nullptr) trace->Write(stats.serverTicks, stats.simulatedSeconds);
+        if (options.saveEvery > 0.0 && Clock::now() >= nextSave && Game::isActive.load()) {
+            SaveWorldNow();
+            nextSave = Clock::now() + saveInterval;
+        }
         if (!options.ticks) {
             next += period;
             auto now = Clock::now();
@@ -365,6 +390,7 @@ int RunHeadless(HostOptions const& options) {
     RunStats stats;
     auto const started = Clock::now();
     Game::isActive.exchange(true);
+    ServerSideEntity::physicsStop.store(false);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
     ServerSideEntity::LoadReport worldLoad;

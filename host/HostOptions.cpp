@@ -117,6 +117,14 @@ Option const Options[] = {
      "NAME/damaged/ and list it. Without it such a file stops\n"
      "the run and every file stays as it is.",
      nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.setAsideDamaged = true; }},
+    {"--save-every", "SECONDS",
+     "Save the world every SECONDS of wall time while it runs\n"
+     "(default 300; 0 saves only at the end), so that a forced\n"
+     "end loses at most that much.",
+     "a number of seconds of at least 0",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         return ParseNumber(t, o.saveEvery) && o.saveEvery >= 0.0 && o.saveEvery <= 1e9;
+     }},
     {"--module", "NAME",
      "Load module NAME in every class it has a library for:\n"
      "modules/NAME/NAME.GAME_Mod.so, NAME.SERVER_Mod.so and\n"

@@ -27,6 +27,7 @@ struct HostOptions {
     bool worldGiven = false;             ///< --world was given.
     bool settingsGiven = false;          ///< --settings was given.
     bool setAsideDamaged = false;        ///< Load the world with its unreadable files moved into damaged/.
+    double saveEvery = 300.0;            ///< Seconds of wall time between saves of the world while it runs; 0: none.
     bool profile = true;                 ///< Collect and print profiler scopes.
     std::string tracePath;               ///< Write a CSV trace of the entities here; empty: none.
     std::vector<std::string> traceTypes; ///< Item types to trace; empty: every entity.

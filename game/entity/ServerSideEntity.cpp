@@ -461,24 +461,27 @@ bool ServerSideEntity::SetAside(std::string const& stem) {
     return moved;
 }
 
-size_t ServerSideEntity::UnloadAllEntities() {
+namespace {
+
+/// Saves the placed entities of the registry in rounds, with no lock of it
+/// held: a module's SaveState may look other entities up, place more (saved in
+/// the next round) or destroy some (not saved). Returns the entities saved;
+/// failure tells how many could not be, with the first error, or stays empty.
+std::vector<ServerSideEntity::Ptr> SaveInRounds(std::string& failure) {
+    using Ptr = ServerSideEntity::Ptr;
     size_t failures = 0;
     std::string firstFailure;
-    // The saves run with no lock held, while the world is still registered, so
-    // that a module's SaveState may look other entities up. A hook may place
-    // more entities (saved in the next round) or destroy some (not saved, or
-    // their fresh files removed again below).
     std::vector<Ptr> saved;
     std::unordered_set<ServerSideEntity const*> seen;
     for (bool more = true; more;) {
         std::vector<Ptr> round;
-        ForEach([&round, &seen](Ptr entity) {
+        ServerSideEntity::ForEach([&round, &seen](Ptr entity) {
             if (entity->IsPlaced() && !seen.contains(entity.get())) round.push_back(std::move(entity));
         });
         more = !round.empty();
         for (Ptr& entity : round) {
             seen.insert(entity.get());
-            if (Get(entity->id) != entity) continue; // destroyed by an earlier hook of this round
+            if (ServerSideEntity::Get(entity->id) != entity) continue; // destroyed by an earlier hook
             try {
                 entity->Serialize();
             } catch (std::exception const& failure) {
@@ -487,24 +490,40 @@ size_t ServerSideEntity::UnloadAllEntities() {
                           << failure.what() << std::endl;
                 if (failures++ == 0) firstFailure = failure.what();
             }
-            entity->deleteFilesOnDestroy = false;
             saved.push_back(std::move(entity));
         }
     }
+    if (failures != 0)
+        failure = "Could not save " + std::to_string(failures) + " entities; the first error: " + firstFailure;
+    return saved;
+}
 
+} // namespace
+
+size_t ServerSideEntity::SaveAllEntities() {
+    std::string failure;
+    size_t const count = SaveInRounds(failure).size();
+    if (!failure.empty()) throw std::runtime_error(failure);
+    return count;
+}
+
+size_t ServerSideEntity::UnloadAllEntities() {
+    std::string failure;
+    std::vector<Ptr> saved = SaveInRounds(failure);
     std::unordered_map<Id, Ptr> released;
     {
         std::unique_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
         released.swap(_sharedObjects);
         ++_sharedObjectsVersion;
     }
+    // The saved entities leave with their files; one that a hook destroyed
+    // after it was saved goes from the disk, as any destroyed entity does.
     size_t count = 0;
     for (Ptr const& entity : saved) {
         auto const found = released.find(entity->id);
-        if (found != released.end() && found->second == entity)
-            ++count;
-        else
-            entity->deleteFilesOnDestroy = true; // destroyed by a hook after it was saved
+        bool const kept = found != released.end() && found->second == entity;
+        entity->deleteFilesOnDestroy = !kept;
+        count += kept ? 1 : 0;
     }
     // The entities go outside the lock: their interfaces' destructors may look others up.
     saved.clear();
@@ -518,10 +537,7 @@ size_t ServerSideEntity::UnloadAllEntities() {
         std::unique_lock<nerox::SharedMutex> lock(PressurizedVolume::_sharedObjectsMutex);
         PressurizedVolume::_sharedObjects.clear();
     }
-    if (failures != 0) {
-        throw std::runtime_error("Could not save " + std::to_string(failures) +
-                                 " entities; the first error: " + firstFailure);
-    }
+    if (!failure.empty()) throw std::runtime_error(failure);
     return count;
 }
 

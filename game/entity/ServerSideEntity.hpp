@@ -152,6 +152,9 @@ public:
     /// The physics step of the whole world: builds rigid bodies from the
     /// entities, moves them through dt in substeps and writes the results back.
     static void PhysicsUpdate(double dt, int substeps);
+    /// While set, PhysicsUpdate runs no more substeps: the world then moves
+    /// less than dt, and a long step ends at once. Set when the run stops.
+    inline static std::atomic<bool> physicsStop{false};
 
     /// What LoadAllEntities does with a state file it cannot read.
     enum class DamagedFiles {
@@ -175,6 +178,10 @@ public:
     /// disk; ids that are registered already are skipped. At the end, removes
     /// the temporary files of an interrupted save.
     static LoadReport LoadAllEntities(DamagedFiles damaged = DamagedFiles::Refuse);
+    /// Saves the entities placed in the world and keeps them loaded; returns how
+    /// many were saved. The saves run as in UnloadAllEntities. Throws
+    /// std::runtime_error after the last entity when some could not be saved.
+    static size_t SaveAllEntities();
     /// Saves the entities placed in the world, then empties the registry, and
     /// returns how many were saved. The saves run with no lock of the registry
     /// held (see Interface::SaveState). Throws std::runtime_error after the last

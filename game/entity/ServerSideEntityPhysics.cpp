@@ -491,6 +491,8 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
             }
         }
         for (int substep = 0; substep < substeps; ++substep) {
+            // Asked to stop: the bodies keep what the substeps so far gave them.
+            if (ServerSideEntity::physicsStop.load(std::memory_order_relaxed)) break;
             {
                 nerox::cpu::Profiler integration("IntegrateMotion", true);
                 for (uint32_t index : group.dynamics) step.dynamics[index].IntegrateMotion(h);
