@@ -18,9 +18,10 @@ namespace {
 namespace program = game::graphics::ui::NeroxCodeEditor;
 
 struct CompileOptions {
-    std::string input;  ///< File to read; "-" reads the standard input.
-    std::string name;   ///< Program name; empty: from the file name.
-    std::string output; ///< File to write; empty: the standard output.
+    std::string input;           ///< File to read; "-" reads the standard input.
+    std::string name;            ///< Program name; empty: from the file name.
+    std::string output;          ///< File to write; empty: the standard output.
+    size_t maxBytes = 16u << 20; ///< Largest code made; a larger program is refused.
 };
 
 bool EndsWith(std::string const& text, std::string const& end) {
@@ -100,7 +101,7 @@ int Compile(CompileOptions const& options) {
         return 1;
     }
     std::string const name = options.name.empty() ? ProgramNameFromFile(options.input) : options.name;
-    program::CompileResult const result = program::Compile(source, name);
+    program::CompileResult const result = program::Compile(source, name, options.maxBytes);
     for (std::string const& warning : result.warnings) std::cerr << "tessara nodes: warning: " << warning << std::endl;
     if (!result.ok) {
         std::cerr << "tessara nodes: " << result.error << std::endl;
@@ -125,7 +126,7 @@ int UsageMistake(std::string const& message) {
 } // namespace
 
 char const* NodesUsageText() {
-    return "Usage: tessara nodes compile FILE [--name NAME] [--output OUT]\n"
+    return "Usage: tessara nodes compile FILE [--name NAME] [--output OUT] [--max-size BYTES]\n"
            "       tessara nodes --help\n"
            "\n"
            "Tools for visual programs, the node graphs that the in-game editor turns\n"
@@ -143,6 +144,10 @@ char const* NodesUsageText() {
            "                    only; an invalid name is an error.\n"
            "  --output OUT      Write the code to OUT instead of the standard output; OUT is\n"
            "                    replaced only once the whole text is written.\n"
+           "  --max-size BYTES  Refuse a program whose code would be larger than BYTES\n"
+           "                    (default 16777216, 16 MiB), naming the node where it\n"
+           "                    grows past that: links that reuse a node's value repeat\n"
+           "                    its expression, which can double the text at each step.\n"
            "  --help            Show this text.\n"
            "\n"
            "Exit status: 0 done, 1 the program could not be read, compiled or written,\n"
@@ -171,6 +176,17 @@ int RunNodesCommand(int argc, char** argv) {
             return 0;
         } else if (argument == "--name") {
             if (!value(options.name) || options.name.empty()) return UsageMistake("--name needs a program name");
+        } else if (argument == "--max-size") {
+            std::string text;
+            size_t used = 0;
+            bool valid = value(text) && !text.empty() && text[0] != '-';
+            try {
+                if (valid) options.maxBytes = std::stoull(text, &used);
+            } catch (std::exception const&) {
+                valid = false;
+            }
+            if (!valid || used != text.size() || options.maxBytes == 0)
+                return UsageMistake("--max-size needs a number of bytes above 0");
         } else if (argument == "--output" || argument == "-o") {
             if (!value(options.output) || options.output.empty()) return UsageMistake("--output needs a file name");
         } else if (argument.size() > 1 && argument[0] == '-') {

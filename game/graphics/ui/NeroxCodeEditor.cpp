@@ -100,6 +100,34 @@ bool Editor::LoadGraph(json const& graph, std::string* error) {
     return true;
 }
 
+bool Editor::HasCycle(std::unordered_map<UniqueId, Node*> const& index) const {
+    // Kahn's order: nodes whose inputs are all placed are placed in turn; a
+    // node never placed sits on a cycle or after one.
+    std::unordered_map<Node const*, size_t> waiting; // inputs not placed yet
+    std::unordered_map<Node const*, std::vector<Node const*>> users;
+    std::vector<Node const*> ready;
+    for (auto const& [id, node] : index) {
+        size_t count = 0;
+        for (UniqueId const& input : node->inputs) {
+            auto const found = index.find(input);
+            if (found == index.end()) continue;
+            users[found->second].push_back(node);
+            ++count;
+        }
+        waiting[node] = count;
+        if (count == 0) ready.push_back(node);
+    }
+    size_t placed = 0;
+    while (!ready.empty()) {
+        Node const* node = ready.back();
+        ready.pop_back();
+        ++placed;
+        for (Node const* user : users[node])
+            if (--waiting[user] == 0) ready.push_back(user);
+    }
+    return placed != index.size();
+}
+
 bool Editor::ReplaceGraph(json const& graph, std::string* error) {
     auto fail = [error](char const* message) {
         if (error != nullptr) *error = message;
@@ -137,10 +165,14 @@ bool Editor::ReplaceGraph(json const& graph, std::string* error) {
     if (clipboardFrom == this) clipboardFrom = nullptr;
 
     // A link that closes a cycle would make code generation walk forever: cut it.
+    // A graph without cycles (every graph the editor saves) is told in linear
+    // time; only one with cycles is searched link by link.
+    std::unordered_map<UniqueId, Node*> const index = NodeIndex();
+    if (!HasCycle(index)) return true;
     for (Node* node : nodes) {
         for (size_t i = 0; i < node->inputs.size(); ++i) {
-            Node const* source = GetNode(node->inputs[i]);
-            if (source == nullptr || !NodeDependsOn(source, node)) continue;
+            auto const found = index.find(node->inputs[i]);
+            if (found == index.end() || !NodeDependsOn(found->second, node, index)) continue;
             node->inputs[i] = UniqueId();
             Warn("cut input " + std::to_string(i) + " of node \"" + node->title + "\": the link closed a cycle");
         }
@@ -223,7 +255,7 @@ bool Editor::Render() {
 
 // --- the command-line entry -----------------------------------------------------------------
 
-CompileResult Compile(std::string const& source, std::string const& programName) {
+CompileResult Compile(std::string const& source, std::string const& programName, size_t maxBytes) {
     CompileResult result;
     std::string cleaned;
     if (!Editor::CleanProgramName(programName, cleaned)) {
@@ -240,7 +272,12 @@ CompileResult Compile(std::string const& source, std::string const& programName)
         result.error = std::move(error);
         return result;
     }
+    editor.maxProgramBytes = maxBytes;
     editor.Serialize(false);
+    if (!editor.generationError.empty()) {
+        result.error = editor.generationError;
+        return result;
+    }
     result.code = editor.GetCode();
     result.ok = true;
     return result;

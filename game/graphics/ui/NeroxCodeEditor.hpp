@@ -33,8 +33,9 @@ struct CompileResult {
 
 /// Loads a program text (first line "#NODES " and the graph JSON) or a bare graph
 /// JSON ({"nodes": [...]}) and generates its code for the program `programName`.
-/// Needs no ImGui context. An invalid name gives the error "Invalid program name: NAME".
-CompileResult Compile(std::string const& source, std::string const& programName);
+/// Needs no ImGui context. An invalid name gives the error "Invalid program name: NAME";
+/// a program larger than maxBytes is refused with an error naming the node where it grows past.
+CompileResult Compile(std::string const& source, std::string const& programName, size_t maxBytes = 16u << 20);
 
 /// The node editor of a program. Its nodes are the classes nested below; `Serialize`
 /// turns them into NeroxCode, puts the text into `code` and records undo steps.
@@ -491,7 +492,9 @@ public:
     void ContextMenu(ImVec2 pos) override;
 
     /// Regenerates the code text into `code`; with `pushUndo` the graph also goes into
-    /// the undo history. An invalid program name prints a message and changes nothing.
+    /// the undo history. An invalid program name prints a message and changes nothing;
+    /// a program larger than maxProgramBytes changes nothing either and leaves the
+    /// reason in generationError and in the warnings.
     void Serialize(bool pushUndo);
 
     /// Replaces the graph by the one in `text`: a program text whose first line is
@@ -533,6 +536,8 @@ public:
     std::string programName;                ///< File name of the program, e.g. "door.main.nc".
     TextEditor code;                        ///< The generated text, read-only.
     uint64_t undoLimit = 100;               ///< Most entries kept in `undoHistory`.
+    size_t maxProgramBytes = 16u << 20;     ///< Largest program Serialize makes; a larger one is refused.
+    std::string generationError;            ///< Why the last Serialize made no text; empty when it made one.
     std::deque<nlohmann::json> undoHistory; ///< Graphs after each change, newest at the front.
     uint64_t undoPosition = 0;              ///< Entries undone; 0 at the newest.
     std::vector<std::string> warnings;      ///< Messages of the last Load (also printed to stderr).
@@ -543,6 +548,8 @@ public:
 private:
     /// Replaces the nodes by those of `graph`, warning about what it skips or cuts.
     bool ReplaceGraph(nlohmann::json const& graph, std::string* error);
+    /// Whether the links between the nodes of index close a cycle.
+    bool HasCycle(std::unordered_map<UniqueId, Node*> const& index) const;
     /// Adds a warning to `warnings`, and prints it to stderr when printWarnings is set.
     void Warn(std::string message);
     /// Restores undoHistory[undoPosition] and regenerates the code.

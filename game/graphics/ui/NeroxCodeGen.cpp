@@ -2,6 +2,7 @@
 // carries the graph itself.
 #include "game/graphics/ui/NeroxCodeEditor.hpp"
 
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <iostream>
@@ -105,27 +106,49 @@ template <typename F> void ForEachLine(std::string const& text, F&& action) {
     }
 }
 
+/// Thrown when the program would grow past Editor::maxProgramBytes.
+struct TooLarge {
+    std::string message;
+};
+
 /// The working values of one run of Editor::Serialize.
 class Generator {
 public:
     using NeroxNode = Editor::NeroxNode;
 
     Generator(Editor& editor, std::string const& cleanName)
-        : editor(editor), programPrefix("$_" + cleanName + "_"), functionPrefix("@_" + cleanName + "_") { }
+        : editor(editor), programPrefix("$_" + cleanName + "_"), functionPrefix("@_" + cleanName + "_"),
+          limit(editor.maxProgramBytes) {
+        for (Node* node : editor.nodes) {
+            auto* nerox = dynamic_cast<NeroxNode*>(node);
+            if (nerox != nullptr && nerox->id.IsSet()) index.try_emplace(nerox->id, nerox);
+        }
+        for (auto const& [id, node] : index)
+            for (UniqueId const& input : node->inputs)
+                if (auto const found = index.find(input); found != index.end()) ++uses[found->second];
+    }
 
     /// Writes the lines of one node of the list, when it is a sink.
     void Sink(NeroxNode* node);
-    /// The text that stands for the node's value; may add lines.
+    /// The text that stands for the node's value; may add lines. Walks the
+    /// inputs with a stack of its own, however deep the graph.
     std::string SerializeNode(NeroxNode* node);
     /// The whole text after the first line.
     void Append(std::string& out) const;
+    /// Throws TooLarge naming node when the lines so far pass the limit.
+    void CheckLines(NeroxNode const* node);
 
 private:
-    /// Text of each input: the source's value, else the default by its type.
-    std::vector<std::string> InputTexts(NeroxNode* node);
+    /// The text of a node whose inputs are serialized already (in).
+    std::string Finish(NeroxNode* node, std::vector<std::string>& in);
+    /// Text of input i when it is not linked to a program node: its default by type.
+    std::string DefaultText(NeroxNode* node, size_t i) const;
+    [[noreturn]] void Refuse(NeroxNode const* node) const;
     /// The source of an input when it names a program node of the list.
     NeroxNode* Source(NeroxNode const* node, size_t input) const {
-        return input < node->inputs.size() ? editor.GetNode<NeroxNode>(node->inputs[input]) : nullptr;
+        if (input >= node->inputs.size()) return nullptr;
+        auto const found = index.find(node->inputs[input]);
+        return found == index.end() ? nullptr : found->second;
     }
     /// Default text of an input; empty when there is none.
     static std::string const& Default(NeroxNode const* node, size_t input) {
@@ -167,6 +190,17 @@ private:
     std::map<std::tuple<std::string, int32_t, int32_t>, std::string> numberedInputs;
     std::map<std::tuple<std::string, std::string, int32_t>, std::string> aliasedInputs;
     std::unordered_set<NeroxNode const*> walking; // nodes on the current path: a cycle ends here
+
+    // The program nodes by id; how many inputs take each node's output.
+    std::unordered_map<UniqueId, NeroxNode*> index;
+    std::unordered_map<NeroxNode const*, size_t> uses;
+    // The text of each node used more than once, as its first walk gave it: a
+    // later walk would give the same text and add no lines.
+    std::unordered_map<NeroxNode const*, std::string> finished;
+    size_t cycles = 0; // walks cut short by a cycle: their texts are not kept
+    size_t const limit;
+    size_t lineBytes = 0;                 // bytes of the lines counted so far
+    std::array<size_t, 6> countedLines{}; // of each list, the lines counted
 };
 
 /// Input text k, or the empty text past the last input.
@@ -174,35 +208,79 @@ std::string const& At(std::vector<std::string> const& in, size_t k) {
     return k < in.size() ? in[k] : kEmpty;
 }
 
-std::vector<std::string> Generator::InputTexts(NeroxNode* node) {
-    std::vector<std::string> texts;
-    texts.reserve(node->inputs.size());
-    for (size_t i = 0; i < node->inputs.size(); ++i) {
-        if (NeroxNode* source = Source(node, i)) {
-            texts.push_back(SerializeNode(source));
-            continue;
-        }
-        std::string const& value = Default(node, i);
-        int32_t const type = node->InputType(static_cast<int>(i));
-        if (type == 1)
-            texts.push_back("\"" + value + "\"");
-        else if (type == 0)
-            texts.push_back(Editor::FormatNumber(value));
-        else
-            texts.push_back(value);
-    }
-    return texts;
+std::string Generator::DefaultText(NeroxNode* node, size_t i) const {
+    std::string const& value = Default(node, i);
+    int32_t const type = node->InputType(static_cast<int>(i));
+    if (type == 1) return "\"" + value + "\"";
+    if (type == 0) return Editor::FormatNumber(value);
+    return value;
 }
 
-std::string Generator::SerializeNode(NeroxNode* node) {
-    if (node == nullptr || !walking.insert(node).second) return {}; // a cycle: stop walking
-    struct Leave {
-        std::unordered_set<NeroxNode const*>& set;
-        NeroxNode const* node;
-        ~Leave() { set.erase(node); }
-    } const leave{walking, node};
+void Generator::Refuse(NeroxNode const* node) const {
+    throw TooLarge{"the program would be larger than " + Str(static_cast<int64_t>(limit)) + " bytes: it grows past " +
+                   "that at node \"" + node->title + "\" (" + static_cast<std::string>(node->id) +
+                   "); simplify the graph or raise the limit"};
+}
 
-    std::vector<std::string> const in = InputTexts(node);
+void Generator::CheckLines(NeroxNode const* node) {
+    size_t list = 0;
+    for (auto const* lines : {&includes, &constNumbers, &constTexts, &declarations, &functions, &updateLines}) {
+        for (size_t& counted = countedLines[list++]; counted < lines->size(); ++counted)
+            lineBytes += (*lines)[counted].size() + 2;
+    }
+    if (lineBytes > limit) Refuse(node);
+}
+
+std::string Generator::SerializeNode(NeroxNode* root) {
+    // The walk of the recursive definition (each input in order, then the node
+    // itself) on a stack of frames.
+    struct Frame {
+        NeroxNode* node;
+        size_t next;                 // the next input to serialize
+        std::vector<std::string> in; // the texts of the inputs so far
+        size_t cyclesBefore;
+    };
+    std::vector<Frame> stack;
+    std::string value; // what the last node finished or looked up gave
+    // Starts the walk of node, or sets value at once (no node, a finished one, a cycle).
+    auto const enter = [&](NeroxNode* node) {
+        if (node == nullptr) return value.clear(), false;
+        if (auto const found = finished.find(node); found != finished.end()) return value = found->second, false;
+        if (!walking.insert(node).second) return ++cycles, value.clear(), false; // a cycle: stop walking
+        stack.push_back({node, 0, {}, cycles});
+        stack.back().in.reserve(node->inputs.size());
+        return true;
+    };
+    if (!enter(root)) return value;
+    while (!stack.empty()) {
+        Frame& top = stack.back();
+        if (top.next < top.node->inputs.size()) {
+            size_t const i = top.next++;
+            NeroxNode* const source = Source(top.node, i);
+            if (source == nullptr) {
+                top.in.push_back(DefaultText(top.node, i));
+            } else if (!enter(source)) {
+                top.in.push_back(std::move(value));
+            }
+            continue;
+        }
+        size_t bytes = 0;
+        for (std::string const& text : top.in) bytes += text.size();
+        if (bytes > limit) Refuse(top.node);
+        NeroxNode* const node = top.node;
+        value = Finish(node, top.in);
+        bool const complete = cycles == top.cyclesBefore;
+        walking.erase(node);
+        stack.pop_back();
+        if (value.size() > limit) Refuse(node);
+        CheckLines(node);
+        if (complete && uses[node] > 1) finished.emplace(node, value);
+        if (!stack.empty()) stack.back().in.push_back(std::move(value));
+    }
+    return value;
+}
+
+std::string Generator::Finish(NeroxNode* node, std::vector<std::string>& in) {
     if (auto const found = memo.find(node); found != memo.end()) return found->second;
 
     auto remember = [&](std::string name) {
@@ -660,11 +738,20 @@ void Editor::Serialize(bool pushUndo) {
             if (nerox->inputDefaults.size() != nerox->inputs.size()) nerox->inputDefaults.resize(nerox->inputs.size());
 
     json& list = root["nodes"];
-    for (Node* node : nodes) {
-        auto* nerox = dynamic_cast<NeroxNode*>(node);
-        if (nerox == nullptr) continue;
-        list.push_back(nerox->Serialize());
-        generator.Sink(nerox);
+    generationError.clear();
+    try {
+        for (Node* node : nodes) {
+            auto* nerox = dynamic_cast<NeroxNode*>(node);
+            if (nerox == nullptr) continue;
+            list.push_back(nerox->Serialize());
+            generator.Sink(nerox);
+            generator.CheckLines(nerox);
+        }
+    } catch (TooLarge const& failure) {
+        // The code pane keeps the last text that could be made.
+        generationError = failure.message;
+        Warn(failure.message);
+        return;
     }
 
     if (pushUndo) {

@@ -96,15 +96,28 @@ bool NodeEditor::CanConnectInputToOutput(Node* inputNode, int input, Node* sourc
     if (inputNode == nullptr || sourceNode == nullptr) return false;
     if (!inputNode->CanConnectInputToOutput(input, sourceNode)) return false;
     if (*inputNode == *sourceNode) return false;
+    std::unordered_map<UniqueId, Node*> const index = NodeIndex();
     for (UniqueId const& id : sourceNode->inputs) {
-        Node const* feeding = GetNode(id);
-        if (feeding == nullptr) continue;
-        if (NodeDependsOn(feeding, inputNode)) return false;
+        auto const found = index.find(id);
+        if (found != index.end() && NodeDependsOn(found->second, inputNode, index)) return false;
     }
     return true;
 }
 
+std::unordered_map<UniqueId, Node*> NodeEditor::NodeIndex() const {
+    std::unordered_map<UniqueId, Node*> index;
+    index.reserve(nodes.size());
+    for (Node* node : nodes)
+        if (node != nullptr && node->id.IsSet()) index.try_emplace(node->id, node); // the first of an id, as GetNode
+    return index;
+}
+
 bool NodeEditor::NodeDependsOn(Node const* node, Node const* other) const {
+    if (node == nullptr || other == nullptr) return false;
+    return NodeDependsOn(node, other, NodeIndex());
+}
+
+bool NodeEditor::NodeDependsOn(Node const* node, Node const* other, std::unordered_map<UniqueId, Node*> const& index) {
     if (node == nullptr || other == nullptr) return false;
     // Walked with a stack and a visited set, so that a graph read from a file
     // that already holds a cycle cannot make this loop forever.
@@ -115,7 +128,8 @@ bool NodeEditor::NodeDependsOn(Node const* node, Node const* other) const {
         stack.pop_back();
         if (current == other) return true;
         for (UniqueId const& id : current->inputs) {
-            Node const* source = GetNode(id);
+            auto const found = index.find(id);
+            Node const* source = found == index.end() ? nullptr : found->second;
             if (source != nullptr && seen.insert(source).second) stack.push_back(source);
         }
     }

@@ -64,8 +64,12 @@ public:
     }
 
     /// Whether `node` is `other` or takes, through its inputs at any depth, the
-    /// output of `other`. False when either is null.
+    /// output of `other`. False when either is null. Linear in the graph's size.
     bool NodeDependsOn(Node const* node, Node const* other) const;
+    /// Whether `node` depends on `other`, looking nodes up in `index` (see NodeIndex).
+    static bool NodeDependsOn(Node const* node, Node const* other, std::unordered_map<UniqueId, Node*> const& index);
+    /// The nodes of `nodes` by id, for walks that look up many of them.
+    std::unordered_map<UniqueId, Node*> NodeIndex() const;
 
     /// Canvas scale: zoom times the UI scaling.
     float Scale() const;

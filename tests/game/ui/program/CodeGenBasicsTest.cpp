@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <filesystem>
+#include <memory>
 #include <map>
 #include <set>
 
@@ -74,6 +77,50 @@ TEST(ProgramCodeLayout, CycleMadeInCodeDoesNotRecurseForever) {
     Graph::Link(a, g.Output(0), 0);
     std::string const text = g.Text();
     EXPECT_EQ(text.substr(text.rfind('\t')), "\toutput_number(0, 0, $_expr2)\n");
+}
+
+// A chain of 20,000 ADD nodes compiles on a thread with a 256 KiB stack: the
+// walk does not recurse once per node.
+TEST(ProgramCodeLayout, ADeepChainCompilesOnASmallStack) {
+    Graph g;
+    Node* below = g.Add<Editor::TimeNode>();
+    for (int i = 0; i < 20000; ++i) {
+        Node* const next = g.Add<Editor::MathNode>("ADD");
+        Graph::Link(below, next, 0), below = next;
+    }
+    Graph::Link(below, g.Output(0), 0);
+    std::string text;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 256 * 1024);
+    pthread_t thread;
+    auto run = [](void* graph) -> void* { return new std::string(static_cast<Graph*>(graph)->Text()); };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &g), 0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    std::unique_ptr<std::string> const code(static_cast<std::string*>(result));
+    EXPECT_NE(code->find("\toutput_number(0, 0, " + std::string(20000, '(') + "time + 0)"), std::string::npos);
+}
+
+// Every level takes both inputs from the level below: the text doubles each time.
+// Generation stops where it passes the limit, names that node and keeps the last code.
+TEST(ProgramCodeLayout, AProgramPastTheSizeLimitIsRefusedNamingTheNode) {
+    Graph g;
+    Node* below = g.Add<Editor::TimeNode>();
+    std::vector<Node*> levels;
+    for (int i = 0; i < 40; ++i) {
+        levels.push_back(g.Add<Editor::MathNode>("ADD"));
+        Graph::Link(below, levels.back(), 0), Graph::Link(below, levels.back(), 1), below = levels.back();
+    }
+    Graph::Link(below, g.Output(0), 0);
+    g.editor.maxProgramBytes = 1 << 20;
+    g.editor.code.SetText("kept");
+    g.editor.Serialize(false);
+    EXPECT_EQ(g.editor.GetCode(), "kept");
+    std::string const expected =
+        "the program would be larger than 1048576 bytes: it grows past that at node \"ADD\" (" +
+        static_cast<std::string>(levels[16]->id) + "); simplify the graph or raise the limit";
+    EXPECT_EQ(std::tuple(g.editor.generationError, g.editor.warnings.back()), std::tuple(expected, expected));
 }
 
 // --- program names --------------------------------------------------------------------------
