@@ -169,7 +169,8 @@ private:
     std::string Counter(NeroxNode* node, std::vector<std::string> const& in);
     std::string Smooth(std::vector<std::string> const& in);
     std::string Pulse(Editor::PulseNode* node, std::vector<std::string> const& in);
-    std::string Math(NeroxNode* node, std::vector<std::string> const& in) const;
+    /// Takes the text of the first input over (in[0] is left empty).
+    std::string Math(NeroxNode* node, std::vector<std::string>& in) const;
     std::string Pid(NeroxNode* node, std::vector<std::string> const& in);
     void Output(Editor::OutputNode* node);
     void Print(Editor::PrintNode* node);
@@ -464,15 +465,18 @@ std::string Generator::Pulse(Editor::PulseNode* node, std::vector<std::string> c
     return name;
 }
 
-std::string Generator::Math(NeroxNode* node, std::vector<std::string> const& in) const {
+std::string Generator::Math(NeroxNode* node, std::vector<std::string>& in) const {
     MathOp const* op = FindMathOp(node->title);
     if (op == nullptr) return {};
+    // The first input's text is taken over and grown in place: in a long chain
+    // it is most of the text, and a copy of it at each step would be wasted.
+    std::string text = in.empty() ? std::string() : std::move(in[0]);
     switch (op->form) {
-    case MathForm::Infix: return "(" + At(in, 0) + op->text + At(in, 1) + ")";
-    case MathForm::Prefix: return op->text + At(in, 0) + ")";
+    case MathForm::Infix: return ((text.insert(0, "(") += op->text) += At(in, 1)) += ")";
+    case MathForm::Prefix: return text.insert(0, op->text) += ")";
     case MathForm::Call: {
-        std::string text = std::string(op->text) + "(" + At(in, 0);
-        for (int k = 1; k < op->inputs; ++k) text += ", " + At(in, static_cast<size_t>(k));
+        text.insert(0, std::string(op->text) + "(");
+        for (int k = 1; k < op->inputs; ++k) (text += ", ") += At(in, static_cast<size_t>(k));
         return text + ")";
     }
     }
