@@ -19,7 +19,9 @@ namespace game {
 /// std::lock_guard lock(settings.GetMutex()) while copying them. Never keep a
 /// reference or pointer into a member (a string's characters go with a reload),
 /// and never change a member in place to read it: change members only under the
-/// lock, then call WriteConfig() under it as well.
+/// lock, then call WriteConfig() under it as well. The lock is not recursive:
+/// while holding it, call nothing that reads settings itself (Get,
+/// Game::GetUiScaling, Game::ShowHelpTooltip, Game::SetupUiStyle).
 ///
 /// Section "game" also has two hidden keys, debug_window and dev_tools: they are
 /// read when present but never added to or written into the file.

@@ -2,6 +2,7 @@
 
 #include "game/graphics/ui/NeroxCodeEditor.hpp"
 
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -179,7 +180,7 @@ int RunNodesCommand(int argc, char** argv) {
         } else if (argument == "--max-size") {
             std::string text;
             size_t used = 0;
-            bool valid = value(text) && !text.empty() && text[0] != '-';
+            bool valid = value(text) && !text.empty() && std::isdigit(static_cast<unsigned char>(text[0]));
             try {
                 if (valid) options.maxBytes = std::stoull(text, &used);
             } catch (std::exception const&) {

@@ -103,7 +103,8 @@ std::string const& ThresholdKey() {
 
 GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicationName,
                            unsigned int applicationVersion, nerox::vk::PhysicalDevice::Features const& features)
-    : NeroxRenderer(window, applicationName, applicationVersion, GameFeatures(features), RequireSettings().vsync) {
+    : NeroxRenderer(window, applicationName, applicationVersion, GameFeatures(features),
+                    RequireSettings().Get(&game::GameSettings::vsync)) {
     CreateOverlayPass();
 
     nerox::vk::SamplerOptions linearClamp;

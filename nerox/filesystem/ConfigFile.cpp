@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -312,8 +313,12 @@ std::string ParseValue(std::string_view text, ConfigFile::Conf const& entry) {
     auto const store = [&entry]<class T>(std::optional<T>& value, char const* what) -> std::string {
         if (!value) return std::string("is not ") + what;
         if constexpr (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) {
-            double const number = static_cast<double>(*value);
-            if (!(number >= entry.minimum && number <= entry.maximum)) { // NaN too
+            // Compared in the variable's own type, so that a bound such as 0.01
+            // admits the float that "0.01" reads as. A NaN is outside any range.
+            bool const aboveMinimum = std::isinf(entry.minimum) ? !std::isnan(static_cast<double>(*value))
+                                                                : *value >= static_cast<T>(entry.minimum);
+            bool const belowMaximum = std::isinf(entry.maximum) || *value <= static_cast<T>(entry.maximum);
+            if (!(aboveMinimum && belowMaximum)) {
                 std::ostringstream range;
                 range << "is outside " << entry.minimum << " to " << entry.maximum;
                 return range.str();
@@ -465,6 +470,7 @@ ConfigFile::FileStamp ConfigFile::CurrentStamp() const {
 
 std::vector<std::string> ConfigFile::LoadLines() const {
     std::vector<std::string> lines;
+    _byteOrderMark = false;
     std::error_code error;
     if (!std::filesystem::exists(ToPath(), error)) return lines;
     std::ifstream file(_path, std::ios::binary);

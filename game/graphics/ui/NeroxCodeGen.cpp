@@ -240,6 +240,7 @@ std::string Generator::SerializeNode(NeroxNode* root) {
         size_t next;                 // the next input to serialize
         std::vector<std::string> in; // the texts of the inputs so far
         size_t cyclesBefore;
+        size_t bytes = 0; // their length
     };
     std::vector<Frame> stack;
     std::string value; // what the last node finished or looked up gave
@@ -260,14 +261,14 @@ std::string Generator::SerializeNode(NeroxNode* root) {
             NeroxNode* const source = Source(top.node, i);
             if (source == nullptr) {
                 top.in.push_back(DefaultText(top.node, i));
-            } else if (!enter(source)) {
+            } else if (enter(source)) {
+                continue; // top is stale: the source's frame is on top now
+            } else {
                 top.in.push_back(std::move(value));
             }
+            if ((top.bytes += top.in.back().size()) > limit) Refuse(top.node);
             continue;
         }
-        size_t bytes = 0;
-        for (std::string const& text : top.in) bytes += text.size();
-        if (bytes > limit) Refuse(top.node);
         NeroxNode* const node = top.node;
         value = Finish(node, top.in);
         bool const complete = cycles == top.cyclesBefore;
@@ -276,7 +277,10 @@ std::string Generator::SerializeNode(NeroxNode* root) {
         if (value.size() > limit) Refuse(node);
         CheckLines(node);
         if (complete && uses[node] > 1) finished.emplace(node, value);
-        if (!stack.empty()) stack.back().in.push_back(std::move(value));
+        if (stack.empty()) break;
+        Frame& parent = stack.back();
+        parent.in.push_back(std::move(value));
+        if ((parent.bytes += parent.in.back().size()) > limit) Refuse(parent.node);
     }
     return value;
 }
@@ -742,21 +746,8 @@ void Editor::Serialize(bool pushUndo) {
             if (nerox->inputDefaults.size() != nerox->inputs.size()) nerox->inputDefaults.resize(nerox->inputs.size());
 
     json& list = root["nodes"];
-    generationError.clear();
-    try {
-        for (Node* node : nodes) {
-            auto* nerox = dynamic_cast<NeroxNode*>(node);
-            if (nerox == nullptr) continue;
-            list.push_back(nerox->Serialize());
-            generator.Sink(nerox);
-            generator.CheckLines(nerox);
-        }
-    } catch (TooLarge const& failure) {
-        // The code pane keeps the last text that could be made.
-        generationError = failure.message;
-        Warn(failure.message);
-        return;
-    }
+    for (Node* node : nodes)
+        if (auto* nerox = dynamic_cast<NeroxNode*>(node)) list.push_back(nerox->Serialize());
 
     if (pushUndo) {
         if (undoPosition != 0) {
@@ -766,6 +757,23 @@ void Editor::Serialize(bool pushUndo) {
         }
         undoHistory.push_front(root);
         if (undoHistory.size() > undoLimit) undoHistory.pop_back();
+    }
+
+    // The graph is in the undo history even when its code is refused, so that
+    // the change that made it too large can be undone.
+    generationError.clear();
+    try {
+        for (Node* node : nodes) {
+            if (auto* nerox = dynamic_cast<NeroxNode*>(node)) {
+                generator.Sink(nerox);
+                generator.CheckLines(nerox);
+            }
+        }
+    } catch (TooLarge const& failure) {
+        // The code pane keeps the last text that could be made.
+        generationError = failure.message;
+        Warn(failure.message);
+        return;
     }
 
     std::string text = "#NODES " + root.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";

@@ -114,15 +114,19 @@ TEST(ProgramCodeLayout, AProgramPastTheSizeLimitIsRefusedNamingTheNode) {
         levels.push_back(g.Add<Editor::MathNode>("ADD"));
         Graph::Link(below, levels.back(), 0), Graph::Link(below, levels.back(), 1), below = levels.back();
     }
-    Graph::Link(below, g.Output(0), 0);
+    Node* const output = g.Output(0);
     g.editor.maxProgramBytes = 1 << 20;
-    g.editor.code.SetText("kept");
-    g.editor.Serialize(false);
-    EXPECT_EQ(g.editor.GetCode(), "kept");
+    g.editor.Serialize(true); // nothing reaches the output yet: a short program
+    std::string const accepted = g.editor.GetCode();
+    Graph::Link(below, output, 0);
+    g.editor.Serialize(true);
+    EXPECT_EQ(g.editor.GetCode(), accepted);
     std::string const expected =
         "the program would be larger than 1048576 bytes: it grows past that at node \"ADD\" (" +
         static_cast<std::string>(levels[16]->id) + "); simplify the graph or raise the limit";
     EXPECT_EQ(std::tuple(g.editor.generationError, g.editor.warnings.back()), std::tuple(expected, expected));
+    g.editor.Undo(); // the link that made it too large can be undone
+    EXPECT_EQ(std::tuple(g.editor.GetCode(), g.editor.generationError), std::tuple(accepted, ""));
 }
 
 // --- program names --------------------------------------------------------------------------
