@@ -1,4 +1,6 @@
 #include "game/graphics/GameRenderer.hpp"
+#include "game/graphics/LightSourceInstance.hpp"
+#include "game/graphics/RenderableInstance.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
@@ -476,6 +478,15 @@ void GameRenderer::CollectAllTrash() {
 }
 
 void GameRenderer::Cleanup() {
+    // The scene tables: the slots go, the objects live on with their owners.
+    {
+        std::unique_lock<nerox::SharedMutex> lock(RenderableInstance::_sharedObjectsMutex);
+        RenderableInstance::_sharedObjects.clear();
+    }
+    {
+        std::unique_lock<nerox::SharedMutex> lock(LightSourceInstance::_sharedObjectsMutex);
+        LightSourceInstance::_sharedObjects.clear();
+    }
     ClearTextures();
     std::vector<std::shared_ptr<nerox::graphics::Texture>> pushed;
     {
