@@ -37,6 +37,20 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     features.core.vertexPipelineStoresAndAtomics = VK_TRUE;
     features.core.fragmentStoresAndAtomics = VK_TRUE;
     features.core.largePoints = VK_TRUE; // the crosshair is one point sprite
+    features.core.shaderInt64 = VK_TRUE; // device addresses in shaders
+    // The world is drawn from records found by device address, ray-traced where
+    // the device can and rasterized everywhere else: ask for both; the device
+    // leaves out what it lacks.
+    features.vulkan12.descriptorIndexing = VK_TRUE;
+    features.vulkan12.runtimeDescriptorArray = VK_TRUE;
+    features.vulkan12.shaderSampledImageArrayNonUniformIndexing = VK_TRUE;
+    features.vulkan12.descriptorBindingPartiallyBound = VK_TRUE;
+    features.vulkan12.scalarBlockLayout = VK_TRUE;
+    features.vulkan13.dynamicRendering = VK_TRUE;
+    features.vulkan13.synchronization2 = VK_TRUE;
+    features.rayTracingPipeline.rayTracingPipeline = VK_TRUE;
+    features.accelerationStructure.accelerationStructure = VK_TRUE;
+    features.rayQuery.rayQuery = VK_TRUE;
     return features;
 }
 

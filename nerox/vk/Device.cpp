@@ -465,10 +465,6 @@ void Device::CreateLogicalDevice(DeviceOptions const& options) {
     if (rayTracing) {
         count(IntersectBlock(asked.rayTracingPipeline, have.rayTracingPipeline), "ray-tracing pipeline");
         count(IntersectBlock(asked.accelerationStructure, have.accelerationStructure), "acceleration structure");
-    } else {
-        PhysicalDevice::Features const none;
-        asked.rayTracingPipeline = none.rayTracingPipeline;
-        asked.accelerationStructure = none.accelerationStructure;
     }
     if (rayQuery) count(IntersectBlock(asked.rayQuery, have.rayQuery), "ray query");
     // Extensions without their features are no ray tracing.
@@ -477,8 +473,15 @@ void Device::CreateLogicalDevice(DeviceOptions const& options) {
         std::cout << "Vulkan: " << Name()
                   << " has the ray-tracing extensions but not their features; ray-traced stages stay off\n";
         rayTracing = false;
-    } else
-        asked.rayQuery = PhysicalDevice::Features().rayQuery;
+    }
+    // Without ray tracing none of its blocks is asked for; with it, ray query
+    // stays as the device has it.
+    PhysicalDevice::Features const none;
+    if (!rayTracing) {
+        asked.rayTracingPipeline = none.rayTracingPipeline;
+        asked.accelerationStructure = none.accelerationStructure;
+    }
+    if (!rayTracing || !rayQuery) asked.rayQuery = none.rayQuery;
     if (dropped > 0)
         std::cout << "Vulkan: " << Name() << " lacks " << dropped << " of the asked features (" << where
                   << "); they stay off\n";

@@ -30,8 +30,13 @@ TEST_F(GameRendererTest, ConstructionFillsTheTablesInOrder) {
     ASSERT_TRUE(r.overlayRenderpass && r.crosshairPipeline && r.colliderTrianglesPipeline && r.colliderLinesPipeline);
     EXPECT_NE(r.linearClampSampler->Handle(), r.linearClampSampler2->Handle());
     // The device was asked for the stores the game's shaders make.
-    EXPECT_TRUE(r.GetDevice().EnabledFeatures().core.vertexPipelineStoresAndAtomics &&
-                r.GetDevice().EnabledFeatures().core.fragmentStoresAndAtomics);
+    auto const& enabled = r.GetDevice().EnabledFeatures();
+    EXPECT_TRUE(enabled.core.vertexPipelineStoresAndAtomics && enabled.core.fragmentStoresAndAtomics);
+    // What drawing the world needs, where the device has it: every device rasterizes
+    // (addresses, dynamic rendering); ray tracing and ray query only with it.
+    EXPECT_TRUE(enabled.core.shaderInt64 && enabled.vulkan13.dynamicRendering && enabled.vulkan12.scalarBlockLayout);
+    EXPECT_EQ(enabled.rayTracingPipeline.rayTracingPipeline == VK_TRUE, r.GetDevice().HasRayTracing());
+    if (!r.GetDevice().HasRayTracing()) EXPECT_FALSE(enabled.rayQuery.rayQuery);
 
     // Modules register shaders after the built-in ones until the first frame.
     EXPECT_EQ(r.AddRenderableHitShader("modules/a/hit"), 4u);
