@@ -136,11 +136,11 @@ public:
     std::unique_ptr<nerox::vk::PipelineLayout> overlayPipelineLayout;
 
     // Camera, in world coordinates; modules write it before or in FrameInit.
-    glm::dmat4 viewMatrix{1.0};                    ///< World to camera.
-    glm::dmat4 projectionMatrix{1.0};              ///< Camera to clip space.
-    glm::dmat4 viewMatrixHistory{1.0};             ///< viewMatrix of the previous frame.
-    glm::dmat4 projectionMatrixHistory{1.0};       ///< projectionMatrix of the previous frame.
-    glm::dvec4 cameraPosition{0.0, 0.0, 0.0, 1.0}; ///< Camera position, world coordinates, w 1.
+    glm::dmat4 viewMatrix{1.0};              ///< World to camera.
+    glm::dmat4 projectionMatrix{1.0};        ///< Camera to clip space.
+    glm::dmat4 viewMatrixHistory{1.0};       ///< viewMatrix of the previous frame.
+    glm::dmat4 projectionMatrixHistory{1.0}; ///< projectionMatrix of the previous frame.
+    glm::dvec3 cameraPosition{0.0};          ///< Camera position, world coordinates.
 
     glm::dvec4 worldOrigin{0.0, 0.0, 0.0, 1.0}; ///< Origin of the floating frame, world coordinates, w 1.
     glm::dmat4 originTransform{1.0};            ///< World to floating frame.

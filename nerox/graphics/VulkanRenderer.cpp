@@ -201,6 +201,7 @@ void VulkanRenderer::CreateSwapchain() {
     NEROX_VK_CHECK(vkCreateSwapchainKHR(device, &info, nullptr, &_swapchain));
     _extent = extent;
     _format = chosen.format;
+    _swapchainVsync = vsync;
 
     NEROX_VK_CHECK(vkGetSwapchainImagesKHR(device, _swapchain, &count, nullptr));
     std::vector<VkImage> swapImages(count);
@@ -426,7 +427,9 @@ bool VulkanRenderer::BeginFrame() {
     bool const resized = !_surfaceWindow && window != nullptr &&
         (static_cast<uint32_t>(window->GetWidth()) != _extent.width ||
          static_cast<uint32_t>(window->GetHeight()) != _extent.height);
-    if (resized || _targets.empty()) RefreshViewport();
+    // A change of vsync needs a swapchain of the other present mode.
+    bool const vsyncChanged = _swapchain != VK_NULL_HANDLE && vsync != _swapchainVsync;
+    if (resized || vsyncChanged || _targets.empty()) RefreshViewport();
     if (_targets.empty()) return false; // still nothing to draw into
     if (_swapchain != VK_NULL_HANDLE) {
         VkResult const result =

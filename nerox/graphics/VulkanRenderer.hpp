@@ -86,7 +86,7 @@ public:
     bool SaveOutputImage(std::string const& path);
 
     Window* window; ///< The window drawn into, or null.
-    bool vsync;     ///< Wait for the display (FIFO) rather than present at once; read at swapchain creation.
+    bool vsync;     ///< Wait for the display (FIFO) rather than present at once; a change makes a new swapchain.
     VkClearColorValue clearColor{{0.02f, 0.03f, 0.05f, 1.0f}}; ///< What each frame starts from.
 
 protected:
@@ -139,6 +139,7 @@ private:
     double _lastUiTime = 0.0;
     VkExtent2D _extent{0, 0};
     VkFormat _format = VK_FORMAT_R8G8B8A8_UNORM;
+    bool _swapchainVsync = false; // the vsync the swapchain was made with
     VkImageUsageFlags _usage = 0;
     VkSwapchainKHR _swapchain = VK_NULL_HANDLE;
     std::unique_ptr<vk::Image> _offscreen;

@@ -107,7 +107,7 @@ TEST_F(GameRendererTest, TheOriginFollowsOnlyPastTheThresholdAndAZeroThresholdPi
     std::string listing;
     for (Step const& step : steps) {
         if (step.threshold >= 0) game::Options::Set(GameRenderer::WorldOriginThresholdOption, step.threshold);
-        r.cameraPosition = glm::dvec4(step.camera, 1.0); // looking down -Z
+        r.cameraPosition = step.camera; // looking down -Z
         r.viewMatrix = glm::inverse(glm::translate(glm::dmat4(1.0), step.camera));
         r.FrameInit();
         glm::dvec3 const o(r.worldOrigin), c(r.cameraTransform[3]);
@@ -131,7 +131,7 @@ TEST_F(GameRendererTest, SteadyStagesAllocateNothing) {
         r.Trash(std::make_shared<int>(i));
         r.Frame();
     }
-    r.cameraPosition = glm::dvec4(5000.0, 0.0, 0.0, 1.0); // the origin moves too
+    r.cameraPosition = glm::dvec3(5000.0, 0.0, 0.0); // the origin moves too
     long const before = testsupport::allocations.load();
     for (auto stage : {&GameRenderer::FrameInit, &GameRenderer::FrameCollectGarbage, &GameRenderer::FrameUpdateUi,
                        &GameRenderer::FrameBeforeUpdate, &GameRenderer::FrameUpdate, &GameRenderer::FrameAfterUpdate,
