@@ -147,6 +147,7 @@ void NeroxRenderer::Frame() {
         FrameBeforeUpdate();
         FrameUpdate();
         FrameAfterUpdate();
+        WriteTextureDescriptors();
         FrameUpdateDescriptorSets();
         FrameBeforeRender();
         FramePushCommands(commands);
@@ -196,25 +197,37 @@ uint32_t NeroxRenderer::AddTextures(std::vector<std::tuple<graphics::TextureRef,
 uint32_t NeroxRenderer::AddLocked(graphics::TextureRef const& reference, VkSampler sampler) {
     if (_textures.size() >= _capacity)
         throw std::runtime_error("Texture table is full: " + std::to_string(_capacity) + " entries");
-    vk::Device& device = GetDevice();
     std::shared_ptr<graphics::Texture> texture = Resolve(reference);
     if (sampler == VK_NULL_HANDLE) sampler = DefaultSampler();
     uint32_t const index = static_cast<uint32_t>(_textures.size());
-    VkImageView const view = texture->GetImageView();
-    if (view != VK_NULL_HANDLE) {
-        if (!_updateAfterBind) device.WaitIdle();
-        VkDescriptorImageInfo image{sampler, view, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL};
+    if (texture->GetImageView() != VK_NULL_HANDLE) _unwritten.push_back(index);
+    _textures.push_back({std::move(texture), sampler});
+    return index;
+}
+
+void NeroxRenderer::WriteTextureDescriptors() {
+    std::lock_guard lock(_texturesMutex);
+    if (_unwritten.empty()) return;
+    std::vector<VkDescriptorImageInfo> images;
+    images.reserve(_unwritten.size());
+    std::vector<VkWriteDescriptorSet> writes;
+    writes.reserve(_unwritten.size());
+    for (uint32_t index : _unwritten) {
+        TableEntry const& entry = _textures[index];
+        images.push_back({entry.sampler, entry.texture->GetImageView(), VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL});
         VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
         write.dstSet = _mainSet;
         write.dstBinding = 0;
         write.dstArrayElement = index;
         write.descriptorCount = 1;
         write.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
-        write.pImageInfo = &image;
-        vkUpdateDescriptorSets(device, 1, &write, 0, nullptr);
+        write.pImageInfo = &images.back();
+        writes.push_back(write);
     }
-    _textures.push_back({std::move(texture), sampler});
-    return index;
+    // Frames in flight may use the set; without update-after-bind they must end first.
+    if (!_updateAfterBind) GetDevice().WaitIdle();
+    vkUpdateDescriptorSets(GetDevice(), static_cast<uint32_t>(writes.size()), writes.data(), 0, nullptr);
+    _unwritten.clear();
 }
 
 std::shared_ptr<graphics::Texture> NeroxRenderer::Resolve(graphics::TextureRef const& reference) {
@@ -228,6 +241,7 @@ void NeroxRenderer::ClearTextures() {
     // Frames in flight may still sample them.
     GetDevice().WaitIdle();
     _textures.clear();
+    _unwritten.clear();
 }
 
 uint32_t NeroxRenderer::TextureCount() const {

@@ -28,9 +28,11 @@ namespace nerox::renderer {
 /// FrameOverlayCommands; EndFrame, which draws the interface and submits.
 /// The command stages record into the frame's command buffer, with the output
 /// image in VK_IMAGE_LAYOUT_GENERAL. The base stages do nothing.
-/// The texture table has its own lock, but it must not change while a frame is
-/// being recorded: change it from the render thread between frames (or in
-/// FrameCollectGarbage), or from another thread while no frame runs.
+/// The texture table has its own lock: textures may be added from any thread,
+/// also while a frame runs. Their descriptors are written at the next frame's
+/// descriptor stage (before FrameUpdateDescriptorSets), so that no set is
+/// changed while a recorded frame uses it; until then the entry is in the table
+/// but not yet seen by shaders.
 class NeroxRenderer : public graphics::VulkanRenderer {
 public:
     /// Entries of the bindless texture table, at most: devices whose limits are
@@ -68,7 +70,7 @@ public:
     /// Adds texture to the table with sampler (null: DefaultSampler()); a
     /// reference by path loads the image file. Returns its index, counted from
     /// 0 since the last ClearTextures. Throws std::runtime_error when the file
-    /// cannot be read or the table is full.
+    /// cannot be read or the table is full (TextureCapacity entries). Any thread.
     uint32_t AddTexture(graphics::TextureRef const& texture, VkSampler sampler = VK_NULL_HANDLE);
     /// Adds each entry in order; returns the index of the first. All files are
     /// read first: when one fails, nothing is added.
@@ -115,6 +117,8 @@ private:
     };
 
     uint32_t AddLocked(graphics::TextureRef const& texture, VkSampler sampler);
+    /// Writes the descriptors of the textures added since the last call.
+    void WriteTextureDescriptors();
     std::shared_ptr<graphics::Texture> Resolve(graphics::TextureRef const& texture);
 
     std::unique_ptr<vk::Sampler> _defaultSampler;
@@ -125,6 +129,7 @@ private:
     uint32_t _capacity = MaxTextures;
     mutable std::mutex _texturesMutex;
     std::vector<TableEntry> _textures;
+    std::vector<uint32_t> _unwritten; // entries whose descriptors are not written yet; guarded by _texturesMutex
     std::array<float, 120> _frameMs{};
     size_t _frameMsNext = 0;
     double _lastFrameTime = 0.0;

@@ -149,6 +149,28 @@ TEST_F(GameRendererTest, OtherThreadsTrashWhileFramesCollect) {
     EXPECT_EQ(Tracked::alive, 0);
 }
 
+// Textures come from another thread while frames run; their descriptors are
+// written at a frame's descriptor stage, never under a recorded frame (the
+// validation layers would say so), and a full table refuses clearly.
+TEST_F(GameRendererTest, OtherThreadsAddTexturesWhileFramesRunAndAFullTableRefuses) {
+    GameRenderer& r = Make();
+    r.StartRendering();
+    std::atomic<bool> done{false};
+    std::thread loader([&] {
+        for (int i = 0; i < 8; ++i) r.AddTexture(nerox::graphics::TextureRef(GameRenderer::FontAtlasPath));
+        done = true;
+    });
+    while (!done.load()) r.Frame();
+    loader.join();
+    r.Frame();
+    EXPECT_EQ(r.TextureCount(), 9u);
+    auto const texture = r.GetTexture(0);
+    while (r.TextureCount() < r.TextureCapacity()) r.AddTexture(nerox::graphics::TextureRef(texture));
+    EXPECT_THROW(r.AddTexture(nerox::graphics::TextureRef(texture)), std::runtime_error);
+    r.Frame();
+    r.StopRendering();
+}
+
 TEST_F(GameRendererTest, PushedTexturesArePushedOnceAndATextureOnlyTheListHoldsIsTrashedNotPushed) {
     GameRenderer& r = Make();
     r.StartRendering();
