@@ -28,7 +28,7 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
     info.sharingMode = VK_SHARING_MODE_EXCLUSIVE;
     NEROX_VK_CHECK(vkCreateBuffer(device, &info, nullptr, &_buffer));
     nerox::OnFailure undo([&] {
-        if (_memory != VK_NULL_HANDLE) vkFreeMemory(device, _memory, nullptr);
+        device.Allocator().Free(_memory);
         vkDestroyBuffer(device, _buffer, nullptr);
     });
     VkMemoryRequirements requirements;
@@ -49,14 +49,9 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
     uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, required, preferred);
     _hostVisible = (device.MemoryTypeFlags(type) & VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT) != 0;
 
-    // An allocation of its own starts at offset 0, which meets any alignment.
-    VkMemoryAllocateFlagsInfo flags{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_FLAGS_INFO};
-    flags.flags = VK_MEMORY_ALLOCATE_DEVICE_ADDRESS_BIT;
-    VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO, &flags};
-    allocate.allocationSize = requirements.size;
-    allocate.memoryTypeIndex = type;
-    NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
-    NEROX_VK_CHECK(vkBindBufferMemory(device, _buffer, _memory, 0));
+    // The piece's offset meets the alignment; the block's start meets any.
+    _memory = device.Allocator().Allocate(requirements, type, true, alignment);
+    NEROX_VK_CHECK(vkBindBufferMemory(device, _buffer, _memory.memory, _memory.offset));
 
     VkBufferDeviceAddressInfo address{VK_STRUCTURE_TYPE_BUFFER_DEVICE_ADDRESS_INFO};
     address.buffer = _buffer;
@@ -68,26 +63,24 @@ Buffer::Buffer(Device& device, VkDeviceSize size, VkBufferUsageFlags usage, Memo
 
 Buffer::Buffer(Buffer&& other) noexcept
     : _device(other._device), _buffer(std::exchange(other._buffer, VK_NULL_HANDLE)),
-      _memory(std::exchange(other._memory, VK_NULL_HANDLE)), _size(other._size),
+      _memory(std::exchange(other._memory, MemoryPiece())), _size(other._size),
       _address(std::exchange(other._address, 0)), _mapped(std::exchange(other._mapped, nullptr)),
       _hostVisible(other._hostVisible), _name(std::move(other._name)) { }
 
 Buffer::~Buffer() {
     if (_buffer == VK_NULL_HANDLE) return;
-    if (_mapped != nullptr) vkUnmapMemory(*_device, _memory);
     vkDestroyBuffer(*_device, _buffer, nullptr);
-    vkFreeMemory(*_device, _memory, nullptr);
+    _device->Allocator().Free(_memory);
 }
 
 void* Buffer::Map() {
     if (!_hostVisible) throw std::runtime_error("Buffer \"" + _name + "\" is not host-visible and cannot be mapped");
-    if (_mapped == nullptr) NEROX_VK_CHECK(vkMapMemory(*_device, _memory, 0, VK_WHOLE_SIZE, 0, &_mapped));
+    // Host-visible blocks stay mapped; the buffer's bytes start at its piece.
+    _mapped = _memory.mapped;
     return _mapped;
 }
 
 void Buffer::Unmap() {
-    if (_mapped == nullptr) return;
-    vkUnmapMemory(*_device, _memory);
     _mapped = nullptr;
 }
 

@@ -3,6 +3,7 @@
 // sub-allocation): simple, always correct, and enough for the counts a frame
 // uses. Every buffer can be reached by its device address.
 #include "nerox/Assert.hpp"
+#include "nerox/vk/MemoryAllocator.hpp"
 #include "nerox/vk/Device.hpp"
 
 #include <vulkan/vulkan.h>
@@ -37,7 +38,7 @@ enum AllocationFlagBits : uint32_t {
     AllocationHostAccessRandom = 0x800,          ///< The host reads and writes in any order.
 };
 
-/// A buffer with its own memory and its device address.
+/// A buffer, in a piece of the device's memory blocks, and its device address.
 class Buffer {
 public:
     /// A buffer of size bytes (size > 0). usage gets device-address use added.
@@ -70,7 +71,7 @@ public:
 protected:
     Device* _device;
     VkBuffer _buffer = VK_NULL_HANDLE;
-    VkDeviceMemory _memory = VK_NULL_HANDLE;
+    MemoryPiece _memory; // a piece of a block of the device's allocator
     VkDeviceSize _size = 0;
     VkDeviceAddress _address = 0;
     void* _mapped = nullptr;

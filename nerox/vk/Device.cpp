@@ -1,4 +1,5 @@
 #include "nerox/vk/Device.hpp"
+#include "nerox/vk/MemoryAllocator.hpp"
 
 #include "nerox/vk/Check.hpp"
 #include "nerox/ScopeGuard.hpp"
@@ -240,6 +241,7 @@ void Device::KeepDriversLoaded() {
 void Device::Destroy() {
     if (_device != VK_NULL_HANDLE) {
         vkDeviceWaitIdle(_device);
+        _allocator.reset();
         vkDestroyDevice(_device, nullptr);
         _device = VK_NULL_HANDLE;
     }
@@ -507,6 +509,7 @@ void Device::CreateLogicalDevice(DeviceOptions const& options) {
     NEROX_VK_CHECK(vkCreateDevice(_physical, &info, nullptr, &_device));
     vkGetDeviceQueue(_device, _graphicsFamily, 0, &_graphicsQueue);
     _rayTracing = rayTracing;
+    _allocator = std::make_unique<MemoryAllocator>(*this);
 }
 
 bool Device::HasExtension(char const* extension) const {

@@ -14,6 +14,8 @@
 
 namespace nerox::vk {
 
+class MemoryAllocator;
+
 /// Names of physical-device capabilities.
 struct PhysicalDevice {
     /// Features to ask of a device: the core block and the chained blocks the
@@ -95,6 +97,8 @@ public:
                             VkMemoryPropertyFlags preferred = 0) const;
     /// Property flags of memory type index.
     VkMemoryPropertyFlags MemoryTypeFlags(uint32_t index) const;
+    /// Where buffers and images take their memory from.
+    MemoryAllocator& Allocator() { return *_allocator; }
     /// Gives object a name that validation messages and debuggers show; no-op without debug utils.
     void SetName(VkObjectType type, uint64_t object, std::string const& name) const;
 
@@ -132,6 +136,7 @@ private:
     bool _debugUtils = false;
     PFN_vkSetDebugUtilsObjectNameEXT _setObjectName = nullptr;
     std::mutex _queueMutex;
+    std::unique_ptr<MemoryAllocator> _allocator; // made with the logical device, freed before it
 
     inline static std::atomic<uint64_t> _validationErrors{0};
 };

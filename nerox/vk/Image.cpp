@@ -26,16 +26,14 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
     info.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
     NEROX_VK_CHECK(vkCreateImage(device, &info, nullptr, &_image));
     nerox::OnFailure undo([&] {
-        if (_memory != VK_NULL_HANDLE) vkFreeMemory(device, _memory, nullptr);
+        device.Allocator().Free(_memory);
         vkDestroyImage(device, _image, nullptr);
     });
     VkMemoryRequirements requirements;
     vkGetImageMemoryRequirements(device, _image, &requirements);
-    VkMemoryAllocateInfo allocate{VK_STRUCTURE_TYPE_MEMORY_ALLOCATE_INFO};
-    allocate.allocationSize = requirements.size;
-    allocate.memoryTypeIndex = device.FindMemoryType(requirements.memoryTypeBits, 0, options.memory);
-    NEROX_VK_CHECK(vkAllocateMemory(device, &allocate, nullptr, &_memory));
-    NEROX_VK_CHECK(vkBindImageMemory(device, _image, _memory, 0));
+    uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, 0, options.memory);
+    _memory = device.Allocator().Allocate(requirements, type, false);
+    NEROX_VK_CHECK(vkBindImageMemory(device, _image, _memory.memory, _memory.offset));
 
     // Only a usage that reads or writes through a view may have one.
     VkImageUsageFlags const viewed = VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_STORAGE_BIT |
@@ -55,7 +53,7 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
 Image::~Image() {
     if (_view != VK_NULL_HANDLE) vkDestroyImageView(*_device, _view, nullptr);
     vkDestroyImage(*_device, _image, nullptr);
-    vkFreeMemory(*_device, _memory, nullptr);
+    _device->Allocator().Free(_memory);
 }
 
 void Image::Transition(VkCommandBuffer commandBuffer, VkImage image, VkImageLayout from, VkImageLayout to,

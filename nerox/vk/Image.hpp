@@ -1,5 +1,6 @@
 #pragma once
 // 2D images with their view and memory, and samplers.
+#include "nerox/vk/MemoryAllocator.hpp"
 #include "nerox/vk/Device.hpp"
 
 #include <vulkan/vulkan.h>
@@ -47,7 +48,7 @@ public:
 private:
     Device* _device;
     VkImage _image = VK_NULL_HANDLE;
-    VkDeviceMemory _memory = VK_NULL_HANDLE;
+    MemoryPiece _memory; // a piece of a block of the device's allocator
     VkImageView _view = VK_NULL_HANDLE;
     VkFormat _format;
     uint32_t _width, _height, _mipLevels;

@@ -5,12 +5,14 @@
 #include "nerox/vk/CommandBuffer.hpp"
 #include "nerox/vk/Device.hpp"
 #include "nerox/vk/Image.hpp"
+#include "nerox/vk/MemoryAllocator.hpp"
 #include "nerox/vk/Pipeline.hpp"
 #include "nerox/vk/Renderpass.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -119,6 +121,36 @@ TEST_F(VkDevice_, BuffersCopyOnTheDeviceHaveDistinctAlignedAddressesAndMoveTheir
 }
 
 using VkBuffersDeathTest = VkTest;
+
+// Small buffers share blocks, pieces never overlap, freed pieces are reused and
+// an empty block goes; a large buffer and the images have blocks of their own.
+TEST_F(VkDevice_, BuffersAndImagesTakePiecesOfSharedBlocks) {
+    MemoryAllocator& allocator = Dev().Allocator();
+    size_t const blocks = allocator.BlockCount();
+    uint64_t const allocations = allocator.DeviceAllocations();
+    std::vector<std::unique_ptr<MappedBuffer<uint32_t>>> buffers;
+    for (uint32_t i = 0; i < 3000; ++i) {
+        buffers.push_back(
+            std::make_unique<MappedBuffer<uint32_t>>(Dev(), 60, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "piece", 64));
+        std::fill_n(buffers.back()->Data(), 60, i);
+        EXPECT_EQ(buffers.back()->Address() % 64, 0u);
+    }
+    EXPECT_LE(allocator.DeviceAllocations() - allocations, 1u) << "3000 buffers, at most one new block";
+    for (uint32_t i = 0; i < buffers.size(); ++i)
+        ASSERT_EQ(std::count(buffers[i]->Data(), buffers[i]->Data() + 60, i), 60)
+            << "piece " << i << " was overwritten";
+    for (size_t i = 0; i < buffers.size(); i += 2) buffers[i].reset();
+    size_t const held = allocator.BlockCount();
+    for (size_t i = 0; i < buffers.size(); i += 2)
+        buffers[i] =
+            std::make_unique<MappedBuffer<uint32_t>>(Dev(), 60, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "again", 64);
+    EXPECT_EQ(allocator.BlockCount(), held) << "freed pieces are taken again";
+    MappedBuffer<char> const large(Dev(), 32u << 20, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "large");
+    Image const image(Dev(), 64, 64, VK_FORMAT_R8G8B8A8_UNORM, VK_IMAGE_USAGE_SAMPLED_BIT, "image");
+    EXPECT_EQ(allocator.BlockCount(), held + 1) << "the image's block; the large buffer has memory of its own";
+    buffers.clear();
+    EXPECT_LE(allocator.BlockCount(), blocks + 2) << "empty buffer blocks go but one; the image's stays";
+}
 
 TEST_F(VkBuffersDeathTest, IndexAndCountAreChecked) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
