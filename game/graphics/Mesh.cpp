@@ -1,6 +1,7 @@
 #include "game/graphics/Mesh.hpp"
 
 #include <filesystem>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
@@ -8,6 +9,7 @@
 
 #include "game/Game.hpp"
 #include "game/graphics/GameRenderer.hpp"
+#include "game/graphics/RenderableInstance.hpp"
 #include "nerox/Assert.hpp"
 #include "nerox/graphics/TextureRef.hpp"
 
@@ -36,9 +38,16 @@ struct Reading {
     /// shaders read them, and must not read past the buffer.
     uint64_t Address(json const& accessor, json const& view, size_t bufferIndex, uint64_t stride) const {
         Buffer const& buffer = *buffers.at(bufferIndex);
-        uint64_t const offset = view.at("byteOffset").get<uint64_t>() + accessor.value("byteOffset", uint64_t{0});
+        // Interleaved views are not read: each attribute lies tightly packed in its view.
+        uint64_t const viewStride = view.value("byteStride", uint64_t{0});
+        if (viewStride != 0 && viewStride != stride)
+            throw std::runtime_error(path + ": a buffer view with a stride of " + std::to_string(viewStride) +
+                                     " bytes, where " + std::to_string(stride) + " are read");
+        uint64_t const viewOffset = view.at("byteOffset").get<uint64_t>();
+        uint64_t const accessorOffset = accessor.value("byteOffset", uint64_t{0});
+        uint64_t const offset = viewOffset + accessorOffset;
         uint64_t const count = accessor.at("count").get<uint64_t>();
-        if (offset > buffer.Size() || count > (buffer.Size() - offset) / stride)
+        if (offset < viewOffset || offset > buffer.Size() || count > (buffer.Size() - offset) / stride)
             throw std::runtime_error(path + ": an accessor of " + std::to_string(count) + " elements at byte " +
                                      std::to_string(offset) + " reaches past the end of buffer " +
                                      std::to_string(bufferIndex) + " (" + std::to_string(buffer.Size()) + " bytes)");
@@ -52,12 +61,10 @@ void ReadBuffers(Reading& reading) {
         uint64_t const byteLength = entry.at("byteLength").get<uint64_t>();
         std::string const uri = entry.at("uri").get<std::string>();
         if (byteLength == 0) throw std::runtime_error(reading.path + ": buffer '" + uri + "' is empty");
-        auto buffer = std::make_shared<Buffer>(device, byteLength,
-                                               VK_BUFFER_USAGE_STORAGE_BUFFER_BIT |
-                                                   VK_BUFFER_USAGE_ACCELERATION_STRUCTURE_BUILD_INPUT_READ_ONLY_BIT_KHR,
-                                               uri, 1);
-        // A file that cannot be opened, or is short, leaves the buffer as it is.
-        std::ifstream file(reading.folder + "/" + uri, std::ios::binary);
+        auto buffer = std::make_shared<Buffer>(device, byteLength, GeometryBufferUsage(device), uri, 1);
+        // A file that cannot be opened, or is short, leaves the rest of the buffer zero.
+        std::memset(buffer->Data(), 0, byteLength);
+        std::ifstream file(std::filesystem::path(reading.folder) / uri, std::ios::binary);
         if (file) file.read(buffer->Data(), static_cast<std::streamsize>(byteLength));
         reading.buffers.push_back(std::move(buffer));
     }
@@ -83,7 +90,8 @@ void ReadMaterial(Reading const& reading, json const& primitive, MeshGeometry& g
                 json const& texture =
                     reading.root.at("textures").at(pbr.at("baseColorTexture").at("index").get<size_t>());
                 json const& image = reading.root.at("images").at(texture.at("source").get<size_t>());
-                std::string const file = reading.folder + "/" + image.at("uri").get<std::string>();
+                std::string const file =
+                    (std::filesystem::path(reading.folder) / image.at("uri").get<std::string>()).string();
                 geometry.textureIndex = Game::renderer->AddTexture(nerox::graphics::TextureRef(file), VK_NULL_HANDLE);
             }
         }
@@ -135,6 +143,22 @@ std::shared_ptr<MeshGeometry> ReadPrimitive(Reading const& reading, json const& 
         }
         geometry->indicesAddr = reading.Address(indicesAccessor, indicesBufferView, bufferIndex, geometry->indexStride);
         geometry->indexCount = indicesAccessor.at("count").get<uint64_t>();
+        // Shaders fetch vertices by these indices: each must name a vertex.
+        char const* const bytes =
+            geometry->buffer->Data() + (geometry->indicesAddr - static_cast<uint64_t>(*geometry->buffer));
+        for (uint64_t i = 0; i < geometry->indexCount; ++i) {
+            uint32_t index = 0;
+            if (geometry->indexStride == 2) {
+                uint16_t small = 0;
+                std::memcpy(&small, bytes + i * 2, 2);
+                index = small;
+            } else {
+                std::memcpy(&index, bytes + i * 4, 4);
+            }
+            if (index >= geometry->primitiveCount)
+                throw std::runtime_error(reading.path + ": index " + std::to_string(index) + " names no vertex (" +
+                                         std::to_string(geometry->primitiveCount) + " positions)");
+        }
     }
 
     // The optional attributes: in the positions' buffer, each of its own type.
@@ -144,6 +168,11 @@ std::shared_ptr<MeshGeometry> ReadPrimitive(Reading const& reading, json const& 
         json const& bufferView = root.at("bufferViews").at(accessor.at("bufferView").get<size_t>());
         NEROX_ASSERT(bufferView.at("buffer") == bufferIndex);
         uint64_t const stride = check(accessor);
+        // Shaders read one element per vertex.
+        uint64_t const count = accessor.at("count").get<uint64_t>();
+        if (count != geometry->primitiveCount)
+            throw std::runtime_error(reading.path + ": " + name + " has " + std::to_string(count) + " elements for " +
+                                     std::to_string(geometry->primitiveCount) + " positions");
         return reading.Address(accessor, bufferView, bufferIndex, stride);
     };
     geometry->normalAddr = attribute("NORMAL", [](json const& accessor) -> uint64_t {

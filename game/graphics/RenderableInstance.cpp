@@ -90,16 +90,16 @@ bool RenderableInstance::SetMonitorTexture(std::string const& material, unsigned
 // ---------------------------------------------------------------- geometries
 
 AabbGeometry::AabbGeometry(unsigned int count) {
-    buffer = std::make_shared<nerox::vk::MappedBuffer<AabbData>>(RendererDevice(), count, GeometryBufferUsage,
-                                                                 "AabbGeometry AabbData", 8);
+    buffer = std::make_shared<nerox::vk::MappedBuffer<AabbData>>(
+        RendererDevice(), count, GeometryBufferUsage(RendererDevice()), "AabbGeometry AabbData", 8);
     std::memset(static_cast<void*>(buffer->Data()), 0, count * sizeof(AabbData));
 }
 
 AabbGeometry::AabbGeometry(AabbData* data, unsigned long count) {
     unsigned long const voxelCount = count;
     NEROX_ASSERT(voxelCount > 0);
-    buffer = std::make_shared<nerox::vk::MappedBuffer<AabbData>>(RendererDevice(), count, GeometryBufferUsage,
-                                                                 "AabbGeometry AabbData", 8);
+    buffer = std::make_shared<nerox::vk::MappedBuffer<AabbData>>(
+        RendererDevice(), count, GeometryBufferUsage(RendererDevice()), "AabbGeometry AabbData", 8);
     std::memcpy(static_cast<void*>(buffer->Data()), data, count * sizeof(AabbData));
 }
 
@@ -107,14 +107,14 @@ TriangleGeometry::TriangleGeometry(unsigned int vertices, unsigned int indices) 
     indexMode = indices == 0 ? 1 : vertices >= 1 && vertices <= 65536 ? 2 : 3;
     nerox::vk::Device& device = RendererDevice();
     if (vertices > 0)
-        vertexBuffer = std::make_shared<nerox::vk::MappedBuffer<Vertex>>(device, vertices, GeometryBufferUsage,
+        vertexBuffer = std::make_shared<nerox::vk::MappedBuffer<Vertex>>(device, vertices, GeometryBufferUsage(device),
                                                                          "TriangleGeometry vertices", 4);
     if (indexMode == 2)
-        indexBuffer16 = std::make_shared<nerox::vk::MappedBuffer<uint16_t>>(device, indices, GeometryBufferUsage,
-                                                                            "TriangleGeometry indices16", 4);
+        indexBuffer16 = std::make_shared<nerox::vk::MappedBuffer<uint16_t>>(
+            device, indices, GeometryBufferUsage(device), "TriangleGeometry indices16", 4);
     if (indexMode == 3)
-        indexBuffer32 = std::make_shared<nerox::vk::MappedBuffer<uint32_t>>(device, indices, GeometryBufferUsage,
-                                                                            "TriangleGeometry indices32", 4);
+        indexBuffer32 = std::make_shared<nerox::vk::MappedBuffer<uint32_t>>(
+            device, indices, GeometryBufferUsage(device), "TriangleGeometry indices32", 4);
 }
 
 uint64_t TriangleGeometry::GetIndexCount() const {

@@ -40,9 +40,12 @@ struct AabbData {
 };
 static_assert(sizeof(AabbData) == 32 && offsetof(AabbData, maximum) == 12 && offsetof(AabbData, data) == 24);
 
-/// Buffer usage of every geometry buffer: read by shaders and by acceleration structure builds.
-inline constexpr VkBufferUsageFlags GeometryBufferUsage =
-    VK_BUFFER_USAGE_STORAGE_BUFFER_BIT | VK_BUFFER_USAGE_ACCELERATION_STRUCTURE_BUILD_INPUT_READ_ONLY_BIT_KHR;
+/// Buffer usage of every geometry buffer: read by shaders, and by acceleration
+/// structure builds where the device has ray tracing.
+inline VkBufferUsageFlags GeometryBufferUsage(nerox::vk::Device const& device) {
+    return VK_BUFFER_USAGE_STORAGE_BUFFER_BIT |
+        (device.HasRayTracing() ? VK_BUFFER_USAGE_ACCELERATION_STRUCTURE_BUILD_INPUT_READ_ONLY_BIT_KHR : 0);
+}
 
 /// One object of the scene: geometries with a transform, a material record per
 /// geometry, and what the ray tracer needs to find them. Lives in the table

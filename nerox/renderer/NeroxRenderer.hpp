@@ -70,7 +70,8 @@ public:
     /// Adds texture to the table with sampler (null: DefaultSampler()); a
     /// reference by path loads the image file. Returns its index, counted from
     /// 0 since the last ClearTextures. Throws std::runtime_error when the file
-    /// cannot be read or the table is full (TextureCapacity entries). Any thread.
+    /// cannot be read or the table is full (TextureCapacity entries). Any thread;
+    /// shaders see the entry from the next frame on.
     uint32_t AddTexture(graphics::TextureRef const& texture, VkSampler sampler = VK_NULL_HANDLE);
     /// Adds each entry in order; returns the index of the first. All files are
     /// read first: when one fails, nothing is added.

@@ -1,6 +1,7 @@
 #include "nerox/vk/Device.hpp"
 #include "nerox/vk/MemoryAllocator.hpp"
 
+#include "nerox/Assert.hpp"
 #include "nerox/vk/Check.hpp"
 #include "nerox/ScopeGuard.hpp"
 
@@ -236,6 +237,11 @@ void Device::KeepDriversLoaded() {
         PinLibrariesSince(before);
         vkDestroyInstance(instance, nullptr);
     });
+}
+
+MemoryAllocator& Device::Allocator() {
+    NEROX_ASSERT(_allocator); // buffers and images must go before their device
+    return *_allocator;
 }
 
 void Device::Destroy() {

@@ -98,7 +98,7 @@ public:
     /// Property flags of memory type index.
     VkMemoryPropertyFlags MemoryTypeFlags(uint32_t index) const;
     /// Where buffers and images take their memory from.
-    MemoryAllocator& Allocator() { return *_allocator; }
+    MemoryAllocator& Allocator();
     /// Gives object a name that validation messages and debuggers show; no-op without debug utils.
     void SetName(VkObjectType type, uint64_t object, std::string const& name) const;
 

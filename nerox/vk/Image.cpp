@@ -32,7 +32,8 @@ Image::Image(Device& device, uint32_t width, uint32_t height, VkFormat format, V
     VkMemoryRequirements requirements;
     vkGetImageMemoryRequirements(device, _image, &requirements);
     uint32_t const type = device.FindMemoryType(requirements.memoryTypeBits, 0, options.memory);
-    _memory = device.Allocator().Allocate(requirements, type, false);
+    // Linear images go with the buffers, optimal ones apart.
+    _memory = device.Allocator().Allocate(requirements, type, options.tiling == VK_IMAGE_TILING_LINEAR);
     NEROX_VK_CHECK(vkBindImageMemory(device, _image, _memory.memory, _memory.offset));
 
     // Only a usage that reads or writes through a view may have one.

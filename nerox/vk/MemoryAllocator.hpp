@@ -5,6 +5,7 @@
 #include <vulkan/vulkan.h>
 
 #include <cstddef>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -53,7 +54,7 @@ public:
     /// Blocks held now, of all lists.
     size_t BlockCount() const;
     /// Allocations of the device made for blocks and single pieces so far.
-    uint64_t DeviceAllocations() const { return _deviceAllocations; }
+    uint64_t DeviceAllocations() const { return _deviceAllocations.load(); }
 
 private:
     struct Block {
@@ -73,7 +74,7 @@ private:
     Device& _device;
     mutable std::mutex _mutex;       // guards _lists and _deviceAllocations
     std::map<uint32_t, List> _lists; // by type * 2 + (forBuffer ? 1 : 0)
-    uint64_t _deviceAllocations = 0;
+    std::atomic<uint64_t> _deviceAllocations{0};
 };
 
 } // namespace nerox::vk

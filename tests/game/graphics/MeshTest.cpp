@@ -15,6 +15,8 @@ using json = nlohmann::json;
 
 class MeshTest : public GameRendererTest {
 protected:
+    /// The binary buffer: ones everywhere but the indices 0, 1, 2 (16-bit, at byte 36).
+    std::string bin = std::string(36, '\1') + std::string("\0\0\1\0\2\0", 6) + std::string(78, '\1');
     void SetUp() override {
         GameRendererTest::SetUp();
         Make();
@@ -37,7 +39,7 @@ protected:
         }
         root["meshes"] = {{{"primitives", primitives}}};
         root["nodes"] = {{{"name", node}, {"mesh", 0}}, {{"name", "camera"}}};
-        testsupport::WriteText(scratch.File("mesh.bin"), std::string(120, '\1'));
+        testsupport::WriteText(scratch.File("mesh.bin"), bin);
         testsupport::WriteText(scratch.File("mesh.gltf"), root.dump());
         return scratch.File("mesh.gltf");
     }
@@ -97,6 +99,17 @@ TEST_F(MeshTest, BadFilesThrowNamingTheFileAndSubsetViolationsAbort) {
     EXPECT_NO_THROW(Mesh{path});
     testsupport::WriteText(path, text.replace(text.find("\"count\":9"), 9, "\"count\":11")); // past the 120 bytes
     EXPECT_THROW(Mesh{path}, std::runtime_error);
+    // Shaders read an attribute per vertex and a vertex per index: both must exist.
+    attributes["NORMAL"] = 2,
+    text = testsupport::ReadText(
+        Write(json::array({{{"attributes", attributes}, {"material", 0}}}), json::array({Painted})));
+    testsupport::WriteText(path, text.replace(text.find("\"count\":3"), 9, "\"count\":2"));
+    EXPECT_THROW(Mesh{path}, std::runtime_error) << "more normals than positions";
+    attributes.erase("NORMAL"), bin[38] = 3;
+    EXPECT_THROW(Mesh{Write(json::array({{{"attributes", attributes}, {"indices", 1}, {"material", 0}}}),
+                            json::array({Painted}))},
+                 std::runtime_error)
+        << "index 3 of 3 positions";
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(Mesh{Write(json::array({{{"attributes", attributes}}}), json::array({Painted}))},
                  "!\"Material not found\"");
