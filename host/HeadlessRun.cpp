@@ -160,18 +160,23 @@ void ListSetAside(std::vector<std::string> const& files) {
     for (std::string const& file : files) std::printf("  %s\n", file.c_str());
 }
 
-// Lets every server module write its part of the world (Server_Serialize), then
-// saves the entities placed in the world and releases all of them. A failing
-// module does not keep the entities from being saved.
-void SaveWorld() {
-    std::exception_ptr moduleFailure;
+// Lets every server module write its part of the world (Server_Serialize);
+// returns the failure of one, after which the others are skipped.
+std::exception_ptr SerializeModules() {
     try {
         SERVER_Mod::ForEachModule([](SERVER_Mod::Ptr& mod) {
             if (mod->Server_Serialize) mod->Server_Serialize();
         });
     } catch (...) {
-        moduleFailure = std::current_exception();
+        return std::current_exception();
     }
+    return nullptr;
+}
+
+// The modules' part of the world, then the entities placed in it, which are
+// released. A failing module does not keep the entities from being saved.
+void SaveWorld() {
+    std::exception_ptr const moduleFailure = SerializeModules();
     size_t placed = 0;
     try {
         placed = ServerSideEntity::UnloadAllEntities();
@@ -183,20 +188,19 @@ void SaveWorld() {
     if (moduleFailure) std::rethrow_exception(moduleFailure);
 }
 
-// Saves the world and keeps it running: every server module's
-// Server_Serialize, then the entities placed in the world. A failure is
+// Saves the world as SaveWorld does but keeps it running. A failure is
 // reported and the run goes on; the next save tries again.
 void SaveWorldNow() {
+    std::string const& world = Game::_current_world;
+    if (std::exception_ptr const moduleFailure = SerializeModules())
+        std::cerr << "tessara: a module's part of the periodic save of world '" << world
+                  << "' failed: " << Describe(moduleFailure) << std::endl;
     try {
-        SERVER_Mod::ForEachModule([](SERVER_Mod::Ptr& mod) {
-            if (mod->Server_Serialize) mod->Server_Serialize();
-        });
         size_t const saved = ServerSideEntity::SaveAllEntities();
-        std::printf("World '%s': saved %zu entities (periodic save)\n", Game::_current_world.c_str(), saved);
+        std::printf("World '%s': saved %zu entities (periodic save)\n", world.c_str(), saved);
         std::fflush(stdout);
     } catch (std::exception const& failure) {
-        std::cerr << "tessara: the periodic save of world '" << Game::_current_world << "' failed: " << failure.what()
-                  << std::endl;
+        std::cerr << "tessara: the periodic save of world '" << world << "' failed: " << failure.what() << std::endl;
     }
 }
 
