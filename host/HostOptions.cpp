@@ -264,7 +264,7 @@ std::string UsageText() {
         "Host configuration file (INI; comments are lines of their own that start with ';'):\n"
         "  [modules]\n"
         "  ; GAME_Mod, SERVER_Mod and TESSARA_Mod modules, separated by blanks or commas\n"
-        "  game = TESSARA_sample\n"
+        "  game = TESSARA_view TESSARA_planet TESSARA_sample\n"
         "  server = TESSARA_sample\n"
         "  content = TESSARA_sample\n"
         "  [server]\n"

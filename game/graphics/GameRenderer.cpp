@@ -46,6 +46,7 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     features.vulkan12.shaderSampledImageArrayNonUniformIndexing = VK_TRUE;
     features.vulkan12.descriptorBindingPartiallyBound = VK_TRUE;
     features.vulkan12.scalarBlockLayout = VK_TRUE;
+    features.storage16Bit.storageBuffer16BitAccess = VK_TRUE; // 16-bit indices read by address
     features.vulkan13.dynamicRendering = VK_TRUE;
     features.vulkan13.synchronization2 = VK_TRUE;
     features.rayTracingPipeline.rayTracingPipeline = VK_TRUE;

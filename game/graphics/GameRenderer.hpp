@@ -142,6 +142,14 @@ public:
     glm::dmat4 projectionMatrixHistory{1.0}; ///< projectionMatrix of the previous frame.
     glm::dvec3 cameraPosition{0.0};          ///< Camera position, world coordinates.
 
+    // Sun and sky of the world the camera is in, for the world view: linear RGB
+    // radiance. The planet's client module writes them; these are a clear noon.
+    glm::dvec3 sunDirection{0.35, 0.85, 0.4};    ///< World direction towards the sun; zero for no sun.
+    glm::vec3 sunColor{1.3f, 1.25f, 1.15f};      ///< Light of the sun on a face turned to it.
+    glm::vec3 skyColor{0.30f, 0.50f, 0.90f};     ///< The sky overhead.
+    glm::vec3 horizonColor{0.70f, 0.80f, 0.90f}; ///< The sky at the horizon.
+    glm::vec3 groundColor{0.35f, 0.32f, 0.28f};  ///< Below the horizon, and light bounced from the ground.
+
     glm::dvec4 worldOrigin{0.0, 0.0, 0.0, 1.0}; ///< Origin of the floating frame, world coordinates, w 1.
     glm::dmat4 originTransform{1.0};            ///< World to floating frame.
     glm::dmat4 originInverseTransform{1.0};     ///< Floating frame to world; recomputed when the origin moves.

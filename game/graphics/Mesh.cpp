@@ -233,8 +233,9 @@ Mesh::Mesh(std::string const& path) {
     Load(path);
 }
 
-void Mesh::Load(std::string const& path) {
+void Mesh::Load(std::string const& file) {
     NEROX_ASSERT(Game::renderer);
+    path = file;
     try {
         std::ifstream file(path, std::ios::binary);
         if (!file) throw std::runtime_error("Mesh: cannot open '" + path + "'");
@@ -253,6 +254,18 @@ void Mesh::Load(std::string const& path) {
     } catch (json::exception const& error) {
         RethrowNamingFile(error, path);
     }
+}
+
+std::shared_ptr<RenderableInstance> Mesh::MakeInstance(std::string const& node) const {
+    auto const found = find(node);
+    if (found == end()) throw std::runtime_error(path + " has no mesh node '" + node + "'");
+    std::vector<std::shared_ptr<GeometryInterface>> geometries(found->second.begin(), found->second.end());
+    std::vector<std::string> materials;
+    materials.reserve(found->second.size());
+    for (auto const& geometry : found->second) materials.push_back(geometry->material);
+    auto instance = RenderableInstance::Make<RenderableInstance>();
+    instance->SetGeometries(std::move(geometries), materials);
+    return instance;
 }
 
 } // namespace game::graphics

@@ -10,6 +10,8 @@
 
 namespace game::graphics {
 
+class RenderableInstance;
+
 /// One primitive of a mesh: its attributes at device addresses inside the
 /// buffer that holds the glTF binary it came from, and its material.
 class MeshGeometry : public GeometryInterface {
@@ -55,6 +57,13 @@ public:
     /// file gets new geometries (the old ones go to GameRenderer::Trash, since a
     /// frame in flight may read them); names no longer in the file keep theirs.
     void Load(std::string const& path);
+
+    /// A new renderable instance (entered in the scene table) of the geometries
+    /// of node, with their material names and one material record each. Throws
+    /// std::runtime_error "FILE has no mesh node 'NODE'" when there is no such node.
+    std::shared_ptr<RenderableInstance> MakeInstance(std::string const& node) const;
+
+    std::string path; ///< The file last loaded.
 };
 
 } // namespace game::graphics

@@ -2,6 +2,8 @@
 // Names that the libraries of the sample module share.
 #include <array>
 
+#include <glm/glm.hpp>
+
 namespace sample {
 
 /// The module's name, also the text form of its ModuleID.
@@ -16,5 +18,37 @@ inline constexpr char roverType[] = "rover";
 
 /// The rover's wheel joints, as its description file names them.
 inline constexpr std::array<char const*, 4> roverWheels = {"wheel_fl", "wheel_fr", "wheel_rl", "wheel_rr"};
+
+/// Where a new world gets an entity: dropped at position (metres, game axes: y up),
+/// turned by yawDegrees about the vertical axis; restY is the height at which it
+/// comes to rest on the sample planet.
+struct Placement {
+    char const* itemType;
+    glm::dvec3 position;
+    double yawDegrees;
+    double restY;
+};
+
+/// The sample set of a new world: the crates drop 2 m onto the ground, one falls
+/// on the other two, one drops into the ocean basin (x 40 to 80) and floats; the
+/// rover stands on its wheels.
+inline constexpr std::array<Placement, 5> newWorld = {{
+    {crateType, {3.0, 2.0, -1.0}, 0.0, 0.0},
+    {crateType, {3.0, 2.0, 0.5}, 15.0, 0.0},
+    {crateType, {3.0, 4.0, -0.25}, 40.0, 0.8}, // onto the other two
+    {crateType, {60.0, 2.0, 0.0}, 25.0, -0.4}, // into the water
+    {roverType, {0.0, 0.1, 0.0}, 30.0, 0.0},
+}};
+
+/// Folder of the meshes, relative to the run directory.
+inline constexpr char meshFolder[] = "modules/TESSARA_sample/meshes/";
+
+/// The rover's wheel centres in its own frame (game axes), in roverWheels' order.
+inline constexpr std::array<glm::dvec3, 4> roverWheelCentres = {
+    {{0.75, 0.35, -0.8}, {0.75, 0.35, 0.8}, {-0.75, 0.35, -0.8}, {-0.75, 0.35, 0.8}}};
+
+/// The client's camera until players come: where it stands and what it looks at.
+inline constexpr glm::dvec3 cameraPosition{-4.0, 2.5, 5.0};
+inline constexpr glm::dvec3 cameraTarget{2.0, 0.4, -0.3};
 
 } // namespace sample

@@ -84,15 +84,9 @@ void Server_Load(char const* worldName) {
         std::printf("[sample] new world '%s', but the content module %s is not loaded: nothing created\n", worldName,
                     sample::moduleName);
     } else {
-        // On the sample planet the crates drop 2 m onto the ground, one falls on
-        // the other two, one drops into the ocean basin (x 40 to 80) and floats;
-        // the rover stands on its wheels.
         game::entity::EnvironmentId const environment = ChooseEnvironment();
-        Place(sample::crateType, {3.0, 2.0, -1.0}, 0.0, environment);
-        Place(sample::crateType, {3.0, 2.0, 0.5}, 15.0, environment);
-        Place(sample::crateType, {3.0, 4.0, -0.25}, 40.0, environment); // onto the other two
-        Place(sample::crateType, {60.0, 2.0, 0.0}, 25.0, environment);  // into the water
-        Place(sample::roverType, {0.0, 0.1, 0.0}, 30.0, environment);
+        for (sample::Placement const& placement : sample::newWorld)
+            Place(placement.itemType, placement.position, placement.yawDegrees, environment);
         std::printf("[sample] new world: created %zu entities (environment %llu%s)\n", ServerSideEntity::Count(),
                     static_cast<unsigned long long>(environment),
                     environment == 0 ? ": none registered, so nothing moves" : "");

@@ -73,6 +73,9 @@ public:
     VkCommandBuffer CurrentCommandBuffer() const { return _recording ? _frames[_frameSlot].commands : VK_NULL_HANDLE; }
     /// Frames completed since StartRendering.
     uint64_t FrameIndex() const { return _frameIndex; }
+    /// Slot of the frame being recorded, 0 to FramesInFlight - 1: per-frame
+    /// resources indexed by it are free again when the slot comes round.
+    uint32_t CurrentFrameSlot() const { return _frameSlot; }
     /// The render pass Dear ImGui draws in (load, store, on the output).
     VkRenderPass UiRenderPass() const { return _uiPass ? _uiPass->Handle() : VK_NULL_HANDLE; }
 

@@ -82,7 +82,16 @@ GraphicsPipeline::GraphicsPipeline(Device& device, PipelineLayout const& layout,
     nerox::OnFailure undo([&] { DestroyModules(); });
     _vertex = CreateModule(device, shaderPath + ".vert.spv");
     _fragment = CreateModule(device, shaderPath + ".frag.spv");
-    _pipeline = Build(renderpass);
+    _pipeline = Build(renderpass, nullptr);
+}
+
+GraphicsPipeline::GraphicsPipeline(Device& device, PipelineLayout const& layout, RenderingFormats const& formats,
+                                   std::string const& shaderPath, GraphicsPipelineOptions const& options)
+    : _device(&device), _layout(layout.Handle()), _name(shaderPath), _options(options) {
+    nerox::OnFailure undo([&] { DestroyModules(); });
+    _vertex = CreateModule(device, shaderPath + ".vert.spv");
+    _fragment = CreateModule(device, shaderPath + ".frag.spv");
+    _pipeline = Build(VK_NULL_HANDLE, &formats);
 }
 
 GraphicsPipeline::~GraphicsPipeline() {
@@ -97,7 +106,13 @@ void GraphicsPipeline::DestroyModules() {
 }
 
 void GraphicsPipeline::RefreshViewport(Renderpass const& renderpass) {
-    VkPipeline const rebuilt = Build(renderpass);
+    VkPipeline const rebuilt = Build(renderpass, nullptr);
+    vkDestroyPipeline(*_device, _pipeline, nullptr);
+    _pipeline = rebuilt;
+}
+
+void GraphicsPipeline::RefreshViewport(RenderingFormats const& formats) {
+    VkPipeline const rebuilt = Build(VK_NULL_HANDLE, &formats);
     vkDestroyPipeline(*_device, _pipeline, nullptr);
     _pipeline = rebuilt;
 }
@@ -106,7 +121,7 @@ void GraphicsPipeline::Bind(VkCommandBuffer commandBuffer) const {
     vkCmdBindPipeline(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, _pipeline);
 }
 
-VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const {
+VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats const* formats) const {
     VkPipelineShaderStageCreateInfo stages[2]{};
     stages[0].sType = stages[1].sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO;
     stages[0].stage = VK_SHADER_STAGE_VERTEX_BIT;
@@ -178,6 +193,13 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass) const {
     info.layout = _layout;
     info.renderPass = renderpass;
     info.subpass = 0;
+    VkPipelineRenderingCreateInfo rendering{VK_STRUCTURE_TYPE_PIPELINE_RENDERING_CREATE_INFO};
+    if (formats != nullptr) {
+        rendering.colorAttachmentCount = 1;
+        rendering.pColorAttachmentFormats = &formats->color;
+        rendering.depthAttachmentFormat = formats->depth;
+        info.pNext = &rendering;
+    }
     VkPipeline pipeline = VK_NULL_HANDLE;
     NEROX_VK_CHECK(vkCreateGraphicsPipelines(*_device, VK_NULL_HANDLE, 1, &info, nullptr, &pipeline));
     _device->SetName(VK_OBJECT_TYPE_PIPELINE, reinterpret_cast<uint64_t>(pipeline), _name);

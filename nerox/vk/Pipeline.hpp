@@ -51,8 +51,15 @@ struct GraphicsPipelineOptions {
     VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS; ///< Comparison of the depth test.
 };
 
+/// Attachment formats of a pipeline that draws with dynamic rendering
+/// (vkCmdBeginRendering) instead of a Renderpass.
+struct RenderingFormats {
+    VkFormat color = VK_FORMAT_UNDEFINED; ///< The one colour attachment.
+    VkFormat depth = VK_FORMAT_UNDEFINED; ///< The depth attachment; UNDEFINED for none.
+};
+
 /// A graphics pipeline of a vertex and a fragment shader for subpass 0 of a
-/// Renderpass. The shaders are read once, from shaderPath + ".vert.spv" and
+/// Renderpass, or for dynamic rendering into attachments of given formats. The shaders are read once, from shaderPath + ".vert.spv" and
 /// shaderPath + ".frag.spv" (relative to the working directory unless
 /// absolute), with entry points "main"; their modules are kept for rebuilds.
 class GraphicsPipeline {
@@ -62,6 +69,9 @@ public:
     /// is missing or not SPIR-V, and std::runtime_error when Vulkan refuses.
     GraphicsPipeline(Device& device, PipelineLayout const& layout, Renderpass const& renderpass,
                      std::string const& shaderPath, GraphicsPipelineOptions const& options = {});
+    /// The same for dynamic rendering (needs the device's dynamicRendering).
+    GraphicsPipeline(Device& device, PipelineLayout const& layout, RenderingFormats const& formats,
+                     std::string const& shaderPath, GraphicsPipelineOptions const& options = {});
     ~GraphicsPipeline();
     GraphicsPipeline(GraphicsPipeline const&) = delete;
     GraphicsPipeline& operator=(GraphicsPipeline const&) = delete;
@@ -70,6 +80,8 @@ public:
     /// old pipeline is destroyed: no submitted work may still use it. On
     /// failure it throws and the old pipeline stays.
     void RefreshViewport(Renderpass const& renderpass);
+    /// The same for dynamic rendering into attachments of formats.
+    void RefreshViewport(RenderingFormats const& formats);
 
     VkPipeline Handle() const { return _pipeline; }   ///< The Vulkan pipeline.
     operator VkPipeline() const { return _pipeline; } ///< The Vulkan pipeline.
@@ -77,7 +89,7 @@ public:
     void Bind(VkCommandBuffer commandBuffer) const;
 
 private:
-    VkPipeline Build(VkRenderPass renderpass) const;
+    VkPipeline Build(VkRenderPass renderpass, RenderingFormats const* formats) const;
     void DestroyModules();
 
     Device* _device;

@@ -1,0 +1,331 @@
+#include "WorldView.hpp"
+
+#include "game/graphics/GameRenderer.hpp"
+#include "game/graphics/LightSourceInstance.hpp"
+#include "game/graphics/RenderableInstance.hpp"
+#include "nerox/vk/Buffer.hpp"
+#include "nerox/vk/Image.hpp"
+#include "nerox/vk/Pipeline.hpp"
+
+#include <glm/gtc/matrix_inverse.hpp>
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+#include <stdexcept>
+
+namespace view {
+
+using game::graphics::GameRenderer;
+using game::graphics::GeometryInterface;
+using game::graphics::LightSourceInstance;
+using game::graphics::RenderableData;
+using game::graphics::RenderableInstance;
+
+namespace {
+
+constexpr VkFormat DepthFormat = VK_FORMAT_D32_SFLOAT;
+constexpr VkShaderStageFlags DrawStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER_STAGE_FRAGMENT_BIT;
+constexpr float Pi = 3.14159265f;
+
+// Vertices drawn for a geometry: indices, vertices, or 36 for each box.
+uint32_t VertexCountOf(GeometryInterface const& geometry) {
+    uint64_t count = 0;
+    switch (geometry.indexMode) {
+    case 0: count = geometry.GetPrimitiveCount() * 36; break;
+    case 1: count = geometry.GetPrimitiveCount(); break;
+    case 2:
+    case 3: count = geometry.GetIndicesAddr() != 0 ? geometry.GetIndexCount() : 0; break;
+    default: count = 0; // not a mode this path knows
+    }
+    if (geometry.GetPrimitivesAddr() == 0) count = 0;
+    return count > UINT32_MAX ? 0 : static_cast<uint32_t>(count);
+}
+
+uint32_t FlagsOf(GeometryInterface const& geometry) {
+    uint32_t flags = geometry.indexMode & 3u;
+    if (geometry.indexMode == 0) return flags; // boxes carry no attributes
+    if (geometry.normalAddr != 0) flags |= HasNormals;
+    if (geometry.colorU8Addr != 0)
+        flags |= ColorsU8;
+    else if (geometry.colorF32Addr != 0)
+        flags |= ColorsF32;
+    if (geometry.texCoord0Addr != 0) flags |= HasTexCoords;
+    if (geometry.texCoord0Addr != 0 && geometry.textureIndex != 0) flags |= geometry.textureIndex << TextureShift;
+    return flags;
+}
+
+void Barrier(VkCommandBuffer commandBuffer, VkPipelineStageFlags from, VkAccessFlags fromAccess,
+             VkPipelineStageFlags to, VkAccessFlags toAccess) {
+    VkMemoryBarrier barrier{VK_STRUCTURE_TYPE_MEMORY_BARRIER};
+    barrier.srcAccessMask = fromAccess;
+    barrier.dstAccessMask = toAccess;
+    vkCmdPipelineBarrier(commandBuffer, from, to, 0, 1, &barrier, 0, nullptr, 0, nullptr);
+}
+
+} // namespace
+
+/// One frame's record and lights, written by the CPU while the frame is recorded.
+struct WorldView::FrameBuffer {
+    explicit FrameBuffer(nerox::vk::Device& device)
+        : buffer(device, sizeof(FrameRecord) + sizeof(LightRecord) * MaxLights, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT,
+                 nerox::vk::MemoryUsage::CpuToGpu,
+                 nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite, "World view frame", 16) {
+    }
+    FrameRecord& Record() { return *static_cast<FrameRecord*>(buffer.Map()); }
+    LightRecord* Lights() {
+        return reinterpret_cast<LightRecord*>(static_cast<char*>(buffer.Map()) + sizeof(FrameRecord));
+    }
+    nerox::vk::Buffer buffer;
+};
+
+std::string WorldView::MissingFeatures(GameRenderer const& renderer) {
+    auto const& enabled = renderer.GetDevice().EnabledFeatures();
+    std::string missing;
+    auto need = [&missing](VkBool32 have, char const* name) {
+        if (have) return;
+        missing += missing.empty() ? "" : ", ";
+        missing += name;
+    };
+    need(enabled.core.shaderInt64, "shaderInt64");
+    need(enabled.vulkan12.bufferDeviceAddress, "bufferDeviceAddress");
+    need(enabled.vulkan12.scalarBlockLayout, "scalarBlockLayout");
+    need(enabled.vulkan13.dynamicRendering, "dynamicRendering");
+    need(enabled.storage16Bit.storageBuffer16BitAccess, "storageBuffer16BitAccess");
+    return missing;
+}
+
+bool WorldView::CanSampleTextures(GameRenderer const& renderer) {
+    auto const& enabled = renderer.GetDevice().EnabledFeatures();
+    return enabled.vulkan12.runtimeDescriptorArray && enabled.vulkan12.shaderSampledImageArrayNonUniformIndexing &&
+        enabled.vulkan12.descriptorBindingPartiallyBound;
+}
+
+WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(CanSampleTextures(renderer)) {
+    std::string const missing = MissingFeatures(renderer);
+    if (!missing.empty()) throw std::runtime_error("the device lacks " + missing);
+    nerox::vk::Device& device = renderer.GetDevice();
+    _layout = std::make_unique<nerox::vk::PipelineLayout>(
+        device,
+        _textured ? std::vector<VkDescriptorSetLayout>{renderer.MainDescriptorSetLayout()}
+                  : std::vector<VkDescriptorSetLayout>{},
+        std::vector<VkPushConstantRange>{{DrawStages, 0, sizeof(DrawConstants)}}, "World view");
+    for (uint32_t i = 0; i < nerox::graphics::VulkanRenderer::FramesInFlight; ++i)
+        _frames.push_back(std::make_unique<FrameBuffer>(device));
+    _fallbackMaterial = std::make_unique<nerox::vk::MappedBuffer<RenderableData, 8, 1024>>(
+        device, 1, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "World view default material", 16);
+    (*_fallbackMaterial)[0] = RenderableData{};
+    FollowOutput();
+}
+
+WorldView::~WorldView() {
+    // Frames in flight may still read the buffers and draw with the pipelines.
+    _renderer.GetDevice().WaitIdle();
+}
+
+void WorldView::FollowOutput() {
+    VkFormat const format = _renderer.GetOutputImageFormat();
+    VkExtent2D const extent = _renderer.GetOutputImageExtent();
+    if (format == VK_FORMAT_UNDEFINED || extent.width == 0 || extent.height == 0) return;
+    nerox::vk::Device& device = _renderer.GetDevice();
+    if (format != _colorFormat) {
+        nerox::vk::RenderingFormats const formats{format, DepthFormat};
+        if (_scene) {
+            device.WaitIdle(); // the old pipelines go at once
+            _scene->RefreshViewport(formats);
+            _sky->RefreshViewport(formats);
+        } else {
+            nerox::vk::GraphicsPipelineOptions options;
+            options.alphaBlending = false;
+            options.depthTest = true;
+            options.depthWrite = true;
+            options.depthCompareOp = VK_COMPARE_OP_GREATER; // depth 1 at the near clip, 0 at infinity
+            options.cullMode = VK_CULL_MODE_NONE;           // faces are lit from both sides
+            std::string const scene = _textured ? "scene" : "scene_untextured";
+            _scene = std::make_unique<nerox::vk::GraphicsPipeline>(device, *_layout, formats,
+                                                                   std::string(ShaderFolder) + scene, options);
+            options.depthTest = false;
+            options.depthWrite = false;
+            _sky = std::make_unique<nerox::vk::GraphicsPipeline>(device, *_layout, formats,
+                                                                 std::string(ShaderFolder) + "sky", options);
+        }
+        _colorFormat = format;
+    }
+    if (extent.width != _extent.width || extent.height != _extent.height || !_depth) {
+        // The old image may be in use by a frame in flight.
+        if (_depth) _renderer.Trash(std::move(_depth));
+        nerox::vk::ImageOptions options;
+        options.aspect = VK_IMAGE_ASPECT_DEPTH_BIT;
+        _depth = std::make_shared<nerox::vk::Image>(device, extent.width, extent.height, DepthFormat,
+                                                    VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT, "World view depth",
+                                                    options);
+        _extent = extent;
+    }
+}
+
+void WorldView::FrameInit() {
+    VkExtent2D const extent = _renderer.GetOutputImageExtent();
+    float const aspect =
+        extent.height > 0 ? static_cast<float>(extent.width) / static_cast<float>(extent.height) : 1.0f;
+    float const fov = std::clamp(_renderer.fov, 1.0f, 179.0f);
+    double const f = 1.0 / std::tan(glm::radians(static_cast<double>(fov)) * 0.5);
+    double const nearClip = _renderer.nearClip > 0.0f ? _renderer.nearClip : 0.001;
+    // Camera space looks along -z with y up; clip space has y down. Depth is
+    // nearClip / distance: 1 at the near clip, falling towards 0 far away.
+    glm::dmat4 projection(0.0);
+    projection[0][0] = f / aspect;
+    projection[1][1] = -f;
+    projection[2][3] = -1.0;
+    projection[3][2] = nearClip;
+    _renderer.projectionMatrix = projection;
+}
+
+void WorldView::WriteFrame(FrameBuffer& frame, glm::dmat4 const& view) {
+    FrameRecord& record = frame.Record();
+    record.projection = glm::mat4(_renderer.projectionMatrix);
+    glm::dmat3 const rotation(view);
+    record.cameraToWorld = glm::mat4(glm::mat3(glm::transpose(rotation)));
+    glm::dvec3 const sun = _renderer.sunDirection;
+    double const sunLength = glm::length(sun);
+    record.sunDirection = sunLength > 0.0 ? glm::vec4(glm::vec3(rotation * (sun / sunLength)), 1.0f) : glm::vec4(0.0f);
+    record.sunColor = glm::vec4(_renderer.sunColor, 0.0f);
+    record.skyColor = glm::vec4(_renderer.skyColor, 0.0f);
+    record.horizonColor = glm::vec4(_renderer.horizonColor, 0.0f);
+    record.groundColor = glm::vec4(_renderer.groundColor, 0.0f);
+    record.options = _renderer.renderOptions;
+
+    LightRecord* lights = frame.Lights();
+    uint32_t count = 0;
+    uint32_t dropped = 0;
+    {
+        std::shared_lock lock(LightSourceInstance::_sharedObjectsMutex);
+        for (auto const& slot : LightSourceInstance::_sharedObjects) {
+            std::shared_ptr<LightSourceInstance> const light = slot.lock();
+            if (!light || !light->active || !light->data || light->data->Count() == 0) continue;
+            if (count == MaxLights) {
+                ++dropped;
+                continue;
+            }
+            auto const& data = (*light->data)[0];
+            glm::dmat4 const toCamera = view * light->transform;
+            LightRecord& out = lights[count++];
+            out.position = glm::vec3(toCamera * glm::dvec4(glm::dvec3(light->position), 1.0));
+            out.range = data.range;
+            out.color = data.color;
+            out.power = data.power;
+            glm::dvec3 const axis = glm::dmat3(toCamera) * glm::dvec3(light->direction);
+            double const axisLength = glm::length(axis);
+            out.direction = axisLength > 0.0 ? glm::vec3(axis / axisLength) : glm::vec3(0.0f, 0.0f, -1.0f);
+            out.spread = light->spread;
+            out.radius = light->radius;
+            out.cosCone = light->spread > 0.0f ? std::clamp(1.0f - light->spread / Pi, -1.0f, 1.0f) : -1.0f;
+        }
+    }
+    record.lightCount = count;
+    _stats.lights = count;
+    _stats.droppedLights = dropped;
+}
+
+void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view, uint64_t frameAddress) {
+    DrawConstants constants;
+    constants.frame = frameAddress;
+    uint64_t const fallbackMaterial = static_cast<uint64_t>(*_fallbackMaterial);
+    std::shared_lock lock(RenderableInstance::_sharedObjectsMutex);
+    for (auto const& slot : RenderableInstance::_sharedObjects) {
+        std::shared_ptr<RenderableInstance> const instance = slot.lock();
+        if (!instance || !instance->enabled || !instance->visible || instance->geometries.empty()) continue;
+        constants.modelView = glm::mat4(view * instance->transform);
+        size_t const records = instance->renderableData ? instance->renderableData->Count() : 0;
+        bool drawn = false;
+        for (size_t i = 0; i < instance->geometries.size(); ++i) {
+            GeometryInterface const* geometry = instance->geometries[i].get();
+            if (geometry == nullptr) continue;
+            uint32_t const vertices = VertexCountOf(*geometry);
+            if (vertices == 0) continue;
+            constants.positions = geometry->GetPrimitivesAddr();
+            constants.indices = geometry->indexMode >= 2 ? geometry->GetIndicesAddr() : 0;
+            constants.normals = geometry->normalAddr;
+            constants.colors = geometry->colorU8Addr != 0 ? geometry->colorU8Addr : geometry->colorF32Addr;
+            constants.texCoords = geometry->texCoord0Addr;
+            constants.material = i < records && instance->renderableDataAddress != 0
+                ? instance->renderableDataAddress + i * sizeof(RenderableData)
+                : fallbackMaterial;
+            constants.flags = FlagsOf(*geometry);
+            constants.vertexCount = geometry->indexMode == 0 ? 0 : static_cast<uint32_t>(geometry->GetPrimitiveCount());
+            vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof constants, &constants);
+            vkCmdDraw(commandBuffer, vertices, 1, 0, 0);
+            ++_stats.draws;
+            drawn = true;
+        }
+        if (drawn) ++_stats.instances;
+    }
+}
+
+void WorldView::Record(VkCommandBuffer commandBuffer) {
+    FollowOutput();
+    VkImageView const target = _renderer.GetOutputVkImageView();
+    if (!_scene || !_depth || target == VK_NULL_HANDLE) return;
+    VkExtent2D const extent = _renderer.GetOutputImageExtent();
+    if (extent.width != _extent.width || extent.height != _extent.height) return;
+
+    _stats = {};
+    glm::dmat4 const view = _renderer.viewMatrix;
+    FrameBuffer& frame = *_frames[_renderer.CurrentFrameSlot() % _frames.size()];
+    WriteFrame(frame, view);
+    uint64_t const frameAddress = static_cast<uint64_t>(frame.buffer);
+
+    // The output was cleared (a transfer) and maybe drawn by earlier stages;
+    // the depth image's last frame is done with.
+    Barrier(commandBuffer, VK_PIPELINE_STAGE_ALL_COMMANDS_BIT, VK_ACCESS_MEMORY_WRITE_BIT,
+            VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT,
+            VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT);
+    nerox::vk::Image::Transition(commandBuffer, *_depth, VK_IMAGE_LAYOUT_UNDEFINED,
+                                 VK_IMAGE_LAYOUT_DEPTH_ATTACHMENT_OPTIMAL, VK_IMAGE_ASPECT_DEPTH_BIT);
+
+    VkRenderingAttachmentInfo color{VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO};
+    color.imageView = target;
+    color.imageLayout = VK_IMAGE_LAYOUT_GENERAL;
+    color.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
+    color.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
+    VkRenderingAttachmentInfo depth{VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO};
+    depth.imageView = _depth->View();
+    depth.imageLayout = VK_IMAGE_LAYOUT_DEPTH_ATTACHMENT_OPTIMAL;
+    depth.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
+    depth.storeOp = VK_ATTACHMENT_STORE_OP_DONT_CARE;
+    depth.clearValue.depthStencil = {0.0f, 0};
+    VkRenderingInfo rendering{VK_STRUCTURE_TYPE_RENDERING_INFO};
+    rendering.renderArea = {{0, 0}, extent};
+    rendering.layerCount = 1;
+    rendering.colorAttachmentCount = 1;
+    rendering.pColorAttachments = &color;
+    rendering.pDepthAttachment = &depth;
+    vkCmdBeginRendering(commandBuffer, &rendering);
+
+    VkViewport const viewport{0.0f, 0.0f, static_cast<float>(extent.width), static_cast<float>(extent.height),
+                              0.0f, 1.0f};
+    VkRect2D const scissor{{0, 0}, extent};
+    vkCmdSetViewport(commandBuffer, 0, 1, &viewport);
+    vkCmdSetScissor(commandBuffer, 0, 1, &scissor);
+    VkDescriptorSet const set = _renderer.MainDescriptorSet();
+    // Only the textured shaders use the texture table; on a device without
+    // descriptor indexing its unwritten entries must not be bound at all.
+    if (_textured)
+        vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 0, 1, &set, 0, nullptr);
+
+    DrawConstants sky;
+    sky.frame = frameAddress;
+    _sky->Bind(commandBuffer);
+    vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof sky, &sky);
+    vkCmdDraw(commandBuffer, 3, 1, 0, 0);
+
+    _scene->Bind(commandBuffer);
+    DrawInstances(commandBuffer, view, frameAddress);
+    vkCmdEndRendering(commandBuffer);
+
+    // What comes after (overlay, interface, copies of the output) sees the scene.
+    Barrier(commandBuffer, VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT, VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT,
+            VK_PIPELINE_STAGE_ALL_COMMANDS_BIT, VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT);
+}
+
+} // namespace view

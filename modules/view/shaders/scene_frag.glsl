@@ -1,0 +1,71 @@
+// Shading of the rasterized scene: the material record, vertex colours and the
+// base colour texture, lit by the sun, the sky and every light in range.
+// With TEXTURED defined it samples the renderer's texture table (base colour
+// textures and screens); without, those show their plain colours.
+#include "scene.glsl"
+#include "sky.glsl"
+
+#ifdef TEXTURED
+#extension GL_EXT_nonuniform_qualifier : require
+layout(set = 0, binding = 0) uniform sampler2D textures[];
+#endif
+
+layout(location = 0) in vec3 vPosition;
+layout(location = 1) in vec3 vNormal;
+layout(location = 2) in vec4 vColor;
+layout(location = 3) in vec2 vTexCoord;
+
+layout(location = 0) out vec4 outColor;
+
+// Light arriving at a point with normal n from one light.
+vec3 LightAt(Light light, vec3 position, vec3 n)
+{
+    vec3 toLight = light.position - position;
+    float distance = length(toLight);
+    if (light.range <= 0.0 || distance >= light.range) return vec3(0.0);
+    vec3 l = toLight / max(distance, 1e-6);
+    float facing = max(dot(n, l), 0.0);
+    if (facing <= 0.0) return vec3(0.0);
+    float d = max(distance - light.radius, 0.05);
+    float intensity;
+    if (light.spread > 0.0) {
+        // A spot lights the cone about its axis, its power spread over the cone.
+        float along = dot(-l, light.direction);
+        if (along < light.cosCone) return vec3(0.0);
+        intensity = light.power / (2.0 * light.spread * d * d);
+    } else {
+        intensity = light.power / (12.566371 * d * d);
+    }
+    // Fades to nothing at the light's reach.
+    float fade = clamp(1.0 - distance / light.range, 0.0, 1.0);
+    return light.color * intensity * fade * facing;
+}
+
+void main()
+{
+    Material material = draw.material;
+    vec3 n = vNormal;
+    if (dot(n, n) < 1e-12) n = cross(dFdx(vPosition), dFdy(vPosition));
+    n = normalize(n);
+    if (dot(n, vPosition) > 0.0) n = -n; // both sides of a face are lit alike
+
+    vec3 albedo = material.color.rgb * mix(vColor.rgb, vec3(1.0), clamp(material.colorMix, 0.0, 1.0));
+#ifdef TEXTURED
+    uint textureIndex = draw.flags >> 8;
+    if (textureIndex != 0u) albedo *= texture(textures[nonuniformEXT(textureIndex)], vTexCoord).rgb;
+#endif
+
+    Frame frame = draw.frame;
+    vec3 worldNormal = mat3(frame.cameraToWorld) * n;
+    vec3 light = 0.35 * SkyRadiance(frame, worldNormal); // light of the sky, from where the face looks
+    if (frame.sunDirection.w > 0.0) light += frame.sunColor.rgb * max(dot(n, frame.sunDirection.xyz), 0.0);
+    for (uint i = 0u; i < frame.lightCount; ++i) light += LightAt(frame.lights[i], vPosition, n);
+
+    vec3 emission = material.emission;
+#ifdef TEXTURED
+    if (material.monitorIndex != 0u)
+        emission *= texture(textures[nonuniformEXT(material.monitorIndex)], vTexCoord).rgb;
+#endif
+    vec3 color = emission + albedo * light;
+    outColor = vec4(Encode(color), 1.0);
+}

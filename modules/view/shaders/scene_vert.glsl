@@ -1,0 +1,58 @@
+// The scene, rasterized: each vertex is pulled from the geometry's buffers by
+// device address; boxes are drawn as 36 vertices each from their corners.
+#extension GL_EXT_shader_16bit_storage : require
+#include "scene.glsl"
+
+layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec3s { vec3 v[]; };
+layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec2s { vec2 v[]; };
+layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec4s { vec4 v[]; };
+layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Uints { uint v[]; };
+layout(buffer_reference, scalar, buffer_reference_align = 2) readonly buffer Ushorts { uint16_t v[]; };
+layout(buffer_reference, scalar, buffer_reference_align = 8) readonly buffer Boxes { vec3 minimum; vec3 maximum; uint64_t data; };
+
+layout(location = 0) out vec3 vPosition; // camera space
+layout(location = 1) out vec3 vNormal;   // camera space; zero without normals
+layout(location = 2) out vec4 vColor;
+layout(location = 3) out vec2 vTexCoord;
+
+// The corners of a unit box (bit 0 x, bit 1 y, bit 2 z), two triangles a face,
+// counter-clockwise from outside; and each face's outward normal.
+const uint boxCorners[36] = uint[](0, 2, 3, 0, 3, 1,  4, 5, 7, 4, 7, 6,  0, 1, 5, 0, 5, 4,
+                                   2, 6, 7, 2, 7, 3,  0, 4, 6, 0, 6, 2,  1, 3, 7, 1, 7, 5);
+const vec3 boxNormals[6] = vec3[](vec3(0, 0, -1), vec3(0, 0, 1), vec3(0, -1, 0),
+                                  vec3(0, 1, 0), vec3(-1, 0, 0), vec3(1, 0, 0));
+
+void main()
+{
+    uint mode = draw.flags & 3u;
+    uint vertex = uint(gl_VertexIndex);
+    vec3 position;
+    vec3 normal = vec3(0.0);
+    vColor = vec4(1.0);
+    vTexCoord = vec2(0.0);
+    if (mode == 0u) {
+        Boxes box = Boxes(draw.positions + uint64_t(vertex / 36u) * 32ul);
+        uint corner = boxCorners[vertex % 36u];
+        position = mix(box.minimum, box.maximum, vec3(corner & 1u, (corner >> 1) & 1u, (corner >> 2) & 1u));
+        normal = boxNormals[(vertex % 36u) / 6u];
+    } else {
+        uint index = vertex;
+        if (mode == 2u) index = uint(Ushorts(draw.indices).v[vertex]);
+        else if (mode == 3u) index = Uints(draw.indices).v[vertex];
+        if (index >= draw.vertexCount) {
+            gl_Position = vec4(0.0, 0.0, -1.0, 1.0); // outside the clip volume: the triangle is dropped
+            vPosition = vec3(0.0);
+            vNormal = vec3(0.0);
+            return;
+        }
+        position = Vec3s(draw.positions).v[index];
+        if ((draw.flags & HasNormals) != 0u) normal = Vec3s(draw.normals).v[index];
+        if ((draw.flags & ColorsU8) != 0u) vColor = unpackUnorm4x8(Uints(draw.colors).v[index]);
+        else if ((draw.flags & ColorsF32) != 0u) vColor = Vec4s(draw.colors).v[index];
+        if ((draw.flags & HasTexCoords) != 0u) vTexCoord = Vec2s(draw.texCoords).v[index];
+    }
+    vec4 cameraPosition = draw.modelView * vec4(position, 1.0);
+    vPosition = cameraPosition.xyz;
+    vNormal = mat3(draw.modelView) * normal;
+    gl_Position = draw.frame.projection * cameraPosition;
+}
