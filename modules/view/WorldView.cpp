@@ -40,6 +40,7 @@ uint32_t VertexCountOf(GeometryInterface const& geometry) {
     default: count = 0; // not a mode this path knows
     }
     if (geometry.GetPrimitivesAddr() == 0) count = 0;
+    count -= count % 3; // whole triangles only
     return count > UINT32_MAX ? 0 : static_cast<uint32_t>(count);
 }
 

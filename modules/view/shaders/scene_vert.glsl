@@ -22,6 +22,13 @@ const uint boxCorners[36] = uint[](0, 2, 3, 0, 3, 1,  4, 5, 7, 4, 7, 6,  0, 1, 5
 const vec3 boxNormals[6] = vec3[](vec3(0, 0, -1), vec3(0, 0, 1), vec3(0, -1, 0),
                                   vec3(0, 1, 0), vec3(-1, 0, 0), vec3(1, 0, 0));
 
+uint IndexAt(uint mode, uint vertex)
+{
+    if (mode == 2u) return uint(Ushorts(draw.indices).v[vertex]);
+    if (mode == 3u) return Uints(draw.indices).v[vertex];
+    return vertex;
+}
+
 void main()
 {
     uint mode = draw.flags & 3u;
@@ -36,11 +43,14 @@ void main()
         position = mix(box.minimum, box.maximum, vec3(corner & 1u, (corner >> 1) & 1u, (corner >> 2) & 1u));
         normal = boxNormals[(vertex % 36u) / 6u];
     } else {
-        uint index = vertex;
-        if (mode == 2u) index = uint(Ushorts(draw.indices).v[vertex]);
-        else if (mode == 3u) index = Uints(draw.indices).v[vertex];
-        if (index >= draw.vertexCount) {
-            gl_Position = vec4(0.0, 0.0, -1.0, 1.0); // outside the clip volume: the triangle is dropped
+        // A triangle with an index that names no vertex is dropped whole: each of
+        // its vertices checks all three and, if one is bad, lies outside the clip
+        // volume at the same point. (Draws hold whole triangles only.)
+        uint first = vertex - vertex % 3u;
+        uint index = IndexAt(mode, vertex);
+        uint limit = draw.vertexCount;
+        if (IndexAt(mode, first) >= limit || IndexAt(mode, first + 1u) >= limit || IndexAt(mode, first + 2u) >= limit) {
+            gl_Position = vec4(0.0, 0.0, 2.0, 1.0);
             vPosition = vec3(0.0);
             vNormal = vec3(0.0);
             return;
