@@ -74,7 +74,7 @@ void ShowSampleSet() {
             instances.push_back(copy);
         }
         auto headlight = LightSourceInstance::Make(glm::vec3(1.1f, 0.65f, 0.0f), 0.05f, glm::vec3(1.0f, -0.1f, 0.0f),
-                                                   0.6f, glm::vec3(1.0f, 0.95f, 0.8f), 40.0f);
+                                                   0.6f, glm::vec3(1.0f, 0.95f, 0.8f), 8.0f);
         headlight->transform = transform;
         lights.push_back(headlight);
     }
@@ -134,6 +134,7 @@ void Renderer_FrameUpdateUi() {
                 renderer->worldOrigin.z);
     ImGui::Text("Textures %u, hit shaders %zu", renderer->TextureCount(), renderer->renderableHitShaders.size());
     ImGui::End();
+    if (!renderer->devTools) return;
     ImGui::SetNextWindowPos(ImVec2(20.0f, 200.0f), ImGuiCond_FirstUseEver);
     ImGui::SetNextWindowSize(ImVec2(520.0f, 220.0f), ImGuiCond_FirstUseEver);
     renderer->UiShowAdvancedPerformanceMetrics();

@@ -48,7 +48,7 @@ inline constexpr std::array<glm::dvec3, 4> roverWheelCentres = {
     {{0.75, 0.35, -0.8}, {0.75, 0.35, 0.8}, {-0.75, 0.35, -0.8}, {-0.75, 0.35, 0.8}}};
 
 /// The client's camera until players come: where it stands and what it looks at.
-inline constexpr glm::dvec3 cameraPosition{-4.0, 2.5, 5.0};
-inline constexpr glm::dvec3 cameraTarget{2.0, 0.4, -0.3};
+inline constexpr glm::dvec3 cameraPosition{-3.0, 2.4, 4.5};
+inline constexpr glm::dvec3 cameraTarget{1.5, 0.2, 1.0};
 
 } // namespace sample
