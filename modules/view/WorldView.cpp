@@ -3,7 +3,9 @@
 #include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
 #include "game/graphics/RenderableInstance.hpp"
+#include "nerox/ScopeGuard.hpp"
 #include "nerox/vk/Buffer.hpp"
+#include "nerox/vk/Check.hpp"
 #include "nerox/vk/Image.hpp"
 #include "nerox/vk/Pipeline.hpp"
 
@@ -67,20 +69,6 @@ void Barrier(VkCommandBuffer commandBuffer, VkPipelineStageFlags from, VkAccessF
 
 } // namespace
 
-/// One frame's record and lights, written by the CPU while the frame is recorded.
-struct WorldView::FrameBuffer {
-    explicit FrameBuffer(nerox::vk::Device& device)
-        : buffer(device, sizeof(FrameRecord) + sizeof(LightRecord) * MaxLights, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT,
-                 nerox::vk::MemoryUsage::CpuToGpu,
-                 nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite, "World view frame", 16) {
-    }
-    FrameRecord& Record() { return *static_cast<FrameRecord*>(buffer.Map()); }
-    LightRecord* Lights() {
-        return reinterpret_cast<LightRecord*>(static_cast<char*>(buffer.Map()) + sizeof(FrameRecord));
-    }
-    nerox::vk::Buffer buffer;
-};
-
 std::string WorldView::MissingFeatures(GameRenderer const& renderer) {
     auto const& enabled = renderer.GetDevice().EnabledFeatures();
     std::string missing;
@@ -107,13 +95,14 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
     std::string const missing = MissingFeatures(renderer);
     if (!missing.empty()) throw std::runtime_error("the device lacks " + missing);
     nerox::vk::Device& device = renderer.GetDevice();
+    nerox::OnFailure undo([this] { DestroyFrameBlocks(); });
+    CreateFrameBlocks();
+    // Set 0 is the texture table (only the textured shaders read it), set 1 the frame block.
     _layout = std::make_unique<nerox::vk::PipelineLayout>(
         device,
-        _textured ? std::vector<VkDescriptorSetLayout>{renderer.MainDescriptorSetLayout()}
-                  : std::vector<VkDescriptorSetLayout>{},
+        std::vector<VkDescriptorSetLayout>{_textured ? renderer.MainDescriptorSetLayout() : _emptySetLayout,
+                                           _frameSetLayout},
         std::vector<VkPushConstantRange>{{DrawStages, 0, sizeof(DrawConstants)}}, "World view");
-    for (uint32_t i = 0; i < nerox::graphics::VulkanRenderer::FramesInFlight; ++i)
-        _frames.push_back(std::make_unique<FrameBuffer>(device));
     _fallbackMaterial = std::make_unique<nerox::vk::MappedBuffer<RenderableData, 8, 1024>>(
         device, 1, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "World view default material", 16);
     (*_fallbackMaterial)[0] = RenderableData{};
@@ -123,6 +112,56 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
 WorldView::~WorldView() {
     // Frames in flight may still read the buffers and draw with the pipelines.
     _renderer.GetDevice().WaitIdle();
+    DestroyFrameBlocks();
+}
+
+void WorldView::CreateFrameBlocks() {
+    nerox::vk::Device& device = _renderer.GetDevice();
+    VkDeviceSize const alignment =
+        std::max<VkDeviceSize>(device.Properties().limits.minUniformBufferOffsetAlignment, 16);
+    VkDeviceSize const block = sizeof(FrameRecord) + sizeof(LightRecord) * MaxLights;
+    _frameSlice = (block + alignment - 1) / alignment * alignment;
+    _frameBlocks = std::make_unique<nerox::vk::Buffer>(
+        device, _frameSlice * nerox::graphics::VulkanRenderer::FramesInFlight, VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT,
+        nerox::vk::MemoryUsage::CpuToGpu, nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite,
+        "World view frames", alignment);
+
+    VkDescriptorSetLayoutCreateInfo empty{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
+    NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &empty, nullptr, &_emptySetLayout));
+    VkDescriptorSetLayoutBinding binding{0, VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER_DYNAMIC, 1, DrawStages, nullptr};
+    VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
+    layout.bindingCount = 1;
+    layout.pBindings = &binding;
+    NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &layout, nullptr, &_frameSetLayout));
+    VkDescriptorPoolSize size{VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER_DYNAMIC, 1};
+    VkDescriptorPoolCreateInfo pool{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
+    pool.maxSets = 1;
+    pool.poolSizeCount = 1;
+    pool.pPoolSizes = &size;
+    NEROX_VK_CHECK(vkCreateDescriptorPool(device, &pool, nullptr, &_framePool));
+    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
+    allocate.descriptorPool = _framePool;
+    allocate.descriptorSetCount = 1;
+    allocate.pSetLayouts = &_frameSetLayout;
+    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, &_frameSet));
+    VkDescriptorBufferInfo info{*_frameBlocks, 0, block};
+    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
+    write.dstSet = _frameSet;
+    write.descriptorCount = 1;
+    write.descriptorType = VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER_DYNAMIC;
+    write.pBufferInfo = &info;
+    vkUpdateDescriptorSets(device, 1, &write, 0, nullptr);
+}
+
+void WorldView::DestroyFrameBlocks() {
+    VkDevice const device = _renderer.GetDevice();
+    vkDestroyDescriptorPool(device, _framePool, nullptr); // with its set
+    vkDestroyDescriptorSetLayout(device, _frameSetLayout, nullptr);
+    vkDestroyDescriptorSetLayout(device, _emptySetLayout, nullptr);
+    _framePool = VK_NULL_HANDLE;
+    _frameSetLayout = _emptySetLayout = VK_NULL_HANDLE;
+    _frameSet = VK_NULL_HANDLE;
+    _frameBlocks.reset();
 }
 
 void WorldView::FollowOutput() {
@@ -146,8 +185,8 @@ void WorldView::FollowOutput() {
             std::string const scene = _textured ? "scene" : "scene_untextured";
             _scene = std::make_unique<nerox::vk::GraphicsPipeline>(device, *_layout, formats,
                                                                    std::string(ShaderFolder) + scene, options);
-            options.depthTest = false;
-            options.depthWrite = false;
+            options.depthWrite = false; // the sky, drawn last where the depth is still clear
+            options.depthCompareOp = VK_COMPARE_OP_GREATER_OR_EQUAL;
             _sky = std::make_unique<nerox::vk::GraphicsPipeline>(device, *_layout, formats,
                                                                  std::string(ShaderFolder) + "sky", options);
         }
@@ -182,8 +221,9 @@ void WorldView::FrameInit() {
     _renderer.projectionMatrix = projection;
 }
 
-void WorldView::WriteFrame(FrameBuffer& frame, glm::dmat4 const& view) {
-    FrameRecord& record = frame.Record();
+void WorldView::WriteFrame(uint32_t slot, glm::dmat4 const& view) {
+    char* const block = static_cast<char*>(_frameBlocks->Map()) + _frameSlice * slot;
+    FrameRecord& record = *reinterpret_cast<FrameRecord*>(block);
     record.projection = glm::mat4(_renderer.projectionMatrix);
     glm::dmat3 const rotation(view);
     record.cameraToWorld = glm::mat4(glm::mat3(glm::transpose(rotation)));
@@ -196,7 +236,7 @@ void WorldView::WriteFrame(FrameBuffer& frame, glm::dmat4 const& view) {
     record.groundColor = glm::vec4(_renderer.groundColor, 0.0f);
     record.options = _renderer.renderOptions;
 
-    LightRecord* lights = frame.Lights();
+    LightRecord* lights = reinterpret_cast<LightRecord*>(block + sizeof(FrameRecord));
     uint32_t count = 0;
     uint32_t dropped = 0;
     {
@@ -228,9 +268,8 @@ void WorldView::WriteFrame(FrameBuffer& frame, glm::dmat4 const& view) {
     _stats.droppedLights = dropped;
 }
 
-void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view, uint64_t frameAddress) {
+void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view) {
     DrawConstants constants;
-    constants.frame = frameAddress;
     uint64_t const fallbackMaterial = static_cast<uint64_t>(*_fallbackMaterial);
     std::shared_lock lock(RenderableInstance::_sharedObjectsMutex);
     for (auto const& slot : RenderableInstance::_sharedObjects) {
@@ -272,9 +311,8 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
 
     _stats = {};
     glm::dmat4 const view = _renderer.viewMatrix;
-    FrameBuffer& frame = *_frames[_renderer.CurrentFrameSlot() % _frames.size()];
-    WriteFrame(frame, view);
-    uint64_t const frameAddress = static_cast<uint64_t>(frame.buffer);
+    uint32_t const slot = _renderer.CurrentFrameSlot() % nerox::graphics::VulkanRenderer::FramesInFlight;
+    WriteFrame(slot, view);
 
     // The output was cleared (a transfer) and maybe drawn by earlier stages;
     // the depth image's last frame is done with.
@@ -313,15 +351,16 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
     // descriptor indexing its unwritten entries must not be bound at all.
     if (_textured)
         vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 0, 1, &set, 0, nullptr);
+    uint32_t const offset = static_cast<uint32_t>(_frameSlice * slot);
+    vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 1, 1, &_frameSet, 1, &offset);
 
-    DrawConstants sky;
-    sky.frame = frameAddress;
+    _scene->Bind(commandBuffer);
+    DrawInstances(commandBuffer, view);
+
+    DrawConstants const sky;
     _sky->Bind(commandBuffer);
     vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof sky, &sky);
     vkCmdDraw(commandBuffer, 3, 1, 0, 0);
-
-    _scene->Bind(commandBuffer);
-    DrawInstances(commandBuffer, view, frameAddress);
     vkCmdEndRendering(commandBuffer);
 
     // What comes after (overlay, interface, copies of the output) sees the scene.

@@ -30,6 +30,7 @@ class GameRenderer;
 struct RenderableData;
 } // namespace game::graphics
 namespace nerox::vk {
+class Buffer;
 class GraphicsPipeline;
 class Image;
 class PipelineLayout;
@@ -52,7 +53,8 @@ struct LightRecord {
 };
 static_assert(sizeof(LightRecord) == 64);
 
-/// What the shaders know of a frame; the lights follow it in the same buffer.
+/// What the shaders know of a frame, a uniform block (std140); MaxLights
+/// light records follow it in the same block.
 struct FrameRecord {
     glm::mat4 projection{1.0f};    ///< Camera to clip space.
     glm::mat4 cameraToWorld{1.0f}; ///< Rotation of the camera.
@@ -76,7 +78,7 @@ struct DrawConstants {
     uint64_t colors = 0;       ///< Four bytes or four floats a vertex; 0 without.
     uint64_t texCoords = 0;    ///< Two floats a vertex; 0 without.
     uint64_t material = 0;     ///< The geometry's RenderableData record.
-    uint64_t frame = 0;        ///< This frame's FrameRecord.
+    uint64_t reserved = 0;     ///< Zero.
     uint32_t flags = 0;        ///< Index mode, the attributes present, the texture index from bit 8.
     uint32_t vertexCount = 0;  ///< Vertices of the geometry: indices at or past it draw nothing.
 };
@@ -103,7 +105,8 @@ struct ViewStats {
 class WorldView {
 public:
     /// Lights a frame can hold; more are left out (counted in ViewStats).
-    static constexpr uint32_t MaxLights = 1024;
+    /// The frame's block then fills the 16 KiB of uniform data every device offers.
+    static constexpr uint32_t MaxLights = 252;
     /// Folder of the compiled shaders, relative to the working folder.
     static constexpr char const* ShaderFolder = "modules/TESSARA_view/shaders/";
 
@@ -135,11 +138,11 @@ public:
     ViewStats const& Stats() const { return _stats; }
 
 private:
-    struct FrameBuffer;
-
     void FollowOutput(); // pipelines and depth image for the output's format and size
-    void WriteFrame(FrameBuffer& frame, glm::dmat4 const& view);
-    void DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view, uint64_t frameAddress);
+    void CreateFrameBlocks();
+    void DestroyFrameBlocks();
+    void WriteFrame(uint32_t slot, glm::dmat4 const& view);
+    void DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view);
 
     game::graphics::GameRenderer& _renderer;
     bool _textured;
@@ -149,7 +152,13 @@ private:
     std::shared_ptr<nerox::vk::Image> _depth;
     VkFormat _colorFormat = VK_FORMAT_UNDEFINED;
     VkExtent2D _extent{0, 0};
-    std::vector<std::unique_ptr<FrameBuffer>> _frames; // one per frame in flight
+    // The frame blocks, one slice per frame in flight, and their descriptor set.
+    std::unique_ptr<nerox::vk::Buffer> _frameBlocks;
+    VkDeviceSize _frameSlice = 0;
+    VkDescriptorSetLayout _emptySetLayout = VK_NULL_HANDLE;
+    VkDescriptorSetLayout _frameSetLayout = VK_NULL_HANDLE;
+    VkDescriptorPool _framePool = VK_NULL_HANDLE;
+    VkDescriptorSet _frameSet = VK_NULL_HANDLE;
     // White, for geometries without a material record.
     std::unique_ptr<nerox::vk::MappedBuffer<game::graphics::RenderableData, 8, 1024>> _fallbackMaterial;
     ViewStats _stats;

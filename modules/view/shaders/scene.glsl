@@ -1,5 +1,6 @@
 // Records the world view's shaders share: the push constants of one draw and
-// the frame record, both laid out as WorldView.hpp declares them.
+// the frame's uniform block, both laid out as WorldView.hpp declares them. The
+// frame is a uniform block (not read by address) because every pixel reads it.
 #extension GL_EXT_buffer_reference : require
 #extension GL_EXT_buffer_reference2 : require
 #extension GL_EXT_scalar_block_layout : require
@@ -25,7 +26,9 @@ struct Light {
     float pad1;
 };
 
-layout(buffer_reference, scalar, buffer_reference_align = 16) readonly buffer Frame {
+const uint MaxLights = 252u; // WorldView::MaxLights
+
+layout(set = 1, binding = 0, std140) uniform Frame {
     mat4 projection;   // camera to clip space: reverse depth, no far plane
     mat4 cameraToWorld; // rotation of the camera
     vec4 sunDirection; // camera space, towards the sun; w 0 for no sun
@@ -37,8 +40,8 @@ layout(buffer_reference, scalar, buffer_reference_align = 16) readonly buffer Fr
     uint options;
     uint pad0;
     uint pad1;
-    Light lights[];
-};
+    Light lights[MaxLights];
+} frame;
 
 layout(buffer_reference, scalar, buffer_reference_align = 16) readonly buffer Material {
     vec3 emission;
@@ -58,7 +61,7 @@ layout(push_constant, scalar) uniform Draw {
     uint64_t colors;
     uint64_t texCoords;
     Material material;
-    Frame frame;
+    uint64_t reserved;
     uint flags;
     uint vertexCount;   // vertices of the geometry: larger indices draw nothing
 } draw;

@@ -14,15 +14,21 @@ layout(location = 0) in vec3 vPosition;
 layout(location = 1) in vec3 vNormal;
 layout(location = 2) in vec4 vColor;
 layout(location = 3) in vec2 vTexCoord;
+layout(location = 4) flat in vec4 vMaterialColor;
+layout(location = 5) flat in vec4 vEmission; // w: colour mix
+layout(location = 6) flat in uint vMonitor;
 
 layout(location = 0) out vec4 outColor;
 
 // Light arriving at a point with normal n from one light.
-vec3 LightAt(Light light, vec3 position, vec3 n)
+vec3 LightAt(uint i, vec3 position, vec3 n)
 {
-    vec3 toLight = light.position - position;
-    float distance = length(toLight);
-    if (light.range <= 0.0 || distance >= light.range) return vec3(0.0);
+    vec3 toLight = frame.lights[i].position - position;
+    float range = frame.lights[i].range;
+    float squared = dot(toLight, toLight);
+    if (squared >= range * range) return vec3(0.0); // most lights, for most pixels
+    Light light = frame.lights[i];
+    float distance = sqrt(squared);
     vec3 l = toLight / max(distance, 1e-6);
     float facing = max(dot(n, l), 0.0);
     if (facing <= 0.0) return vec3(0.0);
@@ -43,28 +49,25 @@ vec3 LightAt(Light light, vec3 position, vec3 n)
 
 void main()
 {
-    Material material = draw.material;
     vec3 n = vNormal;
     if (dot(n, n) < 1e-12) n = cross(dFdx(vPosition), dFdy(vPosition));
     n = normalize(n);
     if (dot(n, vPosition) > 0.0) n = -n; // both sides of a face are lit alike
 
-    vec3 albedo = material.color.rgb * mix(vColor.rgb, vec3(1.0), clamp(material.colorMix, 0.0, 1.0));
+    vec3 albedo = vMaterialColor.rgb * mix(vColor.rgb, vec3(1.0), clamp(vEmission.w, 0.0, 1.0));
 #ifdef TEXTURED
     uint textureIndex = draw.flags >> 8;
     if (textureIndex != 0u) albedo *= texture(textures[nonuniformEXT(textureIndex)], vTexCoord).rgb;
 #endif
 
-    Frame frame = draw.frame;
     vec3 worldNormal = mat3(frame.cameraToWorld) * n;
-    vec3 light = 0.35 * SkyRadiance(frame, worldNormal); // light of the sky, from where the face looks
+    vec3 light = 0.35 * SkyRadiance(worldNormal); // light of the sky, from where the face looks
     if (frame.sunDirection.w > 0.0) light += frame.sunColor.rgb * max(dot(n, frame.sunDirection.xyz), 0.0);
-    for (uint i = 0u; i < frame.lightCount; ++i) light += LightAt(frame.lights[i], vPosition, n);
+    for (uint i = 0u; i < frame.lightCount; ++i) light += LightAt(i, vPosition, n);
 
-    vec3 emission = material.emission;
+    vec3 emission = vEmission.rgb;
 #ifdef TEXTURED
-    if (material.monitorIndex != 0u)
-        emission *= texture(textures[nonuniformEXT(material.monitorIndex)], vTexCoord).rgb;
+    if (vMonitor != 0u) emission *= texture(textures[nonuniformEXT(vMonitor)], vTexCoord).rgb;
 #endif
     vec3 color = emission + albedo * light;
     outColor = vec4(Encode(color), 1.0);

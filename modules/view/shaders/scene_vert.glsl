@@ -14,6 +14,10 @@ layout(location = 0) out vec3 vPosition; // camera space
 layout(location = 1) out vec3 vNormal;   // camera space; zero without normals
 layout(location = 2) out vec4 vColor;
 layout(location = 3) out vec2 vTexCoord;
+// The material, read once a vertex rather than once a pixel.
+layout(location = 4) flat out vec4 vMaterialColor;
+layout(location = 5) flat out vec4 vEmission; // w: colour mix
+layout(location = 6) flat out uint vMonitor;
 
 // The corners of a unit box (bit 0 x, bit 1 y, bit 2 z), two triangles a face,
 // counter-clockwise from outside; and each face's outward normal.
@@ -31,6 +35,10 @@ uint IndexAt(uint mode, uint vertex)
 
 void main()
 {
+    Material material = draw.material;
+    vMaterialColor = material.color;
+    vEmission = vec4(material.emission, material.colorMix);
+    vMonitor = material.monitorIndex;
     uint mode = draw.flags & 3u;
     uint vertex = uint(gl_VertexIndex);
     vec3 position;
@@ -64,5 +72,5 @@ void main()
     vec4 cameraPosition = draw.modelView * vec4(position, 1.0);
     vPosition = cameraPosition.xyz;
     vNormal = mat3(draw.modelView) * normal;
-    gl_Position = draw.frame.projection * cameraPosition;
+    gl_Position = frame.projection * cameraPosition;
 }

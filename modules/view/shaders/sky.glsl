@@ -2,7 +2,7 @@
 
 // Radiance of the sky seen in direction (world space, unit length): the ground
 // colour below the horizon, the horizon colour blending into the overhead one above.
-vec3 SkyRadiance(Frame frame, vec3 direction)
+vec3 SkyRadiance(vec3 direction)
 {
     float up = direction.y;
     if (up < 0.0) return mix(frame.horizonColor.rgb, frame.groundColor.rgb, clamp(-up * 4.0, 0.0, 1.0));

@@ -1,5 +1,6 @@
 #version 460
-// One triangle over the whole output, at the far end of the depth range.
+// One triangle over the whole output, at the far end of the depth range: drawn
+// after the scene, it fills only the pixels the scene left empty.
 layout(location = 0) out vec2 vClip;
 
 void main()

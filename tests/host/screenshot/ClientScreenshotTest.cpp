@@ -30,9 +30,10 @@ protected:
     static void SetUpTestSuite() {
         testsupport::TempDir* scratch = new testsupport::TempDir();
         shot = scratch->File("shot.png");
-        std::string const command = std::string("cd '") + TESSARA_RUN + "' && ./tessara --client --offscreen --frames 10 --size " +
-            std::to_string(Width) + "x" + std::to_string(Height) + " --settings '" + scratch->File("settings.ini") +
-            "' --screenshot '" + shot + "' > '" + scratch->File("log.txt") + "' 2>&1";
+        std::string const command = std::string("cd '") + TESSARA_RUN +
+            "' && ./tessara --client --offscreen --frames 10 --size " + std::to_string(Width) + "x" +
+            std::to_string(Height) + " --settings '" + scratch->File("settings.ini") + "' --screenshot '" + shot +
+            "' > '" + scratch->File("log.txt") + "' 2>&1";
         status = std::system(command.c_str());
         if (status == 0) image = nerox::graphics::Texture::LoadFile(shot, 4);
     }

@@ -138,8 +138,10 @@ TEST_F(WorldViewTest, ANearerBoxHidesAFartherOneWhicheverIsEnteredFirst) {
         std::shared_ptr<RenderableInstance> near, far;
         auto makeNear = [&] { near = Box({-0.5f, -0.5f, -3.5f}, {0.5f, 0.5f, -2.5f}, {1, 0, 0, 1}); };
         auto makeFar = [&] { far = Box({-3.0f, -3.0f, -9.0f}, {3.0f, 3.0f, -8.0f}, {0, 1, 0, 1}); };
-        if (nearFirst) makeNear(), makeFar();
-        else makeFar(), makeNear();
+        if (nearFirst)
+            makeNear(), makeFar();
+        else
+            makeFar(), makeNear();
         std::vector<Pixel> const frame = Shoot();
         EXPECT_EQ(Hue(Centre(frame)), 'r') << "near entered first: " << nearFirst;
         EXPECT_EQ(Hue(At(frame, glm::dvec3(2.0, 0.0, -8.0))), 'g') << "the far box around the near one";
@@ -174,16 +176,18 @@ TEST_F(WorldViewTest, LightsBrightenWhatFacesThemWithinTheirReachAndCone) {
         {"spot", 0.3f, {0, 0, -1}, 2.0f}, // a cone of 25 degrees about its axis
     };
     for (Case const& c : cases) {
-        auto light = LightSourceInstance::Make(glm::vec3(0.0f, 0.0f, -4.0f), 0.0f, c.towards, c.spread,
-                                               glm::vec3(1.0f), c.power);
+        auto light = LightSourceInstance::Make(glm::vec3(0.0f, 0.0f, -4.0f), 0.0f, c.towards, c.spread, glm::vec3(1.0f),
+                                               c.power);
         std::vector<Pixel> const frame = Shoot();
         Pixel const under = Centre(frame);
         Pixel const aside = At(frame, glm::dvec3(1.0, 0.0, -5.0)); // 1 m off the axis on the wall
         Pixel const far = At(frame, glm::dvec3(4.5, 0.0, -5.0));   // past the reach
         EXPECT_GT(under.Sum(), 150) << c.name << " " << under;
         EXPECT_EQ(far.Sum(), 0) << c.name << " " << far;
-        if (c.spread == 0.0f) EXPECT_GT(aside.Sum(), 30) << c.name << " lights around it " << aside;
-        else EXPECT_EQ(aside.Sum(), 0) << c.name << " lights only its cone " << aside;
+        if (c.spread == 0.0f)
+            EXPECT_GT(aside.Sum(), 30) << c.name << " lights around it " << aside;
+        else
+            EXPECT_EQ(aside.Sum(), 0) << c.name << " lights only its cone " << aside;
         // Turned off, it is gone from the next frame.
         light->SetPower(0.0f, glm::vec3(1.0f), 0.0f);
         EXPECT_EQ(Centre(Shoot()).Sum(), 0) << c.name;
@@ -214,8 +218,11 @@ TEST_F(WorldViewTest, EachIndexModeDrawsTheSameSquareAndBadIndicesDrawNothing) {
         uint32_t mode;
         uint32_t badIndex; // written over the last index when not 0
     } const cases[] = {
-        {"16-bit", 4, 6, 2, 0}, {"32-bit", 70000, 6, 3, 0}, {"none", 6, 0, 1, 0},
-        {"16-bit past the vertices", 4, 6, 2, 4}, {"16-bit far past", 4, 6, 2, 65535},
+        {"16-bit", 4, 6, 2, 0},
+        {"32-bit", 70000, 6, 3, 0},
+        {"none", 6, 0, 1, 0},
+        {"16-bit past the vertices", 4, 6, 2, 4},
+        {"16-bit far past", 4, 6, 2, 65535},
         {"32-bit past the vertices", 70000, 6, 3, 70000},
     };
     for (Case const& c : cases) {
