@@ -22,7 +22,7 @@ struct Pixel {
 };
 
 std::ostream& operator<<(std::ostream& out, Pixel const& p) {
-    return out << '(' << p.r << ", " << p.g << ", " << p.b << ')';
+    return out << p.r << ',' << p.g << ',' << p.b;
 }
 
 class ClientScreenshotTest : public ::testing::Test {

@@ -57,13 +57,8 @@ protected:
         Game::settings->fov = 90.0f;
         renderer->StartRendering();
     }
-    void TearDown() override {
-        if (renderer) renderer->GetDevice().WaitIdle();
-        GameRendererTest::TearDown();
-    }
 
-    // Light from behind the camera, straight onto faces that look at it.
-    void SunBehindCamera() {
+    void SunBehindCamera() { // straight onto faces that look at the camera
         renderer->sunDirection = glm::dvec3(0.0, 0.0, 1.0);
         renderer->sunColor = glm::vec3(1.0f);
     }
@@ -120,14 +115,10 @@ protected:
 
 TEST_F(WorldViewTest, ABoxInFrontShowsItsColourAndNothingElseIsDrawn) {
     SunBehindCamera();
-    struct Case {
-        glm::vec4 color;
-        char hue;
-    } const cases[] = {{{1, 0, 0, 1}, 'r'}, {{0, 1, 0, 1}, 'g'}, {{0, 0, 1, 1}, 'b'}};
-    for (Case const& c : cases) {
-        auto box = Box({-0.5f, -0.5f, -3.5f}, {0.5f, 0.5f, -2.5f}, c.color);
+    for (auto [color, hue] : {std::pair{glm::vec4(1, 0, 0, 1), 'r'}, {{0, 1, 0, 1}, 'g'}, {{0, 0, 1, 1}, 'b'}}) {
+        auto box = Box({-0.5f, -0.5f, -3.5f}, {0.5f, 0.5f, -2.5f}, color);
         std::vector<Pixel> const frame = Shoot();
-        EXPECT_EQ(Hue(Centre(frame)), c.hue) << Centre(frame);
+        EXPECT_EQ(Hue(Centre(frame)), hue) << Centre(frame);
         EXPECT_EQ(At(frame, 1, 1).Sum(), 0) << "the corner shows the black sky";
     }
 }
