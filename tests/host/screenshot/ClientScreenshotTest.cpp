@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 namespace {
@@ -28,7 +29,7 @@ std::ostream& operator<<(std::ostream& out, Pixel const& p) {
 class ClientScreenshotTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        testsupport::TempDir* scratch = new testsupport::TempDir();
+        scratch = std::make_unique<testsupport::TempDir>();
         shot = scratch->File("shot.png");
         std::string const command = std::string("cd '") + TESSARA_RUN +
             "' && ./tessara --client --offscreen --frames 10 --size " + std::to_string(Width) + "x" +
@@ -55,6 +56,9 @@ protected:
         return {image.pixels[i], image.pixels[i + 1], image.pixels[i + 2]};
     }
 
+    static void TearDownTestSuite() { scratch.reset(); }
+
+    inline static std::unique_ptr<testsupport::TempDir> scratch;
     inline static std::string shot;
     inline static int status = -1;
     inline static nerox::graphics::ImageData image;
