@@ -3,6 +3,7 @@
 #include "game/GameSettings.hpp"
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
+#include "game/entity/ClientSideEntity.hpp"
 #include "game/entity/ServerSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "game/input/Controller.hpp"
@@ -165,9 +166,19 @@ void Game::Update(double) {
     }
 
     double const deltaTime = avgDeltaTime;
+    using game::entity::ClientSideEntity;
+    {
+        nerox::cpu::Profiler scope("ForEachClientEntity::Update");
+        ClientSideEntity::ForEach([deltaTime](ClientSideEntity::Ptr entity) { entity->Update(deltaTime); });
+    }
+    ClientSideEntity::PhysicsUpdate(deltaTime);
     GAME_Mod::ForEachSortedModule("update", [deltaTime](GAME_Mod::Ptr& mod) {
         if (mod->Game_Update) mod->Game_Update(deltaTime);
     });
+    {
+        nerox::cpu::Profiler scope("ForEachClientEntity::AfterUpdate");
+        ClientSideEntity::ForEach([deltaTime](ClientSideEntity::Ptr entity) { entity->AfterUpdate(deltaTime); });
+    }
 }
 
 void Game::ClientUpdate() {
@@ -308,6 +319,11 @@ void Game::Synchronize(std::function<void()> function) {
 
 void Game::Stop() {
     if (renderer) renderer->StopRendering();
+    // Client entities hold objects made by the content modules' code: they go
+    // before those modules do, and their types with them.
+    game::entity::ClientSideEntity::DestroyAll();
+    game::entity::ClientSideEntity::_registered_interfaces.clear();
+    game::entity::ClientSideEntity::_registered_items_module.clear();
     TESSARA_Mod::ForEachModule([](TESSARA_Mod::Ptr& mod) {
         unsigned char scratch = 0;
         if (mod->Unload) mod->Unload(&scratch);

@@ -136,7 +136,10 @@ public:
     static void Ready();
     /// Stop sequence: gives all run state its initial value back.
     static void Stop();
-    /// One client pass. The argument is not used: the pass smooths the render loop's delta time.
+    /// One client pass: queued Synchronize work, audio, the client entities'
+    /// Update and PhysicsUpdate, Game_Update of the modules, the entities'
+    /// AfterUpdate. The argument is not used: the pass smooths the render
+    /// loop's delta time.
     static void Update(double ignored);
     /// Calls Game_ClientUpdate of all modules.
     static void ClientUpdate();

@@ -1,11 +1,17 @@
 #include "ClientRun.hpp"
+#include "InputScript.hpp"
 #include "ModuleSetup.hpp"
+#include "WorldRun.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
+#include "game/entity/ClientSideEntity.hpp"
+#include "game/entity/ServerSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "game/modules/GAME_Mod.hpp"
+#include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
+#include "game/physics/PhysicsRandom.hpp"
 #include "nerox/graphics/GlfwWindow.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
 
@@ -19,19 +25,17 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 namespace host {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using game::entity::ServerSideEntity;
 using game::modules::GAME_Mod;
-
-std::atomic<bool> interrupted{false};
-
-void OnInterrupt(int) {
-    interrupted.store(true);
-}
+using game::modules::SERVER_Mod;
 
 // The Dear ImGui context of the run: made before rendering starts, so that the
 // game's fonts and style are in place for the renderer's first frame.
@@ -47,9 +51,15 @@ struct UiContext {
     UiContext& operator=(UiContext const&) = delete;
 };
 
-// What the game holds of this run, given back in every way out of it.
+// What the game holds of this run, given back in every way out of it. Queued
+// work may hold code of the modules, so it goes before they do.
 struct GameGlobals {
     ~GameGlobals() {
+        {
+            std::lock_guard lock(Game::_syncMutex);
+            Game::_syncQueue.clear();
+        }
+        SERVER_Mod::UnloadModules();
         GAME_Mod::UnloadModules();
         Game::renderer = nullptr;
         Game::window = nullptr;
@@ -65,21 +75,27 @@ bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& p
                               renderer.GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 95, true);
 }
 
-// Frames until the window closes, Ctrl+C or --frames; one client and input pass
-// before each frame. Returns the frames drawn.
-long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
-                    game::graphics::GameRenderer& renderer) {
+// Frames until the window closes, Ctrl+C, the script's quit or --frames; one
+// client and input pass before each frame. An input script runs on the wall
+// clock from the first frame. Returns the frames drawn.
+long long RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer,
+                    InputPlayer* player) {
     long long frames = 0;
-    while (!interrupted.load() && Game::isActive.load()) {
+    auto const start = Clock::now();
+    while (Game::isActive.load()) {
+        if (clientQuitRequested.load()) Game::Quit();
+        QuitIfRequested();
+        if (!Game::isActive.load()) break;
         window.PollEvents();
         if (window.ShouldClose()) break;
         Game::mainRenderingFramerate.Tick();
         Game::Update(0.0);
         Game::ClientUpdate();
         Game::inputFramerate.Tick();
-        double const inputDelta = Game::inputFramerate.GetDeltaTime();
+        if (player != nullptr) player->Apply(std::chrono::duration<double>(Clock::now() - start).count());
         Game::UpdateJoysticks();
-        RunInputPass(inputDelta);
+        RunInputPass(Game::inputFramerate.GetDeltaTime());
+        if (!Game::isActive.load()) break; // the script's quit
         // A window's frame is presented and gone: keep a copy of each while a
         // screenshot is wanted, since the last one is known only afterwards.
         if (!options.screenshotPath.empty() && renderer.HasSwapchain()) renderer.CaptureNextFrame();
@@ -97,13 +113,39 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
     return frames;
 }
 
+void PrintSummary(HostOptions const& options, RunStats const& stats, long long frames, double seconds) {
+    std::printf("\nSummary\n");
+    std::printf("  world:          %s\n", options.world.c_str());
+    std::printf("  frames:         %lld in %.2f s (%.1f frames/s)\n", frames, seconds,
+                seconds > 0.0 ? frames / seconds : 0.0);
+    double const held = seconds > 0.0 ? stats.serverTicks / seconds : 0.0; // while the frames ran
+    std::printf("  server ticks:   %lld (%.1f of %.1f ticks/s held, load %.1f %%)\n", stats.serverTicks, held,
+                options.tickRate, 100.0 * stats.serverLoad);
+}
+
 } // namespace
 
 int RunClient(HostOptions const& options) {
+    // A script is read before anything starts: a mistake in it costs no load.
     std::unique_ptr<nerox::graphics::Window> window;
+    nerox::graphics::HeadlessWindow* headless = nullptr;
+    std::unique_ptr<InputPlayer> player;
     if (options.offscreen) {
-        window = std::make_unique<nerox::graphics::HeadlessWindow>(options.width, options.height);
-    } else {
+        auto offscreen = std::make_unique<nerox::graphics::HeadlessWindow>(options.width, options.height);
+        headless = offscreen.get();
+        window = std::move(offscreen);
+    }
+    if (!options.inputPath.empty()) {
+        try {
+            InputScript script = InputScript::Load(options.inputPath);
+            std::printf("Replaying %zu input events from %s\n", script.Events().size(), options.inputPath.c_str());
+            player = std::make_unique<InputPlayer>(std::move(script), *headless);
+        } catch (std::exception const& error) {
+            std::cerr << "tessara: " << error.what() << std::endl;
+            return 2;
+        }
+    }
+    if (!window) {
         try {
             window = std::make_unique<nerox::graphics::GlfwWindow>("Tessara", options.width, options.height);
         } catch (std::exception const& error) {
@@ -121,7 +163,10 @@ int RunClient(HostOptions const& options) {
     Game::window = window.get();
     Game::audio = nullptr;
     Game::_mods = options.contentModules;
-    bool const loaded = LoadModules<GAME_Mod>(options.gameModules);
+    Game::_current_world = options.world;
+    Game::_is_server = true; // single player: this process runs the server too
+    bool loaded = LoadModules<GAME_Mod>(options.gameModules);
+    loaded = LoadModules<SERVER_Mod>(options.serverModules) && loaded;
     SortClientModuleLists();
     if (!loaded) {
         std::cerr << "tessara: a module failed to load (see above); run from the run directory, "
@@ -136,23 +181,44 @@ int RunClient(HostOptions const& options) {
     Game::renderer = &renderer;
     std::printf("Client mode: %s, %s output %dx%d\n", renderer.GetDevice().Properties().deviceName,
                 options.offscreen ? "offscreen" : "window", options.width, options.height);
-    std::signal(SIGINT, OnInterrupt);
-    std::signal(SIGTERM, OnInterrupt);
+    stopRequested.store(false);
+    clientQuitRequested.store(false);
+    std::signal(SIGINT, OnStopSignal);
+    std::signal(SIGTERM, OnStopSignal);
 
     int status = 0;
     long long frames = 0;
     double seconds = 0.0;
+    RunStats stats;
     std::exception_ptr failure;
+    bool worldOpen = false; // the world loaded completely, so it is saved at the end
+    ServerSideEntity::LoadReport worldLoad;
     Game::isActive.exchange(true);
-    try {
-        Game::Start();
-        Game::Ready();
+    ServerSideEntity::physicsStop.store(false);
+    if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
+    auto const started = Clock::now();
+    RunGuarded(
+        [&] {
+            Game::Start();
+            ReportContentModulesNotLoaded();
+            Game::Ready();
+            LoadWorld(options.setAsideDamaged, worldLoad);
+            worldOpen = true;
+        },
+        failure);
+    if (!failure) {
         // Offscreen there is no pointer to free: aim as in play, crosshair and all.
         if (options.offscreen) Game::SetInputMode_Play();
-        auto const start = std::chrono::steady_clock::now();
-        frames = RunFrames(options, *window, renderer);
-        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (!options.screenshotPath.empty()) {
+        std::exception_ptr serverFailure;
+        std::thread server(
+            [&] { RunGuarded([&] { ServerLoop(options, stats, nullptr, true); }, serverFailure, &RequestClientQuit); });
+        auto const start = Clock::now();
+        RunGuarded([&] { frames = RunFrames(options, *window, renderer, player.get()); }, failure);
+        seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        Game::Quit(); // the server loop ends with the frames
+        server.join();
+        if (!failure) failure = serverFailure;
+        if (!failure && !options.screenshotPath.empty()) {
             if (SaveScreenshot(renderer, options.screenshotPath)) {
                 std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
             } else {
@@ -160,27 +226,25 @@ int RunClient(HostOptions const& options) {
                 status = 1;
             }
         }
-    } catch (...) {
-        failure = std::current_exception();
     }
+    stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
     Game::Quit();
-    try {
-        Game::Stop();
-    } catch (...) {
-        if (!failure) failure = std::current_exception();
-    }
+
+    // The world is saved also after a failed frame, so that no progress is lost;
+    // a world that did not load completely stays on disk as it was.
+    std::exception_ptr saveFailure;
+    if (worldOpen) RunGuarded([] { SaveWorld(); }, saveFailure);
+    ReleaseEntitiesKeepingFiles();
+    if (!failure) failure = saveFailure;
+    std::exception_ptr stopFailure;
+    RunGuarded([] { Game::Stop(); }, stopFailure);
+    if (!failure) failure = stopFailure;
+    ListSetAside(worldLoad.setAside);
     if (failure) {
-        try {
-            std::rethrow_exception(failure);
-        } catch (std::exception const& error) {
-            std::cerr << "tessara: the run ended with an error: " << error.what() << '\n';
-        } catch (...) {
-            std::cerr << "tessara: the run ended with an error\n";
-        }
+        std::cerr << "tessara: the run ended with an error: " << Describe(failure) << '\n';
         return 1;
     }
-    std::printf("Rendered %lld frames in %.2f s (%.1f frames/s)\n", frames, seconds,
-                seconds > 0.0 ? frames / seconds : 0.0);
+    PrintSummary(options, stats, frames, seconds);
     return status;
 }
 

@@ -190,7 +190,9 @@ Option const Options[] = {
      "cursor, gamepads and joysticks. Input passes then advance\n"
      "a fixed clock of 1/60 s each, so that a script gives the\n"
      "same actions pass by pass on any machine. 'quit' in the\n"
-     "file ends the run (the world is saved as on Ctrl+C).",
+     "file ends the run (the world is saved as on Ctrl+C).\n"
+     "With --client --offscreen the script runs on the wall\n"
+     "clock instead, as a person at the keyboard would.",
      "a file name", [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.inputPath); }},
     {"--print-actions", nullptr,
      "After each input pass in which some controller action\n"
@@ -198,8 +200,10 @@ Option const Options[] = {
      "  actions pass 12 t=0.200 AvatarTranslateForward 0->1",
      nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.printActions = true; }},
     {"--client", nullptr,
-     "Client mode: open a window with the Vulkan renderer and run\n"
-     "frames until the window is closed (or --frames).",
+     "Single-player client: open a window with the Vulkan\n"
+     "renderer, run the server ticks on their own thread and\n"
+     "frames until the window is closed (or --frames); the world\n"
+     "is loaded and saved as in headless mode.",
      nullptr,
      [](HostOptions& o, std::string const&, std::string&) {
          o.headless = false;
@@ -305,8 +309,12 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
         error.message = "--offscreen, --frames and --screenshot belong to client mode: add --client";
         return std::nullopt;
     }
-    if (options.client && (!options.inputPath.empty() || options.ticks)) {
-        error.message = "--input and --ticks belong to the headless server, not to --client";
+    if (options.client && options.ticks) {
+        error.message = "--ticks belongs to the headless server; a client stops after --frames";
+        return std::nullopt;
+    }
+    if (options.client && !options.inputPath.empty() && !options.offscreen) {
+        error.message = "--input plays into a window without a screen: with --client, add --offscreen";
         return std::nullopt;
     }
     return options;

@@ -66,7 +66,8 @@ class Primitive:
 
 
 def write(path, nodes, materials):
-    """nodes: list of (name, [Primitive]); materials: name -> (baseColor, emission, metallic, roughness)."""
+    """nodes: list of (name, [Primitive]) or (name, [Primitive], translation); nodes that
+    give the same list share one mesh. materials: name -> (baseColor, emission, metallic, roughness)."""
     binary = bytearray()
     accessors, views, meshes, gltf_nodes = [], [], [], []
     names = list(materials)
@@ -81,7 +82,16 @@ def write(path, nodes, materials):
         accessors.append(accessor)
         return len(accessors) - 1
 
-    for name, primitives in nodes:
+    shared = {}
+    for node in nodes:
+        name, primitives = node[0], node[1]
+        gltf_node = {"name": name}
+        if len(node) > 2:
+            gltf_node["translation"] = list(node[2])
+        if id(primitives) in shared:
+            gltf_node["mesh"] = shared[id(primitives)]
+            gltf_nodes.append(gltf_node)
+            continue
         gltf_primitives = []
         for p in primitives:
             assert len(p.positions) <= 65536
@@ -99,7 +109,9 @@ def write(path, nodes, materials):
             indices = add(struct.pack(f"<{len(p.indices)}H", *p.indices), 5123, "SCALAR", len(p.indices), 34963)
             gltf_primitives.append({"attributes": attributes, "indices": indices, "material": names.index(p.material)})
         meshes.append({"name": name, "primitives": gltf_primitives})
-        gltf_nodes.append({"name": name, "mesh": len(meshes) - 1})
+        shared[id(primitives)] = len(meshes) - 1
+        gltf_node["mesh"] = len(meshes) - 1
+        gltf_nodes.append(gltf_node)
 
     gltf_materials = []
     for name, (color, emission, metallic, roughness) in materials.items():
@@ -132,7 +144,8 @@ def crate():
 
 
 def rover():
-    """The chassis with its headlight (x forward), and one wheel placed four times by the module."""
+    """The body with its headlight (x forward), and one wheel mesh shared by the four tyres,
+    each node at its wheel's axle. The game places the tyres on the wheel joints itself."""
     body = Primitive("paint")
     body.box((-1.0, 0.3, -0.6), (1.0, 0.8, 0.6), (255, 255, 255))
     body.box((-0.5, 0.8, -0.45), (0.3, 1.15, 0.45), (235, 235, 235))  # the cab
@@ -141,7 +154,9 @@ def rover():
                (255, 255, 255))
     tyre = Primitive("tyre")
     tyre.cylinder(0.35, 0.15, 16, (255, 255, 255), (150, 150, 150))
-    return [("chassis", [body, light]), ("wheel", [tyre])], {
+    wheel = [tyre]
+    axles = {"fl": (0.75, 0.35, -0.8), "fr": (0.75, 0.35, 0.8), "rl": (-0.75, 0.35, -0.8), "rr": (-0.75, 0.35, 0.8)}
+    return [("body", [body, light])] + [("tyre_" + k, wheel, axle) for k, axle in axles.items()], {
         "paint": ([0.85, 0.30, 0.10, 1.0], [0, 0, 0], 0.3, 0.4),
         "headlight": ([1.0, 1.0, 0.9, 1.0], [2.0, 2.0, 1.8], 0.0, 0.2),
         "tyre": ([0.08, 0.08, 0.08, 1.0], [0, 0, 0], 0.0, 0.9),
@@ -178,7 +193,7 @@ def ground():
 
 if __name__ == "__main__":
     root = Path(__file__).resolve().parent.parent
-    write(root / "modules/sample/meshes/crate.gltf", *crate())
-    write(root / "modules/sample/meshes/rover.gltf", *rover())
+    write(root / "modules/sample/crate.gltf", *crate())
+    write(root / "modules/sample/rover.gltf", *rover())
     write(root / "modules/planet/meshes/ground.gltf", *ground())
     print("wrote the crate, the rover and the ground")

@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
         std::vector<std::shared_ptr<RenderableInstance>> instances;
         std::vector<std::shared_ptr<LightSourceInstance>> lights;
         {
-            game::graphics::Mesh const crate("modules/TESSARA_sample/meshes/crate.gltf");
+            game::graphics::Mesh const crate("modules/TESSARA_sample/crate.gltf");
             game::graphics::Mesh const ground("modules/TESSARA_planet/meshes/ground.gltf");
             instances.push_back(ground.MakeInstance("ground"));
             // Crates in rows of 40 on the ground ahead, 2 m apart, each turned a little.

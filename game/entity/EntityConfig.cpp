@@ -1,5 +1,8 @@
 #include "game/entity/EntityConfig.hpp"
 
+#include "game/Game.hpp"
+#include "game/graphics/Mesh.hpp"
+
 #include <bit>
 #include <cctype>
 #include <iostream>
@@ -328,6 +331,18 @@ void EntityConfig::ParseSection(std::istringstream& header, std::vector<std::ist
             return;
         }
     }
+}
+
+std::shared_ptr<game::graphics::Mesh> EntityConfig::GetMesh() {
+    if (mesh || Game::renderer == nullptr) return mesh;
+    std::string const file = GetMeshFilePath();
+    std::error_code error;
+    std::filesystem::file_time_type const written = std::filesystem::last_write_time(file, error);
+    if (error) return mesh; // no mesh file: nothing to show
+    meshWriteTime = written;
+    mesh = std::make_shared<game::graphics::Mesh>(file);
+    ++meshLoads;
+    return mesh;
 }
 
 std::string EntityConfig::GetMeshFilePath() const {

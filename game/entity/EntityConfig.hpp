@@ -146,6 +146,7 @@ public:
     std::filesystem::file_time_type meshWriteTime{};  ///< Last write time of the mesh file when loaded.
     uint64_t meshCheckFrame = 0;                      ///< Renderer frame of the last reload.
     double meshCheckTime = 0.0;                       ///< Time of the last check for a newer mesh, seconds.
+    uint64_t meshLoads = 0;                           ///< Loads of mesh so far; a reload makes it grow.
     JointSolver jointSolver{this};                    ///< The joint tree, rebuilt at the end of each read.
 
     /// The description file at path. Reads nothing and starts no reload thread;
@@ -165,6 +166,10 @@ public:
     /// Takes GetMutex() and parses the file, for callers that do not hold it.
     void Load();
 
+    /// The mesh of the item type, loaded on first use from GetMeshFilePath()
+    /// (noting its write time in meshWriteTime). Empty when the file does not
+    /// exist or there is no renderer to hold it. Main thread only.
+    std::shared_ptr<game::graphics::Mesh> GetMesh();
     /// The folder of the description file, its stem and ".gltf".
     std::string GetMeshFilePath() const;
     /// The transform of node relative to the root; the identity for an unknown name.

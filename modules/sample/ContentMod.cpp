@@ -1,23 +1,27 @@
 // The content side of the sample module, loaded as a TESSARA_Mod through the
 // list of content modules (Game::_mods) when the game starts.
 //
-// It defines two server item types. Each has a description file beside the
-// module (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) and a
-// behaviour class derived from ServerSideEntity::Interface, whose objects the
-// game makes through the factory registered in Load:
+// It defines two item types. Each has a description file beside the module
+// (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) with its
+// mesh (NAME.gltf), a behaviour class derived from ServerSideEntity::Interface
+// and a look derived from ClientSideEntity::Interface, whose objects the game
+// makes through the factories registered in Load:
 //
 //   crate  a dynamic box with a label and a count of the times it was loaded,
 //          both kept in its state file; it has no per-tick hook, so it costs
 //          nothing while the world runs.
 //   rover  a chassis on four wheel joints; its Update turns the wheels, and
-//          their angles are kept in its state file.
+//          their angles are kept in its state file. Its look adds the headlight.
 //
 // Load runs in Game::Start, before the host loads the world's entities, and
 // Unload in Game::Stop, after the host has saved and released them.
 #include "Sample.hpp"
 
+#include "game/Game.hpp"
+#include "game/entity/ClientSideEntity.hpp"
 #include "game/entity/EntityConfig.hpp"
 #include "game/entity/ServerSideEntity.hpp"
+#include "game/graphics/LightSourceInstance.hpp"
 
 #include <array>
 #include <cmath>
@@ -31,6 +35,7 @@
 
 namespace {
 
+using game::entity::ClientSideEntity;
 using game::entity::EntityConfig;
 using game::entity::JointState;
 using game::entity::ServerSideEntity;
@@ -143,8 +148,28 @@ private:
     std::array<JointState*, 4> joints{}; ///< The entity's wheel joint values; null for a wheel its description lacks.
 };
 
-/// Adds the row of itemType: its description file and the factory of its behaviour.
-template <class Behaviour> void Register(char const* itemType) {
+/// How a rover looks: its headlight, on the description's light box, once
+/// there is a renderer to show it.
+class RoverLook final : public ClientSideEntity::Interface {
+public:
+    void Update(double) override {
+        if (lit || Game::renderer == nullptr) return;
+        auto const owner = entity.lock();
+        if (!owner) return;
+        // On the light box's node: 10 cm ahead of the lamp, pointing ahead and a little down.
+        owner->AddLight("headlight",
+                        game::graphics::LightSourceInstance::Make(glm::vec3(0.1f, 0.0f, 0.0f), 0.05f,
+                                                                  glm::vec3(1.0f, -0.1f, 0.0f), 0.6f,
+                                                                  glm::vec3(1.0f, 0.95f, 0.8f), 8.0f));
+        lit = true;
+    }
+
+    bool lit = false; ///< The headlight is on the entity.
+};
+
+/// Adds the rows of itemType on both sides: its description file (read once
+/// per side) and the factories of its behaviour and its look.
+template <class Behaviour, class Look> void Register(char const* itemType) {
     nerox::modular::ModuleID const module(sample::moduleName);
     std::string const path = std::string(sample::dataFolder) + itemType + ".txt";
     std::error_code error;
@@ -160,6 +185,14 @@ template <class Behaviour> void Register(char const* itemType) {
     ServerSideEntity::_registered_interfaces[sample::moduleName].insert_or_assign(itemType, std::move(row));
     ServerSideEntity::_registered_items_module[itemType] = module;
     ServerSideEntity::_registered_items[sample::moduleName].push_back(itemType);
+
+    ClientSideEntity::TypeDef look;
+    look.moduleId = module;
+    look.itemType = itemType;
+    look.config = std::make_shared<EntityConfig>(path);
+    look.factory = [] { return std::make_shared<Look>(); };
+    ClientSideEntity::_registered_interfaces[sample::moduleName].insert_or_assign(itemType, std::move(look));
+    ClientSideEntity::_registered_items_module[itemType] = module;
 }
 
 } // namespace
@@ -173,8 +206,8 @@ int const _TESSARA_Mod_VERSION = 1;
 // Game::Start, before the world's entities are loaded: register the item types.
 void Load(void*) {
     ServerSideEntity::_registered_items.erase(sample::moduleName);
-    Register<Crate>(sample::crateType);
-    Register<Rover>(sample::roverType);
+    Register<Crate, ClientSideEntity::Interface>(sample::crateType);
+    Register<Rover, RoverLook>(sample::roverType);
     std::printf("[sample] content loaded: item types %s, %s\n", sample::crateType, sample::roverType);
 }
 
@@ -197,9 +230,13 @@ void Unload(void*) {
         auto const found = ServerSideEntity::_registered_items_module.find(itemType);
         if (found != ServerSideEntity::_registered_items_module.end() && found->second == module)
             ServerSideEntity::_registered_items_module.erase(found);
+        auto const look = ClientSideEntity::_registered_items_module.find(itemType);
+        if (look != ClientSideEntity::_registered_items_module.end() && look->second == module)
+            ClientSideEntity::_registered_items_module.erase(look);
     }
     ServerSideEntity::_registered_items.erase(sample::moduleName);
     ServerSideEntity::_registered_interfaces.erase(sample::moduleName);
+    ClientSideEntity::_registered_interfaces.erase(sample::moduleName);
     std::printf("[sample] content unloaded\n");
 }
 

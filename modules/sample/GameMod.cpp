@@ -4,80 +4,55 @@
 // game looks them up when it loads the library and skips every hook that is
 // missing. Everything here is optional.
 //
-// With a renderer it shows the sample set of a new world as it comes to rest
-// (renderable instances of the crate and rover meshes, the rover's headlight)
-// and points the camera at it. Client entities will take this over.
+// It is the player: a first-person body (Player.hpp) that walks with the
+// controller's avatar actions (W/A/S/D, Space, Left Shift and the mouse by
+// default), whose eye is the renderer's camera. Escape frees the cursor and a
+// click in the world takes it again. The world itself comes as client entities
+// (their look is registered by the content module).
+#include "Player.hpp"
 #include "Sample.hpp"
 
 #include "game/Game.hpp"
 #include "game/graphics/GameRenderer.hpp"
-#include "game/graphics/LightSourceInstance.hpp"
-#include "game/graphics/Mesh.hpp"
-#include "game/graphics/RenderableInstance.hpp"
+#include "game/input/Controller.hpp"
+#include "nerox/graphics/Window.hpp"
 
 #include <glm/gtc/matrix_transform.hpp>
 #include <imgui.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdio>
-#include <exception>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 
-using game::graphics::LightSourceInstance;
-using game::graphics::Mesh;
-using game::graphics::RenderableInstance;
+using game::input::Controller;
 
 double clientSeconds = 0.0;           // Game time seen by this module's Game_Update.
 std::atomic<unsigned long> passes{0}; // Client passes seen (read by the frames, which may run on another thread).
 unsigned long frames = 0;             // Frames whose interface this module built.
 
-// What the scene holds of the sample set while the game runs.
-std::vector<std::shared_ptr<RenderableInstance>> instances;
-std::vector<std::shared_ptr<LightSourceInstance>> lights;
+sample::Player player;         // The one who plays.
+sample::Player::Intent intent; // Gathered by the input passes since the last step.
+bool mouseWasDown = false;     // The left button, at the last input pass.
 
-// An instance of the geometries of mesh node name, placed by transform.
-std::shared_ptr<RenderableInstance> Show(Mesh const& mesh, std::string const& name, glm::dmat4 const& transform) {
-    auto instance = mesh.MakeInstance(name);
-    instance->rayMask = 2;
-    instance->transform = transform;
-    instance->transformChanged = true;
-    return instance;
+/// Radians of turn per unit of the controller's look actions (a mouse move
+/// of the window's height is half a unit).
+constexpr double lookSensitivity = 3.0;
+
+/// Puts the player at the start, looking at the sample set.
+void PlacePlayer() {
+    glm::dvec3 const look = sample::startLookAt - (sample::startFeet + glm::dvec3(0.0, sample::Player::eyeHeight, 0.0));
+    player.Place(sample::startFeet, std::atan2(look.z, look.x), std::atan2(look.y, std::hypot(look.x, look.z)));
 }
 
-// The sample set at rest, the crates and the rover (whose four wheels share one
-// wheel's geometries), with the rover's headlight.
-void ShowSampleSet() {
-    Mesh const crate(std::string(sample::meshFolder) + "crate.gltf");
-    Mesh const rover(std::string(sample::meshFolder) + "rover.gltf");
-    for (sample::Placement const& placement : sample::newWorld) {
-        glm::dvec3 const position(placement.position.x, placement.restY, placement.position.z);
-        glm::dmat4 const transform = glm::rotate(glm::translate(glm::dmat4(1.0), position),
-                                                 glm::radians(placement.yawDegrees), glm::dvec3(0.0, 1.0, 0.0));
-        if (std::string(placement.itemType) == sample::crateType) {
-            instances.push_back(Show(crate, "crate", transform));
-            continue;
-        }
-        auto const chassis = Show(rover, "chassis", transform);
-        instances.push_back(chassis);
-        auto const wheel =
-            Show(rover, "wheel", transform * glm::translate(glm::dmat4(1.0), sample::roverWheelCentres[0]));
-        instances.push_back(wheel);
-        for (size_t i = 1; i < sample::roverWheelCentres.size(); ++i) {
-            auto copy = RenderableInstance::Make<RenderableInstance>(
-                wheel, transform * glm::translate(glm::dmat4(1.0), sample::roverWheelCentres[i]));
-            copy->renderableData = wheel->renderableData; // same tyres
-            copy->renderableDataAddress = wheel->renderableDataAddress;
-            instances.push_back(copy);
-        }
-        auto headlight = LightSourceInstance::Make(glm::vec3(1.1f, 0.65f, 0.0f), 0.05f, glm::vec3(1.0f, -0.1f, 0.0f),
-                                                   0.6f, glm::vec3(1.0f, 0.95f, 0.8f), 8.0f);
-        headlight->transform = transform;
-        lights.push_back(headlight);
-    }
+/// The renderer's camera at the player's eye.
+void FollowWithCamera() {
+    game::graphics::GameRenderer* renderer = Game::renderer;
+    if (renderer == nullptr) return;
+    glm::dvec3 const eye = player.Eye();
+    renderer->cameraPosition = eye;
+    renderer->viewMatrix = glm::lookAt(eye, eye + player.Forward(), glm::dvec3(0.0, 1.0, 0.0));
 }
 
 } // namespace
@@ -99,24 +74,44 @@ void Game_Start() {
     std::printf("[sample] Game_Start\n");
 }
 
-// Game::Ready: with a renderer, the sample set appears and the camera looks at it.
+// Game::Ready: the player stands at the start, the camera at its eye.
 void Game_Ready() {
     std::printf("[sample] Game_Ready\n");
-    game::graphics::GameRenderer* renderer = Game::renderer;
-    if (renderer == nullptr) return;
-    try {
-        ShowSampleSet();
-    } catch (std::exception const& error) {
-        std::printf("[sample] cannot show the sample set: %s\n", error.what());
-    }
-    renderer->cameraPosition = sample::cameraPosition;
-    renderer->viewMatrix = glm::lookAt(sample::cameraPosition, sample::cameraTarget, glm::dvec3(0.0, 1.0, 0.0));
+    PlacePlayer();
+    FollowWithCamera();
 }
 
-// One client pass, for modules sorted into the "update" list.
+// Every input pass: Escape frees the cursor, a click in the world takes it
+// again; the avatar's actions are gathered for the next step.
+void Input_Update(double) {
+    nerox::graphics::Window* window = Game::window;
+    bool const mouseDown = window != nullptr && window->GetMouseButton(GLFW_MOUSE_BUTTON_LEFT) == GLFW_PRESS;
+    bool const clicked = mouseDown && !mouseWasDown;
+    mouseWasDown = mouseDown;
+    if (Controller::GetEscape_Pressed() && Game::_inputMode != 0) {
+        Game::SetInputMode_Ui();
+    } else if (clicked && Game::_inputMode == 0 &&
+               !(ImGui::GetCurrentContext() != nullptr && ImGui::GetIO().WantCaptureMouse)) {
+        Game::SetInputMode_Play();
+    }
+    intent.forward = Controller::GetAvatarTranslateForward() - Controller::GetAvatarTranslateBackward();
+    intent.right = Controller::GetAvatarTranslateRight() - Controller::GetAvatarTranslateLeft();
+    intent.run = Controller::GetAvatarSprint();
+    intent.jump = intent.jump || Controller::GetAvatarJump_Pressed();
+    intent.yaw += lookSensitivity * Controller::GetAvatarYaw();
+    intent.pitch -= lookSensitivity * Controller::GetAvatarPitch(); // the mouse moving up is negative
+}
+
+// One client pass, for modules sorted into the "update" list: the player
+// moves (after the client entities took their places) and the camera follows.
 void Game_Update(double deltaTime) {
     clientSeconds += deltaTime;
     ++passes;
+    player.Step(intent, deltaTime);
+    intent.jump = false;
+    intent.yaw = 0.0;
+    intent.pitch = 0.0;
+    FollowWithCamera();
 }
 
 // Each rendered frame, for modules sorted into the "ui" list: a small status
@@ -126,7 +121,9 @@ void Renderer_FrameUpdateUi() {
     if (renderer == nullptr) return;
     ++frames;
     ImGui::SetNextWindowPos(ImVec2(20.0f, 20.0f), ImGuiCond_FirstUseEver);
-    ImGui::Begin("Tessara", nullptr, ImGuiWindowFlags_AlwaysAutoResize);
+    // A status panel only: it never takes the keyboard from the player.
+    ImGui::Begin("Tessara", nullptr,
+                 ImGuiWindowFlags_AlwaysAutoResize | ImGuiWindowFlags_NoFocusOnAppearing | ImGuiWindowFlags_NoInputs);
     ImGui::Text("Client on %s", renderer->GetDevice().Properties().deviceName);
     ImGui::Text("Ray tracing: %s", renderer->GetDevice().HasRayTracing() ? "available" : "not on this device");
     ImGui::Text("Frame %lu, %lu client passes", frames, passes.load());
@@ -140,10 +137,8 @@ void Renderer_FrameUpdateUi() {
     renderer->UiShowAdvancedPerformanceMetrics();
 }
 
-// Game::Stop: rendering has stopped, so the scene's objects can go at once.
+// Game::Stop.
 void Game_Stop() {
-    instances.clear();
-    lights.clear();
     std::printf("[sample] Game_Stop after %lu client passes (%.2f s of client time)\n", passes.load(), clientSeconds);
 }
 

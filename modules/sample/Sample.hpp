@@ -40,15 +40,8 @@ inline constexpr std::array<Placement, 5> newWorld = {{
     {roverType, {0.0, 0.1, 0.0}, 30.0, 0.0},
 }};
 
-/// Folder of the meshes, relative to the run directory.
-inline constexpr char meshFolder[] = "modules/TESSARA_sample/meshes/";
-
-/// The rover's wheel centres in its own frame (game axes), in roverWheels' order.
-inline constexpr std::array<glm::dvec3, 4> roverWheelCentres = {
-    {{0.75, 0.35, -0.8}, {0.75, 0.35, 0.8}, {-0.75, 0.35, -0.8}, {-0.75, 0.35, 0.8}}};
-
-/// The client's camera until players come: where it stands and what it looks at.
-inline constexpr glm::dvec3 cameraPosition{-3.0, 2.4, 4.5};
-inline constexpr glm::dvec3 cameraTarget{1.5, 0.2, 1.0};
+/// Where the player's feet start, and the point the player first looks at.
+inline constexpr glm::dvec3 startFeet{-3.0, 0.0, 4.5};
+inline constexpr glm::dvec3 startLookAt{1.5, 0.2, 1.0};
 
 } // namespace sample

@@ -1,5 +1,7 @@
-// The client as a newcomer first runs it: the sample world offscreen, its last
-// frame saved, and the pixels where the sample's objects must show.
+// The single-player client as a newcomer runs it: the sample world offscreen,
+// driven by input scripts, its last frame saved and checked where the sample's
+// objects must show; and its worlds, which the headless server reads back.
+#include "modules/sample/Player.hpp"
 #include "modules/sample/Sample.hpp"
 #include "nerox/graphics/Texture.hpp"
 #include "support/TempDir.hpp"
@@ -7,9 +9,15 @@
 #include <glm/gtc/matrix_transform.hpp>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
+#include <regex>
+#include <set>
 #include <string>
 
 namespace {
@@ -26,71 +34,139 @@ std::ostream& operator<<(std::ostream& out, Pixel const& p) {
     return out << p.r << ',' << p.g << ',' << p.b;
 }
 
+// Brown wood, or wood in the headlight: red about green, both over blue.
+bool IsCrate(Pixel p) {
+    return p.r >= p.g - 5 && p.g > p.b + 20 && p.r - p.g < 60;
+}
+
 class ClientScreenshotTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        scratch = std::make_unique<testsupport::TempDir>();
-        shot = scratch->File("shot.png");
-        std::string const command = std::string("cd '") + TESSARA_RUN +
-            "' && ./tessara --client --offscreen --frames 10 --size " + std::to_string(Width) + "x" +
-            std::to_string(Height) + " --settings '" + scratch->File("settings.ini") + "' --screenshot '" + shot +
-            "' > '" + scratch->File("log.txt") + "' 2>&1";
-        status = std::system(command.c_str());
-        if (status == 0) image = nerox::graphics::Texture::LoadFile(shot, 4);
+    // A run of tessara in the build's run directory; returns its exit status.
+    static int Run(std::string const& arguments, std::string const& log) {
+        std::string const command = std::string("cd '") + TESSARA_RUN + "' && ./tessara " + arguments +
+            " --settings '" + scratch->File("settings.ini") + "' > '" + scratch->File(log) + "' 2>&1";
+        return std::system(command.c_str());
+    }
+    static int RunClient(std::string const& world, std::string const& script, std::string const& shot) {
+        std::ofstream(scratch->File(shot + ".input")) << script;
+        return Run("--client --offscreen --size " + std::to_string(Width) + "x" + std::to_string(Height) + " --world " +
+                       world + " --input '" + scratch->File(shot + ".input") + "' --screenshot '" +
+                       scratch->File(shot) + "'",
+                   shot + ".log");
     }
 
-    // The pixel where a world point shows, through the sample's camera and the
-    // world view's projection.
-    static Pixel At(glm::dvec3 world) {
-        glm::dmat4 const view = glm::lookAt(sample::cameraPosition, sample::cameraTarget, glm::dvec3(0.0, 1.0, 0.0));
+    static void SetUpTestSuite() {
+        scratch = std::make_unique<testsupport::TempDir>();
+        std::string const tag = std::to_string(::getpid());
+        stand = "test_client_stand_" + tag;
+        walk = "test_client_walk_" + tag;
+        // A new world made by the client, then read by the server.
+        standStatus = RunClient(stand, "0 mode play\n1.5 quit\n", "stand.png");
+        standServerStatus = Run("--headless --ticks 1 --no-profile --world " + stand, "stand_server.log");
+        // A new world made by the server, then played: a second of walking towards the crates.
+        walkServerStatus = Run("--headless --ticks 1 --no-profile --world " + walk, "walk_server.log");
+        walkStatus = RunClient(walk, "0 mode play\n1.0 key KEY_W down\n2.0 key KEY_W up\n2.2 quit\n", "walk.png");
+        if (standStatus == 0) standImage = nerox::graphics::Texture::LoadFile(scratch->File("stand.png"), 4);
+        if (walkStatus == 0) walkImage = nerox::graphics::Texture::LoadFile(scratch->File("walk.png"), 4);
+    }
+
+    static void TearDownTestSuite() {
+        std::error_code ignored;
+        for (std::string const& world : {stand, walk})
+            std::filesystem::remove_all(std::string(TESSARA_RUN) + "/../Tessara-data/server/worlds/" + world, ignored);
+        scratch.reset();
+    }
+
+    // The pixel where a world point shows, from the player's first eye.
+    static Pixel At(nerox::graphics::ImageData const& image, glm::dvec3 world) {
+        glm::dvec3 const eye = sample::startFeet + glm::dvec3(0.0, sample::Player::eyeHeight, 0.0);
+        glm::dmat4 const view = glm::lookAt(eye, sample::startLookAt, glm::dvec3(0.0, 1.0, 0.0));
         glm::dvec3 const p = glm::dvec3(view * glm::dvec4(world, 1.0));
         double const f = 1.0 / std::tan(glm::radians(Fov) * 0.5);
-        double const x = (f * Height / Width * p.x / -p.z * 0.5 + 0.5) * Width;
-        double const y = (-f * p.y / -p.z * 0.5 + 0.5) * Height;
-        return At(static_cast<int>(x), static_cast<int>(y));
+        int const x = static_cast<int>((f * Height / Width * p.x / -p.z * 0.5 + 0.5) * Width);
+        int const y = static_cast<int>((-f * p.y / -p.z * 0.5 + 0.5) * Height);
+        return At(image, x, y);
     }
-    static Pixel At(int x, int y) {
+    static Pixel At(nerox::graphics::ImageData const& image, int x, int y) {
         EXPECT_TRUE(x >= 0 && x < Width && y >= 0 && y < Height) << x << ", " << y;
         size_t const i = (static_cast<size_t>(y) * Width + x) * 4;
         if (i + 2 >= image.pixels.size()) return {0, 0, 0};
         return {image.pixels[i], image.pixels[i + 1], image.pixels[i + 2]};
     }
-
-    static void TearDownTestSuite() { scratch.reset(); }
+    static int CratePixels(nerox::graphics::ImageData const& image) {
+        int count = 0;
+        for (int y = 0; y < image.height; ++y)
+            for (int x = 0; x < image.width; ++x) count += IsCrate(At(image, x, y)) ? 1 : 0;
+        return count;
+    }
+    // The entity ids that a log lists after the line that starts with header.
+    static std::set<std::string> Listed(std::string const& log, std::string const& header) {
+        std::ifstream in(scratch->File(log));
+        std::set<std::string> ids;
+        bool on = false;
+        std::smatch match;
+        for (std::string line; std::getline(in, line);) {
+            if (line.rfind(header, 0) == 0) {
+                on = true;
+            } else if (on && std::regex_search(line, match, std::regex(R"(^\[sample\]   (ENTT\w+) )"))) {
+                ids.insert(match[1]);
+            } else {
+                on = false;
+            }
+        }
+        return ids;
+    }
 
     inline static std::unique_ptr<testsupport::TempDir> scratch;
-    inline static std::string shot;
-    inline static int status = -1;
-    inline static nerox::graphics::ImageData image;
+    inline static std::string stand, walk;
+    inline static int standStatus = -1, standServerStatus = -1, walkServerStatus = -1, walkStatus = -1;
+    inline static nerox::graphics::ImageData standImage, walkImage;
 };
 
-TEST_F(ClientScreenshotTest, ShowsTheSkyTheGroundTheCratesAndTheRover) {
-    ASSERT_EQ(status, 0) << "the client run failed";
-    ASSERT_EQ(image.width, Width);
-    ASSERT_EQ(image.height, Height);
-    Pixel const sky = At(Width - 10, 4);
+TEST_F(ClientScreenshotTest, TheCratesThatFellRestOnTheGround) {
+    ASSERT_EQ(standStatus, 0) << testsupport::ReadText(scratch->File("stand.png.log"));
+    ASSERT_EQ(standImage.width, Width);
+    ASSERT_EQ(standImage.height, Height);
+    Pixel const sky = At(standImage, Width - 10, 4);
     EXPECT_TRUE(sky.b > sky.r && sky.b > 150) << "sky " << sky;
-    Pixel const ground = At(Width - 10, Height - 4);
+    Pixel const ground = At(standImage, Width - 10, Height - 4);
     EXPECT_TRUE(ground.g > ground.r && ground.g > ground.b) << "ground " << ground;
-    // Brown wood: red over green over blue, red at most 60 over green.
-    auto isCrate = [](Pixel p) { return p.r > p.g && p.g > p.b + 20 && p.r - p.g < 60; };
-    // Orange paint: red far over green, green over blue.
-    auto isRover = [](Pixel p) { return p.r > 150 && p.r - p.g > 70 && p.g > p.b; };
     int crates = 0;
     for (sample::Placement const& placement : sample::newWorld) {
-        // The middle of the lid, which the camera sees from above.
-        glm::dvec3 const centre(placement.position.x, placement.restY + 0.79, placement.position.z);
-        if (placement.position.x > 10.0) continue; // the one in the basin is under water
-        Pixel const pixel = At(centre);
-        if (std::string(placement.itemType) == sample::crateType) {
-            EXPECT_TRUE(isCrate(pixel)) << "crate at " << centre.x << ", " << centre.z << ": " << pixel;
-            ++crates;
-        } else {
-            Pixel const side = At(glm::dvec3(0.0, 0.55, 0.0));
-            EXPECT_TRUE(isRover(side)) << "rover " << side;
-        }
+        if (std::string(placement.itemType) != sample::crateType || placement.position.x > 10.0) continue;
+        glm::dvec3 const resting(placement.position.x, placement.restY + 0.4, placement.position.z);
+        glm::dvec3 const dropped(placement.position.x, placement.position.y + 0.4, placement.position.z);
+        EXPECT_TRUE(IsCrate(At(standImage, resting)))
+            << "crate at rest " << resting.x << ", " << resting.z << ": " << At(standImage, resting);
+        EXPECT_FALSE(IsCrate(At(standImage, dropped))) << "crate still where it was dropped " << dropped.y;
+        ++crates;
     }
     EXPECT_EQ(crates, 3);
+    // Orange paint: red far over green, green over blue.
+    Pixel const rover = At(standImage, glm::dvec3(0.0, 0.55, 0.0));
+    EXPECT_TRUE(rover.r > 150 && rover.r - rover.g > 70 && rover.g > rover.b) << "rover " << rover;
+}
+
+TEST_F(ClientScreenshotTest, WalkingTowardsTheCratesMakesThemBigger) {
+    ASSERT_EQ(standStatus, 0);
+    ASSERT_EQ(walkStatus, 0) << testsupport::ReadText(scratch->File("walk.png.log"));
+    int const before = CratePixels(standImage);
+    int const after = CratePixels(walkImage);
+    EXPECT_GT(before, 500);
+    EXPECT_GT(after, before * 3 / 2) << "crate pixels standing " << before << ", after the walk " << after;
+}
+
+TEST_F(ClientScreenshotTest, TheServerAndTheClientFindTheSameWorld) {
+    ASSERT_EQ(standStatus, 0);
+    ASSERT_EQ(standServerStatus, 0) << testsupport::ReadText(scratch->File("stand_server.log"));
+    ASSERT_EQ(walkServerStatus, 0);
+    ASSERT_EQ(walkStatus, 0);
+    std::set<std::string> const savedByClient = Listed("stand.png.log", "[sample] saving 5 entities");
+    EXPECT_EQ(savedByClient.size(), 5u);
+    EXPECT_EQ(Listed("stand_server.log", "[sample] world has 5 entities"), savedByClient);
+    std::set<std::string> const madeByServer = Listed("walk_server.log", "[sample] new world:");
+    EXPECT_EQ(madeByServer.size(), 5u);
+    EXPECT_EQ(Listed("walk.png.log", "[sample] world has 5 entities"), madeByServer);
 }
 
 } // namespace
