@@ -9,13 +9,13 @@ cd "$2"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 
-"$tessara" --client --frames 60 --size 320x240 --settings "$work/settings.ini" --screenshot "$work/window.png" > "$work/first.txt" 2>&1 || {
+"$tessara" --client --frames 60 --size 320x240 --world test_client_window --settings "$work/settings.ini" --screenshot "$work/window.png" > "$work/first.txt" 2>&1 || {
   cat "$work/first.txt"; echo "FAIL: the 60-frame run failed"; exit 1; }
-grep -q "Rendered 60 frames" "$work/first.txt" || { cat "$work/first.txt"; echo "FAIL: no 60 frames"; exit 1; }
+grep -qE "frames: +60 in" "$work/first.txt" || { cat "$work/first.txt"; echo "FAIL: no 60 frames"; exit 1; }
 [ -s "$work/window.png" ] || { cat "$work/first.txt"; echo "FAIL: no screenshot of the window"; exit 1; }
 echo "60 frames in a window, last one saved: ok"
 
-"$tessara" --client --size 320x240 --settings "$work/settings.ini" > "$work/second.txt" 2>&1 &
+"$tessara" --client --size 320x240 --world test_client_window --settings "$work/settings.ini" > "$work/second.txt" 2>&1 &
 pid=$!
 for _ in $(seq 1 100); do
   grep -q "Client mode:" "$work/second.txt" 2>/dev/null && break

@@ -1,10 +1,15 @@
 // glTF meshes read into geometries at device addresses, on the software device.
 #include "GameRendererFixture.hpp"
 
+#include "game/entity/ClientSideEntity.hpp"
+#include "game/entity/EntityConfig.hpp"
 #include "game/graphics/Mesh.hpp"
+#include "game/graphics/RenderableInstance.hpp"
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <filesystem>
 #include <stdexcept>
 
 namespace rendertest {
@@ -117,6 +122,45 @@ TEST_F(MeshTest, BadFilesThrowNamingTheFileAndSubsetViolationsAbort) {
         Write(json::array({{{"attributes", attributes}, {"indices", 1}, {"material", 0}}}), json::array({Painted})));
     testsupport::WriteText(path, text.replace(text.find("5123"), 4, "5121"));
     EXPECT_DEATH(Mesh{path}, "!\"Index ComponentType not supported\"");
+}
+
+// A client entity shows its type's mesh beside the description file; while F5
+// is held and the file keeps changing, the mesh is read again at most once a
+// second, in place, and the entity shows the new geometries.
+TEST_F(MeshTest, F5HeldReloadsTheMeshOfAClientEntityAtMostOnceASecond) {
+    using game::entity::ClientSideEntity;
+    json const primitive = {{"attributes", {{"POSITION", 0}}}, {"material", 0}};
+    std::string const mesh = Write(json::array({primitive}), json::array({Painted}));
+    testsupport::WriteText(scratch.File("mesh.txt"), "[ENTITY]\nmass 1\n");
+    ClientSideEntity::TypeDef row;
+    row.config = std::make_shared<game::entity::EntityConfig>(scratch.File("mesh.txt"));
+    row.factory = [] { return std::make_shared<ClientSideEntity::Interface>(); };
+    ClientSideEntity::_registered_interfaces["TEST_mesh"]["thing"] = row;
+    auto const entity =
+        ClientSideEntity::Spawn(game::entity::Id::Generate(), nerox::modular::ModuleID("TEST_mesh"), "thing");
+    ASSERT_EQ(entity->renderables.size(), 1u);
+    auto const first = entity->renderables[0].instance;
+    EXPECT_EQ(entity->renderables[0].node, "body");
+
+    renderer->StartRendering();
+    Game::window = window.get();
+    window->SetKey(GLFW_KEY_F5, GLFW_PRESS);
+    auto const start = std::chrono::steady_clock::now();
+    int frames = 0;
+    for (auto stamp = std::filesystem::file_time_type::clock::now();
+         std::chrono::steady_clock::now() - start < std::chrono::milliseconds(2300); ++frames) {
+        std::filesystem::last_write_time(mesh, stamp += std::chrono::seconds(1)); // a new save every frame
+        renderer->Frame();
+        entity->Update(1.0 / 60.0);
+    }
+    uint64_t const reloads = row.config->meshLoads - 1;
+    EXPECT_GE(reloads, 1u);
+    EXPECT_LE(reloads, 2u) << "in " << frames << " frames over 2.3 s";
+    EXPECT_NE(entity->renderables[0].instance, first) << "new instances of the new geometries";
+    EXPECT_FALSE(first->visible || first->enabled) << "the old instance left the scene";
+    ClientSideEntity::DestroyAll();
+    ClientSideEntity::_registered_interfaces.clear();
+    Game::window = nullptr;
 }
 
 } // namespace

@@ -61,7 +61,7 @@ protected:
         stand = "test_client_stand_" + tag;
         walk = "test_client_walk_" + tag;
         // A new world made by the client, then read by the server.
-        standStatus = RunClient(stand, "0 mode play\n1.5 quit\n", "stand.png");
+        standStatus = RunClient(stand, "0 mode play\n2.5 quit\n", "stand.png");
         standServerStatus = Run("--headless --ticks 1 --no-profile --world " + stand, "stand_server.log");
         // A new world made by the server, then played: a second of walking towards the crates.
         walkServerStatus = Run("--headless --ticks 1 --no-profile --world " + walk, "walk_server.log");
@@ -108,10 +108,10 @@ protected:
         for (std::string line; std::getline(in, line);) {
             if (line.rfind(header, 0) == 0) {
                 on = true;
-            } else if (on && std::regex_search(line, match, std::regex(R"(^\[sample\]   (ENTT\w+) )"))) {
-                ids.insert(match[1]);
-            } else {
+            } else if (!on || line.rfind("[sample]   ", 0) != 0) {
                 on = false;
+            } else if (std::regex_search(line, match, std::regex(R"(^\[sample\]   (ENTT\w+) )"))) {
+                ids.insert(match[1]);
             }
         }
         return ids;
