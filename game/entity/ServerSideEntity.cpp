@@ -1,4 +1,5 @@
 #include "game/entity/ServerSideEntity.hpp"
+#include "nerox/filesystem/FileBatch.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -126,6 +127,15 @@ ServerSideEntity::ServerSideEntity(Id givenId, nerox::filesystem::ReadOnlyStream
     Construct();
 }
 
+ServerSideEntity::ServerSideEntity(Id givenId, nerox::filesystem::ReadOnlyStream& stream,
+                                   nerox::filesystem::ReadOnlyStream contents)
+    : id(givenId) {
+    uint64_t const hash = StateHash(contents.ReadableBytes());
+    stream = ReadState(contents);
+    savedStateHash = hash;
+    Construct();
+}
+
 void ServerSideEntity::Construct() {
     _beforeUpdateScope = "Entity<" + itemType + ">::BeforeUpdate";
     _updateScope = "Entity<" + itemType + ">::Update";
@@ -188,13 +198,15 @@ std::shared_ptr<ServerSideEntityInterface> ServerSideEntityInterface::Create(Id 
     return ServerSideEntity::LoadFromFile(id, missing);
 }
 
-std::shared_ptr<ServerSideEntityInterface> ServerSideEntity::LoadFromFile(Id id, std::string& missing) {
+std::shared_ptr<ServerSideEntityInterface> ServerSideEntity::LoadFromFile(Id id, std::string& missing,
+                                                                          nerox::filesystem::ReadOnlyStream* contents) {
     if (!id.IsSet()) {
         std::cerr << "WARNING: skipped a state file without an entity id in " << GetCheckpointDir() << std::endl;
         return {};
     }
     nerox::filesystem::ReadOnlyStream state;
-    Ptr entity = entity::Create<ServerSideEntity>(id, state);
+    Ptr entity = contents ? entity::Create<ServerSideEntity>(id, state, std::move(*contents))
+                          : entity::Create<ServerSideEntity>(id, state);
     // Whatever goes wrong from here on, the entity leaves the registry again
     // and its files stay: a file that was not read whole is never removed.
     auto const drop = [&entity, id] {
@@ -391,9 +403,18 @@ ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles dama
 
     // Always the same order, so that a world loads the same way every time.
     std::sort(stems.begin(), stems.end());
+    // The files are read on two threads ahead of the entities, which are made
+    // one by one (modules' LoadState hooks need not be thread-safe).
+    std::vector<std::string> files;
+    files.reserve(stems.size());
+    for (std::string const& stem : stems) files.push_back((folder / (stem + std::string(extension))).string());
+    std::vector<std::vector<unsigned char>> contents;
+    std::vector<std::string> readErrors;
+    nerox::filesystem::ReadWholeFiles(files, contents, readErrors);
     std::map<std::string, size_t> missingTypes;
-    for (std::string const& stem : stems) {
-        std::string const file = (folder / (stem + std::string(extension))).string();
+    for (size_t index = 0; index < stems.size(); ++index) {
+        std::string const& stem = stems[index];
+        std::string const& file = files[index];
         try {
             Id id;
             try {
@@ -406,7 +427,10 @@ ServerSideEntity::LoadReport ServerSideEntity::LoadAllEntities(DamagedFiles dama
                 continue;
             }
             std::string missing;
-            std::shared_ptr<Interface> const loaded = LoadFromFile(id, missing);
+            // A file that could not be read ahead is read again, to report why.
+            nerox::filesystem::ReadOnlyStream read(std::move(contents[index]));
+            std::shared_ptr<Interface> const loaded =
+                LoadFromFile(id, missing, readErrors[index].empty() ? &read : nullptr);
             if (!missing.empty()) ++missingTypes[missing];
             if (!loaded) continue;
             if (Ptr const entity = loaded->entity.lock()) entity->worldReferences.fetch_add(1);
@@ -465,14 +489,23 @@ namespace {
 
 /// Saves the placed entities of the registry in rounds, with no lock of it
 /// held: a module's SaveState may look other entities up, place more (saved in
-/// the next round) or destroy some (not saved). Returns the entities saved;
-/// failure tells how many could not be, with the first error, or stays empty.
+/// the next round) or destroy some (not saved). The bytes of every entity are
+/// made first; those that differ from the entity's file are then written as
+/// one batch. Returns the entities saved; failure tells how many could not
+/// be, with the first error, or stays empty.
 std::vector<ServerSideEntity::Ptr> SaveInRounds(std::string& failure) {
     using Ptr = ServerSideEntity::Ptr;
     size_t failures = 0;
     std::string firstFailure;
+    auto const report = [&](Id const& id, std::string const& what) {
+        // The old file stays as it was; go on with the others.
+        std::cerr << "ERROR: could not save entity " << static_cast<std::string>(id) << ": " << what << std::endl;
+        if (failures++ == 0) firstFailure = what;
+    };
     std::vector<Ptr> saved;
     std::unordered_set<ServerSideEntity const*> seen;
+    nerox::filesystem::FileBatch batch(ServerSideEntity::TemporaryExtension);
+    std::vector<std::pair<Ptr, uint64_t>> written; // in the batch's order, with the new hash
     for (bool more = true; more;) {
         std::vector<Ptr> round;
         ServerSideEntity::ForEach([&round, &seen](Ptr entity) {
@@ -483,16 +516,28 @@ std::vector<ServerSideEntity::Ptr> SaveInRounds(std::string& failure) {
             seen.insert(entity.get());
             if (ServerSideEntity::Get(entity->id) != entity) continue; // destroyed by an earlier hook
             try {
-                entity->Serialize();
-            } catch (std::exception const& failure) {
-                // The old file stays as it was; go on with the others.
-                std::cerr << "ERROR: could not save entity " << static_cast<std::string>(entity->id) << ": "
-                          << failure.what() << std::endl;
-                if (failures++ == 0) firstFailure = failure.what();
+                nerox::filesystem::WriteOnlyStream const bytes = entity->SaveBytes();
+                uint64_t const hash = ServerSideEntity::StateHash(bytes.Bytes());
+                std::string path = entity->GetStateSaveFile();
+                std::error_code missing;
+                if (hash != entity->savedStateHash || !std::filesystem::exists(path, missing)) {
+                    batch.Add(std::move(path), bytes.Bytes());
+                    written.emplace_back(entity, hash);
+                }
+            } catch (std::exception const& error) {
+                report(entity->id, error.what());
             }
             saved.push_back(std::move(entity));
         }
     }
+    std::vector<bool> failed(written.size(), false);
+    for (nerox::filesystem::FileBatch::Failure const& commitFailure : batch.Commit()) {
+        if (failed[commitFailure.index]) continue;
+        failed[commitFailure.index] = true;
+        report(written[commitFailure.index].first->id, commitFailure.message);
+    }
+    for (size_t i = 0; i < written.size(); ++i)
+        if (!failed[i]) written[i].first->savedStateHash = written[i].second;
     if (failures != 0)
         failure = "Could not save " + std::to_string(failures) + " entities; the first error: " + firstFailure;
     return saved;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -76,6 +77,8 @@ public:
     /// replaces the contents of stream. Throws std::runtime_error for a missing
     /// or damaged file.
     ServerSideEntity(Id id, nerox::filesystem::ReadOnlyStream& stream);
+    /// The same from the state file's bytes, read already (contents).
+    ServerSideEntity(Id id, nerox::filesystem::ReadOnlyStream& stream, nerox::filesystem::ReadOnlyStream contents);
     /// Drops the interface, then removes the entity's files if deleteFilesOnDestroy is set.
     ~ServerSideEntity() override;
 
@@ -140,6 +143,11 @@ public:
     nerox::filesystem::ReadOnlyStream Deserialize();
     /// The bytes of the state file, as Serialize writes them.
     void WriteState(nerox::filesystem::WriteOnlyStream& out);
+    /// WriteState into a new stream, refusing (std::runtime_error, as
+    /// Serialize) a position, orientation or velocity that is not finite.
+    nerox::filesystem::WriteOnlyStream SaveBytes();
+    /// The hash that savedStateHash keeps of a state file's bytes; never 0.
+    static uint64_t StateHash(std::span<unsigned char const> bytes);
     /// Fills the fields from the bytes of a state file and returns the module's
     /// blob; Deserialize without the file. Throws DamagedFileError.
     nerox::filesystem::ReadOnlyStream ReadState(nerox::filesystem::ReadOnlyStream& in);
@@ -179,13 +187,18 @@ public:
     /// the temporary files of an interrupted save.
     static LoadReport LoadAllEntities(DamagedFiles damaged = DamagedFiles::Refuse);
     /// Saves the entities placed in the world and keeps them loaded; returns how
-    /// many were saved. The saves run as in UnloadAllEntities. Throws
+    /// many were saved (unchanged ones count as saved). The saves run as in
+    /// UnloadAllEntities. Throws
     /// std::runtime_error after the last entity when some could not be saved.
     static size_t SaveAllEntities();
     /// Saves the entities placed in the world, then empties the registry, and
     /// returns how many were saved. The saves run with no lock of the registry
-    /// held (see Interface::SaveState). Throws std::runtime_error after the last
-    /// entity when some could not be saved.
+    /// held (see Interface::SaveState). The files are replaced together (see
+    /// nerox::filesystem::FileBatch): one sync of the disk for the world, and
+    /// after a crash at any instant each file is its old or its new version.
+    /// An entity whose bytes are those of its file is not written again.
+    /// Throws std::runtime_error after the last entity when some could not be
+    /// saved; their old files stay.
     static size_t UnloadAllEntities();
     /// Whether UnloadAllEntities saves it: placed in the world and not a component.
     bool IsPlaced() const { return worldReferences.load() != 0 && !isComponent; }
@@ -199,6 +212,7 @@ public:
     bool aerodynamic = true;                  ///< Its rigid body feels air and water.
     bool deleteFilesOnDestroy = true;         ///< The destructor removes its state and checkpoint files.
     std::atomic<uint64_t> worldReferences{0}; ///< Holders in the world; 0 means not saved at unload.
+    uint64_t savedStateHash = 0;              ///< StateHash of the state file as last written or read; 0 unknown.
     glm::dvec3 linearImpulse{0.0};            ///< N*s gathered since the last physics step.
     glm::dvec3 angularImpulse{0.0};           ///< N*m*s gathered since the last physics step.
     glm::dvec3 pendingAcceleration{0.0};      ///< m/s^2 to apply during the next step.
@@ -226,8 +240,10 @@ private:
     /// Shared tail of both constructors.
     void Construct();
     /// Interface::Create's work; when the module or item type is not loaded,
-    /// names it in missing and returns an empty pointer.
-    static std::shared_ptr<Interface> LoadFromFile(Id id, std::string& missing);
+    /// names it in missing and returns an empty pointer. With contents, the
+    /// state file's bytes were read already.
+    static std::shared_ptr<Interface> LoadFromFile(Id id, std::string& missing,
+                                                   nerox::filesystem::ReadOnlyStream* contents = nullptr);
     /// Moves the state and checkpoint files of stem into GetDamagedDir(); false
     /// when the state file could not be moved.
     static bool SetAside(std::string const& stem);

@@ -265,7 +265,13 @@ ReadOnlyStream ServerSideEntity::ReadState(ReadOnlyStream& in) {
     }
 }
 
-void ServerSideEntity::Serialize() {
+uint64_t ServerSideEntity::StateHash(std::span<unsigned char const> bytes) {
+    uint64_t const hash =
+        std::hash<std::string_view>{}(std::string_view(reinterpret_cast<char const*>(bytes.data()), bytes.size()));
+    return hash == 0 ? 1 : hash;
+}
+
+WriteOnlyStream ServerSideEntity::SaveBytes() {
     // A value that is not finite would never load again: keep the old file.
     SavedPlacement placement;
     placement.position = position, placement.orientation = orientation;
@@ -275,7 +281,13 @@ void ServerSideEntity::Serialize() {
                                  " is not finite (the old file is kept)");
     WriteOnlyStream bytes(256);
     WriteState(bytes);
+    return bytes;
+}
+
+void ServerSideEntity::Serialize() {
+    WriteOnlyStream const bytes = SaveBytes();
     ReplaceFile(GetStateSaveFile(), bytes);
+    savedStateHash = StateHash(bytes.Bytes());
 }
 
 ReadOnlyStream ServerSideEntity::Deserialize() {
@@ -290,7 +302,10 @@ ReadOnlyStream ServerSideEntity::Deserialize() {
         std::span<unsigned char const> const bytes = file.ReadableBytes();
         contents = ReadOnlyStream(bytes.data(), bytes.size());
     }
-    return ReadState(contents);
+    uint64_t const hash = StateHash(contents.ReadableBytes());
+    ReadOnlyStream blob = ReadState(contents);
+    savedStateHash = hash;
+    return blob;
 }
 
 // ---------------------------------------------------------------------------

@@ -7,6 +7,8 @@
 #include "support/Golden.hpp"
 
 #include <dlfcn.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -16,6 +18,7 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
+#include <random>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -382,6 +385,63 @@ TEST_F(ServerSideEntityWorld, SaveHooksRunWithoutTheLockSoTheyMayLookEntitiesUpA
     EXPECT_EQ(std::tuple(LookingInterface::seen, ServerSideEntity::Count()), std::tuple(2, 0u));
     EXPECT_EQ(std::distance(fs::directory_iterator(world + "/entities"), fs::directory_iterator()), 2)
         << "the entity placed by the hook is saved too, the one it destroyed is not";
+}
+
+// A child process saves a world of 10,000 entities again and again, each save
+// moving every entity to the next generation, and is killed at random moments.
+// Each time, every entity's file is whole and holds the generation of the last
+// save the child finished or of the one it was in.
+TEST_F(ServerSideEntityWorld, AWorldSaveKilledAtAnyMomentLeavesEveryFileOldOrNew) {
+    constexpr int Count = 10000;
+    std::vector<Id> ids;
+    for (int i = 0; i < Count; ++i) ids.push_back(NextId());
+    auto const place = [&ids](double generation) {
+        for (Id const& id : ids) {
+            Ptr entity = Make("plain", id);
+            entity->worldReferences = 1;
+            entity->position.x = generation;
+        }
+    };
+    place(0.0);
+    ASSERT_EQ(ServerSideEntity::UnloadAllEntities(), static_cast<size_t>(Count));
+    std::mt19937 random(20261125);
+    int done = 0; // the last generation a child reported saved
+    for (int round = 0; round < 20; ++round) {
+        int channel[2];
+        ASSERT_EQ(::pipe(channel), 0);
+        pid_t const child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            ::close(channel[0]);
+            place(done + 1);
+            for (int generation = done + 1;; ++generation) {
+                ServerSideEntity::ForEach([generation](Ptr entity) { entity->position.x = generation; });
+                ServerSideEntity::SaveAllEntities();
+                if (::write(channel[1], &generation, sizeof generation) != sizeof generation) ::_exit(1);
+            }
+        }
+        ::close(channel[1]);
+        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(5, 1500)(random)));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        for (int generation = 0; ::read(channel[0], &generation, sizeof generation) == sizeof generation;)
+            done = generation;
+        ::close(channel[0]);
+        int wrong = 0;
+        for (Id const& id : ids) {
+            try {
+                ReadOnlyStream blob;
+                ServerSideEntity saved(id, blob);
+                saved.deleteFilesOnDestroy = false;
+                wrong += saved.position.x == done || saved.position.x == done + 1 ? 0 : 1;
+            } catch (std::exception const& error) {
+                ADD_FAILURE() << "round " << round << ": " << error.what();
+                ++wrong;
+            }
+        }
+        ASSERT_EQ(wrong, 0) << "round " << round << ", generation " << done << " saved";
+    }
+    std::printf("the children finished %d saves between the kills\n", done);
 }
 
 TEST_F(ServerSideEntityWorld, FilesThatFailToLoadAreNamedNeverDeletedAndCanBeSetAsideOthersAreKeptOrSkipped) {
