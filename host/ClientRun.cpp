@@ -121,6 +121,7 @@ void PrintSummary(HostOptions const& options, RunStats const& stats, long long f
     double const held = seconds > 0.0 ? stats.serverTicks / seconds : 0.0; // while the frames ran
     std::printf("  server ticks:   %lld (%.1f of %.1f ticks/s held, load %.1f %%)\n", stats.serverTicks, held,
                 options.tickRate, 100.0 * stats.serverLoad);
+    PrintOverruns(options, stats);
 }
 
 } // namespace
@@ -197,6 +198,7 @@ int RunClient(HostOptions const& options) {
     ServerSideEntity::physicsStop.store(false);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     auto const started = Clock::now();
+    if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
     RunGuarded(
         [&] {
             Game::Start();

@@ -92,6 +92,7 @@ void PrintSummary(HostOptions const& options, RunStats const& stats, size_t notL
     double rate = stats.wallSeconds > 0.0 ? stats.serverTicks / stats.wallSeconds : 0.0;
     std::printf("  wall time:      %.3f s (%.1f ticks/s)\n", stats.wallSeconds, rate);
     if (!options.ticks) std::printf("  server load:    %.1f %%\n", 100.0 * stats.serverLoad);
+    PrintOverruns(options, stats);
     std::printf("  client passes:  %lld\n", stats.clientPasses);
     if (!options.profile) return;
 
@@ -181,6 +182,7 @@ int RunHeadless(HostOptions const& options) {
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     bool worldOpen = false; // the world loaded completely, so it is saved at the end
     ServerSideEntity::LoadReport worldLoad;
+    if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
     RunGuarded(
         [&] {
             Game::Start();

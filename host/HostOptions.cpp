@@ -184,6 +184,16 @@ Option const Options[] = {
          long long n = 0;
          return WholeAtLeast(t, 0, n) && (o.seed = static_cast<uint64_t>(n), true);
      }},
+    {"--stress", "N",
+     "Load test: ask the content modules for N more bodies (the\n"
+     "sample module drops N crates in a pile beside its set; they\n"
+     "are not saved). The summary tells how many ticks ran over\n"
+     "their time.",
+     "a whole number from 1 to 1000000",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         long long n = 0;
+         return WholeAtLeast(t, 1, n) && n <= 1000000 && (o.stress = n, true);
+     }},
     {"--input", "FILE",
      "Replay the input script FILE (see README, \"Replaying\n"
      "input\") in a headless 1280x720 window: its keys, mouse,\n"

@@ -32,6 +32,7 @@ struct HostOptions {
     std::string tracePath;               ///< Write a CSV trace of the entities here; empty: none.
     std::vector<std::string> traceTypes; ///< Item types to trace; empty: every entity.
     std::optional<uint64_t> seed;        ///< Seed of the physics step's random sampling.
+    std::optional<long long> stress;     ///< Bodies the content modules are asked to add for a load test.
     std::string inputPath;               ///< Replay this input script in a headless window; empty: none.
     bool printActions = false;           ///< Print the controller's actions that changed, pass by pass.
     bool client = false;                 ///< Open a renderer and run frames (client mode).

@@ -211,8 +211,12 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
             break;
         }
         Game::serverFramerate.Tick();
+        auto const tickStart = Clock::now();
         Game::ServerUpdate(deltaTime, options.substeps);
+        double const tickSeconds = std::chrono::duration<double>(Clock::now() - tickStart).count();
         Game::serverFramerate.WorkDone();
+        if (tickSeconds > deltaTime) ++stats.overruns;
+        stats.worstTick = std::max(stats.worstTick, tickSeconds);
         ++stats.serverTicks;
         stats.simulatedSeconds += deltaTime;
         if (trace != nullptr) trace->Write(stats.serverTicks, stats.simulatedSeconds);
@@ -228,6 +232,12 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
         }
     }
     stats.serverLoad = Game::serverFramerate.GetLoad();
+}
+
+void PrintOverruns(HostOptions const& options, RunStats const& stats) {
+    double const budget = 1000.0 / options.tickRate;
+    std::printf("  over budget:    %lld of %lld ticks took longer than %.2f ms (the longest %.2f ms)\n",
+                stats.overruns, stats.serverTicks, budget, 1000.0 * stats.worstTick);
 }
 
 } // namespace host

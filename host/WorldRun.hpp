@@ -34,7 +34,13 @@ struct RunStats {
     double simulatedSeconds = 0.0;
     double wallSeconds = 0.0;
     double serverLoad = 0.0;
+    long long overruns = 0;   ///< Ticks whose work took longer than a tick's time.
+    double worstTick = 0.0;   ///< Seconds of the longest tick.
 };
+
+/// The key of Game's inter-module channel under which --stress tells the
+/// content modules how many bodies to add for a load test.
+inline constexpr char StressKey[] = "host.stress";
 
 /// Ends the run once, from whichever loop notices the stop signal first.
 void QuitIfRequested();
@@ -64,6 +70,8 @@ void ReportContentModulesNotLoaded();
 /// (Server_Load). Fills report before the modules see the world. Throws
 /// std::runtime_error naming the world and its folder when it cannot be loaded.
 void LoadWorld(bool setAsideDamaged, game::entity::ServerSideEntity::LoadReport& report);
+/// The summary's line of the ticks that ran over their time, when any did.
+void PrintOverruns(HostOptions const& options, RunStats const& stats);
 /// The files a load set aside, once more at the very end where the player sees them.
 void ListSetAside(std::vector<std::string> const& files);
 /// The modules' part of the world (Server_Serialize), then the entities placed

@@ -40,6 +40,11 @@ inline constexpr std::array<Placement, 5> newWorld = {{
     {roverType, {0.0, 0.1, 0.0}, 30.0, 0.0},
 }};
 
+/// The key of Game's inter-module channel that holds the crates of a load
+/// test (the host's --stress N), and the pile's corner nearest the origin.
+inline constexpr char stressKey[] = "host.stress";
+inline constexpr glm::dvec3 stressPileCorner{8.0, 0.0, -12.0};
+
 /// Where the player's feet start, and the point the player first looks at.
 inline constexpr glm::dvec3 startFeet{-3.0, 0.0, 4.5};
 inline constexpr glm::dvec3 startLookAt{1.5, 0.2, 1.0};

@@ -9,6 +9,7 @@
 #include "game/modules/Hooks.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <type_traits>
@@ -46,10 +47,36 @@ game::entity::EnvironmentId ChooseEnvironment() {
     return chosen;
 }
 
-// One line per entity of the world, by id: where it stands, and the rover's wheels.
+// count crates dropped in a pile beside the sample set: square layers a metre
+// apart from 2 m up, each crate turned a little, all awake. They are not placed
+// in the world, so the save leaves them out.
+void DropStressPile(long long count) {
+    if (count <= 0) return;
+    if (ServerSideEntity::FindModuleIDFromItemType(sample::crateType) != nerox::modular::ModuleID(sample::moduleName))
+        return;
+    game::entity::EnvironmentId const environment = ChooseEnvironment();
+    long long const side = std::max(1LL, static_cast<long long>(std::ceil(std::cbrt(static_cast<double>(count)))));
+    for (long long i = 0; i < count; ++i) {
+        long long const layer = i / (side * side), row = (i / side) % side, column = i % side;
+        ServerSideEntity::Ptr const crate =
+            ServerSideEntity::Create(nerox::modular::ModuleID(sample::moduleName), sample::crateType, game::entity::Id{});
+        nerox::filesystem::ReadOnlyStream noState;
+        crate->Attach(noState);
+        crate->deleteFilesOnDestroy = false;
+        crate->position = sample::stressPileCorner + glm::dvec3(1.0 * column, 2.0 + 1.0 * layer, 1.0 * row);
+        crate->orientation = glm::angleAxis(glm::radians(7.0 * static_cast<double>(i % 13)), glm::dvec3(0.0, 1.0, 0.0));
+        crate->environmentId = environment;
+    }
+    std::printf("[sample] load test: %lld crates dropped in a pile at (%.0f, %.0f), %lld a side (not saved)\n", count,
+                sample::stressPileCorner.x, sample::stressPileCorner.z, side);
+}
+
+// One line per entity placed in the world, by id: where it stands, and the rover's wheels.
 void List() {
     std::vector<ServerSideEntity::Ptr> entities;
-    ServerSideEntity::ForEach([&entities](ServerSideEntity::Ptr entity) { entities.push_back(std::move(entity)); });
+    ServerSideEntity::ForEach([&entities](ServerSideEntity::Ptr entity) {
+        if (entity->IsPlaced()) entities.push_back(std::move(entity)); // a load test's pile is left out
+    });
     std::sort(entities.begin(), entities.end(), [](auto const& a, auto const& b) {
         return static_cast<std::string>(a->GetID()) < static_cast<std::string>(b->GetID());
     });
@@ -74,7 +101,8 @@ void ModuleLoad() {
 }
 
 // The host has loaded the world's saved entities: a world without any gets the
-// sample set, three crates and a rover.
+// sample set, three crates and a rover. A load test (tessara --stress N) adds
+// N crates in a pile beside it, which are not saved.
 void Server_Load(char const* worldName) {
     size_t const found = ServerSideEntity::Count();
     if (found != 0) {
@@ -92,12 +120,15 @@ void Server_Load(char const* worldName) {
                     environment == 0 ? ": none registered, so nothing moves" : "");
     }
     List();
+    DropStressPile(static_cast<long long>(Game::GetNumericIMC(sample::stressKey, 0.0)));
     std::fflush(stdout);
 }
 
 // The host saves the world: show what goes to disk.
 void Server_Serialize() {
-    std::printf("[sample] saving %zu entities\n", ServerSideEntity::Count());
+    size_t placed = 0;
+    ServerSideEntity::ForEach([&placed](ServerSideEntity::Ptr entity) { placed += entity->IsPlaced() ? 1 : 0; });
+    std::printf("[sample] saving %zu entities\n", placed);
     List();
     std::fflush(stdout);
 }
