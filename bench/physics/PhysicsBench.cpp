@@ -5,13 +5,18 @@
 //  2. Our step with 1,000 and with 10,000 crates, 9 in 10 of them at rest, and
 //     the ratio between the two (10 means the cost grows linearly), with steps
 //     run back to back (warm caches) and with the caches evicted before each.
+//  3. A pile: 1,000 unit crates turned every way (a fixed seed, uniform over
+//     rotations), dropped in columns onto flat ground, 900 steps: the mean and
+//     worst step while they fall (steps 0 to 300) and the mean while the pile
+//     settles (300 to 900), ours and Bullet's, and how each pile ends.
 //
-// Run: build/bench/tessara_physics_bench [steps] [1|2]   (the second argument runs one scene only)
+// Run: build/bench/tessara_physics_bench [steps] [1|2|3]   (the second argument runs one scene only)
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -114,6 +119,138 @@ Timing RunBullet(int steps) {
 }
 #endif
 
+/// Timings of the pile scene and how the pile ended.
+struct PileRun {
+    Timing falling;          ///< Steps 0 to 300.
+    double settling = 0.0;   ///< Mean ms of steps 300 to 900.
+    double meanHeight = 0.0; ///< Of the crates' centres at the end, metres.
+    double highest = 0.0;
+    int belowGround = 0; ///< Centres under y = 0.
+    int notFinite = 0;   ///< Crates with a position that is not a number.
+};
+
+constexpr int PileCrates = 1000;
+constexpr int PileSteps = 900;
+constexpr int PileFalling = 300;
+
+/// Where crate i of the pile starts: 10 x 10 columns 1.8 m apart, layers 1.8 m
+/// apart from 1 m up (a turned unit crate reaches 0.87 m from its centre), and a
+/// rotation drawn uniformly from all rotations.
+void PileCrate(int i, std::mt19937_64& random, glm::dvec3& position, glm::dquat& orientation) {
+    int const x = i % 10, z = (i / 10) % 10, layer = i / 100;
+    position = glm::dvec3((x - 5) * 1.8, 1.0 + layer * 1.8, (z - 5) * 1.8);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    double const u1 = unit(random), u2 = 2.0 * M_PI * unit(random), u3 = 2.0 * M_PI * unit(random);
+    double const a = std::sqrt(1.0 - u1), b = std::sqrt(u1);
+    orientation = glm::dquat(b * std::cos(u3), a * std::sin(u2), a * std::cos(u2), b * std::sin(u3));
+}
+
+/// Splits step timings into the pile's phases and notes how the pile ends.
+template <class Step, class Heights> PileRun RunPile(Step&& step, Heights&& heights) {
+    PileRun run;
+    double settlingTotal = 0.0;
+    double fallingTotal = 0.0;
+    for (int i = 0; i < PileSteps; ++i) {
+        auto const start = Clock::now();
+        step();
+        double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        if (i < PileFalling) {
+            fallingTotal += ms;
+            run.falling.worst = std::max(run.falling.worst, ms);
+        } else {
+            settlingTotal += ms;
+        }
+    }
+    run.falling.mean = fallingTotal / PileFalling;
+    run.settling = settlingTotal / (PileSteps - PileFalling);
+    std::vector<double> const ys = heights();
+    double sum = 0.0;
+    for (double const y : ys) {
+        if (!std::isfinite(y)) {
+            ++run.notFinite;
+            continue;
+        }
+        sum += y;
+        run.highest = std::max(run.highest, y);
+        run.belowGround += y < 0.0 ? 1 : 0;
+    }
+    run.meanHeight = ys.empty() ? 0.0 : sum / static_cast<double>(ys.size());
+    return run;
+}
+
+PileRun RunOursPile(testsupport::PhysicsWorld& world) {
+    ServerSideEntity::DestroyAll();
+    std::mt19937_64 random(1000);
+    std::vector<ServerSideEntity::Ptr> crates;
+    for (int i = 0; i < PileCrates; ++i) {
+        testsupport::BoxSpec box;
+        PileCrate(i, random, box.position, box.orientation);
+        crates.push_back(world.AddBox(box));
+    }
+    PileRun const run = RunPile([] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); },
+                                [&crates] {
+                                    std::vector<double> ys;
+                                    for (auto const& crate : crates) ys.push_back(crate->position.y);
+                                    return ys;
+                                });
+    crates.clear();
+    ServerSideEntity::DestroyAll();
+    return run;
+}
+
+#if TESSARA_WITH_BULLET
+PileRun RunBulletPile() {
+    btDefaultCollisionConfiguration configuration;
+    btCollisionDispatcher dispatcher(&configuration);
+    btDbvtBroadphase broadphase;
+    btSequentialImpulseConstraintSolver solver;
+    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
+    world.setGravity(btVector3(0, -9.81f, 0));
+    btBoxShape groundShape(btVector3(100, 0.5f, 100));
+    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
+    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
+    world.addRigidBody(&ground);
+    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
+    btVector3 inertia;
+    crateShape.calculateLocalInertia(1, inertia);
+    std::vector<btDefaultMotionState> motions;
+    std::vector<btRigidBody*> crates;
+    motions.reserve(PileCrates);
+    std::mt19937_64 random(1000);
+    for (int i = 0; i < PileCrates; ++i) {
+        glm::dvec3 position;
+        glm::dquat orientation;
+        PileCrate(i, random, position, orientation);
+        btQuaternion const turn(btScalar(orientation.x), btScalar(orientation.y), btScalar(orientation.z),
+                                btScalar(orientation.w));
+        motions.emplace_back(
+            btTransform(turn, btVector3(btScalar(position.x), btScalar(position.y), btScalar(position.z))));
+        crates.push_back(
+            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
+        world.addRigidBody(crates.back());
+    }
+    PileRun const run = RunPile([&world] { world.stepSimulation(btScalar(StepSeconds), 0); },
+                                [&crates] {
+                                    std::vector<double> ys;
+                                    for (btRigidBody* crate : crates)
+                                        ys.push_back(crate->getCenterOfMassPosition().y());
+                                    return ys;
+                                });
+    for (btRigidBody* crate : crates) {
+        world.removeRigidBody(crate);
+        delete crate;
+    }
+    world.removeRigidBody(&ground);
+    return run;
+}
+#endif
+
+void PrintPile(char const* engine, PileRun const& run) {
+    std::printf("  %-10s %12.3f %12.3f %14.3f   mean %.2f m, highest %.2f m, %d below ground, %d not finite\n", engine,
+                run.falling.mean, run.falling.worst, run.settling, run.meanHeight, run.highest, run.belowGround,
+                run.notFinite);
+}
+
 /// Evicts the caches by writing a buffer larger than the last level, as the
 /// rest of a server tick (entity hooks, modules, networking) does between two
 /// physics steps.
@@ -177,6 +314,24 @@ int main(int argc, char** argv) {
 #endif
     }
     if (only == 1) return 0;
+    if (only == 3 || only == 0) {
+        std::printf("\nScene 3: a pile of %d unit crates turned every way, dropped in 10 x 10 columns onto flat\n"
+                    "         ground, %d steps of 1/60 s: falling (steps 0 to %d), settling (%d to %d)\n",
+                    PileCrates, PileSteps, PileFalling, PileFalling, PileSteps);
+        std::printf("  %-10s %12s %12s %14s   the pile at the end (crate centres)\n", "engine", "falling mean",
+                    "falling worst", "settling mean");
+        PileRun const ours = RunOursPile(world);
+        PrintPile("tessara", ours);
+#if TESSARA_WITH_BULLET
+        PileRun const bullet = RunBulletPile();
+        PrintPile("bullet", bullet);
+        std::printf("  ratio tessara / bullet: falling mean %.2f, falling worst %.2f, settling mean %.2f\n"
+                    "  (goals: at most 0.5, 1 and 1)\n",
+                    ours.falling.mean / bullet.falling.mean, ours.falling.worst / bullet.falling.worst,
+                    ours.settling / bullet.settling);
+#endif
+        if (only == 3) return 0;
+    }
 
     int const restingSteps = std::max(1, steps / 5);
     std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps\n"
