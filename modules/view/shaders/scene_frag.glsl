@@ -17,6 +17,7 @@ layout(location = 3) in vec2 vTexCoord;
 layout(location = 4) flat in vec4 vMaterialColor;
 layout(location = 5) flat in vec4 vEmission; // w: colour mix
 layout(location = 6) flat in uint vMonitor;
+layout(location = 7) in vec3 vLight;
 
 layout(location = 0) out vec4 outColor;
 
@@ -49,21 +50,31 @@ vec3 LightAt(uint i, vec3 position, vec3 n)
 
 void main()
 {
-    vec3 n = vNormal;
-    if (dot(n, n) < 1e-12) n = cross(dFdx(vPosition), dFdy(vPosition));
-    n = normalize(n);
-    if (dot(n, vPosition) > 0.0) n = -n; // both sides of a face are lit alike
+    // Boxes and geometries with normals bring the sky and sun from their
+    // vertices; the others take their faces' normals from the pixels around.
+    bool normals = (draw.flags & 3u) == 0u || (draw.flags & HasNormals) != 0u;
+    vec3 n = vec3(0.0);
+    vec3 light;
+    if (normals) {
+        light = vLight;
+    } else {
+        n = normalize(cross(dFdx(vPosition), dFdy(vPosition)));
+        if (dot(n, vPosition) > 0.0) n = -n;
+        light = SkyAndSunLight(n);
+    }
+    if (frame.lightCount > 0u) {
+        if (normals) {
+            n = normalize(vNormal);
+            if (dot(n, vPosition) > 0.0) n = -n; // both sides of a face are lit alike
+        }
+        for (uint i = 0u; i < frame.lightCount; ++i) light += LightAt(i, vPosition, n);
+    }
 
     vec3 albedo = vMaterialColor.rgb * mix(vColor.rgb, vec3(1.0), clamp(vEmission.w, 0.0, 1.0));
 #ifdef TEXTURED
     uint textureIndex = draw.flags >> 8;
     if (textureIndex != 0u) albedo *= texture(textures[nonuniformEXT(textureIndex)], vTexCoord).rgb;
 #endif
-
-    vec3 worldNormal = mat3(frame.cameraToWorld) * n;
-    vec3 light = 0.35 * SkyRadiance(worldNormal); // light of the sky, from where the face looks
-    if (frame.sunDirection.w > 0.0) light += frame.sunColor.rgb * max(dot(n, frame.sunDirection.xyz), 0.0);
-    for (uint i = 0u; i < frame.lightCount; ++i) light += LightAt(i, vPosition, n);
 
     vec3 emission = vEmission.rgb;
 #ifdef TEXTURED

@@ -2,6 +2,7 @@
 // device address; boxes are drawn as 36 vertices each from their corners.
 #extension GL_EXT_shader_16bit_storage : require
 #include "scene.glsl"
+#include "sky.glsl"
 
 layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec3s { vec3 v[]; };
 layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec2s { vec2 v[]; };
@@ -18,6 +19,8 @@ layout(location = 3) out vec2 vTexCoord;
 layout(location = 4) flat out vec4 vMaterialColor;
 layout(location = 5) flat out vec4 vEmission; // w: colour mix
 layout(location = 6) flat out uint vMonitor;
+// Sky and sun on the face, for a geometry with normals (see SkyAndSunLight).
+layout(location = 7) out vec3 vLight;
 
 // The corners of a unit box (bit 0 x, bit 1 y, bit 2 z), two triangles a face,
 // counter-clockwise from outside; and each face's outward normal.
@@ -61,6 +64,7 @@ void main()
             gl_Position = vec4(0.0, 0.0, 2.0, 1.0);
             vPosition = vec3(0.0);
             vNormal = vec3(0.0);
+            vLight = vec3(0.0);
             return;
         }
         position = Vec3s(draw.positions).v[index];
@@ -72,5 +76,11 @@ void main()
     vec4 cameraPosition = draw.modelView * vec4(position, 1.0);
     vPosition = cameraPosition.xyz;
     vNormal = mat3(draw.modelView) * normal;
+    vLight = vec3(0.0);
+    if (dot(vNormal, vNormal) >= 1e-12) {
+        vec3 n = normalize(vNormal);
+        if (dot(n, vPosition) > 0.0) n = -n; // both sides of a face are lit alike
+        vLight = SkyAndSunLight(n);
+    }
     gl_Position = frame.projection * cameraPosition;
 }
