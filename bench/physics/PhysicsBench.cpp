@@ -4,7 +4,8 @@
 //     with mean and worst milliseconds per step and their ratio.
 //  2. Our step with 1,000 and with 10,000 crates, 9 in 10 of them at rest, and
 //     the ratio between the two (10 means the cost grows linearly), with steps
-//     run back to back (warm caches) and with the caches evicted before each.
+//     run back to back (warm caches) and with the caches evicted before each;
+//     and Bullet's on the same scene with its resting bodies asleep.
 //  3. A pile: 1,000 unit crates turned every way (a fixed seed, uniform over
 //     rotations), dropped in columns onto flat ground, 900 steps: the mean and
 //     worst step while they fall (steps 0 to 300) and the mean while the pile
@@ -288,6 +289,58 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
     return timing;
 }
 
+#if TESSARA_WITH_BULLET
+/// Bullet on the resting scene: the same crates, the resting ones put to sleep
+/// at the start (its deactivation on, as by default), the others awake.
+Timing RunBulletResting(int count, int steps, bool cold) {
+    btDefaultCollisionConfiguration configuration;
+    btCollisionDispatcher dispatcher(&configuration);
+    btDbvtBroadphase broadphase;
+    btSequentialImpulseConstraintSolver solver;
+    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
+    world.setGravity(btVector3(0, -9.81f, 0));
+    btBoxShape groundShape(btVector3(150, 0.5f, 150));
+    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
+    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
+    world.addRigidBody(&ground);
+    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
+    btVector3 inertia;
+    crateShape.calculateLocalInertia(1, inertia);
+    std::vector<btDefaultMotionState> motions;
+    std::vector<btRigidBody*> crates;
+    motions.reserve(count);
+    int const columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
+    for (int i = 0; i < count; ++i) {
+        int const x = i % columns, z = i / columns;
+        bool const awake = i % 10 == 0;
+        btVector3 const origin(btScalar((x - columns / 2) * 2.0), awake ? 1.5f : 0.5f,
+                               btScalar((z - columns / 2) * 2.0));
+        motions.emplace_back(btTransform(btQuaternion::getIdentity(), origin));
+        crates.push_back(
+            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
+        world.addRigidBody(crates.back());
+        if (!awake) crates.back()->setActivationState(ISLAND_SLEEPING);
+    }
+    Timing timing;
+    double total = 0.0;
+    for (int i = 0; i < steps; ++i) {
+        if (cold) EvictCaches();
+        auto const start = Clock::now();
+        world.stepSimulation(btScalar(StepSeconds), 0);
+        double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        total += ms;
+        timing.worst = std::max(timing.worst, ms);
+    }
+    timing.mean = total / steps;
+    for (btRigidBody* crate : crates) {
+        world.removeRigidBody(crate);
+        delete crate;
+    }
+    world.removeRigidBody(&ground);
+    return timing;
+}
+#endif
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -346,6 +399,15 @@ int main(int argc, char** argv) {
         std::printf("  %-10d %-6s %12.3f %12.3f\n", 1000, caches, small.mean, small.worst);
         std::printf("  %-10d %-6s %12.3f %12.3f\n", 10000, caches, large.mean, large.worst);
         std::printf("  ratio 10,000 / 1,000, %s: %.2f (10 is linear growth)\n", caches, large.mean / small.mean);
+#if TESSARA_WITH_BULLET
+        Timing const bulletSmall = RunBulletResting(1000, restingSteps, cold);
+        Timing const bulletLarge = RunBulletResting(10000, restingSteps, cold);
+        std::printf("  %-10d %-6s %12.3f %12.3f   Bullet, its resting bodies asleep\n", 1000, caches, bulletSmall.mean,
+                    bulletSmall.worst);
+        std::printf("  %-10d %-6s %12.3f %12.3f   Bullet\n", 10000, caches, bulletLarge.mean, bulletLarge.worst);
+        std::printf("  ratio tessara / bullet, %s: %.2f with 1,000, %.2f with 10,000 (goal: at most 0.5)\n", caches,
+                    small.mean / bulletSmall.mean, large.mean / bulletLarge.mean);
+#endif
     }
     return 0;
 }
