@@ -11,7 +11,6 @@
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
-#include "game/physics/PhysicsRandom.hpp"
 #include "nerox/graphics/GlfwWindow.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
 
@@ -192,22 +191,9 @@ int RunClient(HostOptions const& options) {
     double seconds = 0.0;
     RunStats stats;
     std::exception_ptr failure;
-    bool worldOpen = false; // the world loaded completely, so it is saved at the end
     ServerSideEntity::LoadReport worldLoad;
-    Game::isActive.exchange(true);
-    ServerSideEntity::physicsStop.store(false);
-    if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     auto const started = Clock::now();
-    if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
-    RunGuarded(
-        [&] {
-            Game::Start();
-            ReportContentModulesNotLoaded();
-            Game::Ready();
-            LoadWorld(options.setAsideDamaged, worldLoad);
-            worldOpen = true;
-        },
-        failure);
+    bool const worldOpen = OpenWorld(options, worldLoad, failure);
     if (!failure) {
         // Offscreen there is no pointer to free: aim as in play, crosshair and all.
         if (options.offscreen) Game::SetInputMode_Play();
@@ -232,15 +218,7 @@ int RunClient(HostOptions const& options) {
     stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
     Game::Quit();
 
-    // The world is saved also after a failed frame, so that no progress is lost;
-    // a world that did not load completely stays on disk as it was.
-    std::exception_ptr saveFailure;
-    if (worldOpen) RunGuarded([] { SaveWorld(); }, saveFailure);
-    ReleaseEntitiesKeepingFiles();
-    if (!failure) failure = saveFailure;
-    std::exception_ptr stopFailure;
-    RunGuarded([] { Game::Stop(); }, stopFailure);
-    if (!failure) failure = stopFailure;
+    CloseWorld(worldOpen, failure);
     ListSetAside(worldLoad.setAside);
     if (failure) {
         std::cerr << "tessara: the run ended with an error: " << Describe(failure) << '\n';

@@ -10,7 +10,6 @@
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
-#include "game/physics/PhysicsRandom.hpp"
 #include "nerox/cpu/Profiler.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
 
@@ -177,21 +176,8 @@ int RunHeadless(HostOptions const& options) {
     std::exception_ptr failure;
     RunStats stats;
     auto const started = Clock::now();
-    Game::isActive.exchange(true);
-    ServerSideEntity::physicsStop.store(false);
-    if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
-    bool worldOpen = false; // the world loaded completely, so it is saved at the end
     ServerSideEntity::LoadReport worldLoad;
-    if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
-    RunGuarded(
-        [&] {
-            Game::Start();
-            ReportContentModulesNotLoaded();
-            Game::Ready();
-            LoadWorld(options.setAsideDamaged, worldLoad);
-            worldOpen = true;
-        },
-        failure);
+    bool const worldOpen = OpenWorld(options, worldLoad, failure);
 
     std::unique_ptr<Trace> trace;
     if (!failure && !options.tracePath.empty()) {
@@ -214,17 +200,8 @@ int RunHeadless(HostOptions const& options) {
     }
     stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();
 
-    // The world is saved also after a failed tick, so that no progress is lost;
-    // a world that did not load completely stays on disk as it was.
-    std::exception_ptr saveFailure;
-    if (worldOpen) RunGuarded([] { SaveWorld(); }, saveFailure);
-    ReleaseEntitiesKeepingFiles();
-    if (!failure) failure = saveFailure;
-
-    std::exception_ptr stopFailure;
-    RunGuarded([] { Game::Stop(); }, stopFailure);
+    CloseWorld(worldOpen, failure);
     Game::window = nullptr; // the headless window of --input goes with this scope
-    if (!failure) failure = stopFailure;
     if (!failure) PrintSummary(options, stats, worldLoad.notLoaded);
     ListSetAside(worldLoad.setAside);
 

@@ -2,14 +2,11 @@
 #include "Trace.hpp"
 
 #include "game/Game.hpp"
-#include "game/GameSettings.hpp"
 #include "game/entity/ServerSideEntity.hpp"
-#include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
 #include "game/physics/PhysicsRandom.hpp"
 #include "nerox/cpu/Profiler.hpp"
-#include "nerox/graphics/HeadlessWindow.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -20,8 +17,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
-#include <map>
-#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -30,7 +25,6 @@ namespace host {
 
 using Clock = std::chrono::steady_clock;
 using game::entity::ServerSideEntity;
-using game::modules::GAME_Mod;
 using game::modules::SERVER_Mod;
 
 std::atomic<bool> stopRequested{false};
@@ -236,8 +230,36 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
 
 void PrintOverruns(HostOptions const& options, RunStats const& stats) {
     double const budget = 1000.0 / options.tickRate;
-    std::printf("  over budget:    %lld of %lld ticks took longer than %.2f ms (the longest %.2f ms)\n",
-                stats.overruns, stats.serverTicks, budget, 1000.0 * stats.worstTick);
+    std::printf("  over budget:    %lld of %lld ticks took longer than %.2f ms (the longest %.2f ms)\n", stats.overruns,
+                stats.serverTicks, budget, 1000.0 * stats.worstTick);
+}
+
+bool OpenWorld(HostOptions const& options, ServerSideEntity::LoadReport& report, std::exception_ptr& failure) {
+    Game::isActive.exchange(true);
+    ServerSideEntity::physicsStop.store(false);
+    if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
+    if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
+    bool open = false;
+    RunGuarded(
+        [&] {
+            Game::Start();
+            ReportContentModulesNotLoaded();
+            Game::Ready();
+            LoadWorld(options.setAsideDamaged, report);
+            open = true;
+        },
+        failure);
+    return open;
+}
+
+void CloseWorld(bool worldOpen, std::exception_ptr& failure) {
+    std::exception_ptr saveFailure;
+    if (worldOpen) RunGuarded([] { SaveWorld(); }, saveFailure);
+    ReleaseEntitiesKeepingFiles();
+    if (!failure) failure = saveFailure;
+    std::exception_ptr stopFailure;
+    RunGuarded([] { Game::Stop(); }, stopFailure);
+    if (!failure) failure = stopFailure;
 }
 
 } // namespace host

@@ -34,8 +34,8 @@ struct RunStats {
     double simulatedSeconds = 0.0;
     double wallSeconds = 0.0;
     double serverLoad = 0.0;
-    long long overruns = 0;   ///< Ticks whose work took longer than a tick's time.
-    double worstTick = 0.0;   ///< Seconds of the longest tick.
+    long long overruns = 0; ///< Ticks whose work took longer than a tick's time.
+    double worstTick = 0.0; ///< Seconds of the longest tick.
 };
 
 /// The key of Game's inter-module channel under which --stress tells the
@@ -72,6 +72,16 @@ void ReportContentModulesNotLoaded();
 void LoadWorld(bool setAsideDamaged, game::entity::ServerSideEntity::LoadReport& report);
 /// The summary's line of the ticks that ran over their time, when any did.
 void PrintOverruns(HostOptions const& options, RunStats const& stats);
+/// Starts the game (isActive, the physics seed, --stress, Game::Start and
+/// Ready) and opens its world with LoadWorld. A failure ends up in failure;
+/// returns whether the world loaded completely, and so must be saved.
+bool OpenWorld(HostOptions const& options, game::entity::ServerSideEntity::LoadReport& report,
+               std::exception_ptr& failure);
+/// Ends a run: saves the world when worldOpen (also after a failed frame or
+/// tick, so that no progress is lost; a world that did not load completely
+/// stays on disk as it was), releases the entities and stops the game. The
+/// first failure of these goes into failure unless it holds one already.
+void CloseWorld(bool worldOpen, std::exception_ptr& failure);
 /// The files a load set aside, once more at the very end where the player sees them.
 void ListSetAside(std::vector<std::string> const& files);
 /// The modules' part of the world (Server_Serialize), then the entities placed

@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -49,10 +50,14 @@ struct Timing {
     double worst = 0.0;
 };
 
-template <class Step> Timing Measure(int steps, Step&& step) {
+/// Mean and worst of steps calls of step; before runs ahead of each, untimed.
+template <class Step, class Before = void (*)()>
+Timing Measure(
+    int steps, Step&& step, Before&& before = [] {}) {
     Timing timing;
     double total = 0.0;
     for (int i = 0; i < steps; ++i) {
+        before();
         auto const start = Clock::now();
         step();
         double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
@@ -83,40 +88,66 @@ Timing RunOurs(testsupport::PhysicsWorld& world, int steps) {
 }
 
 #if TESSARA_WITH_BULLET
-Timing RunBullet(int steps) {
-    btDefaultCollisionConfiguration configuration;
-    btCollisionDispatcher dispatcher(&configuration);
-    btDbvtBroadphase broadphase;
-    btSequentialImpulseConstraintSolver solver;
-    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
-    world.setGravity(btVector3(0, -9.81f, 0));
+/// A Bullet world with gravity, flat ground at y = 0 reaching halfSize metres
+/// each way, and unit crates of 1 kg added by AddCrate.
+class BulletScene {
+public:
+    explicit BulletScene(float halfSize)
+        : _groundShape(btVector3(halfSize, 0.5f, halfSize)),
+          _groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0))),
+          _ground(btRigidBody::btRigidBodyConstructionInfo(0, &_groundMotion, &_groundShape)) {
+        world.setGravity(btVector3(0, -9.81f, 0));
+        world.addRigidBody(&_ground);
+        _crateShape.calculateLocalInertia(1, _inertia);
+    }
+    ~BulletScene() {
+        for (btRigidBody* crate : crates) {
+            world.removeRigidBody(crate);
+            delete crate;
+        }
+        world.removeRigidBody(&_ground);
+    }
+    BulletScene(BulletScene const&) = delete;
+    BulletScene& operator=(BulletScene const&) = delete;
 
-    btBoxShape groundShape(btVector3(50, 0.5f, 50));
-    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
-    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
-    world.addRigidBody(&ground);
+    btRigidBody& AddCrate(glm::dvec3 const& position, glm::dquat const& orientation = glm::dquat(1.0, 0.0, 0.0, 0.0)) {
+        btTransform const place(btQuaternion(btScalar(orientation.x), btScalar(orientation.y), btScalar(orientation.z),
+                                             btScalar(orientation.w)),
+                                btVector3(btScalar(position.x), btScalar(position.y), btScalar(position.z)));
+        _motions.push_back(std::make_unique<btDefaultMotionState>(place));
+        crates.push_back(new btRigidBody(
+            btRigidBody::btRigidBodyConstructionInfo(1, _motions.back().get(), &_crateShape, _inertia)));
+        world.addRigidBody(crates.back());
+        return *crates.back();
+    }
+    void Step() { world.stepSimulation(btScalar(StepSeconds), 0); }
 
-    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
-    btVector3 inertia;
-    crateShape.calculateLocalInertia(1, inertia);
-    std::vector<btDefaultMotionState> motions;
+private:
+    btDefaultCollisionConfiguration _configuration;
+    btCollisionDispatcher _dispatcher{&_configuration};
+    btDbvtBroadphase _broadphase;
+    btSequentialImpulseConstraintSolver _solver;
+
+public:
+    btDiscreteDynamicsWorld world{&_dispatcher, &_broadphase, &_solver, &_configuration};
     std::vector<btRigidBody*> crates;
-    motions.reserve(1000);
+
+private:
+    btBoxShape _groundShape;
+    btDefaultMotionState _groundMotion;
+    btRigidBody _ground;
+    btBoxShape _crateShape{btVector3(0.5f, 0.5f, 0.5f)};
+    btVector3 _inertia;
+    std::vector<std::unique_ptr<btDefaultMotionState>> _motions;
+};
+
+Timing RunBullet(int steps) {
+    BulletScene scene(50.0f);
     for (int i = 0; i < 1000; ++i) {
         int const x = i % 10, z = (i / 10) % 10, layer = i / 100;
-        btVector3 const origin((x - 5) * 1.5f, 1.0f + layer * 1.5f, (z - 5) * 1.5f);
-        motions.emplace_back(btTransform(btQuaternion::getIdentity(), origin));
-        crates.push_back(
-            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
-        world.addRigidBody(crates.back());
+        scene.AddCrate(glm::dvec3((x - 5) * 1.5, 1.0 + layer * 1.5, (z - 5) * 1.5));
     }
-    Timing const timing = Measure(steps, [&world] { world.stepSimulation(btScalar(StepSeconds), 0); });
-    for (btRigidBody* crate : crates) {
-        world.removeRigidBody(crate);
-        delete crate;
-    }
-    world.removeRigidBody(&ground);
-    return timing;
+    return Measure(steps, [&scene] { scene.Step(); });
 }
 #endif
 
@@ -201,48 +232,20 @@ PileRun RunOursPile(testsupport::PhysicsWorld& world) {
 
 #if TESSARA_WITH_BULLET
 PileRun RunBulletPile() {
-    btDefaultCollisionConfiguration configuration;
-    btCollisionDispatcher dispatcher(&configuration);
-    btDbvtBroadphase broadphase;
-    btSequentialImpulseConstraintSolver solver;
-    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
-    world.setGravity(btVector3(0, -9.81f, 0));
-    btBoxShape groundShape(btVector3(100, 0.5f, 100));
-    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
-    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
-    world.addRigidBody(&ground);
-    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
-    btVector3 inertia;
-    crateShape.calculateLocalInertia(1, inertia);
-    std::vector<btDefaultMotionState> motions;
-    std::vector<btRigidBody*> crates;
-    motions.reserve(PileCrates);
+    BulletScene scene(100.0f);
     std::mt19937_64 random(1000);
     for (int i = 0; i < PileCrates; ++i) {
         glm::dvec3 position;
         glm::dquat orientation;
         PileCrate(i, random, position, orientation);
-        btQuaternion const turn(btScalar(orientation.x), btScalar(orientation.y), btScalar(orientation.z),
-                                btScalar(orientation.w));
-        motions.emplace_back(
-            btTransform(turn, btVector3(btScalar(position.x), btScalar(position.y), btScalar(position.z))));
-        crates.push_back(
-            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
-        world.addRigidBody(crates.back());
+        scene.AddCrate(position, orientation);
     }
-    PileRun const run = RunPile([&world] { world.stepSimulation(btScalar(StepSeconds), 0); },
-                                [&crates] {
-                                    std::vector<double> ys;
-                                    for (btRigidBody* crate : crates)
-                                        ys.push_back(crate->getCenterOfMassPosition().y());
-                                    return ys;
-                                });
-    for (btRigidBody* crate : crates) {
-        world.removeRigidBody(crate);
-        delete crate;
-    }
-    world.removeRigidBody(&ground);
-    return run;
+    return RunPile([&scene] { scene.Step(); },
+                   [&scene] {
+                       std::vector<double> ys;
+                       for (btRigidBody* crate : scene.crates) ys.push_back(crate->getCenterOfMassPosition().y());
+                       return ys;
+                   });
 }
 #endif
 
@@ -262,6 +265,13 @@ void EvictCaches() {
     for (size_t i = 0; i < buffer.size(); i += 64) buffer[i] = round;
 }
 
+/// Measure, with the caches evicted before each step when cold (outside the time).
+template <class Step> Timing MeasureSteps(int steps, bool cold, Step&& step) {
+    return Measure(steps, std::forward<Step>(step), [cold] {
+        if (cold) EvictCaches();
+    });
+}
+
 /// Our step with count crates on the ground, 9 in 10 at rest; with cold set,
 /// every step starts with empty caches.
 Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool cold) {
@@ -274,17 +284,7 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
             world.AddBox({.position = glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0)});
         crate->restTime = awake ? 0.0 : 2.0;
     }
-    Timing timing;
-    double total = 0.0;
-    for (int i = 0; i < steps; ++i) {
-        if (cold) EvictCaches();
-        auto const start = Clock::now();
-        ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps);
-        double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-        total += ms;
-        timing.worst = std::max(timing.worst, ms);
-    }
-    timing.mean = total / steps;
+    Timing const timing = MeasureSteps(steps, cold, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); });
     ServerSideEntity::DestroyAll();
     return timing;
 }
@@ -293,51 +293,16 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
 /// Bullet on the resting scene: the same crates, the resting ones put to sleep
 /// at the start (its deactivation on, as by default), the others awake.
 Timing RunBulletResting(int count, int steps, bool cold) {
-    btDefaultCollisionConfiguration configuration;
-    btCollisionDispatcher dispatcher(&configuration);
-    btDbvtBroadphase broadphase;
-    btSequentialImpulseConstraintSolver solver;
-    btDiscreteDynamicsWorld world(&dispatcher, &broadphase, &solver, &configuration);
-    world.setGravity(btVector3(0, -9.81f, 0));
-    btBoxShape groundShape(btVector3(150, 0.5f, 150));
-    btDefaultMotionState groundMotion(btTransform(btQuaternion::getIdentity(), btVector3(0, -0.5f, 0)));
-    btRigidBody ground(btRigidBody::btRigidBodyConstructionInfo(0, &groundMotion, &groundShape));
-    world.addRigidBody(&ground);
-    btBoxShape crateShape(btVector3(0.5f, 0.5f, 0.5f));
-    btVector3 inertia;
-    crateShape.calculateLocalInertia(1, inertia);
-    std::vector<btDefaultMotionState> motions;
-    std::vector<btRigidBody*> crates;
-    motions.reserve(count);
+    BulletScene scene(150.0f);
     int const columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count))));
     for (int i = 0; i < count; ++i) {
         int const x = i % columns, z = i / columns;
         bool const awake = i % 10 == 0;
-        btVector3 const origin(btScalar((x - columns / 2) * 2.0), awake ? 1.5f : 0.5f,
-                               btScalar((z - columns / 2) * 2.0));
-        motions.emplace_back(btTransform(btQuaternion::getIdentity(), origin));
-        crates.push_back(
-            new btRigidBody(btRigidBody::btRigidBodyConstructionInfo(1, &motions.back(), &crateShape, inertia)));
-        world.addRigidBody(crates.back());
-        if (!awake) crates.back()->setActivationState(ISLAND_SLEEPING);
+        btRigidBody& crate =
+            scene.AddCrate(glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0));
+        if (!awake) crate.setActivationState(ISLAND_SLEEPING);
     }
-    Timing timing;
-    double total = 0.0;
-    for (int i = 0; i < steps; ++i) {
-        if (cold) EvictCaches();
-        auto const start = Clock::now();
-        world.stepSimulation(btScalar(StepSeconds), 0);
-        double const ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-        total += ms;
-        timing.worst = std::max(timing.worst, ms);
-    }
-    timing.mean = total / steps;
-    for (btRigidBody* crate : crates) {
-        world.removeRigidBody(crate);
-        delete crate;
-    }
-    world.removeRigidBody(&ground);
-    return timing;
+    return MeasureSteps(steps, cold, [&scene] { scene.Step(); });
 }
 #endif
 
