@@ -232,6 +232,8 @@ void PrintOverruns(HostOptions const& options, RunStats const& stats) {
     double const budget = 1000.0 / options.tickRate;
     std::printf("  over budget:    %lld of %lld ticks took longer than %.2f ms (the longest %.2f ms)\n", stats.overruns,
                 stats.serverTicks, budget, 1000.0 * stats.worstTick);
+    std::printf("  asleep:         %zu resting bodies left out of the last physics step\n",
+                ServerSideEntity::SleepingBodyCount());
 }
 
 bool OpenWorld(HostOptions const& options, ServerSideEntity::LoadReport& report, std::exception_ptr& failure) {

@@ -70,7 +70,8 @@ void ReportContentModulesNotLoaded();
 /// (Server_Load). Fills report before the modules see the world. Throws
 /// std::runtime_error naming the world and its folder when it cannot be loaded.
 void LoadWorld(bool setAsideDamaged, game::entity::ServerSideEntity::LoadReport& report);
-/// The summary's line of the ticks that ran over their time, when any did.
+/// The summary's lines of the ticks that ran over their time and of the
+/// resting bodies the last physics step left out.
 void PrintOverruns(HostOptions const& options, RunStats const& stats);
 /// Starts the game (isActive, the physics seed, --stress, Game::Start and
 /// Ready) and opens its world with LoadWorld. A failure ends up in failure;

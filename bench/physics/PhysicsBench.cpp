@@ -5,7 +5,9 @@
 //  2. Our step with 1,000 and with 10,000 crates, 9 in 10 of them at rest, and
 //     the ratio between the two (10 means the cost grows linearly), with steps
 //     run back to back (warm caches) and with the caches evicted before each;
-//     and Bullet's on the same scene with its resting bodies asleep.
+//     and Bullet's on the same scene with its resting bodies asleep. The first
+//     step of each, which sets up every body once (our records, Bullet's
+//     broadphase), is left out of the times.
 //  3. A pile: 1,000 unit crates turned every way (a fixed seed, uniform over
 //     rotations), dropped in columns onto flat ground, 900 steps: the mean and
 //     worst step while they fall (steps 0 to 300) and the mean while the pile
@@ -284,6 +286,7 @@ Timing RunResting(testsupport::PhysicsWorld& world, int count, int steps, bool c
             world.AddBox({.position = glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0)});
         crate->restTime = awake ? 0.0 : 2.0;
     }
+    ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); // the untimed first step
     Timing const timing = MeasureSteps(steps, cold, [] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); });
     ServerSideEntity::DestroyAll();
     return timing;
@@ -302,6 +305,7 @@ Timing RunBulletResting(int count, int steps, bool cold) {
             scene.AddCrate(glm::dvec3((x - columns / 2) * 2.0, awake ? 1.5 : 0.5, (z - columns / 2) * 2.0));
         if (!awake) crate.setActivationState(ISLAND_SLEEPING);
     }
+    scene.Step(); // the untimed first step
     return MeasureSteps(steps, cold, [&scene] { scene.Step(); });
 }
 #endif
@@ -352,7 +356,7 @@ int main(int argc, char** argv) {
     }
 
     int const restingSteps = std::max(1, steps / 5);
-    std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps\n"
+    std::printf("\nScene 2: crates on the ground, 9 in 10 at rest, %d steps after an untimed first one\n"
                 "         warm: steps back to back; cold: caches evicted before each step, as the rest\n"
                 "         of a server tick does\n",
                 restingSteps);

@@ -163,6 +163,19 @@ public:
     /// While set, PhysicsUpdate runs no more substeps: the world then moves
     /// less than dt, and a long step ends at once. Set when the run stops.
     inline static std::atomic<bool> physicsStop{false};
+    /// Resting bodies (static by the resting rules, without parent or
+    /// children, in an environment) drop out of the step: it neither walks
+    /// them nor builds their records, and only compares what they were put to
+    /// sleep with (place, restTime, the physics fields) with what they hold
+    /// now. A module that changes any of it, clearing restTime above all,
+    /// wakes the body for the next step, as when every body is walked (its
+    /// colliders are read again when their nodes or its bounds change); a
+    /// moving body that comes near gets a static record for it. Off, every
+    /// body is walked every step; the outcome is the same. The debug view
+    /// walks them all.
+    inline static bool restingBodiesSleep = true;
+    /// Bodies the last step left out as asleep. Server update thread.
+    static size_t SleepingBodyCount();
 
     /// What LoadAllEntities does with a state file it cannot read.
     enum class DamagedFiles {
@@ -209,6 +222,9 @@ public:
 
     Id id;                                    ///< Identity; also the registry key.
     bool physicsEnabled = false;              ///< Takes part in physics.
+    double restTime = 0.0;                    ///< 0 awake, 1 or more at rest, 2 at rest since before loading.
+    EnvironmentId environmentId = 0;          ///< Environment that acts on the entity.
+    EnvironmentId orbitEnvironmentId = 0;     ///< Environment orbited when environmentId is 0.
     bool aerodynamic = true;                  ///< Its rigid body feels air and water.
     bool deleteFilesOnDestroy = true;         ///< The destructor removes its state and checkpoint files.
     std::atomic<uint64_t> worldReferences{0}; ///< Holders in the world; 0 means not saved at unload.
@@ -216,9 +232,6 @@ public:
     glm::dvec3 linearImpulse{0.0};            ///< N*s gathered since the last physics step.
     glm::dvec3 angularImpulse{0.0};           ///< N*m*s gathered since the last physics step.
     glm::dvec3 pendingAcceleration{0.0};      ///< m/s^2 to apply during the next step.
-    double restTime = 0.0;                    ///< 0 awake, 1 or more at rest, 2 at rest since before loading.
-    EnvironmentId environmentId = 0;          ///< Environment that acts on the entity.
-    EnvironmentId orbitEnvironmentId = 0;     ///< Environment orbited when environmentId is 0.
     unsigned char reserved[128] = {};         ///< Free for modules.
     bool settled = false;                     ///< Cleared whenever the entity or a parent moves.
     bool parentMoving = false;                ///< Some ancestor moves; set by RefreshCache.

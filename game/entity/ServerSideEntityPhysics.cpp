@@ -97,6 +97,36 @@ private:
     size_t _used = 0;
 };
 
+/// A resting body left out of the step (see
+/// ServerSideEntity::restingBodiesSleep), with what it was put to sleep with:
+/// while the entity holds the same, its static record would be the same too.
+struct Sleeper {
+    ServerSideEntity::Ptr* slot = nullptr; ///< Its slot in the registry.
+    ServerSideEntity* entity = nullptr;
+    Id id;
+    uint32_t order = 0; ///< Its index in StepScratch::entities, the registry's order.
+    EnvironmentId environment = 0;
+    glm::dvec3 position{0.0};
+    glm::dquat orientation{1.0, 0.0, 0.0, 0.0};
+    glm::dvec3 centerOfMass{0.0};
+    glm::dvec3 boundsMin{0.0};
+    glm::dvec3 boundsMax{0.0};
+    double restTime = 0.0;
+    bool isDynamic = false;
+    physics::Broadphase::Body sphere; ///< Its static record's bounding sphere.
+    bool awake = false;               ///< Woken: leaves the list when it is next rebuilt.
+    uint64_t recordStep = 0;          ///< The step that last gave it a static record,
+    uint32_t record = 0;              ///< and that record's index.
+};
+
+/// The sleepers of one environment, filed for the moving bodies' queries.
+struct SleepingArea {
+    std::vector<uint32_t> members;                  ///< Indices into StepScratch::sleepers, ascending.
+    std::vector<physics::Broadphase::Body> spheres; ///< Their bounding spheres, in the same order.
+    physics::Broadphase grid;                       ///< Files spheres once they are complete.
+    bool filed = false;
+};
+
 /// Everything one step builds. Kept between steps for its capacity: Clear
 /// empties it at the start of each step and Release at its end drops what
 /// ties it to entities and modules.
@@ -121,6 +151,19 @@ struct StepScratch {
     std::vector<physics::Broadphase::Body> broadphaseStatics;
     std::vector<physics::Broadphase::Pair> pairs;
 
+    // Resting bodies out of the step. Each list is in the registry's order.
+    std::vector<Sleeper> sleepers;
+    std::unordered_map<Id, uint32_t> sleepingOrder; ///< Order of each sleeper.
+    std::vector<uint8_t> asleep;                    ///< Per entity of entities: whether it sleeps.
+    std::vector<uint32_t> awake;                    ///< The indices into entities of those that do not.
+    std::map<EnvironmentId, SleepingArea> areas;    ///< The sleepers by environment.
+    bool sleepersChanged = true;                    ///< awake and areas must be made again.
+    /// Statics of this step that may sleep from the next one: (order, record).
+    std::vector<std::pair<uint32_t, uint32_t>> restingCandidates;
+    std::vector<uint32_t> staticOrder; ///< The order of each static record's entity.
+    std::vector<physics::Broadphase::Pair> sleeperPairs;
+    uint64_t stepNumber = 0;
+
     void Clear() {
         // Normally released at the end of the last step already; not when
         // that step ended in an exception.
@@ -140,6 +183,9 @@ struct StepScratch {
         bodyIndex.clear();
         components.clear();
         staticEntities.clear();
+        staticOrder.clear();
+        restingCandidates.clear();
+        ++stepNumber;
     }
 
     void Release() {
@@ -246,7 +292,204 @@ Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*
     return *last;
 }
 
-void PrepareRigidbodies(StepScratch& step, double dt) {
+// Sleeping bodies. A resting body without parent in an environment, which no
+// other body looks up (as parent or as the holder of components), leaves the
+// walk once it has had a static record with restTime at 1. Each step compares
+// what it was put to sleep with against its entity, reading a few fields and
+// building nothing; when anything differs it is woken and walked again, in
+// its place in the registry's order. A moving body that comes near gets a
+// static record for it, made then, and lists it among its near statics in
+// the registry's order, so the outcome is that of walking every body.
+
+/// Whether the sleeper's entity still holds what it was put to sleep with.
+/// The registry keeps its slots while its version stays (ListEntities).
+bool StillAsleep(Sleeper const& s) {
+    ServerSideEntity const& e = *s.entity;
+    return e.physicsEnabled && e.mass > 0.0 && e.environmentId == s.environment && !e.isComponent &&
+        !e.parentEntity.IsSet() && !e.nodesDirty && e.isDynamic == s.isDynamic && e.restTime == s.restTime &&
+        e.position == s.position && e.orientation == s.orientation && e.centerOfMass == s.centerOfMass &&
+        e.boundsMin == s.boundsMin && e.boundsMax == s.boundsMax;
+}
+
+/// Asks for what StillAsleep reads to be fetched into the cache: the
+/// entity's fields from mass to centerOfMass and from physicsEnabled to
+/// environmentId, which lie together.
+void PrefetchSleeper(Sleeper const& s) {
+    ServerSideEntity const* const e = s.entity;
+    for (void const* field : {static_cast<void const*>(&e->mass), static_cast<void const*>(&e->boundsMin),
+                              static_cast<void const*>(&e->centerOfMass), static_cast<void const*>(&e->physicsEnabled),
+                              static_cast<void const*>(&e->environmentId)})
+        __builtin_prefetch(field);
+}
+
+/// Wakes s: it leaves the sleepers at the next RebuildSleepingLists and is
+/// walked from then on.
+void Wake(StepScratch& step, Sleeper& s) {
+    s.awake = true;
+    step.asleep[s.order] = 0;
+    step.sleepingOrder.erase(s.id);
+    step.sleepersChanged = true;
+}
+
+/// After the registry changed: finds the sleepers' entities in the new list,
+/// and wakes those that are gone.
+void RemapSleepers(StepScratch& step) {
+    step.asleep.assign(step.entities.size(), 0);
+    step.sleepersChanged = true;
+    step.sleepingOrder.clear();
+    if (step.sleepers.empty()) return;
+    std::unordered_map<ServerSideEntity const*, uint32_t> orderOf;
+    orderOf.reserve(step.entities.size());
+    for (uint32_t i = 0; i < step.entities.size(); ++i) orderOf.emplace(step.entities[i].entity, i);
+    for (Sleeper& s : step.sleepers) {
+        auto const found = orderOf.find(s.entity);
+        // The address may be a new entity's: the id tells.
+        if (s.awake || found == orderOf.end() || step.entities[found->second].entity->id != s.id) {
+            s.awake = true;
+            continue;
+        }
+        s.order = found->second;
+        s.slot = step.entities[s.order].pointer;
+        step.asleep[s.order] = 1;
+        step.sleepingOrder[s.id] = s.order;
+    }
+    std::erase_if(step.sleepers, [](Sleeper const& s) { return s.awake; });
+    std::sort(step.sleepers.begin(), step.sleepers.end(),
+              [](Sleeper const& a, Sleeper const& b) { return a.order < b.order; });
+}
+
+/// Lists the registry's slots when its set of entities changed since the
+/// last step. Walking the registry follows one pointer after another, while
+/// the listed entities can be fetched from memory a few ahead of their turn.
+/// The list stays from one step to the next while the registry keeps its set
+/// of entities, and with it its order, so most steps do not walk it at all.
+void ListEntities(StepScratch& step) {
+    if (step.listed && step.listedVersion == ServerSideEntity::_sharedObjectsVersion &&
+        step.listedSize == ServerSideEntity::_sharedObjects.size())
+        return;
+    step.entities.clear();
+    for (auto& [key, entity] : ServerSideEntity::_sharedObjects) step.entities.push_back({&entity, entity.get()});
+    step.listed = true;
+    step.listedVersion = ServerSideEntity::_sharedObjectsVersion;
+    step.listedSize = ServerSideEntity::_sharedObjects.size();
+    RemapSleepers(step);
+}
+
+/// Wakes the sleepers whose entities changed; every sleeper when sleeping is off.
+void WakeChangedSleepers(StepScratch& step, bool sleeping) {
+    if (!sleeping) {
+        for (Sleeper& s : step.sleepers) {
+            if (!s.awake) Wake(step, s);
+        }
+        return;
+    }
+    size_t const count = step.sleepers.size();
+    for (size_t k = 0; k < count; ++k) {
+        if (k + PrefetchAhead < count) PrefetchSleeper(step.sleepers[k + PrefetchAhead]);
+        Sleeper& s = step.sleepers[k];
+        if (!s.awake && !StillAsleep(s)) Wake(step, s);
+    }
+}
+
+/// After sleepers were woken or put to sleep: drops the woken, and makes the
+/// list of the walked entities and the areas again.
+void RebuildSleepingLists(StepScratch& step) {
+    if (!step.sleepersChanged) return;
+    step.sleepersChanged = false;
+    std::erase_if(step.sleepers, [](Sleeper const& s) { return s.awake; });
+    step.awake.clear();
+    for (uint32_t i = 0; i < step.entities.size(); ++i) {
+        if (step.asleep[i] == 0) step.awake.push_back(i);
+    }
+    for (auto& [environment, area] : step.areas) {
+        area.members.clear();
+        area.spheres.clear();
+        area.filed = false;
+    }
+    SleepingArea* area = nullptr;
+    for (uint32_t k = 0; k < step.sleepers.size(); ++k) {
+        Sleeper const& s = step.sleepers[k];
+        if (area == nullptr || step.sleepers[k - 1].environment != s.environment) area = &step.areas[s.environment];
+        area->members.push_back(k);
+        area->spheres.push_back(s.sphere);
+    }
+    std::erase_if(step.areas, [](auto const& entry) { return entry.second.members.empty(); });
+}
+
+/// The static record of sleeper s in this step, made when it is first asked for.
+Static& RecordOfSleeper(StepScratch& step, Sleeper& s) {
+    if (s.recordStep != step.stepNumber) {
+        s.recordStep = step.stepNumber;
+        s.record = static_cast<uint32_t>(step.statics.size());
+        step.statics.Add(*s.slot, false);
+        step.staticEntities.push_back(s.entity);
+        step.staticOrder.push_back(s.order);
+    }
+    return step.statics[s.record];
+}
+
+/// Wakes the sleepers that this step looks up (a parent of a group, a holder
+/// of components) and gives each its static record, placed among its group's
+/// statics where the walk would have put it.
+void WakeLookedUpSleepers(StepScratch& step) {
+    if (step.sleepingOrder.empty()) return;
+    auto wake = [&step](Id const& id) {
+        auto const found = step.sleepingOrder.find(id);
+        if (found == step.sleepingOrder.end()) return;
+        auto const s = std::lower_bound(step.sleepers.begin(), step.sleepers.end(), found->second,
+                                        [](Sleeper const& a, uint32_t order) { return a.order < order; });
+        NEROX_ASSERT(s != step.sleepers.end() && s->id == id);
+        Wake(step, *s);
+        RecordOfSleeper(step, *s);
+        uint32_t const record = s->record;
+        std::vector<uint32_t>& statics = step.groups[GroupKey{s->environment, Id{}}].statics;
+        auto const place =
+            std::lower_bound(statics.begin(), statics.end(), s->order,
+                             [&step](uint32_t index, uint32_t order) { return step.staticOrder[index] < order; });
+        statics.insert(place, record);
+    };
+    std::vector<Id> parents;
+    for (auto const& [key, group] : step.groups) {
+        if (key.parent.IsSet() && !group.Empty()) parents.push_back(key.parent);
+    }
+    for (auto const& [key, members] : step.components) parents.push_back(key.parent);
+    for (Id const& parent : parents) wake(parent);
+}
+
+/// Puts this step's resting candidates to sleep from the next step on, unless
+/// they were looked up.
+void PutRestingBodiesToSleep(StepScratch& step) {
+    size_t const before = step.sleepers.size();
+    for (auto const& [order, record] : step.restingCandidates) {
+        Static const& body = step.statics[record];
+        ServerSideEntity* const entity = step.entities[order].entity;
+        if (step.bodyIndex.contains(body.id) || entity == nullptr) continue;
+        Sleeper s;
+        s.slot = step.entities[order].pointer;
+        s.entity = entity;
+        s.id = body.id;
+        s.order = order;
+        s.environment = entity->environmentId;
+        s.position = entity->position;
+        s.orientation = entity->orientation;
+        s.centerOfMass = entity->centerOfMass;
+        s.boundsMin = entity->boundsMin;
+        s.boundsMax = entity->boundsMax;
+        s.restTime = entity->restTime;
+        s.isDynamic = entity->isDynamic;
+        s.sphere = {body.boundsWorldCenter, body.radius};
+        if (!StillAsleep(s)) continue; // not a place it can be held to (not finite, say)
+        step.sleepers.push_back(s);
+        step.sleepingOrder[s.id] = order;
+        step.asleep[order] = 1;
+    }
+    if (step.sleepers.size() == before) return;
+    std::inplace_merge(step.sleepers.begin(), step.sleepers.begin() + static_cast<std::ptrdiff_t>(before),
+                       step.sleepers.end(), [](Sleeper const& a, Sleeper const& b) { return a.order < b.order; });
+    step.sleepersChanged = true;
+}
+
+void PrepareRigidbodies(StepScratch& step, double dt, bool sleeping) {
     nerox::cpu::Profiler scope("Prepare rigidbodies", true);
     // Static records get their colliders only when a moving body comes near
     // (see FindNearBodies), or at once when the debug view shows them all.
@@ -255,22 +498,11 @@ void PrepareRigidbodies(StepScratch& step, double dt) {
     Group* last = nullptr;
     EnvironmentLookup environments;
 
-    // The registry's slots are listed first, its entities read after: walking
-    // the registry follows one pointer after another, while the listed
-    // entities can be fetched from memory a few ahead of their turn. The list
-    // stays from one step to the next while the registry keeps its set of
-    // entities, and with it its order, so most steps do not walk it at all.
-    if (!step.listed || step.listedVersion != ServerSideEntity::_sharedObjectsVersion ||
-        step.listedSize != ServerSideEntity::_sharedObjects.size()) {
-        step.entities.clear();
-        for (auto& [key, entity] : ServerSideEntity::_sharedObjects) step.entities.push_back({&entity, entity.get()});
-        step.listed = true;
-        step.listedVersion = ServerSideEntity::_sharedObjectsVersion;
-        step.listedSize = ServerSideEntity::_sharedObjects.size();
-    }
-    size_t const count = step.entities.size();
-    for (size_t i = 0; i < count; ++i) {
-        if (i + PrefetchAhead < count) Prefetch(step.entities[i + PrefetchAhead]);
+    // The entities that do not sleep, in the registry's order.
+    size_t const count = step.awake.size();
+    for (size_t k = 0; k < count; ++k) {
+        if (k + PrefetchAhead < count) Prefetch(step.entities[step.awake[k + PrefetchAhead]]);
+        uint32_t const i = step.awake[k];
         ServerSideEntity::Ptr& entity = *step.entities[i].pointer;
         if (!entity || entity.get() != step.entities[i].entity) {
             // Emptied or replaced in its slot since it was listed: read it anew.
@@ -294,14 +526,19 @@ void PrepareRigidbodies(StepScratch& step, double dt) {
                 GroupOf(step, group, lastKey, last).dynamics.push_back(static_cast<uint32_t>(step.dynamics.size()));
                 step.dynamics.Add(entity, dt);
             } else {
-                GroupOf(step, group, lastKey, last).statics.push_back(static_cast<uint32_t>(step.statics.size()));
+                uint32_t const record = static_cast<uint32_t>(step.statics.size());
+                GroupOf(step, group, lastKey, last).statics.push_back(record);
                 step.statics.Add(entity, staticColliders);
                 step.staticEntities.push_back(entity.get());
+                step.staticOrder.push_back(i);
                 entity->restTime = std::clamp(entity->restTime + dt, 0.0, 1.0);
                 // Gravity of a static body without parent depends on nothing
                 // the later phases change: it is felt here, while the entity
                 // is in the cache, rather than in a second walk over them all.
-                if (!group.parent.IsSet()) FeelEnvironmentGravity(*entity, environments);
+                if (!group.parent.IsSet()) {
+                    FeelEnvironmentGravity(*entity, environments);
+                    if (sleeping && entity->restTime == 1.0) step.restingCandidates.emplace_back(i, record);
+                }
             }
         }
         entity->nodesDirty = false;
@@ -413,14 +650,50 @@ void FindNearBodies(StepScratch& step, GroupKey const& key, RecordPool<Dynamic>&
         if (a.collisionExclusions.contains(b.id) || b.collisionExclusions.contains(a.id)) continue;
         a.nearDynamics.push_back(&b);
     }
-    if (statics != nullptr && !statics->empty()) {
+    if (statics != nullptr) {
         step.broadphase.FindOverlaps(step.broadphaseDynamics, step.broadphaseStatics, step.pairs);
-        for (physics::Broadphase::Pair const& pair : step.pairs) {
-            Dynamic& a = bodies[members[pair.first]];
-            Static& s = step.statics[(*statics)[pair.second]];
-            if (a.collisionExclusions.contains(s.id)) continue;
-            s.LoadColliders();
-            a.nearStatics.push_back(&s);
+        // The sleepers of the environment, for bodies without parent.
+        step.sleeperPairs.clear();
+        SleepingArea* area = nullptr;
+        if (!key.parent.IsSet()) {
+            auto const found = step.areas.find(key.environment);
+            if (found != step.areas.end()) {
+                area = &found->second;
+                if (!area->filed) {
+                    area->grid.File(area->spheres);
+                    area->filed = true;
+                }
+                area->grid.FindFiledOverlaps(step.broadphaseDynamics, area->spheres, step.sleeperPairs);
+            }
+        }
+        // Both lists run by moving body, then by the registry's order: merged,
+        // each body meets its statics in the order of walking them all.
+        std::vector<physics::Broadphase::Pair> const& walked = step.pairs;
+        std::vector<physics::Broadphase::Pair> const& sleeping = step.sleeperPairs;
+        size_t p = 0, q = 0;
+        while (p < walked.size() || q < sleeping.size()) {
+            bool takeWalked = q == sleeping.size();
+            if (p < walked.size() && q < sleeping.size()) {
+                takeWalked = walked[p].first != sleeping[q].first ? walked[p].first < sleeping[q].first
+                                                                  : step.staticOrder[(*statics)[walked[p].second]] <
+                        step.sleepers[area->members[sleeping[q].second]].order;
+            }
+            if (takeWalked) {
+                Dynamic& a = bodies[members[walked[p].first]];
+                Static& s = step.statics[(*statics)[walked[p].second]];
+                ++p;
+                if (a.collisionExclusions.contains(s.id)) continue;
+                s.LoadColliders();
+                a.nearStatics.push_back(&s);
+            } else {
+                Dynamic& a = bodies[members[sleeping[q].first]];
+                Sleeper& sleeper = step.sleepers[area->members[sleeping[q].second]];
+                ++q;
+                if (a.collisionExclusions.contains(sleeper.id)) continue;
+                Static& s = RecordOfSleeper(step, sleeper);
+                s.LoadColliders();
+                a.nearStatics.push_back(&s);
+            }
         }
     }
 
@@ -553,12 +826,22 @@ void PublishDebugShapes(StepScratch& step) {
     Game::physicsDebugCollidersUpdated.exchange(true);
 }
 
+/// The step's lists keep their capacity from one step to the next; only the
+/// server update thread runs the step.
+StepScratch& Scratch() {
+    static StepScratch step;
+    return step;
+}
+
 } // namespace
 
+size_t ServerSideEntity::SleepingBodyCount() {
+    std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
+    return Scratch().sleepingOrder.size();
+}
+
 void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
-    // The step's lists keep their capacity from one step to the next; only the
-    // server update thread runs the step.
-    static StepScratch step;
+    StepScratch& step = Scratch();
 
     std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
     nerox::cpu::Profiler scope("PhysicsUpdate", true);
@@ -567,7 +850,13 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
     step.Clear();
     step.statics.Reserve(_sharedObjects.size());
     step.dynamics.Reserve(_sharedObjects.size());
-    PrepareRigidbodies(step, dt);
+    bool const sleeping = restingBodiesSleep && !Game::debugServerSidePhysics;
+    ListEntities(step);
+    WakeChangedSleepers(step, sleeping);
+    RebuildSleepingLists(step);
+    PrepareRigidbodies(step, dt, sleeping);
+    WakeLookedUpSleepers(step);
+    RebuildSleepingLists(step);
     IndexLookedUpBodies(step);
     PrepareCompositeEntities(step);
     ApplyGravityToRigidbodies(step);
@@ -575,6 +864,7 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
     OrbitingRigidbodies(step, dt);
     DynamicRigidbodies(step, dt, substeps);
     ApplyToEntities(step, dt);
+    if (sleeping) PutRestingBodiesToSleep(step);
     if (Game::debugServerSidePhysics) PublishDebugShapes(step);
 
     step.Release(); // records may hold module callbacks: drop them before the modules could go

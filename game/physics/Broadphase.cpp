@@ -4,6 +4,8 @@
 #include <bit>
 #include <cmath>
 
+#include "nerox/Assert.hpp"
+
 namespace game::physics {
 
 namespace {
@@ -157,6 +159,18 @@ void Broadphase::FindOverlaps(std::vector<Body> const& bodies, std::vector<Body>
     out.clear();
     if (bodies.empty() || others.empty()) return;
     Build(others);
+    FindFiledOverlaps(bodies, others, out);
+}
+
+void Broadphase::File(std::vector<Body> const& others) {
+    Build(others);
+}
+
+void Broadphase::FindFiledOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others,
+                                   std::vector<Pair>& out) {
+    out.clear();
+    if (bodies.empty() || others.empty()) return;
+    NEROX_ASSERT(_bucketOf.size() == others.size());
     uint32_t const count = static_cast<uint32_t>(others.size());
     for (uint32_t i = 0; i < bodies.size(); ++i) {
         Body const& a = bodies[i];

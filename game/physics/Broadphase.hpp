@@ -30,6 +30,14 @@ public:
     /// distance, sorted by i, then k. Replaces the contents of out.
     void FindOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others, std::vector<Pair>& out);
 
+    /// Files others for FindFiledOverlaps; they stay filed until the next
+    /// call of any of these functions, so that bodies which do not move are
+    /// filed once for many queries.
+    void File(std::vector<Body> const& others);
+    /// FindOverlaps against the bodies filed last; others must be the list
+    /// given to File, unchanged since.
+    void FindFiledOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others, std::vector<Pair>& out);
+
 private:
     /// Range of cells a query visits.
     struct CellRange {

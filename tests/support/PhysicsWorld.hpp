@@ -24,6 +24,7 @@ struct BoxSpec {
     glm::dquat orientation{1.0, 0.0, 0.0, 0.0};
     glm::dvec3 velocity{0.0};
     bool dynamic = true;
+    game::entity::Id id{}; ///< A new one when unset.
 };
 
 class PhysicsWorld {
@@ -53,8 +54,8 @@ public:
 
     /// An entity of this world made of the given colliders (named c0, c1, ...), bounds taken from them.
     Entity::Ptr Add(double mass, glm::dvec3 const& position, std::vector<game::entity::ConvexMeshCollider> colliders,
-                    bool dynamic = true) {
-        auto entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"), game::entity::Id());
+                    bool dynamic = true, game::entity::Id id = {}) {
+        auto entity = game::entity::Create<Entity>(nerox::modular::ModuleID(), std::string("box"), id);
         entity->deleteFilesOnDestroy = false;
         for (size_t i = 0; i < colliders.size(); ++i)
             entity->colliders["c" + std::to_string(i)] = std::move(colliders[i]);
@@ -69,7 +70,8 @@ public:
 
     Entity::Ptr AddBox(BoxSpec const& box) {
         glm::vec3 const half(box.size * 0.5);
-        auto entity = Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic);
+        auto entity =
+            Add(box.mass, box.position, {game::entity::ConvexMeshCollider::Box(-half, half)}, box.dynamic, box.id);
         entity->orientation = box.orientation;
         entity->linearVelocity = box.velocity;
         return entity;

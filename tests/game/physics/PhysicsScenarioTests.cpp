@@ -88,6 +88,89 @@ TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment) {
     EXPECT_THROW(world.Simulate(1, 1), std::out_of_range);
 }
 
+// Resting bodies drop out of the step; whatever happens to them, every body
+// must end exactly where it ends when the step walks them all.
+TEST_F(PhysicsScenario, SleepingBodiesChangeNoOutcome) {
+    struct Outcome {
+        std::vector<double> values; ///< Place, motion and rest of every entity, in id order.
+        size_t mostAsleep = 0;
+    };
+    auto run = [this](bool sleep) {
+        ServerSideEntity::restingBodiesSleep = sleep;
+        game::physics::SeedPhysicsRandom(1234);
+        uint64_t serial = 0;
+        auto id = [&serial] { return game::entity::Id(0x54544E45ull, 0x0200000000000000ull + ++serial); };
+        std::vector<ServerSideEntity::Ptr> crates;
+        for (int x = 0; x < 5; ++x) {
+            for (int z = 0; z < 5; ++z) {
+                crates.push_back(world.AddBox({.mass = 20.0, .position = {x * 1.5, 0.5, z * 1.5}, .id = id()}));
+                crates.back()->restTime = 2.0; // at rest since before a load
+            }
+        }
+        // Crates of 20 kg: a crate of 1 kg would float in the air.
+        // Dropped onto the edges of resting crates: they tumble off them.
+        for (int i = 0; i < 4; ++i)
+            world.AddBox({.mass = 20.0, .position = {0.6 + i * 1.5, 2.5 + i, 0.7 + 0.2 * i}, .id = id()});
+        // This one does not meet the crate under it and falls through to the ground.
+        ServerSideEntity::Ptr ghost = world.AddBox({.mass = 20.0, .position = {3.0, 2.5, 3.0}, .id = id()});
+        ghost->collisionExclusions.insert(crates[12]->id);
+        // A plank across a resting crate and a block that rests only after a
+        // second (until then walked): it lands on both in one substep.
+        world.AddBox({.mass = 20.0, .position = {7.5, 0.5, 0.0}, .dynamic = false, .id = id()});
+        world.AddBox({.size = {2.5, 0.5, 1.0}, .mass = 20.0, .position = {6.75, 2.0, 0.0}, .id = id()});
+        auto platform = world.AddBox(
+            {.size = {6.0, 1.0, 6.0}, .mass = 1000.0, .position = {20.0, 0.5, 0.0}, .dynamic = false, .id = id()});
+        Outcome outcome;
+        ServerSideEntity::Ptr rider;
+        for (int step = 0; step < 240; ++step) {
+            if (step == 80)
+                rider = world.AddBox({.mass = 20.0, .position = {20.5, 3.0, 0.0}, .id = id()}); // for the platform
+            if (step == 150) { // the rider is pushed along its sleeping platform
+                rider->restTime = 0.0;
+                rider->linearVelocity = V(1.0, 0.0, 0.5);
+            }
+            if (step == 100) { // a module wakes a crate and throws it
+                crates[6]->restTime = 0.0;
+                crates[6]->linearVelocity = V(0.0, 3.0, 2.0);
+            }
+            if (step == 110) crates[18]->position.y += 2.0; // taken up: it falls again
+            if (step == 120) {                              // one goes, another comes
+                game::entity::Id const gone = crates[24]->id;
+                crates[24].reset();
+                ServerSideEntity::Destroy(gone);
+                world.AddBox({.mass = 20.0, .position = {6.0, 4.0, 6.0}, .id = id()});
+            }
+            world.Simulate(1);
+            outcome.mostAsleep = std::max(outcome.mostAsleep, ServerSideEntity::SleepingBodyCount());
+        }
+        EXPECT_EQ(rider->parentEntity, platform->id);
+        EXPECT_GT(glm::distance(crates[6]->position, V(1.5, 0.5, 1.5)), 0.2) << "the woken crate stayed";
+        // Moved, a resting body stays static where it was put, as when walked.
+        EXPECT_EQ(crates[18]->position, V(4.5, 2.5, 4.5));
+        EXPECT_LT(ghost->position.y, 0.6) << "the ghost stood on the crate it does not meet";
+        std::vector<ServerSideEntity::Ptr> all;
+        ServerSideEntity::ForEach([&all](ServerSideEntity::Ptr entity) { all.push_back(entity); });
+        std::sort(all.begin(), all.end(), [](auto const& a, auto const& b) { return a->id.second < b->id.second; });
+        for (ServerSideEntity::Ptr const& entity : all) {
+            glm::dvec3 const parent(entity->parentEntity == platform->id ? 1.0 : 0.0);
+            for (glm::dvec3 const& v : {entity->position, entity->linearVelocity, entity->angularVelocity, parent})
+                outcome.values.insert(outcome.values.end(), {v.x, v.y, v.z});
+            outcome.values.insert(outcome.values.end(),
+                                  {entity->orientation.w, entity->orientation.x, entity->orientation.y,
+                                   entity->orientation.z, entity->restTime});
+        }
+        ServerSideEntity::DestroyAll();
+        ServerSideEntity::restingBodiesSleep = true;
+        return outcome;
+    };
+    Outcome const walked = run(false), sleeping = run(true);
+    EXPECT_EQ(walked.mostAsleep, 0u);
+    EXPECT_GE(sleeping.mostAsleep, 20u);
+    ASSERT_EQ(walked.values.size(), sleeping.values.size());
+    for (size_t i = 0; i < walked.values.size(); ++i)
+        ASSERT_EQ(walked.values[i], sleeping.values[i]) << "value " << i << " of the outcome";
+}
+
 TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor) {
     world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {0.0, 0.5, 0.0}, .dynamic = false});
     world.AddBox({.position = {0.0, 3.0, 0.0}});
