@@ -232,7 +232,7 @@ void PrintOverruns(HostOptions const& options, RunStats const& stats) {
     double const budget = 1000.0 / options.tickRate;
     std::printf("  over budget:    %lld of %lld ticks took longer than %.2f ms (the longest %.2f ms)\n", stats.overruns,
                 stats.serverTicks, budget, 1000.0 * stats.worstTick);
-    std::printf("  asleep:         %zu resting bodies left out of the last physics step\n",
+    std::printf("  asleep:         %zu resting bodies, left out of the physics step until woken\n",
                 ServerSideEntity::SleepingBodyCount());
 }
 

@@ -174,7 +174,8 @@ public:
     /// body is walked every step; the outcome is the same. The debug view
     /// walks them all.
     inline static bool restingBodiesSleep = true;
-    /// Bodies the last step left out as asleep. Server update thread.
+    /// Bodies asleep after the last step. Call it between steps: from the
+    /// server update thread, or once that thread has stopped.
     static size_t SleepingBodyCount();
 
     /// What LoadAllEntities does with a state file it cannot read.

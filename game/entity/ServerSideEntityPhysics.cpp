@@ -158,8 +158,9 @@ struct StepScratch {
     std::vector<uint32_t> awake;                    ///< The indices into entities of those that do not.
     std::map<EnvironmentId, SleepingArea> areas;    ///< The sleepers by environment.
     bool sleepersChanged = true;                    ///< awake and areas must be made again.
-    /// Statics of this step that may sleep from the next one: (order, record).
-    std::vector<std::pair<uint32_t, uint32_t>> restingCandidates;
+    /// Statics of this step that may sleep from the next one, as the walk
+    /// found them.
+    std::vector<Sleeper> restingCandidates;
     std::vector<uint32_t> staticOrder; ///< The order of each static record's entity.
     std::vector<physics::Broadphase::Pair> sleeperPairs;
     uint64_t stepNumber = 0;
@@ -456,32 +457,35 @@ void WakeLookedUpSleepers(StepScratch& step) {
     for (Id const& parent : parents) wake(parent);
 }
 
+/// Keeps what the walk found of a static body that may sleep: the entity as
+/// its record was made from it, and the record's sphere.
+void AddRestingCandidate(StepScratch& step, uint32_t order, ServerSideEntity& entity, Static const& record) {
+    Sleeper& s = step.restingCandidates.emplace_back();
+    s.slot = step.entities[order].pointer;
+    s.entity = &entity;
+    s.id = record.id;
+    s.order = order;
+    s.environment = entity.environmentId;
+    s.position = entity.position;
+    s.orientation = entity.orientation;
+    s.centerOfMass = entity.centerOfMass;
+    s.boundsMin = entity.boundsMin;
+    s.boundsMax = entity.boundsMax;
+    s.restTime = entity.restTime;
+    s.isDynamic = entity.isDynamic;
+    s.sphere = {record.boundsWorldCenter, record.radius};
+}
+
 /// Puts this step's resting candidates to sleep from the next step on, unless
-/// they were looked up.
+/// they were looked up or changed during the step (a contact callback may
+/// have moved one or cleared its restTime).
 void PutRestingBodiesToSleep(StepScratch& step) {
     size_t const before = step.sleepers.size();
-    for (auto const& [order, record] : step.restingCandidates) {
-        Static const& body = step.statics[record];
-        ServerSideEntity* const entity = step.entities[order].entity;
-        if (step.bodyIndex.contains(body.id) || entity == nullptr) continue;
-        Sleeper s;
-        s.slot = step.entities[order].pointer;
-        s.entity = entity;
-        s.id = body.id;
-        s.order = order;
-        s.environment = entity->environmentId;
-        s.position = entity->position;
-        s.orientation = entity->orientation;
-        s.centerOfMass = entity->centerOfMass;
-        s.boundsMin = entity->boundsMin;
-        s.boundsMax = entity->boundsMax;
-        s.restTime = entity->restTime;
-        s.isDynamic = entity->isDynamic;
-        s.sphere = {body.boundsWorldCenter, body.radius};
-        if (!StillAsleep(s)) continue; // not a place it can be held to (not finite, say)
+    for (Sleeper const& s : step.restingCandidates) {
+        if (step.bodyIndex.contains(s.id) || !StillAsleep(s)) continue;
         step.sleepers.push_back(s);
-        step.sleepingOrder[s.id] = order;
-        step.asleep[order] = 1;
+        step.sleepingOrder[s.id] = s.order;
+        step.asleep[s.order] = 1;
     }
     if (step.sleepers.size() == before) return;
     std::inplace_merge(step.sleepers.begin(), step.sleepers.begin() + static_cast<std::ptrdiff_t>(before),
@@ -537,7 +541,9 @@ void PrepareRigidbodies(StepScratch& step, double dt, bool sleeping) {
                 // is in the cache, rather than in a second walk over them all.
                 if (!group.parent.IsSet()) {
                     FeelEnvironmentGravity(*entity, environments);
-                    if (sleeping && entity->restTime == 1.0) step.restingCandidates.emplace_back(i, record);
+                    // A body whose nodes move every update would wake every step.
+                    if (sleeping && entity->restTime == 1.0 && !entity->nodesAnimated)
+                        AddRestingCandidate(step, i, *entity, step.statics[record]);
                 }
             }
         }
