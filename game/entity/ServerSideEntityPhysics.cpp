@@ -163,6 +163,7 @@ struct StepScratch {
     std::vector<Sleeper> restingCandidates;
     std::vector<uint32_t> staticOrder; ///< The order of each static record's entity.
     std::vector<physics::Broadphase::Pair> sleeperPairs;
+    std::vector<Id> lookedUp; ///< Parents and holders of this step, for WakeLookedUpSleepers.
     uint64_t stepNumber = 0;
 
     void Clear() {
@@ -449,12 +450,13 @@ void WakeLookedUpSleepers(StepScratch& step) {
                              [&step](uint32_t index, uint32_t order) { return step.staticOrder[index] < order; });
         statics.insert(place, record);
     };
-    std::vector<Id> parents;
+    // Listed first: waking adds a group to step.groups.
+    step.lookedUp.clear();
     for (auto const& [key, group] : step.groups) {
-        if (key.parent.IsSet() && !group.Empty()) parents.push_back(key.parent);
+        if (key.parent.IsSet() && !group.Empty()) step.lookedUp.push_back(key.parent);
     }
-    for (auto const& [key, members] : step.components) parents.push_back(key.parent);
-    for (Id const& parent : parents) wake(parent);
+    for (auto const& [key, members] : step.components) step.lookedUp.push_back(key.parent);
+    for (Id const& parent : step.lookedUp) wake(parent);
 }
 
 /// Keeps what the walk found of a static body that may sleep: the entity as
