@@ -167,18 +167,6 @@ constexpr int PileCrates = 1000;
 constexpr int PileSteps = 900;
 constexpr int PileFalling = 300;
 
-/// Where crate i of the pile starts: 10 x 10 columns 1.8 m apart, layers 1.8 m
-/// apart from 1 m up (a turned unit crate reaches 0.87 m from its centre), and a
-/// rotation drawn uniformly from all rotations.
-void PileCrate(int i, std::mt19937_64& random, glm::dvec3& position, glm::dquat& orientation) {
-    int const x = i % 10, z = (i / 10) % 10, layer = i / 100;
-    position = glm::dvec3((x - 5) * 1.8, 1.0 + layer * 1.8, (z - 5) * 1.8);
-    std::uniform_real_distribution<double> unit(0.0, 1.0);
-    double const u1 = unit(random), u2 = 2.0 * M_PI * unit(random), u3 = 2.0 * M_PI * unit(random);
-    double const a = std::sqrt(1.0 - u1), b = std::sqrt(u1);
-    orientation = glm::dquat(b * std::cos(u3), a * std::sin(u2), a * std::cos(u2), b * std::sin(u3));
-}
-
 /// Splits step timings into the pile's phases and notes how the pile ends.
 template <class Step, class Heights> PileRun RunPile(Step&& step, Heights&& heights) {
     PileRun run;
@@ -218,7 +206,7 @@ PileRun RunOursPile(testsupport::PhysicsWorld& world) {
     std::vector<ServerSideEntity::Ptr> crates;
     for (int i = 0; i < PileCrates; ++i) {
         testsupport::BoxSpec box;
-        PileCrate(i, random, box.position, box.orientation);
+        testsupport::PileCrate(i, random, box.position, box.orientation);
         crates.push_back(world.AddBox(box));
     }
     PileRun const run = RunPile([] { ServerSideEntity::PhysicsUpdate(StepSeconds, Substeps); },
@@ -239,7 +227,7 @@ PileRun RunBulletPile() {
     for (int i = 0; i < PileCrates; ++i) {
         glm::dvec3 position;
         glm::dquat orientation;
-        PileCrate(i, random, position, orientation);
+        testsupport::PileCrate(i, random, position, orientation);
         scene.AddCrate(position, orientation);
     }
     return RunPile([&scene] { scene.Step(); },
