@@ -205,7 +205,8 @@ PileRun RunOursPile(testsupport::PhysicsWorld& world) {
     std::mt19937_64 random(1000);
     std::vector<ServerSideEntity::Ptr> crates;
     for (int i = 0; i < PileCrates; ++i) {
-        testsupport::BoxSpec box;
+        // Fixed ids: the registry's order, and so the contact order, follows them.
+        testsupport::BoxSpec box{.id = game::entity::Id(0x54544E45ull, 0x0300000000000000ull + i)};
         testsupport::PileCrate(i, random, box.position, box.orientation);
         crates.push_back(world.AddBox(box));
     }

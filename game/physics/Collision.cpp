@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace game::physics {
@@ -27,38 +29,31 @@ uint32_t NormalCount(ConvexMeshCollider const& collider) {
 /// Vertices this close above the contact depth still carry the contact, metres.
 constexpr double SupportSlop = 0.01;
 
-/// The collider's vertices placed by a matrix (its own transform, or the
-/// world matrix the caller gives in its place).
-struct WorldHull {
-    std::array<glm::dvec3, ConvexMeshCollider::MaxVertices> points;
-    uint32_t count = 0;
-
-    WorldHull(ConvexMeshCollider const& collider, glm::dmat4 const& transform) : count(VertexCount(collider)) {
-        for (uint32_t i = 0; i < count; ++i)
-            points[i] = glm::dvec3(transform * glm::dvec4(glm::dvec3(collider.vertices[i]), 1.0));
-    }
-
-    std::pair<double, double> Project(glm::dvec3 const& axis) const {
-        double low = DBL_MAX;
-        double high = -DBL_MAX;
-        for (uint32_t i = 0; i < count; ++i) {
-            double const d = glm::dot(points[i], axis);
-            low = std::min(low, d);
-            high = std::max(high, d);
-        }
-        return {low, high};
-    }
-};
-
 glm::dvec3 BoxCenter(ConvexMeshCollider const& collider, glm::dmat4 const& transform) {
     glm::dvec3 const local = (glm::dvec3(collider.box_min) + glm::dvec3(collider.box_max)) * 0.5;
     return glm::dvec3(transform * glm::dvec4(local, 1.0));
 }
 
+/// Whether the collider's vertices are the 8 corners of a box in Box's order
+/// (bit 2 x, bit 1 y, bit 0 z), bit for bit.
+bool HasBoxCorners(ConvexMeshCollider const& collider) {
+    if (collider.verticesCount != 8) return false;
+    auto same = [](float a, float b) { return std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b); };
+    glm::vec3 const& low = collider.vertices[0];
+    glm::vec3 const high(collider.vertices[4].x, collider.vertices[2].y, collider.vertices[1].z);
+    for (uint32_t i = 1; i < 8; ++i) {
+        glm::vec3 const& v = collider.vertices[i];
+        if (!same(v.x, (i & 4u) ? high.x : low.x) || !same(v.y, (i & 2u) ? high.y : low.y) ||
+            !same(v.z, (i & 1u) ? high.z : low.z))
+            return false;
+    }
+    return true;
+}
+
 /// The running state of a separating-axis walk.
 struct AxisSearch {
-    WorldHull const& a;
-    WorldHull const& b;
+    PlacedHull const& a;
+    PlacedHull const& b;
     double smallest = std::numeric_limits<double>::infinity();
     glm::dvec3 axis{0.0};
     bool tested = false;
@@ -78,24 +73,97 @@ struct AxisSearch {
     }
 };
 
-/// Tests each face normal of collider under the rotation of transform; false
-/// on a separating one.
-bool TestFaceAxes(ConvexMeshCollider const& collider, glm::dmat4 const& transform, AxisSearch& search) {
-    glm::dmat3 const rotation(transform);
-    uint32_t const count = NormalCount(collider);
-    for (uint32_t i = 0; i < count; ++i) {
-        glm::dvec3 const normal = rotation * glm::dvec3(collider.normals[i]);
-        double const length = glm::length(normal);
-        if (!(length > 0.0)) continue; // a zero normal names no direction
-        if (!search.Test(normal / length)) return false;
+/// Of the smaller hull (a's on a tie), the vertices' reach along the
+/// contact's depth: a's lowest along the normal, or b's highest.
+struct Giver {
+    PlacedHull const& hull;
+    double sign; ///< depth grows along sign * normal
+    double deepest = -DBL_MAX;
+
+    Giver(PlacedHull const& a, PlacedHull const& b, glm::dvec3 const& normal)
+        : hull(a.radius <= b.radius ? a : b), sign(a.radius <= b.radius ? -1.0 : 1.0) {
+        for (uint32_t i = 0; i < hull.count; ++i) deepest = std::max(deepest, Reach(i, normal));
     }
-    return true;
-}
+    double Reach(uint32_t i, glm::dvec3 const& normal) const { return sign * glm::dot(hull.Point(i), normal); }
+};
 
 } // namespace
 
+void PlacedHull::PlaceAxes(ConvexMeshCollider const& collider, glm::dmat4 const& world) {
+    center = BoxCenter(collider, world);
+    radius = collider.radius;
+    exactEdges = collider.exactEdges;
+    glm::dmat3 const rotation(world);
+    uint32_t const normals = NormalCount(collider);
+    axisCount = 0;
+    for (uint32_t i = 0; i < normals; ++i) {
+        glm::dvec3 const normal = rotation * glm::dvec3(collider.normals[i]);
+        double const length = glm::length(normal);
+        if (!(length > 0.0)) continue; // a zero normal names no direction
+        axes[axisCount++] = normal / length;
+    }
+}
+
+void PlacedHull::PlaceEachVertex(ConvexMeshCollider const& collider, glm::dmat4 const& world) {
+    PlaceAxes(collider, world);
+    count = VertexCount(collider);
+    for (uint32_t i = 0; i < MaxVertices; ++i) {
+        glm::dvec3 const point =
+            i < count ? glm::dvec3(world * glm::dvec4(glm::dvec3(collider.vertices[i]), 1.0)) : Point(0);
+        x[i] = point.x;
+        y[i] = point.y;
+        z[i] = point.z;
+    }
+}
+
+void PlacedHull::Place(ConvexMeshCollider const& collider, glm::dmat4 const& world) {
+    if (!HasBoxCorners(collider)) {
+        PlaceEachVertex(collider, world);
+        return;
+    }
+    PlaceAxes(collider, world);
+    count = 8;
+    // A vertex v goes to (m0 * v.x + m1 * v.y) + (m2 * v.z + m3), as the
+    // matrix product works it out; a box has two values per coordinate, so
+    // the partial sums are shared between corners.
+    glm::dvec3 const m0(world[0]), m1(world[1]), m2(world[2]), m3(world[3]);
+    glm::dvec3 const low(collider.vertices[0]);
+    glm::dvec3 const high(collider.vertices[7]);
+    glm::dvec3 const xs[2] = {m0 * low.x, m0 * high.x};
+    glm::dvec3 const ys[2] = {m1 * low.y, m1 * high.y};
+    glm::dvec3 const zs[2] = {m2 * low.z + m3, m2 * high.z + m3};
+    for (uint32_t i = 0; i < 8; ++i) {
+        glm::dvec3 const point = (xs[(i >> 2) & 1u] + ys[(i >> 1) & 1u]) + zs[i & 1u];
+        x[i] = point.x;
+        y[i] = point.y;
+        z[i] = point.z;
+    }
+}
+
+std::pair<double, double> PlacedHull::Project(glm::dvec3 const& axis) const {
+    if (count == 0) return {DBL_MAX, -DBL_MAX};
+    // All entries, two at a time: those past count repeat vertex 0 and change
+    // nothing. Each product and sum is glm::dot's, in its order.
+    using Pair = double __attribute__((vector_size(16)));
+    Pair const ax = {axis.x, axis.x}, ay = {axis.y, axis.y}, az = {axis.z, axis.z};
+    Pair low = {DBL_MAX, DBL_MAX};
+    Pair high = {-DBL_MAX, -DBL_MAX};
+    for (uint32_t i = 0; i < MaxVertices; i += 2) {
+        Pair px, py, pz;
+        std::memcpy(&px, &x[i], sizeof px);
+        std::memcpy(&py, &y[i], sizeof py);
+        std::memcpy(&pz, &z[i], sizeof pz);
+        Pair const d = (px * ax + py * ay) + pz * az;
+        low = d < low ? d : low;
+        high = d > high ? d : high;
+    }
+    return {std::min(low[0], low[1]), std::max(high[0], high[1])};
+}
+
 std::pair<double, double> ProjectOntoAxis(ConvexMeshCollider const& collider, glm::dvec3 const& axis) {
-    return WorldHull(collider, collider.transform).Project(axis);
+    PlacedHull hull;
+    hull.PlaceEachVertex(collider, collider.transform);
+    return hull.Project(axis);
 }
 
 Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const& b) {
@@ -104,26 +172,37 @@ Collision ConvexCollision(ConvexMeshCollider const& a, ConvexMeshCollider const&
 
 Collision ConvexCollision(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
                           glm::dmat4 const& worldB) {
+    // Far apart: no need to place them.
+    if (glm::distance(BoxCenter(a, worldA), BoxCenter(b, worldB)) > a.radius + b.radius) return {};
+    PlacedHull hullA;
+    PlacedHull hullB;
+    hullA.PlaceEachVertex(a, worldA);
+    hullB.PlaceEachVertex(b, worldB);
+    return ConvexCollision(hullA, hullB);
+}
+
+Collision ConvexCollision(PlacedHull const& a, PlacedHull const& b) {
     // 1. Bounding spheres around the box centres.
-    glm::dvec3 const centerA = BoxCenter(a, worldA);
-    glm::dvec3 const centerB = BoxCenter(b, worldB);
-    if (glm::distance(centerA, centerB) > a.radius + b.radius) return {};
+    if (glm::distance(a.center, b.center) > a.radius + b.radius) return {};
 
     // 2. and 3. Face normals of a, of b, then the edge crosses; the first
     // separating axis ends the test.
-    WorldHull const hullA(a, worldA);
-    WorldHull const hullB(b, worldB);
-    AxisSearch search{hullA, hullB};
-    if (!TestFaceAxes(a, worldA, search) || !TestFaceAxes(b, worldB, search)) return {};
+    AxisSearch search{a, b};
+    for (uint32_t i = 0; i < a.axisCount; ++i) {
+        if (!search.Test(a.axes[i])) return {};
+    }
+    for (uint32_t i = 0; i < b.axisCount; ++i) {
+        if (!search.Test(b.axes[i])) return {};
+    }
     if (a.exactEdges) {
         // Edges join consecutive entries of the vertex lists: i to i + 1.
-        for (uint32_t i = 0; i + 1 < hullA.count; ++i) {
-            glm::dvec3 edgeA = hullA.points[i + 1] - hullA.points[i];
+        for (uint32_t i = 0; i + 1 < a.count; ++i) {
+            glm::dvec3 edgeA = a.Point(i + 1) - a.Point(i);
             double const lengthA = glm::length(edgeA);
             if (!(lengthA > 0.0)) continue;
             edgeA /= lengthA;
-            for (uint32_t j = 0; j + 1 < hullB.count; ++j) {
-                glm::dvec3 edgeB = hullB.points[j + 1] - hullB.points[j];
+            for (uint32_t j = 0; j + 1 < b.count; ++j) {
+                glm::dvec3 edgeB = b.Point(j + 1) - b.Point(j);
                 double const lengthB = glm::length(edgeB);
                 if (!(lengthB > 0.0)) continue;
                 glm::dvec3 const cross = glm::cross(edgeA, edgeB / lengthB);
@@ -137,29 +216,23 @@ Collision ConvexCollision(ConvexMeshCollider const& a, glm::dmat4 const& worldA,
 
     Collision collision;
     // 4. From b towards a. Coinciding centres keep the axis as it is.
-    collision.normal = glm::dot(search.axis, centerA - centerB) < 0.0 ? -search.axis : search.axis;
+    collision.normal = glm::dot(search.axis, a.center - b.center) < 0.0 ? -search.axis : search.axis;
     collision.depth = search.smallest;
 
-    // 5. The smaller collider's vertices that reach deepest into the other:
-    // a's lowest along the normal, or b's highest. Vertices within a small
-    // tolerance of the deepest count as one face or edge, and the contact is
-    // their average.
-    bool const fromA = a.radius <= b.radius;
-    WorldHull const& giver = fromA ? hullA : hullB;
-    double const sign = fromA ? -1.0 : 1.0; // depth grows along sign * normal
-    double deepest = -DBL_MAX;
-    for (uint32_t i = 0; i < giver.count; ++i)
-        deepest = std::max(deepest, sign * glm::dot(giver.points[i], collision.normal));
-    double const tolerance = 1e-6 * std::max(1.0, fromA ? a.radius : b.radius);
+    // 5. The smaller collider's vertices that reach deepest into the other.
+    // Vertices within a small tolerance of the deepest count as one face or
+    // edge, and the contact is their average.
+    Giver const giver(a, b, collision.normal);
+    double const tolerance = 1e-6 * std::max(1.0, giver.hull.radius);
     glm::dvec3 sum(0.0);
     int used = 0;
-    for (uint32_t i = 0; i < giver.count; ++i) {
-        if (sign * glm::dot(giver.points[i], collision.normal) >= deepest - tolerance) {
-            sum += giver.points[i];
+    for (uint32_t i = 0; i < giver.hull.count; ++i) {
+        if (giver.Reach(i, collision.normal) >= giver.deepest - tolerance) {
+            sum += giver.hull.Point(i);
             ++used;
         }
     }
-    collision.point = used > 0 ? sum / static_cast<double>(used) : (fromA ? centerA : centerB);
+    collision.point = used > 0 ? sum / static_cast<double>(used) : giver.hull.center;
     return collision;
 }
 
@@ -171,17 +244,21 @@ size_t ContactSupportPoints(ConvexMeshCollider const& a, ConvexMeshCollider cons
 size_t ContactSupportPoints(ConvexMeshCollider const& a, glm::dmat4 const& worldA, ConvexMeshCollider const& b,
                             glm::dmat4 const& worldB, Collision const& collision,
                             std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out) {
-    // The same collider as ConvexCollision takes the contact point from.
-    bool const fromA = a.radius <= b.radius;
-    WorldHull const giver(fromA ? a : b, fromA ? worldA : worldB);
-    double const sign = fromA ? -1.0 : 1.0;
-    double deepest = -DBL_MAX;
-    for (uint32_t i = 0; i < giver.count; ++i)
-        deepest = std::max(deepest, sign * glm::dot(giver.points[i], collision.normal));
+    PlacedHull hullA;
+    PlacedHull hullB;
+    hullA.PlaceEachVertex(a, worldA);
+    hullB.PlaceEachVertex(b, worldB);
+    return ContactSupportPoints(hullA, hullB, collision, out);
+}
+
+size_t ContactSupportPoints(PlacedHull const& a, PlacedHull const& b, Collision const& collision,
+                            std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>& out) {
+    // The same hull as ConvexCollision takes the contact point from.
+    Giver const giver(a, b, collision.normal);
     double const reach = std::max(collision.depth, 0.0) + SupportSlop;
     size_t count = 0;
-    for (uint32_t i = 0; i < giver.count && count < out.size(); ++i) {
-        if (sign * glm::dot(giver.points[i], collision.normal) >= deepest - reach) out[count++] = giver.points[i];
+    for (uint32_t i = 0; i < giver.hull.count && count < out.size(); ++i) {
+        if (giver.Reach(i, collision.normal) >= giver.deepest - reach) out[count++] = giver.hull.Point(i);
     }
     return count;
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
 #include <glm/glm.hpp>
@@ -16,6 +17,46 @@ struct Collision {
     glm::dvec3 normal{0.0}; ///< Unit vector from the second collider towards the first.
     double depth = 0.0;     ///< Penetration, metres.
 };
+
+/// A collider placed in the world for many pair tests: its vertices, the
+/// centre of its box and its unit face axes, worked out once. The physics step
+/// places each collider once per substep (a static body's once per step)
+/// instead of once per pair; ConvexCollision on two placed hulls gives exactly
+/// the answer, bit for bit, of ConvexCollision on the colliders and matrices.
+struct PlacedHull {
+    static constexpr size_t MaxVertices = entity::ConvexMeshCollider::MaxVertices;
+    static constexpr size_t MaxNormals = entity::ConvexMeshCollider::MaxNormals;
+
+    /// Places collider by world. A box collider (the corners in Box's order)
+    /// takes a shortcut through its shared corner coordinates.
+    void Place(entity::ConvexMeshCollider const& collider, glm::dmat4 const& world);
+    /// Places collider by world vertex by vertex, whatever its shape.
+    void PlaceEachVertex(entity::ConvexMeshCollider const& collider, glm::dmat4 const& world);
+    /// Vertex i.
+    glm::dvec3 Point(uint32_t i) const { return {x[i], y[i], z[i]}; }
+    /// (minimum, maximum) of the vertices along axis; (DBL_MAX, -DBL_MAX) without vertices.
+    std::pair<double, double> Project(glm::dvec3 const& axis) const;
+
+    /// Vertex coordinates; the entries past count repeat vertex 0, so that
+    /// projections can run over all of them.
+    std::array<double, MaxVertices> x{}, y{}, z{};
+    std::array<glm::dvec3, MaxNormals> axes{}; ///< Unit face normals in world axes, zero ones left out.
+    glm::dvec3 center{0.0};                    ///< Centre of the collider's box.
+    double radius = 0.0;                       ///< The collider's.
+    uint32_t count = 0;                        ///< Vertices.
+    uint32_t axisCount = 0;                    ///< Entries of axes.
+    bool exactEdges = false;                   ///< The collider's.
+
+private:
+    /// Centre, radius and face axes.
+    void PlaceAxes(entity::ConvexMeshCollider const& collider, glm::dmat4 const& world);
+};
+
+/// ConvexCollision of two placed colliders.
+Collision ConvexCollision(PlacedHull const& a, PlacedHull const& b);
+/// ContactSupportPoints of two placed colliders.
+size_t ContactSupportPoints(PlacedHull const& a, PlacedHull const& b, Collision const& collision,
+                            std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>& out);
 
 /// (minimum, maximum) of the collider's vertices, under its transform, along
 /// axis; (DBL_MAX, -DBL_MAX) without vertices.

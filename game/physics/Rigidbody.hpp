@@ -47,6 +47,17 @@ public:
     /// translate(position) * mat4(orientation).
     glm::dmat4 GetTransform() const;
 
+    /// Readies the colliders' placed hulls for the body's place now and
+    /// returns GetTransform() of it. Hulls placed earlier are kept while the
+    /// body has not moved since.
+    glm::dmat4 const& PlaceHulls();
+    /// Collider i placed by the transform of the last PlaceHulls (placed on
+    /// first use): a body that moved since keeps the hulls of where it was.
+    PlacedHull const& Hull(size_t i);
+    /// Places the hulls again at the next PlaceHulls, as after a change of
+    /// the colliders (a contact callback may make one).
+    void ForgetHulls() { _hullsCurrent = false; }
+
     std::weak_ptr<T> entity;                           ///< Source entity.
     glm::dvec3 position{0.0};                          ///< World position of the centre of mass.
     glm::dquat orientation{1.0, 0.0, 0.0, 0.0};        ///< Copy of the entity's.
@@ -65,6 +76,14 @@ public:
 private:
     /// Appends source's enabled colliders, moved into body space.
     void CopyColliders(T const& source);
+
+    std::vector<PlacedHull> _hulls;                  ///< Entry i for colliders[i].
+    std::vector<uint64_t> _hullPlacements;           ///< Entry i: the placement _hulls[i] was placed in.
+    uint64_t _placement = 0;                         ///< Counts the PlaceHulls that found the body moved.
+    bool _hullsCurrent = false;                      ///< Whether the hulls follow the colliders.
+    glm::dmat4 _hullTransform{1.0};                  ///< GetTransform() of the last placement.
+    glm::dvec3 _hullPosition{0.0};                   ///< position of the last placement.
+    glm::dquat _hullOrientation{1.0, 0.0, 0.0, 0.0}; ///< orientation of the last placement.
 };
 
 /// One aerodynamic surface sample of a body.
@@ -155,8 +174,10 @@ private:
     /// Visits the pair (c, d) of a static contact, each placed by its matrix:
     /// walks into subColliders of colliders that are mostly empty, answers the
     /// contacts of the leaves and tells whether any leaf touched.
-    bool VisitStaticPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                         entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD, double dt, int depth);
+    /// hullC and hullD, when both are given, are c and d placed by their matrices.
+    bool VisitStaticPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC, PlacedHull const* hullC,
+                         entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD, PlacedHull const* hullD,
+                         double dt, int depth);
     /// Copies c and d, placed in the world, into _contactSelf and _contactOther.
     void PlaceContactPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
                           entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD);

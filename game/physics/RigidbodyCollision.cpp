@@ -43,6 +43,11 @@ bool SpheresMeet(ConvexMeshCollider const& c, glm::dmat4 const& worldC, ConvexMe
     return !(glm::distance(centerC, centerD) > c.radius + d.radius);
 }
 
+/// The same for two placed hulls.
+bool HullsMeet(PlacedHull const& c, PlacedHull const& d) {
+    return !(glm::distance(c.center, d.center) > c.radius + d.radius);
+}
+
 /// Whether collider stands only for its subColliders.
 bool IsSubdivided(ConvexMeshCollider const& collider) {
     return collider.fill < SubdivideBelowFill && collider.subColliders && !collider.subColliders->empty();
@@ -116,34 +121,45 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
     // but not where its colliders are tested, so that every collider meets
     // every surface it rests on, even after an earlier contact pushed the body.
 
+    // Each collider is placed (its hull worked out) once per place of its
+    // body, not once per pair: the hulls of a body that did not move since
+    // are reused.
+
     // Moving bodies first: both sides take part in the answer.
-    glm::dmat4 bodyTransform = this->GetTransform();
-    for (ConvexMeshCollider const& c : this->colliders) {
+    glm::dmat4 bodyTransform = this->PlaceHulls();
+    for (size_t ci = 0; ci < this->colliders.size(); ++ci) {
+        ConvexMeshCollider const& c = this->colliders[ci];
         glm::dmat4 const worldC = bodyTransform * c.transform;
+        PlacedHull const& hullC = this->Hull(ci);
         for (DynamicRigidbody* other : nearDynamics) {
-            glm::dmat4 const otherTransform = other->GetTransform();
+            glm::dmat4 const& otherTransform = other->PlaceHulls();
             if (other->colliders.size() > 3 &&
                 !PotentialBoxBoxIntersection(worldC, otherTransform, glm::dvec3(c.box_min), glm::dvec3(c.box_max),
                                              other->boundsMin, other->boundsMax, c.exactEdges, false))
                 continue;
-            for (ConvexMeshCollider const& d : other->colliders) {
-                glm::dmat4 const worldD = otherTransform * d.transform;
-                if (!SpheresMeet(c, worldC, d, worldD)) continue;
-                // The test reads the colliders where they are, each under its
-                // world matrix; placed copies are made only for the callbacks.
+            for (size_t di = 0; di < other->colliders.size(); ++di) {
+                ConvexMeshCollider const& d = other->colliders[di];
+                PlacedHull const& hullD = other->Hull(di);
+                if (!HullsMeet(hullC, hullD)) continue;
+                // The test reads the placed hulls; placed copies of the
+                // colliders are made only for the callbacks.
                 Collision collision;
                 if (c.exactEdges) {
-                    collision = ConvexCollision(d, worldD, c, worldC);
+                    collision = ConvexCollision(hullD, hullC);
                     collision.normal = -collision.normal;
                 } else {
-                    collision = ConvexCollision(c, worldC, d, worldD);
+                    collision = ConvexCollision(hullC, hullD);
                 }
                 if (!(collision.depth > 0.0)) continue;
                 if (::Game::debugServerSidePhysics) {
                     debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
                                           glm::vec4(1.0f, 1.0f, 0.0f, 1.0f)});
                 }
-                if (c.onContact || d.onContact) PlaceContactPair(c, worldC, d, worldD);
+                if (c.onContact || d.onContact) {
+                    PlaceContactPair(c, worldC, d, otherTransform * d.transform);
+                    this->ForgetHulls();
+                    other->ForgetHulls();
+                }
                 if (d.onContact) {
                     collision.normal = -collision.normal;
                     d.onContact(other, _contactOther, _contactSelf, collision, dt);
@@ -160,18 +176,24 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
     staticContactNormals.clear();
     staticRelativeContactPoints.clear();
 
-    bodyTransform = this->GetTransform();
-    for (ConvexMeshCollider const& c : this->colliders) {
+    bodyTransform = this->PlaceHulls();
+    for (size_t ci = 0; ci < this->colliders.size(); ++ci) {
+        ConvexMeshCollider const& c = this->colliders[ci];
         glm::dmat4 const worldC = bodyTransform * c.transform;
+        PlacedHull const& hullC = this->Hull(ci);
         for (Rigidbody<T>* body : nearStatics) {
-            glm::dmat4 const staticTransform = body->GetTransform();
+            glm::dmat4 const& staticTransform = body->PlaceHulls();
             if (body->colliders.size() > 3 &&
                 !PotentialBoxBoxIntersection(worldC, staticTransform, glm::dvec3(c.box_min), glm::dvec3(c.box_max),
                                              body->boundsMin, body->boundsMax, c.exactEdges, false))
                 continue;
             bool touched = false;
-            for (ConvexMeshCollider const& d : body->colliders)
-                touched = VisitStaticPair(c, worldC, d, staticTransform * d.transform, dt, 0) || touched;
+            for (size_t di = 0; di < body->colliders.size(); ++di) {
+                ConvexMeshCollider const& d = body->colliders[di];
+                touched =
+                    VisitStaticPair(c, worldC, &hullC, d, staticTransform * d.transform, &body->Hull(di), dt, 0) ||
+                    touched;
+            }
             // The largest static body touched may take this one in.
             if (touched && body->radius > largestContactRadius) {
                 potentialNewParent = body->entity;
@@ -184,7 +206,8 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
         if (parentBody != nullptr && !parentBody->colliders.empty()) {
             glm::dmat4 const parentFrame = glm::translate(glm::dmat4(1.0), parentBody->centerOfMass);
             for (ConvexMeshCollider const& d : parentBody->colliders) {
-                if (VisitStaticPair(c, worldC, d, parentFrame * d.transform, dt, 0)) touchesParent = true;
+                if (VisitStaticPair(c, worldC, &hullC, d, parentFrame * d.transform, nullptr, dt, 0))
+                    touchesParent = true;
             }
         }
     }
@@ -204,7 +227,8 @@ template <class T> void DynamicRigidbody<T>::TestResting() {
 
 template <class T>
 bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                                          ConvexMeshCollider const& d, glm::dmat4 const& worldD, double dt, int depth) {
+                                          PlacedHull const* hullC, ConvexMeshCollider const& d,
+                                          glm::dmat4 const& worldD, PlacedHull const* hullD, double dt, int depth) {
     // A mostly empty collider stands for its children: this body's side first.
     if (IsSubdivided(c)) {
         bool touched = false;
@@ -213,7 +237,9 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
                                         glm::dvec3(d.box_min), glm::dvec3(d.box_max), c.exactEdges, d.exactEdges)) {
             for (ConvexMeshCollider const& child : *c.subColliders) {
                 if (IsUsableChild(child))
-                    touched = VisitStaticPair(child, worldC * child.transform, d, worldD, dt, depth + 1) || touched;
+                    touched =
+                        VisitStaticPair(child, worldC * child.transform, nullptr, d, worldD, nullptr, dt, depth + 1) ||
+                        touched;
             }
         }
         return touched;
@@ -225,16 +251,19 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
                                         glm::dvec3(d.box_min), glm::dvec3(d.box_max), c.exactEdges, d.exactEdges)) {
             for (ConvexMeshCollider const& child : *d.subColliders) {
                 if (IsUsableChild(child))
-                    touched = VisitStaticPair(c, worldC, child, worldD * child.transform, dt, depth + 1) || touched;
+                    touched =
+                        VisitStaticPair(c, worldC, nullptr, child, worldD * child.transform, nullptr, dt, depth + 1) ||
+                        touched;
             }
         }
         return touched;
     }
 
-    if (!SpheresMeet(c, worldC, d, worldD)) return false;
+    bool const placed = hullC != nullptr && hullD != nullptr;
+    if (placed ? !HullsMeet(*hullC, *hullD) : !SpheresMeet(c, worldC, d, worldD)) return false;
     // The test reads the colliders where they are, each under its world
     // matrix; placed copies are made only for a callback.
-    Collision collision = ConvexCollision(c, worldC, d, worldD);
+    Collision collision = placed ? ConvexCollision(*hullC, *hullD) : ConvexCollision(c, worldC, d, worldD);
     if (!(collision.depth > 0.0)) return false;
 
     if (::Game::debugServerSidePhysics) {
@@ -245,6 +274,7 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
     bool counts = true;
     if (called) {
         PlaceContactPair(c, worldC, d, worldD);
+        this->ForgetHulls();
         counts = c.onContact(this, _contactSelf, _contactOther, collision, dt);
     }
     if (counts) {
@@ -252,6 +282,7 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         // box lying flat on one other box finds the three it needs to rest.
         // After a callback the copies it saw (and may have changed) give them.
         size_t const supports = called ? ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints)
+            : placed                   ? ContactSupportPoints(*hullC, *hullD, collision, _supportPoints)
                                        : ContactSupportPoints(c, worldC, d, worldD, collision, _supportPoints);
         if (supports == 0) AddStaticContactPoint(collision.normal, collision.point);
         for (size_t i = 0; i < supports; ++i) AddStaticContactPoint(collision.normal, _supportPoints[i]);

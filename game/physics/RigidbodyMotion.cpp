@@ -38,6 +38,7 @@ template <class T> void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool with
     boundsMin = source->boundsMin - centerOfMass;
     boundsMax = source->boundsMax - centerOfMass;
     colliders.clear();
+    _hullsCurrent = false;
     for (auto const& entry : source->colliders) {
         entity::ConvexMeshCollider const& described = entry.second;
         if (!described.enabled) continue;
@@ -59,6 +60,7 @@ template <class T> void Rigidbody<T>::Load(std::shared_ptr<T>& source, bool with
 template <class T> void Rigidbody<T>::LoadColliders() {
     if (collidersLoaded) return;
     collidersLoaded = true;
+    _hullsCurrent = false;
     if (std::shared_ptr<T> const source = entity.lock()) CopyColliders(*source);
 }
 
@@ -74,6 +76,7 @@ template <class T> void Rigidbody<T>::CopyColliders(T const& source) {
 template <class T> void Rigidbody<T>::Release() {
     entity.reset();
     colliders.clear();
+    _hullsCurrent = false;
 }
 
 template <class T> glm::dvec3 Rigidbody<T>::GetPositionAtCenterOfBounds() const {
@@ -88,6 +91,29 @@ template <class T> void Rigidbody<T>::ComputeBounds() {
 
 template <class T> glm::dmat4 Rigidbody<T>::GetTransform() const {
     return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(orientation);
+}
+
+template <class T> glm::dmat4 const& Rigidbody<T>::PlaceHulls() {
+    if (_hullsCurrent && position == _hullPosition && orientation == _hullOrientation) return _hullTransform;
+    _hullsCurrent = true;
+    _hullPosition = position;
+    _hullOrientation = orientation;
+    _hullTransform = GetTransform();
+    ++_placement;
+    if (_hulls.size() != colliders.size()) {
+        _hulls.resize(colliders.size());
+        _hullPlacements.assign(colliders.size(), _placement - 1);
+    }
+    return _hullTransform;
+}
+
+template <class T> PlacedHull const& Rigidbody<T>::Hull(size_t i) {
+    NEROX_ASSERT(i < _hulls.size());
+    if (_hullPlacements[i] != _placement) {
+        _hullPlacements[i] = _placement;
+        _hulls[i].Place(colliders[i], _hullTransform * colliders[i].transform);
+    }
+    return _hulls[i];
 }
 
 template class Rigidbody<entity::ServerSideEntity>;

@@ -1,8 +1,9 @@
-// Collision primitives: projection, the separating-axis test, the cheap oriented box test and the ray-box slab test.
+// Collision primitives: projection, placed hulls, the separating-axis test, the cheap oriented box test and the ray-box slab test.
 #include <gtest/gtest.h>
 
 #include <cfloat>
 #include <cmath>
+#include <random>
 #include <tuple>
 
 #include <glm/gtc/matrix_transform.hpp>
@@ -84,6 +85,61 @@ TEST(ConvexCollision, ProjectionsAndContactsAndMissesAtTheBoundaries) {
     }
     for (bool exactB : {false, true}) // apart, but face axes alone see an overlap
         EXPECT_GT(game::physics::ConvexCollision(EdgeA(false), EdgeB(1.45, exactB)).depth, 0.2);
+}
+
+/// A wedge, not a box: a right triangle in x and y, 1 m deep in z.
+ConvexMeshCollider Wedge(glm::dmat4 const& transform) {
+    ConvexMeshCollider wedge = ConvexMeshCollider::Box({0, 0, -0.5f}, {1, 1, 0.5f});
+    wedge.vertices = {glm::vec3(0, 0, -0.5f), glm::vec3(0, 0, 0.5f),  glm::vec3(0, 1, -0.5f),
+                      glm::vec3(0, 1, 0.5f),  glm::vec3(1, 0, -0.5f), glm::vec3(1, 0, 0.5f)};
+    wedge.verticesCount = 6;
+    wedge.normals[3] = glm::normalize(glm::vec3(1, 1, 0)); // x, y and z from the box, and the slope
+    wedge.normalsCount = 4;
+    wedge.transform = transform;
+    return wedge;
+}
+
+// The physics step places each collider once and tests placed hulls, a box
+// through its shared corner coordinates: every answer must be the one of the
+// colliders placed vertex by vertex, bit for bit, hit or miss.
+TEST(PlacedHull, AnswersAsTheCollidersBitForBit) {
+    std::mt19937_64 random(7);
+    std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    auto turn = [&] {
+        return glm::mat4_cast(glm::normalize(glm::dquat(unit(random), unit(random), unit(random), unit(random))));
+    };
+    auto near = [&](double reach) { return glm::dvec3(unit(random), unit(random), unit(random)) * reach; };
+    ConvexMeshCollider shuffled = Box(glm::dmat4(1.0)); // a box whose corners are not in Box's order
+    std::swap(shuffled.vertices[0], shuffled.vertices[7]);
+    int hits = 0, misses = 0;
+    for (int i = 0; i < 4000; ++i) {
+        int const kind = i % 5;
+        glm::dmat4 const placeB = glm::translate(glm::dmat4(1.0), near(0.5)) * turn();
+        ConvexMeshCollider a = kind == 0
+            ? Box(placeB * glm::translate(glm::dmat4(1.0), glm::dvec3(0, 1 + 0.1 * unit(random), 0)))
+            : kind == 1 ? EdgeA(true)
+            : kind == 2
+            ? Wedge(glm::translate(glm::dmat4(1.0), near(1.2)) * turn())
+            : Box(glm::translate(glm::dmat4(1.0), near(kind == 3 ? 1.2 : 2.5)) * turn(), 0.5 + unit(random) * 0.4);
+        ConvexMeshCollider b = kind == 1 ? EdgeB(1.4 + 0.05 * unit(random), false) : kind == 4 ? shuffled : Box(placeB);
+        if (kind == 4) b.transform = placeB;
+        a.exactEdges = a.exactEdges || i % 3 == 0;
+        game::physics::PlacedHull hullA, hullB;
+        hullA.Place(a, a.transform);
+        hullB.Place(b, b.transform);
+        game::physics::Collision const general = game::physics::ConvexCollision(a, b);
+        game::physics::Collision const placed = game::physics::ConvexCollision(hullA, hullB);
+        ASSERT_EQ(placed.depth, general.depth) << "pair " << i;
+        ASSERT_EQ(placed.normal, general.normal) << "pair " << i;
+        ASSERT_EQ(placed.point, general.point) << "pair " << i;
+        (general.depth > 0.0 ? hits : misses)++;
+        std::array<glm::dvec3, ConvexMeshCollider::MaxVertices> supportsGeneral, supportsPlaced;
+        size_t const count = game::physics::ContactSupportPoints(a, b, general, supportsGeneral);
+        ASSERT_EQ(game::physics::ContactSupportPoints(hullA, hullB, general, supportsPlaced), count);
+        for (size_t k = 0; k < count; ++k) ASSERT_EQ(supportsPlaced[k], supportsGeneral[k]);
+    }
+    EXPECT_GT(hits, 1000);
+    EXPECT_GT(misses, 1000);
 }
 
 TEST(PotentialBoxBoxIntersection, SeparatedBoxesAreRejectedAndTouchingOnesKept) {
