@@ -493,6 +493,8 @@ void GameRenderer::CollectAllTrash() {
 }
 
 void GameRenderer::Cleanup() {
+    aim.ClearTarget();
+    aimPrevious.ClearTarget();
     // The scene tables: the slots go, the objects live on with their owners.
     {
         std::unique_lock<nerox::SharedMutex> lock(RenderableInstance::_sharedObjectsMutex);
@@ -509,7 +511,36 @@ void GameRenderer::Cleanup() {
         pushed.swap(pushTextures);
     }
     pushed.clear(); // outside the lock: a texture's destructor may push or trash
+    aim.Reset();
+    aimPrevious.Reset();
+    aimReferences.Clear();
     CollectAllTrash();
+}
+
+// ---------------------------------------------------------------- aim
+
+uint32_t GameRenderer::AddAimReference(std::string const& moduleName, std::any data) {
+    return aimReferences.Add(moduleName, std::move(data));
+}
+
+void GameRenderer::TakeAim(AimBuffer const& buffer) {
+    aimPrevious = aim;
+    aim = buffer;
+}
+
+double GameRenderer::GetFixedBoundingSizeInScreenPixels(glm::dvec3 const& position, double size, double fov) const {
+    constexpr double TwoPi = 6.283185307179586;
+    if (fov == 0.0) fov = this->fov;
+    VkExtent2D const extent = GetOutputImageExtent();
+    int const width = static_cast<int>(extent.width * renderScale);
+    int const height = static_cast<int>(extent.height * renderScale);
+    double const distance = glm::length(cameraPosition - position);
+    double angle = TwoPi;
+    if (distance != 0.0 && fov != 0.0) {
+        double const a = size / distance / (fov * 0.017453292519943295);
+        angle = a > 3.141592653589793 ? TwoPi : 2.0 * a;
+    }
+    return (0.5 * width + 0.5 * height) * angle;
 }
 
 // ---------------------------------------------------------------- screenshots

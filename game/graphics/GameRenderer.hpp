@@ -2,6 +2,7 @@
 // The game's renderer: the engine's frame stages, forwarded to the client
 // modules, with the user's settings, the floating world origin, deferred
 // destruction of GPU objects, screenshots and the overlay pipelines.
+#include "game/graphics/Aim.hpp"
 #include "nerox/renderer/NeroxRenderer.hpp"
 #include "nerox/vk/Image.hpp"
 #include "nerox/vk/Pipeline.hpp"
@@ -10,6 +11,7 @@
 #include <glm/glm.hpp>
 #include <vulkan/vulkan.h>
 
+#include <any>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -35,6 +37,9 @@ namespace game::graphics {
 /// registration may be used from others.
 class GameRenderer : public nerox::renderer::NeroxRenderer {
 public:
+    using AimReference = graphics::AimReference;
+    using Aim = graphics::Aim;
+
     /// Texture index of the monospace font atlas, which pixel-screen shaders address directly.
     static constexpr uint32_t FontAtlasTextureIndex = 0;
     /// The atlas file, relative to the working folder.
@@ -116,6 +121,17 @@ public:
     uint32_t AddRenderableHitShader(std::string const& path);
     /// Registers a callable shader (source text or path) and returns its slot; same rule.
     uint32_t AddRenderableCallableShader(std::string const& shader);
+    /// Registers what an aim id stands for and returns the id, for
+    /// RenderableInstance::SetAimID; the first is 1 (0 is no object).
+    uint32_t AddAimReference(std::string const& moduleName, std::any data);
+    /// Takes the aim record a drawing path read back: aim moves to aimPrevious
+    /// and takes the record (see Aim::operator=).
+    void TakeAim(AimBuffer const& buffer);
+    /// The size in pixels of a sphere of diameter size at position, seen from
+    /// cameraPosition with a vertical field of view of fov degrees (0: the
+    /// renderer's): the angle it spans times the mean of the output's width
+    /// and height (each times renderScale), at most 2 pi times that mean.
+    double GetFixedBoundingSizeInScreenPixels(glm::dvec3 const& position, double size, double fov) const;
     /// Adds texture to the push list: its Push runs in the next FramePushCommands,
     /// unless the list holds the last reference by then. Either way the list's
     /// reference goes to the trash. Push must not call PushTexture.
@@ -168,6 +184,10 @@ public:
     std::mutex trashMutex;                            ///< Guards trash.
     std::vector<std::shared_ptr<void>> trash;         ///< Trashed since the last collection.
     std::vector<std::shared_ptr<void>> trashPrevious; ///< Trashed before it; released at the next collection.
+
+    graphics::AimReferences aimReferences; ///< What aim ids stand for; entry 0 is empty.
+    Aim aim{&aimReferences};               ///< What the player looks at, from the last record read back.
+    Aim aimPrevious{&aimReferences};       ///< The aim before that record.
 
     std::mutex renderableShadersMutex;                  ///< Guards the shader tables.
     bool renderableShadersLocked = false;               ///< Set once the ray-tracing pipeline is built.

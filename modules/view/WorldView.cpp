@@ -28,6 +28,10 @@ using game::graphics::RenderableInstance;
 namespace {
 
 constexpr VkFormat DepthFormat = VK_FORMAT_D32_SFLOAT;
+constexpr VkFormat AimFormat = VK_FORMAT_R32_UINT;
+/// Bytes of one frame slot's aim copy: the id, then the depth.
+constexpr VkDeviceSize AimWords = 8;
+static_assert(nerox::graphics::VulkanRenderer::FramesInFlight <= 4);
 constexpr VkShaderStageFlags DrawStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER_STAGE_FRAGMENT_BIT;
 constexpr float Pi = 3.14159265f;
 
@@ -106,6 +110,10 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
     _fallbackMaterial = std::make_unique<nerox::vk::MappedBuffer<RenderableData, 8, 1024>>(
         device, 1, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "World view default material", 16);
     (*_fallbackMaterial)[0] = RenderableData{};
+    _aimReadback = std::make_unique<nerox::vk::Buffer>(
+        device, AimWords * nerox::graphics::VulkanRenderer::FramesInFlight, VK_BUFFER_USAGE_TRANSFER_DST_BIT,
+        nerox::vk::MemoryUsage::GpuToCpu, nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessRandom,
+        "World view aim", 4);
     FollowOutput();
 }
 
@@ -170,7 +178,7 @@ void WorldView::FollowOutput() {
     if (format == VK_FORMAT_UNDEFINED || extent.width == 0 || extent.height == 0) return;
     nerox::vk::Device& device = _renderer.GetDevice();
     if (format != _colorFormat) {
-        nerox::vk::RenderingFormats const formats{format, DepthFormat};
+        nerox::vk::RenderingFormats const formats{format, DepthFormat, AimFormat};
         if (_scene) {
             device.WaitIdle(); // the old pipelines go at once
             _scene->RefreshViewport(formats);
@@ -193,13 +201,17 @@ void WorldView::FollowOutput() {
         _colorFormat = format;
     }
     if (extent.width != _extent.width || extent.height != _extent.height || !_depth) {
-        // The old image may be in use by a frame in flight.
+        // The old images may be in use by a frame in flight.
         if (_depth) _renderer.Trash(std::move(_depth));
+        if (_aimIds) _renderer.Trash(std::move(_aimIds));
         nerox::vk::ImageOptions options;
         options.aspect = VK_IMAGE_ASPECT_DEPTH_BIT;
-        _depth = std::make_shared<nerox::vk::Image>(device, extent.width, extent.height, DepthFormat,
-                                                    VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT, "World view depth",
-                                                    options);
+        _depth = std::make_shared<nerox::vk::Image>(
+            device, extent.width, extent.height, DepthFormat,
+            VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT, "World view depth", options);
+        _aimIds = std::make_shared<nerox::vk::Image>(
+            device, extent.width, extent.height, AimFormat,
+            VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT, "World view aim ids");
         _extent = extent;
     }
 }
@@ -292,6 +304,7 @@ void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& v
                 ? instance->renderableDataAddress + i * sizeof(RenderableData)
                 : fallbackMaterial;
             constants.flags = FlagsOf(*geometry);
+            constants.aimID = instance->aimID;
             constants.vertexCount = geometry->indexMode == 0 ? 0 : static_cast<uint32_t>(geometry->GetPrimitiveCount());
             vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof constants, &constants);
             vkCmdDraw(commandBuffer, vertices, 1, 0, 0);
@@ -300,6 +313,46 @@ void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& v
         }
         if (drawn) ++_stats.instances;
     }
+}
+
+void WorldView::TakeAim(uint32_t slot) {
+    if (!_aimPending[slot]) return;
+    _aimPending[slot] = false;
+    uint32_t words[2];
+    std::memcpy(words, static_cast<char const*>(_aimReadback->Map()) + AimWords * slot, sizeof words);
+    float depth = 0.0f;
+    std::memcpy(&depth, &words[1], sizeof depth);
+    game::graphics::AimBuffer aim;
+    // Depth is nearClip / distance; 0 (cleared) is the sky, where the id is 0 as well.
+    if (words[0] != 0 && depth > 0.0f) {
+        aim.aimID = words[0];
+        double const distance = _aimNearClip[slot] / depth;
+        aim.distance = static_cast<float>(distance);
+        glm::dvec3 const hit = _aimCameraToWorld[slot] * glm::dvec3(0.0, 0.0, -distance); // along the view axis
+        for (int i = 0; i < 3; ++i) aim.hitPosition[i] = static_cast<float>(hit[i]);
+    }
+    _renderer.TakeAim(aim);
+}
+
+void WorldView::CopyAim(VkCommandBuffer commandBuffer, uint32_t slot) {
+    // The pixel under the crosshair, at the centre of the output.
+    VkOffset3D const centre{static_cast<int32_t>(_extent.width / 2), static_cast<int32_t>(_extent.height / 2), 0};
+    nerox::vk::Image::Transition(commandBuffer, *_aimIds, VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL,
+                                 VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+    nerox::vk::Image::Transition(commandBuffer, *_depth, VK_IMAGE_LAYOUT_DEPTH_ATTACHMENT_OPTIMAL,
+                                 VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, VK_IMAGE_ASPECT_DEPTH_BIT);
+    VkBufferImageCopy copy{};
+    copy.bufferOffset = AimWords * slot;
+    copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+    copy.imageOffset = centre;
+    copy.imageExtent = {1, 1, 1};
+    vkCmdCopyImageToBuffer(commandBuffer, *_aimIds, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, *_aimReadback, 1, &copy);
+    copy.bufferOffset += 4;
+    copy.imageSubresource.aspectMask = VK_IMAGE_ASPECT_DEPTH_BIT;
+    vkCmdCopyImageToBuffer(commandBuffer, *_depth, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, *_aimReadback, 1, &copy);
+    Barrier(commandBuffer, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_ACCESS_TRANSFER_WRITE_BIT, VK_PIPELINE_STAGE_HOST_BIT,
+            VK_ACCESS_HOST_READ_BIT);
+    _aimPending[slot] = true;
 }
 
 void WorldView::Record(VkCommandBuffer commandBuffer) {
@@ -312,6 +365,7 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
     _stats = {};
     glm::dmat4 const view = _renderer.viewMatrix;
     uint32_t const slot = _renderer.CurrentFrameSlot() % nerox::graphics::VulkanRenderer::FramesInFlight;
+    TakeAim(slot); // this slot's last frame is done: its copy is there
     WriteFrame(slot, view);
 
     // The output was cleared (a transfer) and maybe drawn by earlier stages;
@@ -321,23 +375,30 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
             VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT);
     nerox::vk::Image::Transition(commandBuffer, *_depth, VK_IMAGE_LAYOUT_UNDEFINED,
                                  VK_IMAGE_LAYOUT_DEPTH_ATTACHMENT_OPTIMAL, VK_IMAGE_ASPECT_DEPTH_BIT);
+    nerox::vk::Image::Transition(commandBuffer, *_aimIds, VK_IMAGE_LAYOUT_UNDEFINED,
+                                 VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL);
 
-    VkRenderingAttachmentInfo color{VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO};
-    color.imageView = target;
-    color.imageLayout = VK_IMAGE_LAYOUT_GENERAL;
-    color.loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
-    color.storeOp = VK_ATTACHMENT_STORE_OP_STORE;
+    VkRenderingAttachmentInfo colors[2]{{VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO},
+                                        {VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO}};
+    colors[0].imageView = target;
+    colors[0].imageLayout = VK_IMAGE_LAYOUT_GENERAL;
+    colors[0].loadOp = VK_ATTACHMENT_LOAD_OP_LOAD;
+    colors[0].storeOp = VK_ATTACHMENT_STORE_OP_STORE;
+    colors[1].imageView = _aimIds->View();
+    colors[1].imageLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
+    colors[1].loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR; // 0: nothing to aim at
+    colors[1].storeOp = VK_ATTACHMENT_STORE_OP_STORE;
     VkRenderingAttachmentInfo depth{VK_STRUCTURE_TYPE_RENDERING_ATTACHMENT_INFO};
     depth.imageView = _depth->View();
     depth.imageLayout = VK_IMAGE_LAYOUT_DEPTH_ATTACHMENT_OPTIMAL;
     depth.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
-    depth.storeOp = VK_ATTACHMENT_STORE_OP_DONT_CARE;
+    depth.storeOp = VK_ATTACHMENT_STORE_OP_STORE; // the centre pixel's is copied
     depth.clearValue.depthStencil = {0.0f, 0};
     VkRenderingInfo rendering{VK_STRUCTURE_TYPE_RENDERING_INFO};
     rendering.renderArea = {{0, 0}, extent};
     rendering.layerCount = 1;
-    rendering.colorAttachmentCount = 1;
-    rendering.pColorAttachments = &color;
+    rendering.colorAttachmentCount = 2;
+    rendering.pColorAttachments = colors;
     rendering.pDepthAttachment = &depth;
     vkCmdBeginRendering(commandBuffer, &rendering);
 
@@ -362,6 +423,9 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
     vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof sky, &sky);
     vkCmdDraw(commandBuffer, 3, 1, 0, 0);
     vkCmdEndRendering(commandBuffer);
+    CopyAim(commandBuffer, slot);
+    _aimNearClip[slot] = _renderer.projectionMatrix[3][2];
+    _aimCameraToWorld[slot] = glm::transpose(glm::dmat3(view));
 
     // What comes after (overlay, interface, copies of the output) sees the scene.
     Barrier(commandBuffer, VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT, VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT,

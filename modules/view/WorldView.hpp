@@ -78,7 +78,8 @@ struct DrawConstants {
     uint64_t colors = 0;       ///< Four bytes or four floats a vertex; 0 without.
     uint64_t texCoords = 0;    ///< Two floats a vertex; 0 without.
     uint64_t material = 0;     ///< The geometry's RenderableData record.
-    uint64_t reserved = 0;     ///< Zero.
+    uint32_t aimID = 0;        ///< The instance's aim id, written to the aim target.
+    uint32_t reserved = 0;     ///< Zero.
     uint32_t flags = 0;        ///< Index mode, the attributes present, the texture index from bit 8.
     uint32_t vertexCount = 0;  ///< Vertices of the geometry: indices at or past it draw nothing.
 };
@@ -131,7 +132,11 @@ public:
     /// settings, the output's aspect, the near clip, no far plane (depth runs
     /// from 1 at the near clip to 0 at infinity).
     void FrameInit();
-    /// Records the sky and the scene into the output image.
+    /// Hands the aim record of this frame slot's last frame to the renderer
+    /// (GameRenderer::TakeAim), then records the sky and the scene into the
+    /// output image, with the aim id and depth of the centre pixel copied for
+    /// the CPU. The record of a frame thus reaches the renderer when its slot
+    /// comes round again, FramesInFlight frames later, without waiting.
     void Record(VkCommandBuffer commandBuffer);
 
     /// Counts of the last frame recorded.
@@ -143,6 +148,8 @@ private:
     void DestroyFrameBlocks();
     void WriteFrame(uint32_t slot, glm::dmat4 const& view);
     void DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view);
+    void TakeAim(uint32_t slot);
+    void CopyAim(VkCommandBuffer commandBuffer, uint32_t slot);
 
     game::graphics::GameRenderer& _renderer;
     bool _textured;
@@ -150,6 +157,14 @@ private:
     std::unique_ptr<nerox::vk::GraphicsPipeline> _scene;
     std::unique_ptr<nerox::vk::GraphicsPipeline> _sky;
     std::shared_ptr<nerox::vk::Image> _depth;
+    std::shared_ptr<nerox::vk::Image> _aimIds; ///< The aim id of each pixel's object; 0 for the sky.
+    /// Per frame slot: the centre pixel's aim id and depth, as copied.
+    std::unique_ptr<nerox::vk::Buffer> _aimReadback;
+    /// Per frame slot: whether a copy is on its way, and the near clip it was drawn with.
+    static constexpr uint32_t MaxFrameSlots = 4;
+    std::array<bool, MaxFrameSlots> _aimPending{};
+    std::array<double, MaxFrameSlots> _aimNearClip{};
+    std::array<glm::dmat3, MaxFrameSlots> _aimCameraToWorld{};
     VkFormat _colorFormat = VK_FORMAT_UNDEFINED;
     VkExtent2D _extent{0, 0};
     // The frame blocks, one slice per frame in flight, and their descriptor set.

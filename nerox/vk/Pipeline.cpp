@@ -170,9 +170,12 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
         blendAttachment.dstAlphaBlendFactor = _options.dstAlphaBlendFactor;
         blendAttachment.alphaBlendOp = VK_BLEND_OP_ADD;
     }
+    bool const second = formats != nullptr && formats->second != VK_FORMAT_UNDEFINED;
+    VkPipelineColorBlendAttachmentState blendAttachments[2] = {blendAttachment, {}};
+    blendAttachments[1].colorWriteMask = blendAttachment.colorWriteMask;
     VkPipelineColorBlendStateCreateInfo blend{VK_STRUCTURE_TYPE_PIPELINE_COLOR_BLEND_STATE_CREATE_INFO};
-    blend.attachmentCount = 1;
-    blend.pAttachments = &blendAttachment;
+    blend.attachmentCount = second ? 2 : 1;
+    blend.pAttachments = blendAttachments;
 
     VkDynamicState const dynamicStates[] = {VK_DYNAMIC_STATE_VIEWPORT, VK_DYNAMIC_STATE_SCISSOR};
     VkPipelineDynamicStateCreateInfo dynamic{VK_STRUCTURE_TYPE_PIPELINE_DYNAMIC_STATE_CREATE_INFO};
@@ -194,9 +197,12 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
     info.renderPass = renderpass;
     info.subpass = 0;
     VkPipelineRenderingCreateInfo rendering{VK_STRUCTURE_TYPE_PIPELINE_RENDERING_CREATE_INFO};
+    VkFormat colorFormats[2] = {};
     if (formats != nullptr) {
-        rendering.colorAttachmentCount = 1;
-        rendering.pColorAttachmentFormats = &formats->color;
+        colorFormats[0] = formats->color;
+        colorFormats[1] = formats->second;
+        rendering.colorAttachmentCount = second ? 2 : 1;
+        rendering.pColorAttachmentFormats = colorFormats;
         rendering.depthAttachmentFormat = formats->depth;
         info.pNext = &rendering;
     }

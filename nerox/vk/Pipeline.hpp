@@ -54,8 +54,11 @@ struct GraphicsPipelineOptions {
 /// Attachment formats of a pipeline that draws with dynamic rendering
 /// (vkCmdBeginRendering) instead of a Renderpass.
 struct RenderingFormats {
-    VkFormat color = VK_FORMAT_UNDEFINED; ///< The one colour attachment.
+    VkFormat color = VK_FORMAT_UNDEFINED; ///< The first colour attachment.
     VkFormat depth = VK_FORMAT_UNDEFINED; ///< The depth attachment; UNDEFINED for none.
+    /// A second colour attachment, written as the fragment gives it (never
+    /// blended), such as an id target; UNDEFINED for none.
+    VkFormat second = VK_FORMAT_UNDEFINED;
 };
 
 /// A graphics pipeline of a vertex and a fragment shader for subpass 0 of a

@@ -61,7 +61,8 @@ layout(push_constant, scalar) uniform Draw {
     uint64_t colors;
     uint64_t texCoords;
     Material material;
-    uint64_t reserved;
+    uint aimID;         // the instance's, written to the aim target
+    uint reserved;
     uint flags;
     uint vertexCount;   // vertices of the geometry: larger indices draw nothing
 } draw;

@@ -20,6 +20,7 @@ layout(location = 6) flat in uint vMonitor;
 layout(location = 7) in vec3 vLight;
 
 layout(location = 0) out vec4 outColor;
+layout(location = 1) out uint outAim; // the aim target: which object this pixel shows
 
 // Light arriving at a point with normal n from one light.
 vec3 LightAt(uint i, vec3 position, vec3 n)
@@ -82,4 +83,5 @@ void main()
 #endif
     vec3 color = emission + albedo * light;
     outColor = vec4(Encode(color), 1.0);
+    outAim = draw.aimID;
 }

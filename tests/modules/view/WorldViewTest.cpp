@@ -283,5 +283,36 @@ TEST_F(WorldViewTest, AMeshReloadedInPlaceShowsItsNewGeometry) {
     EXPECT_THROW(mesh.MakeInstance("nothing"), std::runtime_error);
 }
 
+// The object under the crosshair comes back FramesInFlight frames after the
+// frame that drew it, without waiting for the device.
+TEST_F(WorldViewTest, LookingAtABoxGivesItsAimReferenceFramesLaterAndTheSkyNone) {
+    auto box = Box({-0.5f, -0.5f, -3.5f}, {0.5f, 0.5f, -2.5f}, {1, 0, 0, 1});
+    uint32_t const id = renderer->AddAimReference("TESTS_crate", std::string("crate"));
+    EXPECT_EQ(id, 1u); // 0 stands for nothing
+    box->SetAimID(id);
+    auto sees = [this](GameRenderer::Aim const& aim) {
+        GameRenderer::AimReference const reference = aim.Reference();
+        return reference.module == nerox::modular::ModuleID("TESTS_crate") &&
+            std::any_cast<std::string>(reference.data) == "crate";
+    };
+    uint32_t const late = nerox::graphics::VulkanRenderer::FramesInFlight;
+    for (uint32_t frame = 0; frame < late; ++frame) {
+        Shoot();
+        EXPECT_EQ(renderer->aim.Buffer().aimID, 0u) << "frame " << frame << " came back early";
+    }
+    Shoot();
+    EXPECT_TRUE(sees(renderer->aim));
+    EXPECT_NEAR(renderer->aim.Buffer().distance, 2.5, 1e-3) << "to the face towards the camera";
+    renderer->viewMatrix = glm::rotate(glm::dmat4(1.0), glm::radians(180.0), glm::dvec3(0, 1, 0)); // the sky
+    for (uint32_t frame = 0; frame <= late; ++frame) Shoot();
+    EXPECT_EQ(renderer->aim.Buffer().aimID, 0u);
+    EXPECT_TRUE(!renderer->aim.Reference().module.vendor && std::any_cast<int>(renderer->aim.Reference().data) == 0);
+    EXPECT_TRUE(sees(renderer->aimPrevious));
+    // A unit sphere 10 m away at 90 degrees spans 1 / 10 / (pi / 2) of 2 radians of the mean of 64 and 48 pixels.
+    renderer->cameraPosition = glm::dvec3(0.0, 0.0, 10.0);
+    EXPECT_NEAR(renderer->GetFixedBoundingSizeInScreenPixels({}, 1.0, 90.0), 56.0 * 2.0 / 10.0 / (M_PI / 2), 1e-9);
+    EXPECT_NEAR(renderer->GetFixedBoundingSizeInScreenPixels({0, 0, 10}, 1.0, 0.0), 56.0 * 2.0 * M_PI, 1e-9);
+}
+
 } // namespace
 } // namespace rendertest
