@@ -195,6 +195,7 @@ void GameRenderer::CreateOverlayPass() {
     options.initialLayout = VK_IMAGE_LAYOUT_GENERAL; // the stages leave the output in GENERAL
     options.finalLayout = VK_IMAGE_LAYOUT_GENERAL;
     options.name = "Overlay Renderpass";
+    options.depth = true;      // the debug shapes hide each other
     overlayRenderpass.reset(); // its framebuffers go before the new pass is made
     overlayRenderpass = std::make_unique<nerox::vk::Renderpass>(GetDevice(), GetOutputImageFormat(), extent.width,
                                                                 extent.height, usage, options);
@@ -421,6 +422,7 @@ void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer) {
     VkImageView const target = GetOutputVkImageView();
     if (target == VK_NULL_HANDLE || !OverlayPassMatchesOutput()) return;
     overlayRenderpass->Begin(commandBuffer, target);
+    DrawDebugPhysics(commandBuffer);
     if (Game::_mouseLook) {
         crosshairPipeline->Bind(commandBuffer);
         vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling, &uiScaling);

@@ -23,6 +23,12 @@ namespace nerox::graphics {
 class Texture;
 class Window;
 } // namespace nerox::graphics
+namespace nerox::vk {
+class Buffer;
+} // namespace nerox::vk
+namespace game::entity {
+struct ConvexMeshCollider;
+} // namespace game::entity
 
 namespace game::graphics {
 
@@ -84,7 +90,10 @@ public:
     void FrameResolveCommands(VkCommandBuffer commandBuffer) override; ///< Renderer_FrameResolveCommands, list "post".
     void FrameBlitCommands(VkCommandBuffer commandBuffer) override;    ///< Renderer_FrameBlitCommands, list "post".
     void FramePostCommands(VkCommandBuffer commandBuffer) override;    ///< Renderer_FramePostCommands, list "post".
-    /// Renderer_FrameOverlayCommands (list "overlay"), then the overlay pass with the crosshair in mouse look.
+    /// Renderer_FrameOverlayCommands (list "overlay"), then the overlay pass (with a
+    /// depth attachment of its own): the physics debug shapes when
+    /// Game::debugServerSidePhysics or Game::debugClientSidePhysics asks for
+    /// them, and the crosshair in mouse look.
     void FrameOverlayCommands(VkCommandBuffer commandBuffer) override;
     /// Rebuilds the interface style when uiStyleDirty is set, locks the shader
     /// tables on the first frame, then runs the base frame.
@@ -201,17 +210,30 @@ public:
     std::unique_ptr<nerox::vk::GraphicsPipeline> colliderTrianglesPipeline; ///< Debug collider faces.
     std::unique_ptr<nerox::vk::GraphicsPipeline> colliderLinesPipeline;     ///< Debug collider lines.
 
+    /// A vertex of the physics debug shapes: camera-relative, with its RGBA8 colour.
+    struct DebugVertex {
+        glm::vec3 position{0.0f};
+        uint32_t color = 0;
+    };
+    /// The debug shapes' vertices, a buffer per frame slot, grown as needed and
+    /// released while no debug drawing is asked for.
+    std::array<std::shared_ptr<nerox::vk::Buffer>, FramesInFlight> debugColliderVertices;
+
 private:
     void CreateOverlayPass();
     void CreateOverlayPipelines();
     bool OverlayPassMatchesOutput() const;
     void FollowOutput(); // a new overlay pass and pipelines for an output of another format or size
     void ReleaseTrashGeneration();
+    void DrawDebugPhysics(VkCommandBuffer commandBuffer);
+    void AppendColliderTriangles(game::entity::ConvexMeshCollider const& collider, glm::dmat4 const& world,
+                                 uint32_t color);
 
     // The list CollectTrash releases, moved out of trash under the lock so that a
     // release may trash again; kept to reuse its storage.
     std::vector<std::shared_ptr<void>> _releasing;
-    float uiScaling = 1.0f; // ui_scaling, copied in FrameInit
+    float uiScaling = 1.0f;                  // ui_scaling, copied in FrameInit
+    std::vector<DebugVertex> _debugVertices; // this frame's debug shapes, kept for its storage
 };
 
 } // namespace game::graphics

@@ -35,6 +35,7 @@ unsigned long frames = 0;             // Frames whose interface this module buil
 sample::Player player;         // The one who plays.
 sample::Player::Intent intent; // Gathered by the input passes since the last step.
 bool mouseWasDown = false;     // The left button, at the last input pass.
+bool debugKeyWasDown = false;  // F3, at the last input pass.
 
 /// Radians of turn per unit of the controller's look actions (a mouse move
 /// of the window's height is half a unit).
@@ -82,9 +83,14 @@ void Game_Ready() {
 }
 
 // Every input pass: Escape frees the cursor, a click in the world takes it
-// again; the avatar's actions are gathered for the next step.
+// again, F3 shows or hides the physics colliders; the avatar's actions are
+// gathered for the next step.
 void Input_Update(double) {
     nerox::graphics::Window* window = Game::window;
+    bool const debugKeyDown = window != nullptr && window->GetKey(GLFW_KEY_F3) == GLFW_PRESS;
+    if (debugKeyDown && !debugKeyWasDown)
+        Game::debugServerSidePhysics = Game::debugClientSidePhysics = !Game::debugServerSidePhysics;
+    debugKeyWasDown = debugKeyDown;
     bool const mouseDown = window != nullptr && window->GetMouseButton(GLFW_MOUSE_BUTTON_LEFT) == GLFW_PRESS;
     bool const clicked = mouseDown && !mouseWasDown;
     mouseWasDown = mouseDown;

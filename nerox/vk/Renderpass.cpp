@@ -2,6 +2,7 @@
 
 #include "nerox/Assert.hpp"
 #include "nerox/vk/Check.hpp"
+#include "nerox/vk/Image.hpp"
 
 #include <stdexcept>
 
@@ -16,6 +17,8 @@ constexpr VkPipelineStageFlags OtherStages = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_
 /// What that work writes.
 constexpr VkAccessFlags OtherWrites =
     VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT | VK_ACCESS_SHADER_WRITE_BIT | VK_ACCESS_TRANSFER_WRITE_BIT;
+/// Format of a pass's own depth attachment.
+constexpr VkFormat DepthFormat = VK_FORMAT_D32_SFLOAT;
 /// What that work reads or writes.
 constexpr VkAccessFlags OtherAccesses =
     OtherWrites | VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_SHADER_READ_BIT | VK_ACCESS_TRANSFER_READ_BIT;
@@ -42,11 +45,24 @@ Renderpass::Renderpass(Device& device, VkFormat format, uint32_t width, uint32_t
     attachment.initialLayout = options.initialLayout;
     attachment.finalLayout = options.finalLayout;
 
+    VkAttachmentDescription attachments[2] = {attachment, {}};
+    VkAttachmentDescription& depth = attachments[1];
+    depth.format = DepthFormat;
+    depth.samples = VK_SAMPLE_COUNT_1_BIT;
+    depth.loadOp = VK_ATTACHMENT_LOAD_OP_CLEAR;
+    depth.storeOp = VK_ATTACHMENT_STORE_OP_DONT_CARE;
+    depth.stencilLoadOp = VK_ATTACHMENT_LOAD_OP_DONT_CARE;
+    depth.stencilStoreOp = VK_ATTACHMENT_STORE_OP_DONT_CARE;
+    depth.initialLayout = VK_IMAGE_LAYOUT_UNDEFINED;
+    depth.finalLayout = VK_IMAGE_LAYOUT_DEPTH_STENCIL_ATTACHMENT_OPTIMAL;
+
     VkAttachmentReference colour{0, VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL};
+    VkAttachmentReference depthReference{1, VK_IMAGE_LAYOUT_DEPTH_STENCIL_ATTACHMENT_OPTIMAL};
     VkSubpassDescription subpass{};
     subpass.pipelineBindPoint = VK_PIPELINE_BIND_POINT_GRAPHICS;
     subpass.colorAttachmentCount = 1;
     subpass.pColorAttachments = &colour;
+    if (options.depth) subpass.pDepthStencilAttachment = &depthReference;
 
     // The layout change on entry waits for earlier writes and reads of the
     // target (reads only need the execution dependency); the attachment's
@@ -59,6 +75,14 @@ Renderpass::Renderpass(Device& device, VkFormat format, uint32_t width, uint32_t
     dependencies[0].srcAccessMask = OtherWrites;
     dependencies[0].dstStageMask = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
     dependencies[0].dstAccessMask = VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT;
+    if (options.depth) { // the depth image's clear waits for the last pass's depth writes
+        dependencies[0].srcStageMask |= VK_PIPELINE_STAGE_LATE_FRAGMENT_TESTS_BIT;
+        dependencies[0].srcAccessMask |= VK_ACCESS_DEPTH_STENCIL_ATTACHMENT_WRITE_BIT;
+        dependencies[0].dstStageMask |=
+            VK_PIPELINE_STAGE_EARLY_FRAGMENT_TESTS_BIT | VK_PIPELINE_STAGE_LATE_FRAGMENT_TESTS_BIT;
+        dependencies[0].dstAccessMask |=
+            VK_ACCESS_DEPTH_STENCIL_ATTACHMENT_READ_BIT | VK_ACCESS_DEPTH_STENCIL_ATTACHMENT_WRITE_BIT;
+    }
     dependencies[1].srcSubpass = 0;
     dependencies[1].dstSubpass = VK_SUBPASS_EXTERNAL;
     dependencies[1].srcStageMask = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
@@ -67,14 +91,26 @@ Renderpass::Renderpass(Device& device, VkFormat format, uint32_t width, uint32_t
     dependencies[1].dstAccessMask = OtherAccesses;
 
     VkRenderPassCreateInfo info{VK_STRUCTURE_TYPE_RENDER_PASS_CREATE_INFO};
-    info.attachmentCount = 1;
-    info.pAttachments = &attachment;
+    info.attachmentCount = options.depth ? 2 : 1;
+    info.pAttachments = attachments;
     info.subpassCount = 1;
     info.pSubpasses = &subpass;
     info.dependencyCount = 2;
     info.pDependencies = dependencies;
     NEROX_VK_CHECK(vkCreateRenderPass(device, &info, nullptr, &_renderpass));
     device.SetName(VK_OBJECT_TYPE_RENDER_PASS, reinterpret_cast<uint64_t>(_renderpass), options.name);
+    if (options.depth) {
+        try {
+            ImageOptions imageOptions;
+            imageOptions.aspect = VK_IMAGE_ASPECT_DEPTH_BIT;
+            _depth =
+                std::make_unique<Image>(device, width, height, DepthFormat, VK_IMAGE_USAGE_DEPTH_STENCIL_ATTACHMENT_BIT,
+                                        options.name + " depth", imageOptions);
+        } catch (...) {
+            vkDestroyRenderPass(device, _renderpass, nullptr);
+            throw;
+        }
+    }
 }
 
 Renderpass::~Renderpass() {
@@ -87,8 +123,9 @@ VkFramebuffer Renderpass::FramebufferOf(VkImageView target) {
         if (view == target) return framebuffer;
     VkFramebufferCreateInfo info{VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO};
     info.renderPass = _renderpass;
-    info.attachmentCount = 1;
-    info.pAttachments = &target;
+    VkImageView const views[2] = {target, _depth ? _depth->View() : VK_NULL_HANDLE};
+    info.attachmentCount = _depth ? 2 : 1;
+    info.pAttachments = views;
     info.width = _extent.width;
     info.height = _extent.height;
     info.layers = 1;
@@ -102,16 +139,16 @@ VkFramebuffer Renderpass::FramebufferOf(VkImageView target) {
 
 void Renderpass::Begin(VkCommandBuffer commandBuffer, VkImageView target, VkClearColorValue clear) {
     NEROX_ASSERT(target != VK_NULL_HANDLE);
-    VkClearValue clearValue{};
-    clearValue.color = clear;
+    VkClearValue clearValues[2]{};
+    clearValues[0].color = clear;
+    clearValues[1].depthStencil = {1.0f, 0};
     VkRenderPassBeginInfo begin{VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO};
     begin.renderPass = _renderpass;
     begin.framebuffer = FramebufferOf(target);
     begin.renderArea = {{0, 0}, _extent};
-    if (_options.loadOp == VK_ATTACHMENT_LOAD_OP_CLEAR) {
-        begin.clearValueCount = 1;
-        begin.pClearValues = &clearValue;
-    }
+    // Clear values are read by attachment index: the depth's needs the colour's before it.
+    begin.clearValueCount = _depth ? 2 : (_options.loadOp == VK_ATTACHMENT_LOAD_OP_CLEAR ? 1 : 0);
+    begin.pClearValues = clearValues;
     vkCmdBeginRenderPass(commandBuffer, &begin, VK_SUBPASS_CONTENTS_INLINE);
 
     VkViewport const viewport{0.0f, 0.0f, static_cast<float>(_extent.width), static_cast<float>(_extent.height),

@@ -1,16 +1,20 @@
 #pragma once
-// Render passes with one colour attachment, and the framebuffers they draw into.
+// Render passes with one colour attachment (and a depth attachment of their
+// own if asked for), and the framebuffers they draw into.
 #include "nerox/vk/Device.hpp"
 
 #include <vulkan/vulkan.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace nerox::vk {
+
+class Image;
 
 /// How a Renderpass treats its colour attachment.
 struct RenderpassOptions {
@@ -22,6 +26,9 @@ struct RenderpassOptions {
     VkImageLayout finalLayout = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
     /// Debug name of the pass and its framebuffers.
     std::string name;
+    /// A depth attachment of the pass's own (32-bit float, the pass's extent),
+    /// cleared to 1 when the pass begins and not kept after it.
+    bool depth = false;
 };
 
 /// A render pass of one subpass with a single colour attachment of a fixed
@@ -74,6 +81,7 @@ private:
     VkImageUsageFlags _usage;
     RenderpassOptions _options;
     std::vector<std::pair<VkImageView, VkFramebuffer>> _framebuffers;
+    std::unique_ptr<Image> _depth; // with options.depth
 };
 
 } // namespace nerox::vk

@@ -2,7 +2,9 @@
 // rendered offscreen, checked by the pixels of the frame.
 #include "game/graphics/GameRendererFixture.hpp"
 
+#include "game/entity/ConvexMeshCollider.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
+#include "game/physics/DebugRecords.hpp"
 #include "game/graphics/Mesh.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/graphics/Texture.hpp"
@@ -312,6 +314,31 @@ TEST_F(WorldViewTest, LookingAtABoxGivesItsAimReferenceFramesLaterAndTheSkyNone)
     renderer->cameraPosition = glm::dvec3(0.0, 0.0, 10.0);
     EXPECT_NEAR(renderer->GetFixedBoundingSizeInScreenPixels({}, 1.0, 90.0), 56.0 * 2.0 / 10.0 / (M_PI / 2), 1e-9);
     EXPECT_NEAR(renderer->GetFixedBoundingSizeInScreenPixels({0, 0, 10}, 1.0, 0.0), 56.0 * 2.0 * M_PI, 1e-9);
+}
+
+// The physics step's colliders are drawn over the scene where the bodies are,
+// only while asked for; without, their buffers go.
+TEST_F(WorldViewTest, DebugCollidersShowOnlyWhenAskedForWhereTheBodiesAre) {
+    auto collider = [](glm::dvec3 const& at, bool dynamic) {
+        game::physics::DebugCollider shape{
+            {}, game::entity::ConvexMeshCollider::Box(glm::vec3(-0.5f), glm::vec3(0.5f)), dynamic};
+        shape.collider.transform = glm::translate(glm::dmat4(1.0), at);
+        return shape;
+    };
+    glm::dvec3 const still(-1.2, 0.0, -5.0), moving(1.2, 0.0, -5.0);
+    Game::physicsDebugColliders_staging = {collider(still, false), collider(moving, true)};
+    Game::physicsDebugCollidersUpdated = true;
+    for (bool asked : {false, true, false}) {
+        Game::debugServerSidePhysics = asked;
+        std::vector<Pixel> const frame = Shoot();
+        EXPECT_EQ(Hue(At(frame, still)), asked ? 'b' : '-') << At(frame, still);
+        EXPECT_EQ(Hue(At(frame, moving)), asked ? 'g' : '-') << At(frame, moving);
+        EXPECT_EQ(Centre(frame).Sum(), 0) << "between the boxes";
+        bool const kept = std::any_of(renderer->debugColliderVertices.begin(), renderer->debugColliderVertices.end(),
+                                      [](auto const& buffer) { return buffer != nullptr; });
+        EXPECT_EQ(kept, asked);
+    }
+    Game::physicsDebugColliders_front.clear();
 }
 
 } // namespace
