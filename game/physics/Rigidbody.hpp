@@ -171,12 +171,13 @@ private:
     /// The constructor's part after Rigidbody's: the motion, the inertia and
     /// every member of this class back at its start value.
     void LoadMotion(std::shared_ptr<T>& entity, double deltaTime);
-    /// Visits the pair (c, d) of a static contact, each placed by its matrix:
+    /// Visits the pair (c, d) of a static contact:
     /// walks into subColliders of colliders that are mostly empty, answers the
     /// contacts of the leaves and tells whether any leaf touched.
-    /// hullC and hullD, when both are given, are c and d placed by their matrices.
+    /// c is placed by worldC, d by frameD * d.transform; hullC and hullD, when
+    /// both are given, are c and d placed so.
     bool VisitStaticPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC, PlacedHull const* hullC,
-                         entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD, PlacedHull const* hullD,
+                         entity::ConvexMeshCollider const& d, glm::dmat4 const& frameD, PlacedHull const* hullD,
                          double dt, int depth);
     /// Copies c and d, placed in the world, into _contactSelf and _contactOther.
     void PlaceContactPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,

@@ -190,9 +190,7 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
             bool touched = false;
             for (size_t di = 0; di < body->colliders.size(); ++di) {
                 ConvexMeshCollider const& d = body->colliders[di];
-                touched =
-                    VisitStaticPair(c, worldC, &hullC, d, staticTransform * d.transform, &body->Hull(di), dt, 0) ||
-                    touched;
+                touched = VisitStaticPair(c, worldC, &hullC, d, staticTransform, &body->Hull(di), dt, 0) || touched;
             }
             // The largest static body touched may take this one in.
             if (touched && body->radius > largestContactRadius) {
@@ -206,8 +204,7 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
         if (parentBody != nullptr && !parentBody->colliders.empty()) {
             glm::dmat4 const parentFrame = glm::translate(glm::dmat4(1.0), parentBody->centerOfMass);
             for (ConvexMeshCollider const& d : parentBody->colliders) {
-                if (VisitStaticPair(c, worldC, &hullC, d, parentFrame * d.transform, nullptr, dt, 0))
-                    touchesParent = true;
+                if (VisitStaticPair(c, worldC, &hullC, d, parentFrame, nullptr, dt, 0)) touchesParent = true;
             }
         }
     }
@@ -228,17 +225,19 @@ template <class T> void DynamicRigidbody<T>::TestResting() {
 template <class T>
 bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC,
                                           PlacedHull const* hullC, ConvexMeshCollider const& d,
-                                          glm::dmat4 const& worldD, PlacedHull const* hullD, double dt, int depth) {
+                                          glm::dmat4 const& frameD, PlacedHull const* hullD, double dt, int depth) {
+    // d's world matrix is made only where the placed hulls do not stand in for it.
+    auto worldOfD = [&frameD, &d] { return frameD * d.transform; };
     // A mostly empty collider stands for its children: this body's side first.
     if (IsSubdivided(c)) {
         bool touched = false;
         if (depth < MaxSubColliderDepth &&
-            PotentialBoxBoxIntersection(worldC, worldD, glm::dvec3(c.box_min), glm::dvec3(c.box_max),
+            PotentialBoxBoxIntersection(worldC, worldOfD(), glm::dvec3(c.box_min), glm::dvec3(c.box_max),
                                         glm::dvec3(d.box_min), glm::dvec3(d.box_max), c.exactEdges, d.exactEdges)) {
             for (ConvexMeshCollider const& child : *c.subColliders) {
                 if (IsUsableChild(child))
                     touched =
-                        VisitStaticPair(child, worldC * child.transform, nullptr, d, worldD, nullptr, dt, depth + 1) ||
+                        VisitStaticPair(child, worldC * child.transform, nullptr, d, frameD, nullptr, dt, depth + 1) ||
                         touched;
             }
         }
@@ -246,20 +245,21 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
     }
     if (IsSubdivided(d)) {
         bool touched = false;
+        glm::dmat4 const worldD = worldOfD();
         if (depth < MaxSubColliderDepth &&
             PotentialBoxBoxIntersection(worldC, worldD, glm::dvec3(c.box_min), glm::dvec3(c.box_max),
                                         glm::dvec3(d.box_min), glm::dvec3(d.box_max), c.exactEdges, d.exactEdges)) {
             for (ConvexMeshCollider const& child : *d.subColliders) {
                 if (IsUsableChild(child))
-                    touched =
-                        VisitStaticPair(c, worldC, nullptr, child, worldD * child.transform, nullptr, dt, depth + 1) ||
-                        touched;
+                    touched = VisitStaticPair(c, worldC, nullptr, child, worldD, nullptr, dt, depth + 1) || touched;
             }
         }
         return touched;
     }
 
     bool const placed = hullC != nullptr && hullD != nullptr;
+    bool const called = static_cast<bool>(c.onContact);
+    glm::dmat4 const worldD = placed && !called ? glm::dmat4(1.0) : worldOfD(); // unused when placed without callback
     if (placed ? !HullsMeet(*hullC, *hullD) : !SpheresMeet(c, worldC, d, worldD)) return false;
     // The test reads the colliders where they are, each under its world
     // matrix; placed copies are made only for a callback.
@@ -270,7 +270,6 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         debugLines.push_back({collision.point, collision.point + collision.normal * DebugNormalLength,
                               glm::vec4(1.0f, 0.0f, 0.0f, 1.0f)});
     }
-    bool const called = static_cast<bool>(c.onContact);
     bool counts = true;
     if (called) {
         PlaceContactPair(c, worldC, d, worldD);
