@@ -49,6 +49,7 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     features.storage16Bit.storageBuffer16BitAccess = VK_TRUE; // 16-bit indices read by address
     features.vulkan13.dynamicRendering = VK_TRUE;
     features.vulkan13.synchronization2 = VK_TRUE;
+    features.vulkan13.maintenance4 = VK_TRUE; // compute shaders built for 1.3 give their group size as constants
     features.rayTracingPipeline.rayTracingPipeline = VK_TRUE;
     features.accelerationStructure.accelerationStructure = VK_TRUE;
     features.rayQuery.rayQuery = VK_TRUE;

@@ -36,6 +36,9 @@ bool Texture::Reload() {
 VkImageView Texture::GetImageView() const {
     return VK_NULL_HANDLE;
 }
+VkImageLayout Texture::GetImageLayout() const {
+    return VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL;
+}
 
 bool Texture::SaveFile(std::string const& path, int width, int height, int channels, bool isFloat, void const* data,
                        int quality) {

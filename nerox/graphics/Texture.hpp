@@ -28,6 +28,8 @@ public:
     virtual bool Reload();
     /// The view that shaders sample; null when the texture has no image yet.
     virtual VkImageView GetImageView() const;
+    /// The layout the image is in whenever a shader samples it.
+    virtual VkImageLayout GetImageLayout() const;
 
     /// Encodes width x height pixels of channels (1 to 4) into the file path:
     /// 8-bit data as PNG, or as JPEG of quality (1 to 100) when the path ends

@@ -214,7 +214,7 @@ void NeroxRenderer::WriteTextureDescriptors() {
     writes.reserve(_unwritten.size());
     for (uint32_t index : _unwritten) {
         TableEntry const& entry = _textures[index];
-        images.push_back({entry.sampler, entry.texture->GetImageView(), VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL});
+        images.push_back({entry.sampler, entry.texture->GetImageView(), entry.texture->GetImageLayout()});
         VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
         write.dstSet = _mainSet;
         write.dstBinding = 0;

@@ -164,7 +164,7 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
     if (_options.alphaBlending) {
         blendAttachment.blendEnable = VK_TRUE;
         blendAttachment.srcColorBlendFactor = VK_BLEND_FACTOR_SRC_ALPHA;
-        blendAttachment.dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+        blendAttachment.dstColorBlendFactor = _options.dstColorBlendFactor;
         blendAttachment.colorBlendOp = VK_BLEND_OP_ADD;
         blendAttachment.srcAlphaBlendFactor = VK_BLEND_FACTOR_ONE;
         blendAttachment.dstAlphaBlendFactor = _options.dstAlphaBlendFactor;
@@ -172,7 +172,7 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
     }
     bool const second = formats != nullptr && formats->second != VK_FORMAT_UNDEFINED;
     VkPipelineColorBlendAttachmentState blendAttachments[2] = {blendAttachment, {}};
-    blendAttachments[1].colorWriteMask = blendAttachment.colorWriteMask;
+    blendAttachments[1].colorWriteMask = _options.writeSecond ? blendAttachment.colorWriteMask : 0;
     VkPipelineColorBlendStateCreateInfo blend{VK_STRUCTURE_TYPE_PIPELINE_COLOR_BLEND_STATE_CREATE_INFO};
     blend.attachmentCount = second ? 2 : 1;
     blend.pAttachments = blendAttachments;
@@ -210,6 +210,48 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
     NEROX_VK_CHECK(vkCreateGraphicsPipelines(*_device, VK_NULL_HANDLE, 1, &info, nullptr, &pipeline));
     _device->SetName(VK_OBJECT_TYPE_PIPELINE, reinterpret_cast<uint64_t>(pipeline), _name);
     return pipeline;
+}
+
+// ---------------------------------------------------------------- compute
+
+ComputePipeline::ComputePipeline(Device& device, PipelineLayout const& layout, std::string const& shaderPath)
+    : _device(&device), _layout(layout.Handle()) {
+    VkShaderModule const module = CreateModule(device, shaderPath + ".comp.spv");
+    struct ModuleOwner { // the module is needed only while the pipeline is built
+        VkDevice device;
+        VkShaderModule module;
+        ~ModuleOwner() { vkDestroyShaderModule(device, module, nullptr); }
+    } const owner{device, module};
+    VkComputePipelineCreateInfo info{VK_STRUCTURE_TYPE_COMPUTE_PIPELINE_CREATE_INFO};
+    info.stage.sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO;
+    info.stage.stage = VK_SHADER_STAGE_COMPUTE_BIT;
+    info.stage.module = module;
+    info.stage.pName = "main";
+    info.layout = _layout;
+    NEROX_VK_CHECK(vkCreateComputePipelines(device, VK_NULL_HANDLE, 1, &info, nullptr, &_pipeline));
+    device.SetName(VK_OBJECT_TYPE_PIPELINE, reinterpret_cast<uint64_t>(_pipeline), shaderPath);
+}
+
+ComputePipeline::~ComputePipeline() {
+    vkDestroyPipeline(*_device, _pipeline, nullptr);
+}
+
+void ComputePipeline::Bind(VkCommandBuffer commandBuffer) const {
+    vkCmdBindPipeline(commandBuffer, VK_PIPELINE_BIND_POINT_COMPUTE, _pipeline);
+}
+
+void ComputePipeline::Dispatch(VkCommandBuffer commandBuffer, uint32_t groupsX, uint32_t groupsY,
+                               uint32_t groupsZ) const {
+    uint32_t const* limit = _device->Properties().limits.maxComputeWorkGroupCount;
+    uint32_t const groups[3] = {groupsX, groupsY, groupsZ};
+    for (int axis = 0; axis < 3; ++axis) {
+        if (groups[axis] == 0 || groups[axis] > limit[axis])
+            throw std::runtime_error("Dispatch of " + std::to_string(groupsX) + "x" + std::to_string(groupsY) + "x" +
+                                     std::to_string(groupsZ) + " work groups: each count must be 1 to the device's " +
+                                     std::to_string(limit[0]) + "x" + std::to_string(limit[1]) + "x" +
+                                     std::to_string(limit[2]));
+    }
+    vkCmdDispatch(commandBuffer, groupsX, groupsY, groupsZ);
 }
 
 } // namespace nerox::vk

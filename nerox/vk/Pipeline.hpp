@@ -1,5 +1,5 @@
 #pragma once
-// Pipeline layouts and graphics pipelines built from compiled shader files.
+// Pipeline layouts, and graphics and compute pipelines built from compiled shader files.
 #include "nerox/vk/Device.hpp"
 #include "nerox/vk/Renderpass.hpp"
 
@@ -46,6 +46,12 @@ struct GraphicsPipelineOptions {
     /// With alphaBlending, the factor of the destination's alpha: ONE_MINUS_SRC_ALPHA
     /// as above, or ZERO to write the fragment's alpha as it is.
     VkBlendFactor dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+    /// With alphaBlending, the factor of the destination's colour: ONE_MINUS_SRC_ALPHA
+    /// as above, or ONE to add the fragment's light to what is there (glows).
+    VkBlendFactor dstColorBlendFactor = VK_BLEND_FACTOR_ONE_MINUS_SRC_ALPHA;
+    /// Whether the fragments are written to a second colour attachment; off
+    /// leaves it as it is (a glow keeps the id of the object behind it).
+    bool writeSecond = true;
     bool depthTest = false;                          ///< Compare with the depth attachment.
     bool depthWrite = false;                         ///< Write the depth attachment.
     VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS; ///< Comparison of the depth test.
@@ -101,6 +107,37 @@ private:
     GraphicsPipelineOptions _options;
     VkShaderModule _vertex = VK_NULL_HANDLE;
     VkShaderModule _fragment = VK_NULL_HANDLE;
+    VkPipeline _pipeline = VK_NULL_HANDLE;
+};
+
+/// A compute pipeline of one shader, read once from shaderPath + ".comp.spv"
+/// (relative to the working directory unless absolute) with entry point "main".
+class ComputePipeline {
+public:
+    /// Builds the pipeline; the layout must outlive it. Throws std::runtime_error
+    /// "Cannot load shader <file>: <why>" for a bad file, and std::runtime_error
+    /// when Vulkan refuses.
+    ComputePipeline(Device& device, PipelineLayout const& layout, std::string const& shaderPath);
+    ~ComputePipeline();
+    ComputePipeline(ComputePipeline const&) = delete;
+    ComputePipeline& operator=(ComputePipeline const&) = delete;
+
+    VkPipeline Handle() const { return _pipeline; }     ///< The Vulkan pipeline.
+    operator VkPipeline() const { return _pipeline; }   ///< The Vulkan pipeline.
+    VkPipelineLayout Layout() const { return _layout; } ///< Its layout, for binding sets and push constants.
+    /// Binds the pipeline for dispatching.
+    void Bind(VkCommandBuffer commandBuffer) const;
+    /// Records groupsX x groupsY x groupsZ work groups of the bound pipeline.
+    /// Throws std::runtime_error when a count is 0 or above the device's limit.
+    void Dispatch(VkCommandBuffer commandBuffer, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ = 1) const;
+    /// Work groups of groupSize invocations that cover size invocations.
+    static constexpr uint32_t GroupsFor(uint32_t size, uint32_t groupSize) {
+        return size / groupSize + (size % groupSize != 0 ? 1 : 0);
+    }
+
+private:
+    Device* _device;
+    VkPipelineLayout _layout;
     VkPipeline _pipeline = VK_NULL_HANDLE;
 };
 

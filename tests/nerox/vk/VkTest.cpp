@@ -1,6 +1,8 @@
 // The Vulkan stand-ins on one validating device: a test fails when the layers report an error.
 #include "support/TempDir.hpp"
 
+#include "nerox/VulkanEngine.hpp"
+#include "nerox/graphics/ComputeTexture.hpp"
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/CommandBuffer.hpp"
 #include "nerox/vk/Device.hpp"
@@ -27,10 +29,15 @@ using namespace nerox::vk;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
+/// The owner of the tests' device, as a renderer owns its own.
+struct TestEngine : nerox::VulkanEngine {
+    explicit TestEngine(DeviceOptions const& options) : DeviceInterface(options) { }
+};
+
 class VkTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        if (device) return;
+        if (engine) return;
         DeviceOptions options;
         options.applicationName = "nerox_vk_tests";
         options.validation = 1;
@@ -38,8 +45,9 @@ protected:
         options.features.rayTracingPipeline.rayTracingPipeline = VK_TRUE;
         options.features.accelerationStructure.accelerationStructure = VK_TRUE;
         options.features.vulkan13.dynamicRendering = VK_TRUE;
+        options.features.vulkan13.maintenance4 = VK_TRUE; // compute shaders built for 1.3 need it
         testing::internal::CaptureStdout();
-        device = std::make_unique<Device>(options);
+        engine = std::make_unique<TestEngine>(options);
         said = testing::internal::GetCapturedStdout();
     }
     void SetUp() override { errorsBefore = Device::ValidationErrorCount(); }
@@ -47,9 +55,9 @@ protected:
         EXPECT_EQ(Device::ValidationErrorCount(), errorsBefore + expectedErrors)
             << "validation errors while the test ran (printed above)";
     }
-    Device& Dev() { return *device; }
+    Device& Dev() { return engine->GetDevice(); }
 
-    inline static std::unique_ptr<Device> device;
+    inline static std::unique_ptr<TestEngine> engine;
     inline static std::string said; ///< What making the device printed.
     uint64_t errorsBefore = 0;
     uint64_t expectedErrors = 0; ///< Set by a test that provokes errors on purpose.
@@ -291,6 +299,92 @@ TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
     std::vector<uint32_t> const words = LoadSpirv(vert);
     EXPECT_EQ(words.at(0), 0x07230203u);
     EXPECT_EQ(words.size() * 4, std::filesystem::file_size(vert));
+}
+
+using VkCompute = VkTest;
+
+TEST_F(VkCompute, AComputeTextureIsMadeClearAndWhatADispatchWritesReadsBackInTheGeneralLayout) {
+    nerox::graphics::ComputeTexture texture(engine.get(), 8, 4, VK_FORMAT_R32G32_SFLOAT, 0);
+    EXPECT_EQ(texture.Name(), "ComputeTexture [8x4]");
+    EXPECT_EQ(texture.GetImageLayout(), VK_IMAGE_LAYOUT_GENERAL);
+
+    VkDescriptorSetLayoutBinding const binding{0, VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1, VK_SHADER_STAGE_COMPUTE_BIT,
+                                               nullptr};
+    VkDescriptorSetLayoutCreateInfo setInfo{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
+    setInfo.bindingCount = 1;
+    setInfo.pBindings = &binding;
+    VkDescriptorSetLayout setLayout = VK_NULL_HANDLE;
+    ASSERT_EQ(vkCreateDescriptorSetLayout(Dev(), &setInfo, nullptr, &setLayout), VK_SUCCESS);
+    VkDescriptorPoolSize const size{VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1};
+    VkDescriptorPoolCreateInfo poolInfo{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
+    poolInfo.maxSets = 1;
+    poolInfo.poolSizeCount = 1;
+    poolInfo.pPoolSizes = &size;
+    VkDescriptorPool pool = VK_NULL_HANDLE;
+    ASSERT_EQ(vkCreateDescriptorPool(Dev(), &poolInfo, nullptr, &pool), VK_SUCCESS);
+    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO, nullptr, pool, 1, &setLayout};
+    VkDescriptorSet set = VK_NULL_HANDLE;
+    ASSERT_EQ(vkAllocateDescriptorSets(Dev(), &allocate, &set), VK_SUCCESS);
+    VkDescriptorImageInfo const image{VK_NULL_HANDLE, texture.GetImageView(), texture.GetImageLayout()};
+    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
+    write.dstSet = set;
+    write.descriptorCount = 1;
+    write.descriptorType = VK_DESCRIPTOR_TYPE_STORAGE_IMAGE;
+    write.pImageInfo = &image;
+    vkUpdateDescriptorSets(Dev(), 1, &write, 0, nullptr);
+
+    {
+        PipelineLayout layout(Dev(), {setLayout}, {{VK_SHADER_STAGE_COMPUTE_BIT, 0, 4}}, "fill");
+        ComputePipeline pipeline(Dev(), layout, "shaders/fill");
+        MappedBuffer<float, 4, 0x800> pixels(Dev(), 8 * 4 * 2, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "pixels");
+        float const offset = 0.5f;
+        EXPECT_THAT([&] { pipeline.Dispatch(VK_NULL_HANDLE, 0, 1); },
+                    ThrowsMessage<std::runtime_error>(HasSubstr("Dispatch of 0x1x1 work groups")));
+        ASSERT_TRUE(CommandBuffer::Run(
+            Dev(), Dev().GraphicsQueue(),
+            [&](VkCommandBuffer commands) {
+                pipeline.Bind(commands);
+                vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline.Layout(), 0, 1, &set, 0,
+                                        nullptr);
+                vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_COMPUTE_BIT, 0, 4, &offset);
+                // One 4 x 4 group: the right half of the texture keeps its clear.
+                pipeline.Dispatch(commands, ComputePipeline::GroupsFor(4, 4), ComputePipeline::GroupsFor(4, 4));
+                texture.Push(commands);
+                VkBufferImageCopy copy{};
+                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+                copy.imageExtent = {8, 4, 1};
+                vkCmdCopyImageToBuffer(commands, texture.GetImage(), VK_IMAGE_LAYOUT_GENERAL, pixels, 1, &copy);
+                VkMemoryBarrier toHost{VK_STRUCTURE_TYPE_MEMORY_BARRIER, nullptr, VK_ACCESS_TRANSFER_WRITE_BIT,
+                                       VK_ACCESS_HOST_READ_BIT};
+                vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 1,
+                                     &toHost, 0, nullptr, 0, nullptr);
+            },
+            "fill"));
+        for (uint32_t y = 0; y < 4; ++y) {
+            for (uint32_t x = 0; x < 8; ++x) {
+                float const* pixel = &pixels[(y * 8 + x) * 2];
+                bool const written = x < 4;
+                EXPECT_EQ(pixel[0], written ? x + offset : 0.0f) << x << ", " << y;
+                EXPECT_EQ(pixel[1], written ? 2.0f * y : 0.0f) << x << ", " << y;
+            }
+        }
+    }
+    vkDestroyDescriptorPool(Dev(), pool, nullptr);
+    vkDestroyDescriptorSetLayout(Dev(), setLayout, nullptr);
+}
+
+using VkComputeDeathTest = VkTest;
+
+TEST_F(VkComputeDeathTest, AComputeTextureRefusesAnEmptySizeAndCannotBeReloaded) {
+    using nerox::graphics::ComputeTexture;
+    EXPECT_THAT([&] { ComputeTexture(engine.get(), 0, 4, VK_FORMAT_R32G32_SFLOAT, 0); },
+                ThrowsMessage<std::runtime_error>("ComputeTexture [0x4]: empty size"));
+    EXPECT_THAT([&] { ComputeTexture(nullptr, 4, 4, VK_FORMAT_R32G32_SFLOAT, 0); },
+                ThrowsMessage<std::runtime_error>("ComputeTexture [4x4]: no engine"));
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    ComputeTexture texture(engine.get(), 2, 2, VK_FORMAT_R32G32_SFLOAT, 0);
+    EXPECT_DEATH(texture.Reload(),
+                 "ASSERTION FAILED: \\(!\"Cannot reload a compute texture\"\\) in .*ComputeTexture.cpp");
 }
 
 } // namespace
