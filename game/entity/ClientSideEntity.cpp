@@ -5,6 +5,7 @@
 #include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
 #include "game/graphics/Mesh.hpp"
+#include "game/graphics/PlasmaTrail.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/Assert.hpp"
 #include "nerox/cpu/Profiler.hpp"
@@ -107,7 +108,9 @@ void ClientSideEntity::InitMeshRenderables(std::shared_ptr<game::graphics::Mesh>
         Retire(std::move(renderable.instance));
     }
     renderables.clear();
+    auto trail = renderableInstances.extract(PlasmaTrailNode); // not part of the mesh
     renderableInstances.clear();
+    if (trail) renderableInstances.insert(std::move(trail));
     if (config) _meshLoad = config->meshLoads;
     if (!mesh) return;
     std::map<std::string, bool> nodes; // the mesh's nodes in name order
@@ -249,11 +252,50 @@ glm::dmat4 ClientSideEntity::CachedTransform(bool& computed, int depth) {
     return environmentTransform;
 }
 
+void ClientSideEntity::UpdatePlasma(glm::dmat4 const& placed) {
+    game::graphics::GameRenderer* renderer = Game::renderer;
+    if (renderer == nullptr || !isDynamic) return;
+    auto const slot = renderableInstances.find(PlasmaTrailNode);
+    auto* trail =
+        slot == renderableInstances.end() ? nullptr : dynamic_cast<game::graphics::PlasmaTrail*>(slot->second.get());
+    auto hide = [trail] {
+        if (trail != nullptr) trail->visible = false;
+    };
+    auto const environment = Game::_environmentFunctions.find(Game::parentEnvironmentId);
+    glm::dvec3 const where(placed[3]);
+    if (Game::parentEnvironmentId == 0 || environment == Game::_environmentFunctions.end() || !environment->second ||
+        glm::distance(where, renderer->cameraPosition) > PlasmaDistance)
+        return hide();
+    // Below 1 m/s nothing glows in any gas: skip asking the environment.
+    double const speed = glm::length(linearVelocity);
+    if (!(speed >= 1.0)) return hide();
+    double const size = boundingRadius > 0.0 ? boundingRadius : 0.5;
+    game::physics::EnvironmentInfo const medium = environment->second(where, game::EnvironmentMedium, size);
+    if (trail == nullptr) {
+        auto made = game::graphics::RenderableInstance::Make<game::graphics::PlasmaTrail>();
+        trail = made.get();
+        renderableInstances[PlasmaTrailNode] = std::move(made);
+    }
+    trail->Update(glm::vec3(linearVelocity), static_cast<float>(size), medium);
+    if (!trail->visible) return;
+    // The trail's +y axis points away from the motion.
+    glm::dvec3 const back = -linearVelocity / speed;
+    glm::dvec3 const helper = std::abs(back.y) < 0.9 ? glm::dvec3(0.0, 1.0, 0.0) : glm::dvec3(1.0, 0.0, 0.0);
+    glm::dvec3 const side = glm::normalize(glm::cross(helper, back));
+    glm::dmat4 transform(glm::dvec4(side, 0.0), glm::dvec4(back, 0.0), glm::dvec4(glm::cross(side, back), 0.0),
+                         glm::dvec4(where, 1.0));
+    if (transform != trail->transform) {
+        trail->transform = transform;
+        trail->transformChanged = true;
+    }
+}
+
 void ClientSideEntity::PhysicsUpdate(double) {
     nerox::cpu::Profiler scope("ClientSideEntity::PhysicsUpdate");
     ForEach([](Ptr entity) {
         bool computed = false;
         glm::dmat4 const placed = entity->GetAbsoluteTransformInEnvironmentCached(computed);
+        entity->UpdatePlasma(placed);
         if (!computed && !entity->_placeStale) return;
         entity->_placeStale = false;
         for (Renderable const& renderable : entity->renderables) {

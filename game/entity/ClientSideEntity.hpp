@@ -88,9 +88,15 @@ public:
     /// Shows or hides every renderable of the entity.
     virtual void SetVisibility(bool visible);
 
-    /// Places every entity's renderables and lights in the environment; run
-    /// once per client pass, after the entities' Update.
+    /// Places every entity's renderables and lights in the environment, and
+    /// keeps the plasma trail of each that moves fast through a gas; run once
+    /// per client pass, after the entities' Update.
     static void PhysicsUpdate(double dt);
+
+    /// Node name of an entity's plasma trail in renderableInstances.
+    static constexpr char const* PlasmaTrailNode = "_plasma_trail";
+    /// Beyond this distance from the camera (metres) no trail is kept up to date.
+    static constexpr double PlasmaDistance = 100.0;
 
     /// Replaces the renderables with one instance per node of mesh (none for an
     /// empty pointer), each on the node of its name: the identity for a mesh
@@ -137,6 +143,10 @@ private:
     void ReloadMeshOnKey();
     /// Hands an instance or light to the renderer's trash (a frame may read it).
     static void Retire(std::shared_ptr<void> object);
+    /// The plasma step: with a renderer and the player's environment known, an
+    /// entity within PlasmaDistance of the camera that moves gets (or keeps) a
+    /// trail at placed, pointing away from its motion, fed with the medium there.
+    void UpdatePlasma(glm::dmat4 const& placed);
 
     /// GetAbsoluteTransformInEnvironmentCached at depth links above the caller.
     glm::dmat4 CachedTransform(bool& computed, int depth);

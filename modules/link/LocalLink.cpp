@@ -25,6 +25,7 @@ void LocalLink::ServerTick() {
         state.parent = entity->parentEntity;
         state.position = entity->position;
         state.orientation = entity->orientation;
+        state.velocity = entity->linearVelocity;
         state.joints = entity->jointStates; // reuses the map's nodes
         state.dynamic = entity->isDynamic;
         state.tick = _ticks;
@@ -71,6 +72,7 @@ void LocalLink::Apply() {
         entity->parentEntity = state.parent;
         entity->isDynamic = state.dynamic;
         entity->SetTarget(state.position, state.orientation);
+        entity->linearVelocity = state.velocity;
         for (auto const& [name, joint] : state.joints) {
             game::entity::JointState& mine = entity->jointStates[name];
             if (mine.position == joint.position && mine.rotation == joint.rotation) continue;

@@ -42,6 +42,7 @@ public:
         game::entity::Id parent;                                ///< Parent entity; unset for none.
         glm::dvec3 position{0.0};                               ///< In the parent's or environment's frame.
         glm::dquat orientation{1.0, 0.0, 0.0, 0.0};             ///< Same frame.
+        glm::dvec3 velocity{0.0};                               ///< m/s, same frame.
         std::map<std::string, game::entity::JointState> joints; ///< Joint values by name.
         bool dynamic = false;                                   ///< The entity may move.
         uint64_t tick = 0;                                      ///< The server tick it comes from.

@@ -2,7 +2,11 @@
 // records, and lights with their reach and bounds, on the software device.
 #include "GameRendererFixture.hpp"
 
+#include "game/entity/ClientSideEntity.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
+#include "game/graphics/PlasmaTrail.hpp"
+#include "game/physics/EnvironmentInfo.hpp"
+#include "nerox/graphics/ComputeTexture.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 
 namespace rendertest {
@@ -92,6 +96,122 @@ TEST_F(SceneTablesTest, LightsReachWherePowerFallsToAHundredthAndTheirBoundsLean
     LightSourceInstance const dark(glm::vec3(4), 1.0f, glm::vec3(0), 0.0f, glm::vec3(1), 0.0f);
     EXPECT_FALSE(dark.active);
     EXPECT_EQ(std::vector<float>((*dark.data)[0].aabb, (*dark.data)[0].aabb + 6), std::vector<float>(6, 0.0f));
+}
+
+TEST_F(SceneTablesTest, APlasmaTrailGlowsOnlyInAGasAtSpeedWithClampedIntensitiesAndOneNoiseFieldForLife) {
+    auto trail = RenderableInstance::Make<PlasmaTrail>();
+    EXPECT_EQ(std::tuple(trail->rayMask, trail->hitShader, trail->geometries.size()),
+              std::tuple(uint8_t(4), renderer->plasmaHitShader, size_t(1)));
+    AabbData const& box = (*static_cast<AabbGeometry&>(*trail->geometries[0]).buffer)[0];
+    EXPECT_EQ(box.data, static_cast<uint64_t>(*trail->plasmaData)) << "the box carries its record's address";
+    PlasmaData const& record = (*trail->plasmaData)[0];
+
+    constexpr double air = 1.225, thinAir = 1e-6, gas = 1.5e-5, liquid = 0.001;
+    struct Case {
+        glm::vec3 velocity;
+        double density, viscosity;
+        bool visible;
+        float heatIntensity, speedIntensity, t; // t: the colour's share of the fast end
+    };
+    Case const cases[] = {
+        {{0, 0, 0}, air, gas, false},
+        {{0, 0, 0}, 1000.0, gas, false},                                 // still, in anything
+        {{0, -2000, 0}, 1000.0, liquid, false},                          // water: no plasma however fast
+        {{9, 0, 0}, air, gas, false},                                    // speed 0.0094
+        {{0, 0, -10}, air, gas, true, 0.000245f, 6.2486f, 0.010414f},    // speed 0.0104
+        {{3000, 0, 4000}, air, gas, true, 61.25f, 2500.0f, 1.0f},        // 5 km/s: speed past 1
+        {{0, -20000, 0}, air, gas, true, 500.0f, 2500.0f, 1.0f},         // heat 4.9 stops at 500
+        {{0, -1e4f, 0}, thinAir, gas, true, 0.0002f, 378.57f, 0.63096f}, // high up: speed 0.631
+    };
+    unsigned int textureIndex = 0;
+    for (Case const& c : cases) {
+        game::physics::EnvironmentInfo environment;
+        environment.density = c.density;
+        environment.viscosity = c.viscosity;
+        trail->Update(c.velocity, 0.5f, environment);
+        SCOPED_TRACE(testing::Message() << c.velocity.x << ", " << c.velocity.y << ", " << c.velocity.z);
+        EXPECT_EQ(trail->visible, c.visible);
+        EXPECT_EQ(std::tuple(trail->lastSpeed, trail->lastSize), std::tuple(c.velocity, 0.5f));
+        if (!c.visible) continue;
+        EXPECT_NEAR(record.heatIntensity, c.heatIntensity, c.heatIntensity * 1e-3 + 1e-4);
+        EXPECT_NEAR(record.speedIntensity, c.speedIntensity, c.speedIntensity * 2e-3);
+        glm::vec3 const color = glm::mix(glm::vec3(0.5f), glm::vec3(1.0f, 0.25f, 0.05f), c.t);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(record.color[i], color[i], 1e-3);
+        EXPECT_EQ(std::tuple(box.minimum, box.maximum, record.length, record.width),
+                  std::tuple(glm::vec3(-0.5f, 0, -0.5f), glm::vec3(0.5f, 8.0f, 0.5f), 8.0f, 0.5f));
+        // The noise field comes with the first glow and stays.
+        ASSERT_TRUE(trail->computeTexture);
+        if (textureIndex == 0) textureIndex = record.textureIndex;
+        EXPECT_EQ(record.textureIndex, textureIndex);
+        EXPECT_EQ(renderer->GetTexture(textureIndex), trail->computeTexture);
+    }
+    EXPECT_NE(textureIndex, 0u) << "entry 0 is the font atlas";
+    EXPECT_EQ(trail->computeTexture->Name(), "ComputeTexture [256x256]");
+
+    // What frames may read goes to the trash, not away.
+    std::weak_ptr<nerox::graphics::ComputeTexture> const texture = trail->computeTexture;
+    std::weak_ptr<GeometryInterface> const geometry = trail->geometries[0];
+    renderer->ClearTextures();
+    trail.reset();
+    EXPECT_FALSE(texture.expired() || geometry.expired());
+    renderer->CollectAllTrash();
+    EXPECT_TRUE(texture.expired() && geometry.expired());
+}
+
+TEST_F(SceneTablesTest, AClientEntityKeepsATrailBehindItWhileItMovesFastThroughAGasNearTheCamera) {
+    using game::entity::ClientSideEntity;
+    bool water = false;
+    Game::_environmentFunctions[7] = [&water](glm::dvec3 const&, game::EnvironmentInfoFlags, double) {
+        game::physics::EnvironmentInfo medium;
+        medium.density = water ? 1000.0 : 1.225;
+        medium.viscosity = water ? 0.001 : 1.5e-5;
+        return medium;
+    };
+    auto entity = ClientSideEntity::Spawn(game::entity::Id::Generate(), nerox::modular::ModuleID("TEST"), "probe");
+    entity->isDynamic = true;
+    entity->interpolationEnabled = false;
+    entity->boundingRadius = 0.5;
+    auto trail = [&] {
+        return std::dynamic_pointer_cast<PlasmaTrail>(entity->FindRenderable(ClientSideEntity::PlasmaTrailNode));
+    };
+    struct Step {
+        game::entity::EnvironmentId environment;
+        glm::dvec3 position, velocity;
+        bool inWater, shown;
+    } const steps[] = {
+        {0, {0, 50, 0}, {0, -500, 0}, false, false},  // the player's environment unknown: none made
+        {7, {0, 50, 0}, {0, -500, 0}, false, true},   // made, behind the motion
+        {7, {0, 150, 0}, {0, -500, 0}, false, false}, // too far from the camera
+        {7, {30, 0, 0}, {0.5, 0, 0}, false, false},   // slow
+        {7, {30, 0, 0}, {-300, 0, 0}, true, false},   // in water
+        {7, {30, 0, 0}, {-300, 0, 0}, false, true},
+    };
+    for (Step const& step : steps) {
+        SCOPED_TRACE(testing::Message() << step.position.y << ", " << step.velocity.x << ", " << step.velocity.y);
+        Game::parentEnvironmentId = step.environment;
+        water = step.inWater;
+        entity->position = step.position;
+        entity->linearVelocity = step.velocity;
+        ClientSideEntity::PhysicsUpdate(1.0 / 60.0);
+        ASSERT_EQ(trail() != nullptr, step.environment != 0);
+        if (!trail()) continue;
+        EXPECT_EQ(trail()->visible, step.shown);
+        if (!step.shown) continue;
+        glm::dmat4 const& placed = trail()->transform;
+        glm::dvec3 const back = -glm::normalize(step.velocity);
+        EXPECT_LT(glm::distance(glm::dvec3(placed[1]), back), 1e-12) << "+y points away from the motion";
+        EXPECT_LT(std::abs(glm::determinant(glm::dmat3(placed)) - 1.0), 1e-12) << "a rotation";
+        EXPECT_EQ(glm::dvec3(placed[3]), step.position);
+        EXPECT_EQ((*trail()->plasmaData)[0].width, 0.5f) << "as wide as the entity";
+    }
+    std::weak_ptr<PlasmaTrail> const kept = trail();
+    entity->InitMeshRenderables(nullptr);
+    EXPECT_EQ(trail(), kept.lock()) << "a new mesh keeps the trail";
+    ClientSideEntity::DestroyAll();
+    entity.reset();
+    EXPECT_TRUE(kept.expired());
+    Game::_environmentFunctions.clear();
+    Game::parentEnvironmentId = 0;
 }
 
 } // namespace

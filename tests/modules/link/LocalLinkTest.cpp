@@ -55,6 +55,7 @@ TEST_F(LocalLinkTest, ClientEntitiesComeAndGoWithTheServersAfterTheNextPass) {
     ServerSideEntity::Ptr const cart = Make("cart");
     box->position = glm::dvec3(1.0, 2.0, 3.0);
     box->isDynamic = true;
+    box->linearVelocity = glm::dvec3(0.0, -30.0, 4.0);
     cart->parentEntity = box->id;
     cart->jointStates["axle"].rotation = glm::vec3(0.0f, 45.0f, 0.0f);
     link.ServerTick();
@@ -68,6 +69,7 @@ TEST_F(LocalLinkTest, ClientEntitiesComeAndGoWithTheServersAfterTheNextPass) {
     ASSERT_TRUE(shownBox && shownCart);
     EXPECT_EQ(shownBox->position, box->position) << "appears where it is";
     EXPECT_TRUE(shownBox->isDynamic);
+    EXPECT_EQ(shownBox->linearVelocity, box->linearVelocity) << "for the plasma trail";
     EXPECT_EQ(shownCart->parentEntity, box->id);
     EXPECT_EQ(shownCart->jointStates["axle"].rotation.y, 45.0f);
     EXPECT_TRUE(shownCart->nodesDirty || shownCart->jointStates.size() == 1);
