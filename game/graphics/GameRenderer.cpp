@@ -37,6 +37,7 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     features.core.vertexPipelineStoresAndAtomics = VK_TRUE;
     features.core.fragmentStoresAndAtomics = VK_TRUE;
     features.core.largePoints = VK_TRUE; // the crosshair is one point sprite
+    features.core.independentBlend = VK_TRUE; // glows blend their colour, not the aim ids beside it
     features.core.shaderInt64 = VK_TRUE; // device addresses in shaders
     // The world is drawn from records found by device address, ray-traced where
     // the device can and rasterized everywhere else: ask for both; the device

@@ -2,8 +2,10 @@
 
 #include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
+#include "game/graphics/PlasmaTrail.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/ScopeGuard.hpp"
+#include "nerox/graphics/ComputeTexture.hpp"
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/Check.hpp"
 #include "nerox/vk/Image.hpp"
@@ -34,6 +36,18 @@ constexpr VkDeviceSize AimWords = 8;
 static_assert(nerox::graphics::VulkanRenderer::FramesInFlight <= 4);
 constexpr VkShaderStageFlags DrawStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER_STAGE_FRAGMENT_BIT;
 constexpr float Pi = 3.14159265f;
+/// Ray mask bit of plasma trails.
+constexpr uint8_t PlasmaMask = 4;
+/// Side of a noise field's work groups (plasma_noise.comp).
+constexpr uint32_t NoiseGroup = 8;
+/// The noise streams with a period of this many seconds.
+constexpr double NoisePeriod = 10.0;
+
+/// The push constants of the noise pass.
+struct NoiseConstants {
+    float time = 0.0f;
+    uint32_t seed = 0;
+};
 
 // Vertices drawn for a geometry: indices, vertices, or 36 for each box.
 uint32_t VertexCountOf(GeometryInterface const& geometry) {
@@ -99,8 +113,12 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
     std::string const missing = MissingFeatures(renderer);
     if (!missing.empty()) throw std::runtime_error("the device lacks " + missing);
     nerox::vk::Device& device = renderer.GetDevice();
-    nerox::OnFailure undo([this] { DestroyFrameBlocks(); });
+    nerox::OnFailure undo([this] {
+        DestroyNoisePass();
+        DestroyFrameBlocks();
+    });
     CreateFrameBlocks();
+    CreateNoisePass();
     // Set 0 is the texture table (only the textured shaders read it), set 1 the frame block.
     _layout = std::make_unique<nerox::vk::PipelineLayout>(
         device,
@@ -120,7 +138,41 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
 WorldView::~WorldView() {
     // Frames in flight may still read the buffers and draw with the pipelines.
     _renderer.GetDevice().WaitIdle();
+    DestroyNoisePass();
     DestroyFrameBlocks();
+}
+
+void WorldView::CreateNoisePass() {
+    nerox::vk::Device& device = _renderer.GetDevice();
+    VkDescriptorSetLayoutBinding const binding{0, VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1, VK_SHADER_STAGE_COMPUTE_BIT,
+                                               nullptr};
+    VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
+    layout.bindingCount = 1;
+    layout.pBindings = &binding;
+    NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &layout, nullptr, &_noiseSetLayout));
+    VkDescriptorPoolSize const size{VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, MaxNoiseFields};
+    VkDescriptorPoolCreateInfo pool{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
+    pool.flags = VK_DESCRIPTOR_POOL_CREATE_FREE_DESCRIPTOR_SET_BIT; // a field's set goes with the field
+    pool.maxSets = MaxNoiseFields;
+    pool.poolSizeCount = 1;
+    pool.pPoolSizes = &size;
+    NEROX_VK_CHECK(vkCreateDescriptorPool(device, &pool, nullptr, &_noisePool));
+    _noiseLayout = std::make_unique<nerox::vk::PipelineLayout>(
+        device, std::vector<VkDescriptorSetLayout>{_noiseSetLayout},
+        std::vector<VkPushConstantRange>{{VK_SHADER_STAGE_COMPUTE_BIT, 0, sizeof(NoiseConstants)}}, "Plasma noise");
+    _noise =
+        std::make_unique<nerox::vk::ComputePipeline>(device, *_noiseLayout, std::string(ShaderFolder) + "plasma_noise");
+}
+
+void WorldView::DestroyNoisePass() {
+    VkDevice const device = _renderer.GetDevice();
+    _noise.reset();
+    _noiseLayout.reset();
+    vkDestroyDescriptorPool(device, _noisePool, nullptr); // with its sets
+    vkDestroyDescriptorSetLayout(device, _noiseSetLayout, nullptr);
+    _noisePool = VK_NULL_HANDLE;
+    _noiseSetLayout = VK_NULL_HANDLE;
+    _noiseFields.clear();
 }
 
 void WorldView::CreateFrameBlocks() {
@@ -183,6 +235,7 @@ void WorldView::FollowOutput() {
             device.WaitIdle(); // the old pipelines go at once
             _scene->RefreshViewport(formats);
             _sky->RefreshViewport(formats);
+            if (_plasma) _plasma->RefreshViewport(formats);
         } else {
             nerox::vk::GraphicsPipelineOptions options;
             options.alphaBlending = false;
@@ -197,6 +250,19 @@ void WorldView::FollowOutput() {
             options.depthCompareOp = VK_COMPARE_OP_GREATER_OR_EQUAL;
             _sky = std::make_unique<nerox::vk::GraphicsPipeline>(device, *_layout, formats,
                                                                  std::string(ShaderFolder) + "sky", options);
+            // Plasma adds its light over everything, hidden only by nearer
+            // objects, and leaves the aim to what lies behind it: blending one
+            // target and not the other needs independent blending.
+            if (device.EnabledFeatures().core.independentBlend) {
+                options.alphaBlending = true;
+                options.dstColorBlendFactor = VK_BLEND_FACTOR_ONE;
+                options.dstAlphaBlendFactor = VK_BLEND_FACTOR_ONE;
+                options.depthCompareOp = VK_COMPARE_OP_GREATER;
+                options.writeSecond = false;
+                _plasma = std::make_unique<nerox::vk::GraphicsPipeline>(
+                    device, *_layout, formats, std::string(ShaderFolder) + (_textured ? "plasma" : "plasma_untextured"),
+                    options);
+            }
         }
         _colorFormat = format;
     }
@@ -287,6 +353,12 @@ void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& v
     for (auto const& slot : RenderableInstance::_sharedObjects) {
         std::shared_ptr<RenderableInstance> const instance = slot.lock();
         if (!instance || !instance->enabled || !instance->visible || instance->geometries.empty()) continue;
+        if (instance->rayMask & PlasmaMask) {
+            // Drawn after the scene and the sky; only trails know how.
+            if (auto trail = std::dynamic_pointer_cast<game::graphics::PlasmaTrail>(instance))
+                _plasmaTrails.push_back(std::move(trail));
+            continue;
+        }
         constants.modelView = glm::mat4(view * instance->transform);
         size_t const records = instance->renderableData ? instance->renderableData->Count() : 0;
         bool drawn = false;
@@ -422,14 +494,96 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
     _sky->Bind(commandBuffer);
     vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof sky, &sky);
     vkCmdDraw(commandBuffer, 3, 1, 0, 0);
+    DrawPlasma(commandBuffer, view);
     vkCmdEndRendering(commandBuffer);
     CopyAim(commandBuffer, slot);
+    FillNoise(commandBuffer);
+    _plasmaTrails.clear();
     _aimNearClip[slot] = _renderer.projectionMatrix[3][2];
     _aimCameraToWorld[slot] = glm::transpose(glm::dmat3(view));
 
     // What comes after (overlay, interface, copies of the output) sees the scene.
     Barrier(commandBuffer, VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT, VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT,
             VK_PIPELINE_STAGE_ALL_COMMANDS_BIT, VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT);
+}
+
+void WorldView::DrawPlasma(VkCommandBuffer commandBuffer, glm::dmat4 const& view) {
+    if (_plasmaTrails.empty() || !_plasma) return;
+    _plasma->Bind(commandBuffer);
+    DrawConstants constants;
+    for (std::shared_ptr<game::graphics::PlasmaTrail> const& trail : _plasmaTrails) {
+        GeometryInterface const& box = *trail->geometries.front();
+        if (box.indexMode != 0 || box.GetPrimitivesAddr() == 0 || box.GetPrimitiveCount() != 1) continue;
+        constants.modelView = glm::mat4(view * trail->transform);
+        constants.positions = box.GetPrimitivesAddr();
+        vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof constants, &constants);
+        vkCmdDraw(commandBuffer, 36, 1, 0, 0);
+        ++_stats.plasmaTrails;
+    }
+}
+
+VkDescriptorSet WorldView::NoiseSet(std::shared_ptr<nerox::graphics::ComputeTexture> const& field) {
+    auto const found = _noiseFields.find(field.get());
+    if (found != _noiseFields.end() && found->second.texture.lock() == field) return found->second.set;
+    nerox::vk::Device& device = _renderer.GetDevice();
+    if (found != _noiseFields.end()) { // a new field at a freed one's address
+        vkFreeDescriptorSets(device, _noisePool, 1, &found->second.set);
+        _noiseFields.erase(found);
+    }
+    // Sets of fields that are gone make room; no frame in flight uses them.
+    for (auto it = _noiseFields.begin(); it != _noiseFields.end();) {
+        if (!it->second.texture.expired()) {
+            ++it;
+            continue;
+        }
+        vkFreeDescriptorSets(device, _noisePool, 1, &it->second.set);
+        it = _noiseFields.erase(it);
+    }
+    if (_noiseFields.size() >= MaxNoiseFields) return VK_NULL_HANDLE;
+    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
+    allocate.descriptorPool = _noisePool;
+    allocate.descriptorSetCount = 1;
+    allocate.pSetLayouts = &_noiseSetLayout;
+    VkDescriptorSet set = VK_NULL_HANDLE;
+    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, &set));
+    VkDescriptorImageInfo const image{VK_NULL_HANDLE, field->GetImageView(), field->GetImageLayout()};
+    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
+    write.dstSet = set;
+    write.descriptorCount = 1;
+    write.descriptorType = VK_DESCRIPTOR_TYPE_STORAGE_IMAGE;
+    write.pImageInfo = &image;
+    vkUpdateDescriptorSets(device, 1, &write, 0, nullptr);
+    _noiseFields[field.get()] = {field, set};
+    return set;
+}
+
+void WorldView::FillNoise(VkCommandBuffer commandBuffer) {
+    bool any = false;
+    double const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+    NoiseConstants constants;
+    constants.time = static_cast<float>(std::fmod(seconds, NoisePeriod));
+    for (std::shared_ptr<game::graphics::PlasmaTrail> const& trail : _plasmaTrails) {
+        std::shared_ptr<nerox::graphics::ComputeTexture> const& field = trail->computeTexture;
+        if (!field) continue;
+        VkDescriptorSet const set = NoiseSet(field);
+        if (set == VK_NULL_HANDLE) continue;
+        if (!any) {
+            // This frame's drawing has read the fields.
+            Barrier(commandBuffer, VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT, 0, VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT, 0);
+            _noise->Bind(commandBuffer);
+            any = true;
+        }
+        constants.seed = static_cast<uint32_t>(trail->sharedObjectsIndex);
+        vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_COMPUTE, *_noiseLayout, 0, 1, &set, 0, nullptr);
+        vkCmdPushConstants(commandBuffer, *_noiseLayout, VK_SHADER_STAGE_COMPUTE_BIT, 0, sizeof constants, &constants);
+        VkExtent2D const size = field->GetImage().Extent();
+        _noise->Dispatch(commandBuffer, nerox::vk::ComputePipeline::GroupsFor(size.width, NoiseGroup),
+                         nerox::vk::ComputePipeline::GroupsFor(size.height, NoiseGroup));
+    }
+    // The next frame's drawing reads what was written.
+    if (any)
+        Barrier(commandBuffer, VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT, VK_ACCESS_SHADER_WRITE_BIT,
+                VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT, VK_ACCESS_SHADER_READ_BIT);
 }
 
 } // namespace view

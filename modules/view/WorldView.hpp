@@ -10,6 +10,11 @@
 // material from the instance's RenderableData by address and geometry index,
 // so nothing is copied or bound per object. Box geometries are drawn as boxes.
 //
+// Plasma trails (instances of ray mask 4) are drawn last, as light added along
+// each view ray through their boxes, over the scene and the sky; their noise
+// fields are filled by a compute pass after the frame's drawing, for the next.
+// A device without independent blending draws no trails.
+//
 // Positions reach the GPU relative to the camera, computed in double
 // precision on the CPU each frame, so that single precision holds near the
 // camera wherever the floating world origin lies.
@@ -20,17 +25,24 @@
 #include <vulkan/vulkan.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace game::graphics {
 class GameRenderer;
+class PlasmaTrail;
 struct RenderableData;
 } // namespace game::graphics
+namespace nerox::graphics {
+class ComputeTexture;
+} // namespace nerox::graphics
 namespace nerox::vk {
 class Buffer;
+class ComputePipeline;
 class GraphicsPipeline;
 class Image;
 class PipelineLayout;
@@ -98,6 +110,7 @@ enum DrawFlags : uint32_t {
 struct ViewStats {
     uint32_t instances = 0;     ///< Instances drawn.
     uint32_t draws = 0;         ///< Draw calls, one per geometry.
+    uint32_t plasmaTrails = 0;  ///< Plasma trails drawn (not counted in instances).
     uint32_t lights = 0;        ///< Lights that shone.
     uint32_t droppedLights = 0; ///< Active lights past MaxLights, left out.
 };
@@ -108,6 +121,8 @@ public:
     /// Lights a frame can hold; more are left out (counted in ViewStats).
     /// The frame's block then fills the 16 KiB of uniform data every device offers.
     static constexpr uint32_t MaxLights = 252;
+    /// Noise fields filled at once; the fields of more trails keep their last content.
+    static constexpr uint32_t MaxNoiseFields = 64;
     /// Folder of the compiled shaders, relative to the working folder.
     static constexpr char const* ShaderFolder = "modules/TESSARA_view/shaders/";
 
@@ -150,12 +165,18 @@ private:
     void DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view);
     void TakeAim(uint32_t slot);
     void CopyAim(VkCommandBuffer commandBuffer, uint32_t slot);
+    void CreateNoisePass();
+    void DestroyNoisePass();
+    void DrawPlasma(VkCommandBuffer commandBuffer, glm::dmat4 const& view);
+    void FillNoise(VkCommandBuffer commandBuffer);
+    VkDescriptorSet NoiseSet(std::shared_ptr<nerox::graphics::ComputeTexture> const& field);
 
     game::graphics::GameRenderer& _renderer;
     bool _textured;
     std::unique_ptr<nerox::vk::PipelineLayout> _layout;
     std::unique_ptr<nerox::vk::GraphicsPipeline> _scene;
     std::unique_ptr<nerox::vk::GraphicsPipeline> _sky;
+    std::unique_ptr<nerox::vk::GraphicsPipeline> _plasma;
     std::shared_ptr<nerox::vk::Image> _depth;
     std::shared_ptr<nerox::vk::Image> _aimIds; ///< The aim id of each pixel's object; 0 for the sky.
     /// Per frame slot: the centre pixel's aim id and depth, as copied.
@@ -177,6 +198,20 @@ private:
     // White, for geometries without a material record.
     std::unique_ptr<nerox::vk::MappedBuffer<game::graphics::RenderableData, 8, 1024>> _fallbackMaterial;
     ViewStats _stats;
+
+    // Plasma: the trails met while drawing this frame (kept for the storage),
+    // and the noise pass with a storage-image set per field it has filled.
+    std::vector<std::shared_ptr<game::graphics::PlasmaTrail>> _plasmaTrails;
+    struct NoiseField {
+        std::weak_ptr<nerox::graphics::ComputeTexture> texture;
+        VkDescriptorSet set = VK_NULL_HANDLE;
+    };
+    std::unordered_map<nerox::graphics::ComputeTexture const*, NoiseField> _noiseFields;
+    VkDescriptorSetLayout _noiseSetLayout = VK_NULL_HANDLE;
+    VkDescriptorPool _noisePool = VK_NULL_HANDLE;
+    std::unique_ptr<nerox::vk::PipelineLayout> _noiseLayout;
+    std::unique_ptr<nerox::vk::ComputePipeline> _noise;
+    std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
 };
 
 } // namespace view

@@ -2,6 +2,7 @@
 // device address; boxes are drawn as 36 vertices each from their corners.
 #extension GL_EXT_shader_16bit_storage : require
 #include "scene.glsl"
+#include "box.glsl"
 #include "sky.glsl"
 
 layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec3s { vec3 v[]; };
@@ -9,7 +10,6 @@ layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec
 layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Vec4s { vec4 v[]; };
 layout(buffer_reference, scalar, buffer_reference_align = 4) readonly buffer Uints { uint v[]; };
 layout(buffer_reference, scalar, buffer_reference_align = 2) readonly buffer Ushorts { uint16_t v[]; };
-layout(buffer_reference, scalar, buffer_reference_align = 8) readonly buffer Boxes { vec3 minimum; vec3 maximum; uint64_t data; };
 
 layout(location = 0) out vec3 vPosition; // camera space
 layout(location = 1) out vec3 vNormal;   // camera space; zero without normals
@@ -22,10 +22,7 @@ layout(location = 6) flat out uint vMonitor;
 // Sky and sun on the face, for a geometry with normals (see SkyAndSunLight).
 layout(location = 7) out vec3 vLight;
 
-// The corners of a unit box (bit 0 x, bit 1 y, bit 2 z), two triangles a face,
-// counter-clockwise from outside; and each face's outward normal.
-const uint boxCorners[36] = uint[](0, 2, 3, 0, 3, 1,  4, 5, 7, 4, 7, 6,  0, 1, 5, 0, 5, 4,
-                                   2, 6, 7, 2, 7, 3,  0, 4, 6, 0, 6, 2,  1, 3, 7, 1, 7, 5);
+// Each face's outward normal, in the order of boxCorners.
 const vec3 boxNormals[6] = vec3[](vec3(0, 0, -1), vec3(0, 0, 1), vec3(0, -1, 0),
                                   vec3(0, 1, 0), vec3(-1, 0, 0), vec3(1, 0, 0));
 
@@ -49,9 +46,7 @@ void main()
     vColor = vec4(1.0);
     vTexCoord = vec2(0.0);
     if (mode == 0u) {
-        Boxes box = Boxes(draw.positions + uint64_t(vertex / 36u) * 32ul);
-        uint corner = boxCorners[vertex % 36u];
-        position = mix(box.minimum, box.maximum, vec3(corner & 1u, (corner >> 1) & 1u, (corner >> 2) & 1u));
+        position = BoxVertex(draw.positions, vertex);
         normal = boxNormals[(vertex % 36u) / 6u];
     } else {
         // A triangle with an index that names no vertex is dropped whole: each of

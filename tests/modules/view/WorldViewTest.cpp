@@ -6,6 +6,9 @@
 #include "game/graphics/LightSourceInstance.hpp"
 #include "game/physics/DebugRecords.hpp"
 #include "game/graphics/Mesh.hpp"
+#include "game/graphics/PlasmaTrail.hpp"
+#include "game/physics/EnvironmentInfo.hpp"
+#include "nerox/graphics/ComputeTexture.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/graphics/Texture.hpp"
 
@@ -339,6 +342,47 @@ TEST_F(WorldViewTest, DebugCollidersShowOnlyWhenAskedForWhereTheBodiesAre) {
         EXPECT_EQ(kept, asked);
     }
     Game::physicsDebugColliders_front.clear();
+}
+
+TEST_F(WorldViewTest, APlasmaTrailAddsItsGlowOverWhatIsBehindLeavesItTheAimAndStirsItsNoiseField) {
+    SunBehindCamera();
+    auto wall = Wall(-8.0f, 10.0f, {0, 0, 1, 1});
+    uint32_t const wallId = renderer->AddAimReference("TESTS_wall", 0);
+    wall->SetAimID(wallId);
+    auto trail = RenderableInstance::Make<game::graphics::PlasmaTrail>();
+    trail->transform = glm::translate(glm::dmat4(1.0), glm::dvec3(0.0, -1.5, -4.0)); // up from 1.5 m below the axis
+    game::physics::EnvironmentInfo air;
+    air.density = 1.225;
+    air.viscosity = 1.5e-5;
+    glm::dvec3 const onTrail(0.0, 0.0, -4.0), beside(2.0, 0.0, -4.0);
+    for (float speed : {600.0f, 1.0f}) { // glowing, then too slow
+        trail->Update({0.0f, -speed, 0.0f}, 0.5f, air);
+        std::vector<Pixel> frame;
+        for (uint32_t i = 0; i <= nerox::graphics::VulkanRenderer::FramesInFlight; ++i) frame = Shoot();
+        Pixel const glow = At(frame, onTrail), plain = At(frame, beside);
+        SCOPED_TRACE(testing::Message() << speed << " m/s: " << glow << " over " << plain);
+        EXPECT_EQ(Hue(plain), 'b');
+        if (trail->visible) {
+            EXPECT_GT(glow.r, plain.r + 60) << "orange light added";
+            EXPECT_TRUE(glow.r > glow.g && glow.b >= plain.b) << "over the wall, not instead of it";
+        } else {
+            EXPECT_EQ(std::tuple(glow.r, glow.g, glow.b), std::tuple(plain.r, plain.g, plain.b));
+        }
+        EXPECT_EQ(renderer->aim.Buffer().aimID, wallId) << "one aims through the glow";
+    }
+    // The noise field holds values between 0 and 1 that are not all alike.
+    ASSERT_TRUE(trail->computeTexture);
+    std::string const path = scratch.File("noise.hdr");
+    ASSERT_TRUE(renderer->SaveImage(trail->computeTexture->GetImage(), {0, 0}, {256, 256}, VK_FORMAT_R32G32_SFLOAT,
+                                    VK_IMAGE_LAYOUT_GENERAL, path, 0, false));
+    nerox::graphics::ImageData const noise = nerox::graphics::Texture::LoadFile(path, 4);
+    auto const* values = reinterpret_cast<float const*>(noise.pixels.data());
+    size_t const count = noise.pixels.size() / sizeof(float);
+    float lowest = 1e9f, highest = -1e9f;
+    for (size_t i = 0; i < count; i += 4) lowest = std::min(lowest, values[i]), highest = std::max(highest, values[i]);
+    EXPECT_GE(lowest, 0.0f);
+    EXPECT_LE(highest, 1.0f);
+    EXPECT_GT(highest - lowest, 0.3f) << "a field, not a constant";
 }
 
 } // namespace

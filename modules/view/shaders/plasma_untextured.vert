@@ -1,0 +1,4 @@
+#version 460
+// Plasma trails' vertices (see plasma_vert.glsl).
+#extension GL_GOOGLE_include_directive : require
+#include "plasma_vert.glsl"
