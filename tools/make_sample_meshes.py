@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Writes the sample meshes as glTF 2.0 (JSON with an external .bin): the crate
-and the rover of modules/sample and the ground of modules/planet. Game axes:
+"""Writes the sample meshes as glTF 2.0 (JSON with an external .bin): the crate,
+the rover and the probe of modules/sample and the ground of modules/planet. Game axes:
 metres, y up, x forward, z to the right. Each primitive has positions, normals,
 vertex colours (4 bytes) and 16-bit indices, and a named material.
 
@@ -163,6 +163,19 @@ def rover():
     }
 
 
+def probe():
+    """A capsule 2.6 m across and 1.6 m tall, with a dark heat shield underneath."""
+    hull = Primitive("hull")
+    hull.box((-1.3, 0.1, -1.3), (1.3, 1.6, 1.3), (255, 255, 255))
+    hull.box((-0.6, 1.6, -0.6), (0.6, 1.9, 0.6), (230, 230, 230))  # the parachute cover
+    shield = Primitive("shield")
+    shield.box((-1.35, 0.0, -1.35), (1.35, 0.1, 1.35), (255, 255, 255), shade=False)
+    return [("probe", [hull, shield])], {
+        "hull": ([0.80, 0.80, 0.82, 1.0], [0, 0, 0], 0.8, 0.3),
+        "shield": ([0.12, 0.10, 0.09, 1.0], [0, 0, 0], 0.0, 0.9),
+    }
+
+
 def ground():
     """The sample planet: flat ground in 10 m tiles 400 m across, the basin
     (x 40 to 80, z -20 to 20) 20 m deep, and the water at sea level over it."""
@@ -195,5 +208,6 @@ if __name__ == "__main__":
     root = Path(__file__).resolve().parent.parent
     write(root / "modules/sample/crate.gltf", *crate())
     write(root / "modules/sample/rover.gltf", *rover())
+    write(root / "modules/sample/probe.gltf", *probe())
     write(root / "modules/planet/meshes/ground.gltf", *ground())
-    print("wrote the crate, the rover and the ground")
+    print("wrote the crate, the rover, the probe and the ground")

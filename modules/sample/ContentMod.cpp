@@ -1,7 +1,7 @@
 // The content side of the sample module, loaded as a TESSARA_Mod through the
 // list of content modules (Game::_mods) when the game starts.
 //
-// It defines two item types. Each has a description file beside the module
+// It defines three item types. Each has a description file beside the module
 // (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) with its
 // mesh (NAME.gltf), a behaviour class derived from ServerSideEntity::Interface
 // and a look derived from ClientSideEntity::Interface, whose objects the game
@@ -12,6 +12,8 @@
 //          nothing while the world runs.
 //   rover  a chassis on four wheel joints; its Update turns the wheels, and
 //          their angles are kept in its state file. Its look adds the headlight.
+//   probe  a dense capsule that the client's P key has the server drop from
+//          high up (ServerMod.cpp); it keeps no state and is never saved.
 //
 // Load runs in Game::Start, before the host loads the world's entities, and
 // Unload in Game::Stop, after the host has saved and released them.
@@ -91,6 +93,17 @@ public:
 
     std::string label;  ///< Given once, when the crate is new.
     uint32_t loads = 0; ///< Times the crate was loaded from its state file.
+};
+
+/// A probe: a body that falls; its glow comes from the game's client entities.
+class Probe final : public ServerSideEntity::Interface {
+public:
+    void InitInterface() override {
+        if (auto const owner = entity.lock()) {
+            owner->isDynamic = true;
+            owner->physicsEnabled = true;
+        }
+    }
 };
 
 /// A rover: turns its four wheels at a steady speed and remembers where they stand.
@@ -208,7 +221,9 @@ void Load(void*) {
     ServerSideEntity::_registered_items.erase(sample::moduleName);
     Register<Crate, ClientSideEntity::Interface>(sample::crateType);
     Register<Rover, RoverLook>(sample::roverType);
-    std::printf("[sample] content loaded: item types %s, %s\n", sample::crateType, sample::roverType);
+    Register<Probe, ClientSideEntity::Interface>(sample::probeType);
+    std::printf("[sample] content loaded: item types %s, %s, %s\n", sample::crateType, sample::roverType,
+                sample::probeType);
 }
 
 // Game::Stop: remove every row of this module. The entities are gone by now;
@@ -226,7 +241,7 @@ void Unload(void*) {
             ServerSideEntity::_module_entities.erase(found);
         }
     }
-    for (char const* itemType : {sample::crateType, sample::roverType}) {
+    for (char const* itemType : {sample::crateType, sample::roverType, sample::probeType}) {
         auto const found = ServerSideEntity::_registered_items_module.find(itemType);
         if (found != ServerSideEntity::_registered_items_module.end() && found->second == module)
             ServerSideEntity::_registered_items_module.erase(found);

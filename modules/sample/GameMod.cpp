@@ -9,10 +9,16 @@
 // default), whose eye is the renderer's camera. Escape frees the cursor and a
 // click in the world takes it again. The world itself comes as client entities
 // (their look is registered by the content module).
+//
+// P asks the server for a probe dropped from 20 km above a point ahead of the
+// player, and the camera rides beside it on its way down, where the air makes
+// it glow; P again, or the probe at rest for a few seconds, gives the camera
+// back to the player.
 #include "Player.hpp"
 #include "Sample.hpp"
 
 #include "game/Game.hpp"
+#include "game/entity/ClientSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "game/input/Controller.hpp"
 #include "nerox/graphics/Window.hpp"
@@ -36,6 +42,16 @@ sample::Player player;         // The one who plays.
 sample::Player::Intent intent; // Gathered by the input passes since the last step.
 bool mouseWasDown = false;     // The left button, at the last input pass.
 bool debugKeyWasDown = false;  // F3, at the last input pass.
+bool probeKeyWasDown = false;  // P, at the last input pass.
+bool chasing = false;          // The camera rides with the falling probe.
+double probeAtRest = 0.0;      // Seconds the chased probe has been still.
+double probesAsked = 0.0;      // Probes asked of the server so far.
+
+/// Where the chase camera rides, from the probe: beside it and a little below,
+/// so that the glow trailing above it stands against the sky.
+constexpr glm::dvec3 chaseOffset{30.0, -6.0, 12.0};
+/// The probe comes down this far ahead of the player (metres).
+constexpr double probeAhead = 60.0;
 
 /// Radians of turn per unit of the controller's look actions (a mouse move
 /// of the window's height is half a unit).
@@ -54,6 +70,45 @@ void FollowWithCamera() {
     glm::dvec3 const eye = player.Eye();
     renderer->cameraPosition = eye;
     renderer->viewMatrix = glm::lookAt(eye, eye + player.Forward(), glm::dvec3(0.0, 1.0, 0.0));
+}
+
+/// Asks the server for a probe over the point probeAhead metres before the player.
+void AskForProbe() {
+    glm::dvec3 const ahead =
+        player.feet + probeAhead * glm::normalize(glm::dvec3(std::cos(player.yaw), 0.0, std::sin(player.yaw)));
+    Game::SetIMC(sample::probeXKey, ahead.x);
+    Game::SetIMC(sample::probeZKey, ahead.z);
+    Game::SetIMC(sample::probeRequestsKey, probesAsked += 1.0);
+}
+
+/// The camera beside the highest probe, looking at the glow above it. Ends the
+/// chase once that probe has been still for three seconds; keeps the player's
+/// camera until the probe shows up.
+void ChaseProbe(double dt) {
+    game::entity::ClientSideEntity::Ptr probe;
+    game::entity::ClientSideEntity::ForEach([&probe](game::entity::ClientSideEntity::Ptr entity) {
+        if (entity->itemType == sample::probeType && (!probe || entity->position.y > probe->position.y))
+            probe = std::move(entity);
+    });
+    game::graphics::GameRenderer* renderer = Game::renderer;
+    if (!probe || renderer == nullptr) return FollowWithCamera();
+    probeAtRest = glm::length(probe->linearVelocity) < 1.0 ? probeAtRest + dt : 0.0;
+    if (probeAtRest > 3.0) {
+        chasing = false;
+        return FollowWithCamera();
+    }
+    glm::dvec3 eye = probe->position + chaseOffset;
+    eye.y = std::max(eye.y, 1.5); // above the ground where it lands
+    renderer->cameraPosition = eye;
+    renderer->viewMatrix = glm::lookAt(eye, probe->position + glm::dvec3(0.0, 10.0, 0.0), glm::dvec3(0.0, 1.0, 0.0));
+}
+
+/// The player's environment: the lowest registered one, as the server's entities have it.
+void ChooseEnvironment() {
+    game::entity::EnvironmentId chosen = 0;
+    for (auto const& [id, function] : Game::_environmentFunctions)
+        if (function && (chosen == 0 || id < chosen)) chosen = id;
+    Game::parentEnvironmentId = chosen;
 }
 
 } // namespace
@@ -78,19 +133,28 @@ void Game_Start() {
 // Game::Ready: the player stands at the start, the camera at its eye.
 void Game_Ready() {
     std::printf("[sample] Game_Ready\n");
+    ChooseEnvironment(); // fast entities glow in its air
+    chasing = false;
     PlacePlayer();
     FollowWithCamera();
 }
 
 // Every input pass: Escape frees the cursor, a click in the world takes it
-// again, F3 shows or hides the physics colliders; the avatar's actions are
-// gathered for the next step.
+// again, F3 shows or hides the physics colliders, P drops a probe and rides
+// with it (or comes back); the avatar's actions are gathered for the next step.
 void Input_Update(double) {
     nerox::graphics::Window* window = Game::window;
     bool const debugKeyDown = window != nullptr && window->GetKey(GLFW_KEY_F3) == GLFW_PRESS;
     if (debugKeyDown && !debugKeyWasDown)
         Game::debugServerSidePhysics = Game::debugClientSidePhysics = !Game::debugServerSidePhysics;
     debugKeyWasDown = debugKeyDown;
+    bool const probeKeyDown = window != nullptr && window->GetKey(GLFW_KEY_P) == GLFW_PRESS;
+    if (probeKeyDown && !probeKeyWasDown) {
+        if (!chasing) AskForProbe();
+        chasing = !chasing;
+        probeAtRest = 0.0;
+    }
+    probeKeyWasDown = probeKeyDown;
     bool const mouseDown = window != nullptr && window->GetMouseButton(GLFW_MOUSE_BUTTON_LEFT) == GLFW_PRESS;
     bool const clicked = mouseDown && !mouseWasDown;
     mouseWasDown = mouseDown;
@@ -113,11 +177,14 @@ void Input_Update(double) {
 void Game_Update(double deltaTime) {
     clientSeconds += deltaTime;
     ++passes;
-    player.Step(intent, deltaTime);
+    if (!chasing) player.Step(intent, deltaTime); // the player waits while the camera is away
     intent.jump = false;
     intent.yaw = 0.0;
     intent.pitch = 0.0;
-    FollowWithCamera();
+    if (chasing)
+        ChaseProbe(deltaTime);
+    else
+        FollowWithCamera();
 }
 
 // Each rendered frame, for modules sorted into the "ui" list: a small status

@@ -15,6 +15,19 @@ inline constexpr char dataFolder[] = "modules/TESSARA_sample/";
 inline constexpr char crateType[] = "crate";
 /// Item type of the rover: a chassis on four turning wheels.
 inline constexpr char roverType[] = "rover";
+/// Item type of the probe: a dense capsule dropped from high up, which glows
+/// on its way down through the air.
+inline constexpr char probeType[] = "probe";
+
+/// A probe starts this high above the ground (metres), falling this fast (m/s).
+inline constexpr double probeAltitude = 20000.0;
+inline constexpr double probeSpeed = 2500.0;
+/// Keys of Game's inter-module channel by which the client asks the server for
+/// a probe: the count of probes asked for so far, and where (x and z) the last
+/// one is to come down.
+inline constexpr char probeRequestsKey[] = "sample.probe.requests";
+inline constexpr char probeXKey[] = "sample.probe.x";
+inline constexpr char probeZKey[] = "sample.probe.z";
 
 /// The rover's wheel joints, as its description file names them.
 inline constexpr std::array<char const*, 4> roverWheels = {"wheel_fl", "wheel_fr", "wheel_rl", "wheel_rr"};

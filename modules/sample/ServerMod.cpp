@@ -24,6 +24,7 @@ using game::entity::ServerSideEntity;
 unsigned long ticks = 0;     // Server ticks seen.
 double simulatedSeconds = 0; // Sum of the ticks' delta times.
 double nextReport = 1.0;     // Simulated time of the next progress line.
+double probesDropped = 0.0;  // Probes dropped at the client's request so far.
 
 // Makes an entity of itemType at position (metres, game axes: y up), turned by
 // yawDegrees about the vertical axis. The entity counts as placed in the world,
@@ -58,8 +59,8 @@ void DropStressPile(long long count) {
     long long const side = std::max(1LL, static_cast<long long>(std::ceil(std::cbrt(static_cast<double>(count)))));
     for (long long i = 0; i < count; ++i) {
         long long const layer = i / (side * side), row = (i / side) % side, column = i % side;
-        ServerSideEntity::Ptr const crate =
-            ServerSideEntity::Create(nerox::modular::ModuleID(sample::moduleName), sample::crateType, game::entity::Id{});
+        ServerSideEntity::Ptr const crate = ServerSideEntity::Create(nerox::modular::ModuleID(sample::moduleName),
+                                                                     sample::crateType, game::entity::Id{});
         nerox::filesystem::ReadOnlyStream noState;
         crate->Attach(noState);
         crate->deleteFilesOnDestroy = false;
@@ -69,6 +70,25 @@ void DropStressPile(long long count) {
     }
     std::printf("[sample] load test: %lld crates dropped in a pile at (%.0f, %.0f), %lld a side (not saved)\n", count,
                 sample::stressPileCorner.x, sample::stressPileCorner.z, side);
+}
+
+// A probe high above (x, z), falling fast, as the client's P key asks. Like a
+// load test's crates it is not placed in the world, so the save leaves it out.
+void DropProbe(double x, double z) {
+    if (ServerSideEntity::FindModuleIDFromItemType(sample::probeType) != nerox::modular::ModuleID(sample::moduleName))
+        return;
+    ServerSideEntity::Ptr const probe =
+        ServerSideEntity::Create(nerox::modular::ModuleID(sample::moduleName), sample::probeType, game::entity::Id{});
+    nerox::filesystem::ReadOnlyStream noState;
+    probe->Attach(noState);
+    probe->deleteFilesOnDestroy = false;
+    probe->position = glm::dvec3(x, sample::probeAltitude, z);
+    probe->linearVelocity = glm::dvec3(0.0, -sample::probeSpeed, 0.0);
+    probe->orientation = glm::dquat(1.0, 0.0, 0.0, 0.0); // shield first
+    probe->environmentId = ChooseEnvironment();
+    std::printf("[sample] probe dropped from %.0f m above (%.0f, %.0f) at %.0f m/s\n", sample::probeAltitude, x, z,
+                sample::probeSpeed);
+    std::fflush(stdout);
 }
 
 // One line per entity placed in the world, by id: where it stands, and the rover's wheels.
@@ -134,8 +154,12 @@ void Server_Serialize() {
 }
 
 // Before the entity stages of every tick.
+// Drops the probes the client asked for since the last tick.
 void Server_BeforeUpdate(double deltaTime) {
     simulatedSeconds += deltaTime;
+    double const asked = Game::GetNumericIMC(sample::probeRequestsKey, 0.0);
+    for (; probesDropped < asked; probesDropped += 1.0)
+        DropProbe(Game::GetNumericIMC(sample::probeXKey, 0.0), Game::GetNumericIMC(sample::probeZKey, 0.0));
 }
 
 // After the entity stages of every tick.
