@@ -303,69 +303,82 @@ TEST_F(VkPipelines, ShaderFilesThatAreMissingOrNotSpirvAreRefusedByName) {
 
 using VkCompute = VkTest;
 
-TEST_F(VkCompute, AComputeTextureIsMadeClearAndWhatADispatchWritesReadsBackInTheGeneralLayout) {
+TEST_F(VkCompute, WhatADispatchWritesToAComputeTextureIsSampledByTheNextSubmissionAndTheRestStaysClear) {
     nerox::graphics::ComputeTexture texture(engine.get(), 8, 4, VK_FORMAT_R32G32_SFLOAT, 0);
     EXPECT_EQ(texture.Name(), "ComputeTexture [8x4]");
-    EXPECT_EQ(texture.GetImageLayout(), VK_IMAGE_LAYOUT_GENERAL);
-
-    VkDescriptorSetLayoutBinding const binding{0, VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1, VK_SHADER_STAGE_COMPUTE_BIT,
-                                               nullptr};
+    // Binding 0 the texture to write, 1 the same to sample, 2 the buffer that takes the samples.
+    VkDescriptorSetLayoutBinding const bindings[] = {
+        {0, VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1, VK_SHADER_STAGE_COMPUTE_BIT, nullptr},
+        {1, VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, 1, VK_SHADER_STAGE_COMPUTE_BIT, nullptr},
+        {2, VK_DESCRIPTOR_TYPE_STORAGE_BUFFER, 1, VK_SHADER_STAGE_COMPUTE_BIT, nullptr}};
     VkDescriptorSetLayoutCreateInfo setInfo{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
-    setInfo.bindingCount = 1;
-    setInfo.pBindings = &binding;
+    setInfo.bindingCount = 3;
+    setInfo.pBindings = bindings;
     VkDescriptorSetLayout setLayout = VK_NULL_HANDLE;
     ASSERT_EQ(vkCreateDescriptorSetLayout(Dev(), &setInfo, nullptr, &setLayout), VK_SUCCESS);
-    VkDescriptorPoolSize const size{VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1};
+    VkDescriptorPoolSize const sizes[] = {{VK_DESCRIPTOR_TYPE_STORAGE_IMAGE, 1},
+                                          {VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, 1},
+                                          {VK_DESCRIPTOR_TYPE_STORAGE_BUFFER, 1}};
     VkDescriptorPoolCreateInfo poolInfo{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
     poolInfo.maxSets = 1;
-    poolInfo.poolSizeCount = 1;
-    poolInfo.pPoolSizes = &size;
+    poolInfo.poolSizeCount = 3;
+    poolInfo.pPoolSizes = sizes;
     VkDescriptorPool pool = VK_NULL_HANDLE;
     ASSERT_EQ(vkCreateDescriptorPool(Dev(), &poolInfo, nullptr, &pool), VK_SUCCESS);
     VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO, nullptr, pool, 1, &setLayout};
     VkDescriptorSet set = VK_NULL_HANDLE;
     ASSERT_EQ(vkAllocateDescriptorSets(Dev(), &allocate, &set), VK_SUCCESS);
-    VkDescriptorImageInfo const image{VK_NULL_HANDLE, texture.GetImageView(), texture.GetImageLayout()};
-    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
-    write.dstSet = set;
-    write.descriptorCount = 1;
-    write.descriptorType = VK_DESCRIPTOR_TYPE_STORAGE_IMAGE;
-    write.pImageInfo = &image;
-    vkUpdateDescriptorSets(Dev(), 1, &write, 0, nullptr);
-
     {
+        Sampler sampler(Dev());
+        MappedBuffer<float, 4, 0x800> pixels(Dev(), 8 * 4 * 2, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "pixels");
+        VkDescriptorImageInfo const images[] = {{VK_NULL_HANDLE, texture.GetImageView(), texture.GetImageLayout()},
+                                                {sampler, texture.GetImageView(), texture.GetImageLayout()}};
+        VkDescriptorBufferInfo const buffer{pixels, 0, VK_WHOLE_SIZE};
+        VkWriteDescriptorSet writes[3];
+        for (uint32_t i = 0; i < 3; ++i) {
+            writes[i] = {VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET,
+                         nullptr,
+                         set,
+                         i,
+                         0,
+                         1,
+                         bindings[i].descriptorType,
+                         i < 2 ? &images[i] : nullptr,
+                         i == 2 ? &buffer : nullptr,
+                         nullptr};
+        }
+        vkUpdateDescriptorSets(Dev(), 3, writes, 0, nullptr);
         PipelineLayout layout(Dev(), {setLayout}, {{VK_SHADER_STAGE_COMPUTE_BIT, 0, 4}}, "fill");
-        ComputePipeline pipeline(Dev(), layout, "shaders/fill");
-        MappedBuffer<float, 4, 0x800> pixels(Dev(), 8 * 4 * 2, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "pixels");
+        ComputePipeline fill(Dev(), layout, "shaders/fill"), sample(Dev(), layout, "shaders/sample");
         float const offset = 0.5f;
-        EXPECT_THAT([&] { pipeline.Dispatch(VK_NULL_HANDLE, 0, 1); },
+        EXPECT_THAT([&] { fill.Dispatch(VK_NULL_HANDLE, 0, 1); },
                     ThrowsMessage<std::runtime_error>(HasSubstr("Dispatch of 0x1x1 work groups")));
-        ASSERT_TRUE(CommandBuffer::Run(
-            Dev(), Dev().GraphicsQueue(),
-            [&](VkCommandBuffer commands) {
-                pipeline.Bind(commands);
-                vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline.Layout(), 0, 1, &set, 0,
-                                        nullptr);
-                vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_COMPUTE_BIT, 0, 4, &offset);
-                // One 4 x 4 group: the right half of the texture keeps its clear.
-                pipeline.Dispatch(commands, ComputePipeline::GroupsFor(4, 4), ComputePipeline::GroupsFor(4, 4));
-                texture.Push(commands);
-                VkBufferImageCopy copy{};
-                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-                copy.imageExtent = {8, 4, 1};
-                vkCmdCopyImageToBuffer(commands, texture.GetImage(), VK_IMAGE_LAYOUT_GENERAL, pixels, 1, &copy);
-                VkMemoryBarrier toHost{VK_STRUCTURE_TYPE_MEMORY_BARRIER, nullptr, VK_ACCESS_TRANSFER_WRITE_BIT,
-                                       VK_ACCESS_HOST_READ_BIT};
-                vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 1,
-                                     &toHost, 0, nullptr, 0, nullptr);
-            },
-            "fill"));
+        auto run = [&](ComputePipeline const& pipeline, uint32_t groups, char const* name) {
+            return CommandBuffer::Run(
+                Dev(), Dev().GraphicsQueue(),
+                [&](VkCommandBuffer commands) {
+                    pipeline.Bind(commands);
+                    vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, pipeline.Layout(), 0, 1, &set, 0,
+                                            nullptr);
+                    vkCmdPushConstants(commands, layout, VK_SHADER_STAGE_COMPUTE_BIT, 0, 4, &offset);
+                    pipeline.Dispatch(commands, groups, groups);
+                    texture.Push(commands); // as a renderer's push list would, after the writers
+                    VkMemoryBarrier toHost{VK_STRUCTURE_TYPE_MEMORY_BARRIER, nullptr, VK_ACCESS_SHADER_WRITE_BIT,
+                                           VK_ACCESS_HOST_READ_BIT};
+                    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0,
+                                         1, &toHost, 0, nullptr, 0, nullptr);
+                },
+                name);
+        };
+        // One 4 x 4 group: the right half keeps its clear. Then a frame later, the samples.
+        ASSERT_TRUE(run(fill, ComputePipeline::GroupsFor(4, 4), "fill"));
+        ASSERT_TRUE(run(sample, 1, "sample"));
         for (uint32_t y = 0; y < 4; ++y) {
             for (uint32_t x = 0; x < 8; ++x) {
-                float const* pixel = &pixels[(y * 8 + x) * 2];
                 bool const written = x < 4;
-                EXPECT_EQ(pixel[0], written ? x + offset : 0.0f) << x << ", " << y;
-                EXPECT_EQ(pixel[1], written ? 2.0f * y : 0.0f) << x << ", " << y;
+                EXPECT_EQ(std::pair(pixels[(y * 8 + x) * 2], pixels[(y * 8 + x) * 2 + 1]),
+                          written ? std::pair(x + offset, 2.0f * y) : std::pair(0.0f, 0.0f))
+                    << x << ", " << y;
             }
         }
     }
