@@ -272,6 +272,8 @@ void ClientSideEntity::UpdatePlasma(glm::dmat4 const& placed) {
     double const size = boundingRadius > 0.0 ? boundingRadius : 0.5;
     game::physics::EnvironmentInfo const medium = environment->second(where, game::EnvironmentMedium, size);
     if (trail == nullptr) {
+        // Made at the first glow: most moving entities never need one.
+        if (!game::graphics::PlasmaTrail::Measure(glm::vec3(linearVelocity), medium).active) return;
         auto made = game::graphics::RenderableInstance::Make<game::graphics::PlasmaTrail>();
         trail = made.get();
         renderableInstances[PlasmaTrailNode] = std::move(made);

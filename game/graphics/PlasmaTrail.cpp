@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
+#include <iostream>
 
 #include "game/Game.hpp"
 #include "game/graphics/GameRenderer.hpp"
@@ -47,19 +49,30 @@ PlasmaTrail::~PlasmaTrail() {
     if (computeTexture) renderer->Trash(std::move(computeTexture));
 }
 
+PlasmaTrail::Glow PlasmaTrail::Measure(glm::vec3 const& velocity, game::physics::EnvironmentInfo const& environment) {
+    double const p = std::pow(environment.density, 0.2);
+    float const v2 = std::fma(velocity.z, velocity.z, std::fma(velocity.y, velocity.y, velocity.x * velocity.x));
+    Glow glow;
+    glow.heat = static_cast<float>(v2 * environment.density / 1e8);
+    glow.speed = static_cast<float>(std::sqrt(v2) * p / 1000.0);
+    glow.active = environment.viscosity < GasViscosity && (glow.heat > Threshold || glow.speed > Threshold);
+    return glow;
+}
+
 void PlasmaTrail::Update(glm::vec3 const& velocity, float size, game::physics::EnvironmentInfo const& environment) {
     lastSpeed = velocity;
     lastSize = size;
-    double const p = std::pow(environment.density, 0.2);
-    float const v2 = std::fma(velocity.z, velocity.z, std::fma(velocity.y, velocity.y, velocity.x * velocity.x));
-    float const heat = static_cast<float>(v2 * environment.density / 1e8);
-    float const speed = static_cast<float>(std::sqrt(v2) * p / 1000.0);
-    if (!(environment.viscosity < GasViscosity) || !(heat > Threshold || speed > Threshold)) {
+    Glow const glow = Measure(velocity, environment);
+    if (!glow.active) {
         visible = false;
         return;
     }
+    float const heat = glow.heat, speed = glow.speed;
 
-    AabbData& box = (*static_cast<AabbGeometry&>(*geometries.front()).buffer)[0];
+    // The box made in the constructor; nothing else may take its place.
+    auto* const geometry = geometries.empty() ? nullptr : dynamic_cast<AabbGeometry*>(geometries.front().get());
+    NEROX_ASSERT(geometry != nullptr && geometry->buffer);
+    AabbData& box = (*geometry->buffer)[0];
     box.minimum = glm::vec3(-size, 0.0f, -size);
     box.maximum = glm::vec3(size, 16.0f * size, size);
 
@@ -75,7 +88,13 @@ void PlasmaTrail::Update(glm::vec3 const& velocity, float size, game::physics::E
         GameRenderer& renderer = *Game::renderer;
         computeTexture = std::make_shared<nerox::graphics::ComputeTexture>(&renderer, NoiseSize, NoiseSize,
                                                                            VK_FORMAT_R32G32_SFLOAT, 0);
-        record.textureIndex = renderer.AddTexture(computeTexture, VK_NULL_HANDLE);
+        try {
+            record.textureIndex = renderer.AddTexture(computeTexture, VK_NULL_HANDLE);
+        } catch (std::exception const& error) {
+            // A full table: the trail glows without its noise.
+            std::cerr << "PlasmaTrail: no noise field: " << error.what() << std::endl;
+            record.textureIndex = 0;
+        }
     }
     visible = true;
 }

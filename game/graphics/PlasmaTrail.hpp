@@ -46,10 +46,20 @@ public:
     /// Hands the box, the record and the noise field to the renderer's trash.
     ~PlasmaTrail() override;
 
+    /// What Update makes of a velocity (m/s) in an environment.
+    struct Glow {
+        float heat = 0.0f;   ///< v^2 density / 1e8.
+        float speed = 0.0f;  ///< |v| density^0.2 / 1000.
+        bool active = false; ///< In a gas, with heat or speed above 0.01: the trail shows.
+    };
+    /// The heat and speed of velocity in environment, and whether a trail shows.
+    static Glow Measure(glm::vec3 const& velocity, game::physics::EnvironmentInfo const& environment);
+
     /// Follows the owner's velocity (m/s) and size (metres) in environment: the
     /// trail shows only in a gas (viscosity below 0.0005) where the heat
     /// v^2 density / 1e8 or the speed |v| density^0.2 / 1000 exceeds 0.01. The
-    /// noise field is made at the first update that shows the trail.
+    /// noise field is made at the first update that shows the trail (and left
+    /// out, with a message, when the renderer's texture table is full).
     void Update(glm::vec3 const& velocity, float size, game::physics::EnvironmentInfo const& environment);
 
     /// The trail's record, one, mapped.

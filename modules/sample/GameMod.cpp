@@ -82,8 +82,8 @@ void AskForProbe() {
 }
 
 /// The camera beside the highest probe, looking at the glow above it. Ends the
-/// chase once that probe has been still for three seconds; keeps the player's
-/// camera until the probe shows up.
+/// chase once that probe has been still, or none has shown up, for three
+/// seconds; keeps the player's camera until the probe shows up.
 void ChaseProbe(double dt) {
     game::entity::ClientSideEntity::Ptr probe;
     game::entity::ClientSideEntity::ForEach([&probe](game::entity::ClientSideEntity::Ptr entity) {
@@ -91,12 +91,10 @@ void ChaseProbe(double dt) {
             probe = std::move(entity);
     });
     game::graphics::GameRenderer* renderer = Game::renderer;
-    if (!probe || renderer == nullptr) return FollowWithCamera();
-    probeAtRest = glm::length(probe->linearVelocity) < 1.0 ? probeAtRest + dt : 0.0;
-    if (probeAtRest > 3.0) {
-        chasing = false;
-        return FollowWithCamera();
-    }
+    // Still, or never there (the server could not drop one): back to the player.
+    probeAtRest = !probe || glm::length(probe->linearVelocity) < 1.0 ? probeAtRest + dt : 0.0;
+    if (probeAtRest > 3.0) chasing = false;
+    if (!chasing || !probe || renderer == nullptr) return FollowWithCamera();
     glm::dvec3 eye = probe->position + chaseOffset;
     eye.y = std::max(eye.y, 1.5); // above the ground where it lands
     renderer->cameraPosition = eye;

@@ -349,6 +349,7 @@ void WorldView::WriteFrame(uint32_t slot, glm::dmat4 const& view) {
 void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& view) {
     DrawConstants constants;
     uint64_t const fallbackMaterial = static_cast<uint64_t>(*_fallbackMaterial);
+    _plasmaTrails.clear(); // also after a frame whose recording broke off
     std::shared_lock lock(RenderableInstance::_sharedObjectsMutex);
     for (auto const& slot : RenderableInstance::_sharedObjects) {
         std::shared_ptr<RenderableInstance> const instance = slot.lock();
@@ -523,16 +524,22 @@ void WorldView::DrawPlasma(VkCommandBuffer commandBuffer, glm::dmat4 const& view
 }
 
 VkDescriptorSet WorldView::NoiseSet(std::shared_ptr<nerox::graphics::ComputeTexture> const& field) {
+    uint64_t const frame = _renderer.FrameIndex();
     auto const found = _noiseFields.find(field.get());
-    if (found != _noiseFields.end() && found->second.texture.lock() == field) return found->second.set;
+    if (found != _noiseFields.end() && found->second.texture.lock() == field) {
+        found->second.lastFrame = frame;
+        return found->second.set;
+    }
     nerox::vk::Device& device = _renderer.GetDevice();
     if (found != _noiseFields.end()) { // a new field at a freed one's address
         vkFreeDescriptorSets(device, _noisePool, 1, &found->second.set);
         _noiseFields.erase(found);
     }
-    // Sets of fields that are gone make room; no frame in flight uses them.
+    // Sets of fields that are gone, or were not filled by any frame still in
+    // flight, make room.
     for (auto it = _noiseFields.begin(); it != _noiseFields.end();) {
-        if (!it->second.texture.expired()) {
+        if (!it->second.texture.expired() &&
+            it->second.lastFrame + nerox::graphics::VulkanRenderer::FramesInFlight >= frame) {
             ++it;
             continue;
         }
@@ -553,11 +560,12 @@ VkDescriptorSet WorldView::NoiseSet(std::shared_ptr<nerox::graphics::ComputeText
     write.descriptorType = VK_DESCRIPTOR_TYPE_STORAGE_IMAGE;
     write.pImageInfo = &image;
     vkUpdateDescriptorSets(device, 1, &write, 0, nullptr);
-    _noiseFields[field.get()] = {field, set};
+    _noiseFields[field.get()] = {field, set, frame};
     return set;
 }
 
 void WorldView::FillNoise(VkCommandBuffer commandBuffer) {
+    if (!_textured || !_plasma) return; // nothing samples the fields
     bool any = false;
     double const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
     NoiseConstants constants;

@@ -121,7 +121,8 @@ public:
     /// Lights a frame can hold; more are left out (counted in ViewStats).
     /// The frame's block then fills the 16 KiB of uniform data every device offers.
     static constexpr uint32_t MaxLights = 252;
-    /// Noise fields filled at once; the fields of more trails keep their last content.
+    /// Noise fields filled at once; the fields of more trails keep their last
+    /// content. A field not filled for a few frames gives its place up.
     static constexpr uint32_t MaxNoiseFields = 64;
     /// Folder of the compiled shaders, relative to the working folder.
     static constexpr char const* ShaderFolder = "modules/TESSARA_view/shaders/";
@@ -205,6 +206,7 @@ private:
     struct NoiseField {
         std::weak_ptr<nerox::graphics::ComputeTexture> texture;
         VkDescriptorSet set = VK_NULL_HANDLE;
+        uint64_t lastFrame = 0; ///< The renderer's frame index when it was last filled.
     };
     std::unordered_map<nerox::graphics::ComputeTexture const*, NoiseField> _noiseFields;
     VkDescriptorSetLayout _noiseSetLayout = VK_NULL_HANDLE;

@@ -132,7 +132,7 @@ public:
     void Dispatch(VkCommandBuffer commandBuffer, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ = 1) const;
     /// Work groups of groupSize invocations that cover size invocations.
     static constexpr uint32_t GroupsFor(uint32_t size, uint32_t groupSize) {
-        return size / groupSize + (size % groupSize != 0 ? 1 : 0);
+        return groupSize == 0 ? 0 : size / groupSize + (size % groupSize != 0 ? 1 : 0);
     }
 
 private:

@@ -1,4 +1,6 @@
 // Plasma trails, rasterized: light added along the view ray through the box.
+// The gas inside the box is integrated whole: an object inside the box (the
+// body itself) does not hide the part behind it.
 // The gas is a sheath about the body that narrows into a tail along +y,
 // brightest at the body, stirred by the trail's noise field where the texture
 // table can be read. Each ray is integrated once: at the box's front face, or
@@ -30,7 +32,8 @@ float Stir(vec3 p, float h)
 {
 #ifdef TEXTURED
     if (vTexture != 0u) {
-        vec2 uv = vec2(atan(p.z, p.x) * 0.15915494 + 0.5, h);
+        float around = dot(p.xz, p.xz) > 1e-12 ? atan(p.z, p.x) * 0.15915494 : 0.0; // on the axis: any
+        vec2 uv = vec2(around + 0.5, h);
         vec2 n = texture(textures[nonuniformEXT(vTexture)], uv).rg;
         return 0.4 + 1.2 * n.r * (0.7 + 0.6 * n.g);
     }
@@ -67,5 +70,7 @@ void main()
     float sum = 0.0;
     for (int i = 0; i < Steps; ++i) sum += Density(vEye + d * (start + (float(i) + 0.5) * stepLength));
     float crossed = sum * stepLength / max(vShape.y, 1e-6);
-    outColor = vec4(Encode(vColor * (vShape.z * GlowScale * crossed)), 1.0);
+    // Added to the encoded output as it is, not encoded itself: encoding
+    // would lift a faint glow into a haze over everything behind it.
+    outColor = vec4(clamp(vColor * (vShape.z * GlowScale * crossed), vec3(0.0), vec3(1.0)), 1.0);
 }

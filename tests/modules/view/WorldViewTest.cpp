@@ -370,7 +370,8 @@ TEST_F(WorldViewTest, APlasmaTrailAddsItsGlowOverWhatIsBehindLeavesItTheAimAndSt
         }
         EXPECT_EQ(renderer->aim.Buffer().aimID, wallId) << "one aims through the glow";
     }
-    // The noise field holds values between 0 and 1 that are not all alike.
+    // Where the scene can sample textures the noise field holds values between
+    // 0 and 1 that are not all alike; elsewhere nothing reads it and it stays clear.
     ASSERT_TRUE(trail->computeTexture);
     std::string const path = scratch.File("noise.hdr");
     ASSERT_TRUE(renderer->SaveImage(trail->computeTexture->GetImage(), {0, 0}, {256, 256}, VK_FORMAT_R32G32_SFLOAT,
@@ -382,7 +383,12 @@ TEST_F(WorldViewTest, APlasmaTrailAddsItsGlowOverWhatIsBehindLeavesItTheAimAndSt
     for (size_t i = 0; i < count; i += 4) lowest = std::min(lowest, values[i]), highest = std::max(highest, values[i]);
     EXPECT_GE(lowest, 0.0f);
     EXPECT_LE(highest, 1.0f);
-    EXPECT_GT(highest - lowest, 0.3f) << "a field, not a constant";
+    auto const& features = renderer->GetDevice().EnabledFeatures().vulkan12; // what the view needs to sample
+    if (features.runtimeDescriptorArray && features.shaderSampledImageArrayNonUniformIndexing &&
+        features.descriptorBindingPartiallyBound)
+        EXPECT_GT(highest - lowest, 0.3f) << "a field, not a constant";
+    else
+        EXPECT_EQ(highest, 0.0f) << "no work for a field nothing reads";
 }
 
 } // namespace
