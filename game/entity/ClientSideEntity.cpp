@@ -263,8 +263,8 @@ void ClientSideEntity::UpdatePlasma(glm::dmat4 const& placed) {
     };
     auto const environment = Game::_environmentFunctions.find(Game::parentEnvironmentId);
     glm::dvec3 const where(placed[3]);
-    if (Game::parentEnvironmentId == 0 || environment == Game::_environmentFunctions.end() || !environment->second ||
-        glm::distance(where, renderer->cameraPosition) > PlasmaDistance)
+    if (!visible || Game::parentEnvironmentId == 0 || environment == Game::_environmentFunctions.end() ||
+        !environment->second || glm::distance(where, renderer->cameraPosition) > PlasmaDistance)
         return hide();
     // Below 1 m/s nothing glows in any gas: skip asking the environment.
     double const speed = glm::length(linearVelocity);

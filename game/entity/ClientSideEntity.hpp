@@ -143,8 +143,8 @@ private:
     void ReloadMeshOnKey();
     /// Hands an instance or light to the renderer's trash (a frame may read it).
     static void Retire(std::shared_ptr<void> object);
-    /// The plasma step: with a renderer and the player's environment known, an
-    /// entity within PlasmaDistance of the camera that moves gets (or keeps) a
+    /// The plasma step: with a renderer and the player's environment known, a
+    /// shown entity within PlasmaDistance of the camera that moves gets (or keeps) a
     /// trail at placed, pointing away from its motion, fed with the medium there.
     void UpdatePlasma(glm::dmat4 const& placed);
 

@@ -46,6 +46,7 @@ bool probeKeyWasDown = false;  // P, at the last input pass.
 bool chasing = false;          // The camera rides with the falling probe.
 double probeAtRest = 0.0;      // Seconds the chased probe has been still.
 double probesAsked = 0.0;      // Probes asked of the server so far.
+game::entity::Id chasedProbe;  // The probe the camera rides with, once it has shown up.
 
 /// Where the chase camera rides, from the probe: beside it and a little below,
 /// so that the glow trailing above it stands against the sky.
@@ -79,17 +80,22 @@ void AskForProbe() {
     Game::SetIMC(sample::probeXKey, ahead.x);
     Game::SetIMC(sample::probeZKey, ahead.z);
     Game::SetIMC(sample::probeRequestsKey, probesAsked += 1.0);
+    chasedProbe = {};
 }
 
 /// The camera beside the highest probe, looking at the glow above it. Ends the
 /// chase once that probe has been still, or none has shown up, for three
 /// seconds; keeps the player's camera until the probe shows up.
 void ChaseProbe(double dt) {
-    game::entity::ClientSideEntity::Ptr probe;
-    game::entity::ClientSideEntity::ForEach([&probe](game::entity::ClientSideEntity::Ptr entity) {
-        if (entity->itemType == sample::probeType && (!probe || entity->position.y > probe->position.y))
-            probe = std::move(entity);
-    });
+    using game::entity::ClientSideEntity;
+    ClientSideEntity::Ptr probe = chasedProbe.IsSet() ? ClientSideEntity::Get(chasedProbe) : nullptr;
+    if (!probe) { // look for it among all entities only until it shows up
+        ClientSideEntity::ForEach([&probe](ClientSideEntity::Ptr entity) {
+            if (entity->itemType == sample::probeType && (!probe || entity->position.y > probe->position.y))
+                probe = std::move(entity);
+        });
+        if (probe) chasedProbe = probe->GetID();
+    }
     game::graphics::GameRenderer* renderer = Game::renderer;
     // Still, or never there (the server could not drop one): back to the player.
     probeAtRest = !probe || glm::length(probe->linearVelocity) < 1.0 ? probeAtRest + dt : 0.0;

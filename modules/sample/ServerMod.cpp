@@ -157,7 +157,8 @@ void Server_Serialize() {
 // Drops the probes the client asked for since the last tick.
 void Server_BeforeUpdate(double deltaTime) {
     simulatedSeconds += deltaTime;
-    double const asked = Game::GetNumericIMC(sample::probeRequestsKey, 0.0);
+    static std::string const requestsKey(sample::probeRequestsKey); // made once, not every tick
+    double const asked = Game::GetNumericIMC(requestsKey, 0.0);
     for (; probesDropped < asked; probesDropped += 1.0)
         DropProbe(Game::GetNumericIMC(sample::probeXKey, 0.0), Game::GetNumericIMC(sample::probeZKey, 0.0));
 }
