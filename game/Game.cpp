@@ -1,6 +1,7 @@
 #include "game/Game.hpp"
 
 #include "game/GameSettings.hpp"
+#include "game/NeroxScreen.hpp"
 #include "game/Options.hpp"
 #include "game/audio/EnvironmentAudio.hpp"
 #include "game/entity/ClientSideEntity.hpp"
@@ -125,6 +126,7 @@ double SystemClockSeconds() {
 
 void Game::Start() {
     environmentAudio = std::make_unique<game::audio::EnvironmentAudio>();
+    game::NeroxScreen::compressThreadPool.RunThreads(1); // screens compress their images off their threads
     GAME_Mod::ForEachModule([](GAME_Mod::Ptr& mod) {
         if (mod->Game_Start) mod->Game_Start();
     });
@@ -349,6 +351,7 @@ void Game::Stop() {
     game::input::Controller::Reset();
 
     config.Clear();
+    game::NeroxScreen::compressThreadPool.Shutdown(); // the screens are gone with their entities
 
     settingsWindowOpen = false;
     adminWindowOpen = false;
