@@ -36,9 +36,9 @@ nerox::vk::PhysicalDevice::Features GameFeatures(nerox::vk::PhysicalDevice::Feat
     nerox::vk::PhysicalDevice::Features features = host;
     features.core.vertexPipelineStoresAndAtomics = VK_TRUE;
     features.core.fragmentStoresAndAtomics = VK_TRUE;
-    features.core.largePoints = VK_TRUE; // the crosshair is one point sprite
+    features.core.largePoints = VK_TRUE;      // the crosshair is one point sprite
     features.core.independentBlend = VK_TRUE; // glows blend their colour, not the aim ids beside it
-    features.core.shaderInt64 = VK_TRUE; // device addresses in shaders
+    features.core.shaderInt64 = VK_TRUE;      // device addresses in shaders
     // The world is drawn from records found by device address, ray-traced where
     // the device can and rasterized everywhere else: ask for both; the device
     // leaves out what it lacks.
@@ -383,6 +383,11 @@ void GameRenderer::FrameBeforeRender() {
 }
 void GameRenderer::FrameAfterRender() {
     CallSorted("render", &GameModHooks::Renderer_FrameAfterRender);
+}
+
+void GameRenderer::SchedulePush(std::shared_ptr<nerox::graphics::Texture> texture) {
+    std::lock_guard lock(pushTexturesMutex);
+    pushTextures.push_back(std::move(texture));
 }
 
 void GameRenderer::FramePushCommands(VkCommandBuffer commandBuffer) {

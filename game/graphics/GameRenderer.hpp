@@ -106,6 +106,9 @@ public:
     /// Keeps object alive until the device can no longer use it: it is
     /// released by the second CollectTrash after this call.
     void Trash(std::shared_ptr<void> object);
+    /// Puts texture on the push list: its Push is recorded in the next frame's
+    /// push stage. Any thread. The schedule function of a DynamicAsyncTexture.
+    void SchedulePush(std::shared_ptr<nerox::graphics::Texture> texture);
     /// Releases the older generation of trash; the newer one becomes the older.
     /// Once per frame, by FrameCollectGarbage. Collections run on one thread at a
     /// time and not from a destructor that a collection runs; Trash may be

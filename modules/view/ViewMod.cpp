@@ -21,7 +21,7 @@ void Renderer_StartRendering() {
     try {
         worldView = std::make_unique<view::WorldView>(*Game::renderer);
         std::printf("[view] drawing the world by rasterization%s\n",
-                    worldView->Textured() ? "" : " (this device cannot index textures: they show plain colours)");
+                    worldView->Textured() ? "" : " (this device cannot index textures: base colour textures show plain colours)");
     } catch (std::exception const& error) {
         std::printf("[view] cannot draw the world on this device: %s\n", error.what());
     }

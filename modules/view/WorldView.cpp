@@ -6,6 +6,7 @@
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/ScopeGuard.hpp"
 #include "nerox/graphics/ComputeTexture.hpp"
+#include "nerox/graphics/ImageTexture.hpp"
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/Check.hpp"
 #include "nerox/vk/Image.hpp"
@@ -114,15 +115,17 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
     if (!missing.empty()) throw std::runtime_error("the device lacks " + missing);
     nerox::vk::Device& device = renderer.GetDevice();
     nerox::OnFailure undo([this] {
+        DestroyScreenSets();
         DestroyNoisePass();
         DestroyFrameBlocks();
     });
     CreateFrameBlocks();
     CreateNoisePass();
+    CreateScreenSets();
     // Set 0 is the texture table (only the textured shaders read it), set 1 the frame block.
     _layout = std::make_unique<nerox::vk::PipelineLayout>(
         device,
-        std::vector<VkDescriptorSetLayout>{_textured ? renderer.MainDescriptorSetLayout() : _emptySetLayout,
+        std::vector<VkDescriptorSetLayout>{_textured ? renderer.MainDescriptorSetLayout() : _screenSetLayout,
                                            _frameSetLayout},
         std::vector<VkPushConstantRange>{{DrawStages, 0, sizeof(DrawConstants)}}, "World view");
     _fallbackMaterial = std::make_unique<nerox::vk::MappedBuffer<RenderableData, 8, 1024>>(
@@ -138,6 +141,7 @@ WorldView::WorldView(GameRenderer& renderer) : _renderer(renderer), _textured(Ca
 WorldView::~WorldView() {
     // Frames in flight may still read the buffers and draw with the pipelines.
     _renderer.GetDevice().WaitIdle();
+    DestroyScreenSets();
     DestroyNoisePass();
     DestroyFrameBlocks();
 }
@@ -186,8 +190,6 @@ void WorldView::CreateFrameBlocks() {
         nerox::vk::MemoryUsage::CpuToGpu, nerox::vk::AllocationMapped | nerox::vk::AllocationHostAccessSequentialWrite,
         "World view frames", alignment);
 
-    VkDescriptorSetLayoutCreateInfo empty{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
-    NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &empty, nullptr, &_emptySetLayout));
     VkDescriptorSetLayoutBinding binding{0, VK_DESCRIPTOR_TYPE_UNIFORM_BUFFER_DYNAMIC, 1, DrawStages, nullptr};
     VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
     layout.bindingCount = 1;
@@ -217,9 +219,8 @@ void WorldView::DestroyFrameBlocks() {
     VkDevice const device = _renderer.GetDevice();
     vkDestroyDescriptorPool(device, _framePool, nullptr); // with its set
     vkDestroyDescriptorSetLayout(device, _frameSetLayout, nullptr);
-    vkDestroyDescriptorSetLayout(device, _emptySetLayout, nullptr);
     _framePool = VK_NULL_HANDLE;
-    _frameSetLayout = _emptySetLayout = VK_NULL_HANDLE;
+    _frameSetLayout = VK_NULL_HANDLE;
     _frameSet = VK_NULL_HANDLE;
     _frameBlocks.reset();
 }
@@ -377,6 +378,7 @@ void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& v
                 ? instance->renderableDataAddress + i * sizeof(RenderableData)
                 : fallbackMaterial;
             constants.flags = FlagsOf(*geometry);
+            constants.screen = !_textured && i < records ? ScreenSlot((*instance->renderableData)[i].monitorIndex) : 0;
             constants.aimID = instance->aimID;
             constants.vertexCount = geometry->indexMode == 0 ? 0 : static_cast<uint32_t>(geometry->GetPrimitiveCount());
             vkCmdPushConstants(commandBuffer, *_layout, DrawStages, 0, sizeof constants, &constants);
@@ -480,11 +482,12 @@ void WorldView::Record(VkCommandBuffer commandBuffer) {
     VkRect2D const scissor{{0, 0}, extent};
     vkCmdSetViewport(commandBuffer, 0, 1, &viewport);
     vkCmdSetScissor(commandBuffer, 0, 1, &scissor);
-    VkDescriptorSet const set = _renderer.MainDescriptorSet();
     // Only the textured shaders use the texture table; on a device without
-    // descriptor indexing its unwritten entries must not be bound at all.
-    if (_textured)
-        vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 0, 1, &set, 0, nullptr);
+    // descriptor indexing its unwritten entries must not be bound at all, and
+    // the screens drawn get samplers of their own.
+    if (!_textured) PrepareScreens(slot);
+    VkDescriptorSet const set = _textured ? _renderer.MainDescriptorSet() : _screenSets[slot];
+    vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 0, 1, &set, 0, nullptr);
     uint32_t const offset = static_cast<uint32_t>(_frameSlice * slot);
     vkCmdBindDescriptorSets(commandBuffer, VK_PIPELINE_BIND_POINT_GRAPHICS, *_layout, 1, 1, &_frameSet, 1, &offset);
 
@@ -592,6 +595,95 @@ void WorldView::FillNoise(VkCommandBuffer commandBuffer) {
     if (any)
         Barrier(commandBuffer, VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT, VK_ACCESS_SHADER_WRITE_BIT,
                 VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT, VK_ACCESS_SHADER_READ_BIT);
+}
+
+} // namespace view
+
+namespace view {
+
+void WorldView::CreateScreenSets() {
+    nerox::vk::Device& device = _renderer.GetDevice();
+    VkDescriptorSetLayoutBinding const binding{0, VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, MaxScreens,
+                                               VK_SHADER_STAGE_FRAGMENT_BIT, nullptr};
+    VkDescriptorSetLayoutCreateInfo layout{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO};
+    layout.bindingCount = 1;
+    layout.pBindings = &binding;
+    NEROX_VK_CHECK(vkCreateDescriptorSetLayout(device, &layout, nullptr, &_screenSetLayout));
+    uint32_t const sets = nerox::graphics::VulkanRenderer::FramesInFlight;
+    VkDescriptorPoolSize const size{VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER, MaxScreens * sets};
+    VkDescriptorPoolCreateInfo pool{VK_STRUCTURE_TYPE_DESCRIPTOR_POOL_CREATE_INFO};
+    pool.maxSets = sets;
+    pool.poolSizeCount = 1;
+    pool.pPoolSizes = &size;
+    NEROX_VK_CHECK(vkCreateDescriptorPool(device, &pool, nullptr, &_screenPool));
+    std::vector<VkDescriptorSetLayout> const layouts(sets, _screenSetLayout);
+    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
+    allocate.descriptorPool = _screenPool;
+    allocate.descriptorSetCount = sets;
+    allocate.pSetLayouts = layouts.data();
+    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, _screenSets.data()));
+    // Every slot needs a valid image (the device may lack partially bound sets): a black pixel.
+    uint32_t const black = 0xFF000000u;
+    _blankScreen = std::make_shared<nerox::graphics::ImageTexture>(device, 1, 1, VK_FORMAT_R8G8B8A8_UNORM, &black,
+                                                                   sizeof black, "World view blank screen");
+    for (uint32_t set = 0; set < sets; ++set) {
+        _screenTextures[set].fill(nullptr); // written on first use
+        PrepareScreens(set);
+    }
+}
+
+void WorldView::DestroyScreenSets() {
+    vkDestroyDescriptorPool(_renderer.GetDevice(), _screenPool, nullptr); // with its sets
+    vkDestroyDescriptorSetLayout(_renderer.GetDevice(), _screenSetLayout, nullptr);
+    _screenPool = VK_NULL_HANDLE;
+    _screenSetLayout = VK_NULL_HANDLE;
+    _screenSets.fill(VK_NULL_HANDLE);
+    for (auto& textures : _screenTextures) textures.fill(nullptr);
+    _blankScreen.reset();
+}
+
+void WorldView::PrepareScreens(uint32_t slot) {
+    _screenIndices.fill(0);
+    uint32_t found = 0;
+    {
+        std::shared_lock lock(RenderableInstance::_sharedObjectsMutex);
+        for (auto const& entry : RenderableInstance::_sharedObjects) {
+            std::shared_ptr<RenderableInstance> const instance = entry.lock();
+            if (!instance || !instance->enabled || !instance->visible || !instance->renderableData ||
+                (instance->rayMask & PlasmaMask))
+                continue;
+            size_t const records = std::min(instance->renderableData->Count(), instance->geometries.size());
+            for (size_t i = 0; i < records && found < MaxScreens; ++i) {
+                uint32_t const index = (*instance->renderableData)[i].monitorIndex;
+                if (index != 0 && ScreenSlot(index) == 0) _screenIndices[found++] = index;
+            }
+        }
+    }
+    // The set of this slot was last used by the frame FramesInFlight ago, which is done.
+    std::array<VkDescriptorImageInfo, MaxScreens> images{};
+    bool changed = false;
+    for (uint32_t i = 0; i < MaxScreens; ++i) {
+        std::shared_ptr<nerox::graphics::Texture> texture =
+            _screenIndices[i] != 0 ? _renderer.GetTexture(_screenIndices[i]) : nullptr;
+        if (!texture || texture->GetImageView() == VK_NULL_HANDLE) texture = _blankScreen;
+        changed = changed || texture != _screenTextures[slot][i];
+        images[i] = {_renderer.DefaultSampler(), texture->GetImageView(), texture->GetImageLayout()};
+        _screenTextures[slot][i] = std::move(texture);
+    }
+    if (!changed) return;
+    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
+    write.dstSet = _screenSets[slot];
+    write.descriptorCount = MaxScreens;
+    write.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+    write.pImageInfo = images.data();
+    vkUpdateDescriptorSets(_renderer.GetDevice(), 1, &write, 0, nullptr);
+}
+
+uint32_t WorldView::ScreenSlot(uint32_t monitorIndex) const {
+    if (monitorIndex == 0) return 0;
+    for (uint32_t i = 0; i < MaxScreens; ++i)
+        if (_screenIndices[i] == monitorIndex) return i + 1;
+    return 0;
 }
 
 } // namespace view

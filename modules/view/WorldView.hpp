@@ -39,6 +39,7 @@ struct RenderableData;
 } // namespace game::graphics
 namespace nerox::graphics {
 class ComputeTexture;
+class Texture;
 } // namespace nerox::graphics
 namespace nerox::vk {
 class Buffer;
@@ -91,7 +92,7 @@ struct DrawConstants {
     uint64_t texCoords = 0;    ///< Two floats a vertex; 0 without.
     uint64_t material = 0;     ///< The geometry's RenderableData record.
     uint32_t aimID = 0;        ///< The instance's aim id, written to the aim target.
-    uint32_t reserved = 0;     ///< Zero.
+    uint32_t screen = 0;       ///< Without the texture table: the screen's slot (1 to MaxScreens), 0 for none.
     uint32_t flags = 0;        ///< Index mode, the attributes present, the texture index from bit 8.
     uint32_t vertexCount = 0;  ///< Vertices of the geometry: indices at or past it draw nothing.
 };
@@ -124,6 +125,9 @@ public:
     /// Noise fields filled at once; the fields of more trails keep their last
     /// content. A field not filled for a few frames gives its place up.
     static constexpr uint32_t MaxNoiseFields = 64;
+    /// Screens a frame shows on a device that cannot index the texture table:
+    /// each has a sampler of its own there. Further screens show their emission.
+    static constexpr uint32_t MaxScreens = 4;
     /// Folder of the compiled shaders, relative to the working folder.
     static constexpr char const* ShaderFolder = "modules/TESSARA_view/shaders/";
 
@@ -138,8 +142,8 @@ public:
     /// What the device lacks for this path, or empty when it has everything.
     static std::string MissingFeatures(game::graphics::GameRenderer const& renderer);
     /// Whether the device can index the texture table in shaders (descriptor
-    /// indexing). Without, base colour textures and screens show their plain
-    /// colours and emission.
+    /// indexing). Without, base colour textures show their plain colours, and
+    /// screens (up to MaxScreens a frame) are bound one by one.
     static bool CanSampleTextures(game::graphics::GameRenderer const& renderer);
     /// Whether this view samples textures.
     bool Textured() const { return _textured; }
@@ -171,6 +175,12 @@ private:
     void DrawPlasma(VkCommandBuffer commandBuffer, glm::dmat4 const& view);
     void FillNoise(VkCommandBuffer commandBuffer);
     VkDescriptorSet NoiseSet(std::shared_ptr<nerox::graphics::ComputeTexture> const& field);
+    void CreateScreenSets();
+    void DestroyScreenSets();
+    /// Finds the screens of this frame's instances and writes the frame slot's screen set.
+    void PrepareScreens(uint32_t slot);
+    /// The slot of a screen's texture in this frame, 0 when it has none.
+    uint32_t ScreenSlot(uint32_t monitorIndex) const;
 
     game::graphics::GameRenderer& _renderer;
     bool _textured;
@@ -192,7 +202,6 @@ private:
     // The frame blocks, one slice per frame in flight, and their descriptor set.
     std::unique_ptr<nerox::vk::Buffer> _frameBlocks;
     VkDeviceSize _frameSlice = 0;
-    VkDescriptorSetLayout _emptySetLayout = VK_NULL_HANDLE;
     VkDescriptorSetLayout _frameSetLayout = VK_NULL_HANDLE;
     VkDescriptorPool _framePool = VK_NULL_HANDLE;
     VkDescriptorSet _frameSet = VK_NULL_HANDLE;
@@ -213,6 +222,15 @@ private:
     VkDescriptorPool _noisePool = VK_NULL_HANDLE;
     std::unique_ptr<nerox::vk::PipelineLayout> _noiseLayout;
     std::unique_ptr<nerox::vk::ComputePipeline> _noise;
+    // Screens without the texture table: set 0 of the pipelines holds MaxScreens
+    // samplers, one set per frame slot; the textures each set shows (kept
+    // alive while its frame may run), and this frame's monitor index per slot.
+    VkDescriptorSetLayout _screenSetLayout = VK_NULL_HANDLE;
+    VkDescriptorPool _screenPool = VK_NULL_HANDLE;
+    std::array<VkDescriptorSet, MaxFrameSlots> _screenSets{};
+    std::array<std::array<std::shared_ptr<nerox::graphics::Texture>, MaxScreens>, MaxFrameSlots> _screenTextures{};
+    std::array<uint32_t, MaxScreens> _screenIndices{};
+    std::shared_ptr<nerox::graphics::Texture> _blankScreen; // in every slot without a screen
     std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
 };
 

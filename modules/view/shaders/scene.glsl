@@ -62,7 +62,7 @@ layout(push_constant, scalar) uniform Draw {
     uint64_t texCoords;
     Material material;
     uint aimID;         // the instance's, written to the aim target
-    uint reserved;
+    uint screen;        // without the texture table: the screen's slot, 1 to MaxScreens; 0 for none
     uint flags;
     uint vertexCount;   // vertices of the geometry: larger indices draw nothing
 } draw;

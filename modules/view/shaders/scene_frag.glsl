@@ -8,6 +8,21 @@
 #ifdef TEXTURED
 #extension GL_EXT_nonuniform_qualifier : require
 layout(set = 0, binding = 0) uniform sampler2D textures[];
+#else
+// Screens one by one (WorldView::MaxScreens), picked by the draw's slot. Each
+// access has a constant index: such devices cannot index sampler arrays.
+layout(set = 0, binding = 0) uniform sampler2D screens[4];
+
+vec3 Screen(uint slot, vec2 uv)
+{
+    switch (slot) {
+    case 1u: return texture(screens[0], uv).rgb;
+    case 2u: return texture(screens[1], uv).rgb;
+    case 3u: return texture(screens[2], uv).rgb;
+    case 4u: return texture(screens[3], uv).rgb;
+    }
+    return vec3(1.0);
+}
 #endif
 
 layout(location = 0) in vec3 vPosition;
@@ -80,6 +95,8 @@ void main()
     vec3 emission = vEmission.rgb;
 #ifdef TEXTURED
     if (vMonitor != 0u) emission *= texture(textures[nonuniformEXT(vMonitor)], vTexCoord).rgb;
+#else
+    if (draw.screen != 0u) emission *= Screen(draw.screen, vTexCoord);
 #endif
     vec3 color = emission + albedo * light;
     outColor = vec4(Encode(color), 1.0);

@@ -9,6 +9,7 @@
 #include "game/graphics/PlasmaTrail.hpp"
 #include "game/physics/EnvironmentInfo.hpp"
 #include "nerox/graphics/ComputeTexture.hpp"
+#include "nerox/graphics/DynamicAsyncTexture.hpp"
 #include "game/graphics/RenderableInstance.hpp"
 #include "nerox/graphics/Texture.hpp"
 
@@ -244,6 +245,27 @@ TEST_F(WorldViewTest, EachIndexModeDrawsTheSameSquareAndBadIndicesDrawNothing) {
         EXPECT_EQ(Hue(At(frame, Width / 2 + 6, Height / 2 + 6)), 'r') << c.name;
         EXPECT_EQ(Hue(At(frame, Width / 2 - 6, Height / 2 - 6)), c.badIndex ? '-' : 'r') << c.name;
     }
+}
+
+TEST_F(WorldViewTest, AScreenShowsItsTextureTimesItsEmissionAndWithoutOneItsEmission) {
+    // Two pixels, red and green, on a wall with texture coordinates, as a
+    // monitor's image reaches the texture table.
+    auto screen = std::make_shared<nerox::graphics::DynamicAsyncTexture>(
+        renderer.get(), 2, 1, [this](std::shared_ptr<nerox::graphics::Texture> t) { renderer->SchedulePush(t); });
+    uint32_t const image[] = {0xFF0000FF, 0xFF00FF00};
+    ASSERT_TRUE(screen->Load(image, sizeof image));
+    uint32_t const index = renderer->AddTexture(nerox::graphics::TextureRef(screen));
+    auto wall = Wall(-3.0f, 1.0f, {0, 0, 0, 1});
+    nerox::vk::MappedBuffer<glm::vec2> uv(renderer->GetDevice(), 4, VK_BUFFER_USAGE_STORAGE_BUFFER_BIT, "uv");
+    uv[0] = {0, 1}, uv[1] = {1, 1}, uv[2] = {1, 0}, uv[3] = {0, 0};
+    wall->geometries[0]->texCoord0Addr = static_cast<uint64_t>(uv);
+    ASSERT_TRUE(wall->SetMonitorTexture("wall", index, glm::vec3(1.0f)));
+    std::vector<Pixel> frame = Shoot();
+    EXPECT_EQ(Hue(At(frame, Width / 2 - 4, Height / 2)), 'r') << At(frame, Width / 2 - 4, Height / 2);
+    EXPECT_EQ(Hue(At(frame, Width / 2 + 4, Height / 2)), 'g') << At(frame, Width / 2 + 4, Height / 2);
+    ASSERT_TRUE(wall->SetMonitorTexture("wall", 0, glm::vec3(1.0f)));
+    frame = Shoot();
+    EXPECT_GT(std::min({At(frame, Width / 2 - 4, Height / 2).r, At(frame, Width / 2 + 4, Height / 2).g}), 200);
 }
 
 TEST_F(WorldViewTest, FarFromTheOriginTheCameraStillSeesWhatIsBeforeIt) {

@@ -3,6 +3,7 @@
 
 #include "nerox/VulkanEngine.hpp"
 #include "nerox/graphics/ComputeTexture.hpp"
+#include "nerox/graphics/DynamicAsyncTexture.hpp"
 #include "nerox/vk/Buffer.hpp"
 #include "nerox/vk/CommandBuffer.hpp"
 #include "nerox/vk/Device.hpp"
@@ -384,6 +385,44 @@ TEST_F(VkCompute, WhatADispatchWritesToAComputeTextureIsSampledByTheNextSubmissi
     }
     vkDestroyDescriptorPool(Dev(), pool, nullptr);
     vkDestroyDescriptorSetLayout(Dev(), setLayout, nullptr);
+}
+
+TEST_F(VkCompute, ADynamicTextureUploadsOnlyTheNewestFrameOncePerPush) {
+    using nerox::graphics::DynamicAsyncTexture;
+    std::vector<std::shared_ptr<nerox::graphics::Texture>> pushList;
+    auto texture = std::make_shared<DynamicAsyncTexture>(
+        engine.get(), 3, 2, [&pushList](std::shared_ptr<nerox::graphics::Texture> t) { pushList.push_back(t); });
+    std::vector<uint32_t> older(6, 0xFF0000FF), newer{1, 2, 3, 4, 5, 6};
+    EXPECT_TRUE(texture->Load(older.data(), 24));
+    EXPECT_TRUE(texture->Load(newer.data(), 24));
+    EXPECT_FALSE(texture->Load(newer.data(), 20)); // not a frame of this size
+    ASSERT_EQ(pushList.size(), 1u);                // one push for both frames
+    MappedBuffer<uint32_t, 4, 0x800> shown(Dev(), 6, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "shown");
+    auto pushAndRead = [&] {
+        return CommandBuffer::Run(
+            Dev(), Dev().GraphicsQueue(),
+            [&](VkCommandBuffer commands) {
+                texture->Push(commands);
+                texture->GetImage().Transition(commands, texture->GetImageLayout(),
+                                               VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+                VkBufferImageCopy copy{};
+                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+                copy.imageExtent = {3, 2, 1};
+                vkCmdCopyImageToBuffer(commands, texture->GetImage(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, shown, 1,
+                                       &copy);
+                texture->GetImage().Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
+                                               texture->GetImageLayout());
+            },
+            "push");
+    };
+    ASSERT_TRUE(pushAndRead());
+    EXPECT_EQ(std::vector<uint32_t>(shown.Data(), shown.Data() + 6), newer);
+    ASSERT_TRUE(pushAndRead()); // nothing new: no upload
+    EXPECT_EQ(texture->Uploads(), 1u);
+    EXPECT_TRUE(texture->Load(older.data(), 24)); // after the push, the next frame asks again
+    EXPECT_EQ(pushList.size(), 2u);
+    ASSERT_TRUE(pushAndRead());
+    EXPECT_EQ(std::vector<uint32_t>(shown.Data(), shown.Data() + 6), older);
 }
 
 using VkComputeDeathTest = VkTest;

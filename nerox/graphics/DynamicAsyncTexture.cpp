@@ -1,0 +1,93 @@
+#include "nerox/graphics/DynamicAsyncTexture.hpp"
+
+#include "nerox/graphics/VulkanRenderer.hpp"
+#include "nerox/vk/CommandBuffer.hpp"
+
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+
+namespace nerox::graphics {
+
+namespace {
+
+vk::Device& CheckedDevice(nerox::VulkanEngine* engine, unsigned int width, unsigned int height,
+                          std::string const& name) {
+    if (engine == nullptr) throw std::runtime_error(name + ": no engine");
+    if (width == 0 || height == 0) throw std::runtime_error(name + ": empty size");
+    return engine->GetDevice();
+}
+
+} // namespace
+
+DynamicAsyncTexture::DynamicAsyncTexture(nerox::VulkanEngine* engine, unsigned int width, unsigned int height,
+                                         Schedule schedule, std::string name)
+    : _name(std::move(name)), _schedule(std::move(schedule)),
+      _image(CheckedDevice(engine, width, height, _name), width, height, VK_FORMAT_R8G8B8A8_UNORM,
+             VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT, _name) {
+    vk::Device& device = engine->GetDevice();
+    for (uint32_t i = 0; i < VulkanRenderer::FramesInFlight; ++i)
+        _staging.push_back(std::make_unique<Staging>(device, Bytes(), VK_BUFFER_USAGE_TRANSFER_SRC_BIT,
+                                                     _name + " upload " + std::to_string(i), 16));
+    _pending.resize(Bytes());
+    vk::CommandBuffer::Run(
+        device, device.GraphicsQueue(),
+        [this](VkCommandBuffer commands) {
+            _image.Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
+            VkClearColorValue const clear{};
+            VkImageSubresourceRange const all{VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
+            vkCmdClearColorImage(commands, _image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, &clear, 1, &all);
+            _image.Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
+        },
+        "clear " + _name);
+}
+
+DynamicAsyncTexture::~DynamicAsyncTexture() = default;
+
+bool DynamicAsyncTexture::Load(void const* data, size_t size) {
+    if (data == nullptr || size != Bytes()) {
+        std::cerr << _name << ": a frame of " << size << " bytes is not one of " << Width() << "x" << Height()
+                  << " RGBA pixels (" << Bytes() << " bytes); kept the last one" << std::endl;
+        return false;
+    }
+    bool schedule = false;
+    {
+        std::lock_guard lock(_mutex);
+        std::memcpy(_pending.data(), data, size);
+        _fresh = true;
+        schedule = !_scheduled && _schedule;
+        _scheduled = _scheduled || schedule;
+    }
+    if (schedule) {
+        std::shared_ptr<DynamicAsyncTexture> self = weak_from_this().lock();
+        if (self) {
+            _schedule(std::move(self));
+        } else {
+            std::lock_guard lock(_mutex);
+            _scheduled = false; // not owned by a shared pointer (yet): nothing can hold it on a list
+        }
+    }
+    return true;
+}
+
+void DynamicAsyncTexture::Push(VkCommandBuffer commandBuffer) {
+    Staging& staging = *_staging[_nextStaging];
+    {
+        std::lock_guard lock(_mutex);
+        _scheduled = false;
+        if (!_fresh) return;
+        _fresh = false;
+        std::memcpy(staging.Data(), _pending.data(), _pending.size());
+    }
+    _nextStaging = (_nextStaging + 1) % _staging.size();
+    ++_uploads;
+    // What earlier frames sampled, they have sampled before the copy overwrites it.
+    _image.Transition(commandBuffer, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
+    VkBufferImageCopy copy{};
+    copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
+    copy.imageExtent = {Width(), Height(), 1};
+    vkCmdCopyBufferToImage(commandBuffer, staging, _image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, 1, &copy);
+    _image.Transition(commandBuffer, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
+}
+
+} // namespace nerox::graphics
