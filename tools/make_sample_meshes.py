@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Writes the sample meshes as glTF 2.0 (JSON with an external .bin): the crate,
-the rover and the probe of modules/sample and the ground of modules/planet. Game axes:
-metres, y up, x forward, z to the right. Each primitive has positions, normals,
-vertex colours (4 bytes) and 16-bit indices, and a named material.
+the rover, the probe and the monitor of modules/sample and the ground of modules/planet.
+Game axes: metres, y up, x forward, z to the right. Each primitive has positions, normals,
+vertex colours (4 bytes) and 16-bit indices, and a named material; the monitor's screen
+also has texture coordinates.
 
 Run from the repository root: python3 tools/make_sample_meshes.py
 The files it writes are committed; run it again after changing it."""
@@ -15,15 +16,18 @@ from pathlib import Path
 class Primitive:
     def __init__(self, material):
         self.material = material
-        self.positions, self.normals, self.colors, self.indices = [], [], [], []
+        self.positions, self.normals, self.colors, self.indices, self.uvs = [], [], [], [], []
 
-    def quad(self, corners, normal, color):
-        """Two triangles over four corners given counter-clockwise from the normal's side."""
+    def quad(self, corners, normal, color, uvs=None):
+        """Two triangles over four corners given counter-clockwise from the normal's side;
+        uvs, when given, are the corners' texture coordinates."""
         base = len(self.positions)
-        for corner in corners:
+        for i, corner in enumerate(corners):
             self.positions.append(corner)
             self.normals.append(normal)
             self.colors.append(color)
+            if uvs:
+                self.uvs.append(uvs[i])
         self.indices += [base, base + 1, base + 2, base, base + 2, base + 3]
 
     def box(self, lo, hi, color, shade=True):
@@ -106,6 +110,10 @@ def write(path, nodes, materials):
                 "COLOR_0": add(bytes(c for rgb in p.colors for c in (*rgb, 255)), 5121, "VEC4", len(p.colors), 34962,
                                {"normalized": True}),
             }
+            if p.uvs:
+                assert len(p.uvs) == len(p.positions)
+                attributes["TEXCOORD_0"] = add(struct.pack(f"<{2 * len(p.uvs)}f", *[c for uv in p.uvs for c in uv]),
+                                               5126, "VEC2", len(p.uvs), 34962)
             indices = add(struct.pack(f"<{len(p.indices)}H", *p.indices), 5123, "SCALAR", len(p.indices), 34963)
             gltf_primitives.append({"attributes": attributes, "indices": indices, "material": names.index(p.material)})
         meshes.append({"name": name, "primitives": gltf_primitives})
@@ -176,6 +184,22 @@ def probe():
     }
 
 
+def monitor():
+    """A screen on a stand, 1.2 m by 0.8 m, facing x; texture coordinates put the image's
+    first row at the top and its first column on the viewer's left (+z)."""
+    stand = Primitive("stand")
+    stand.box((-0.3, 0.0, -0.3), (0.3, 0.05, 0.3), (255, 255, 255))    # the foot
+    stand.box((-0.1, 0.05, -0.05), (-0.02, 0.9, 0.05), (255, 255, 255))  # the post
+    stand.box((-0.06, 0.86, -0.64), (0.0, 1.74, 0.64), (255, 255, 255))  # the frame
+    screen = Primitive("screen")
+    screen.quad([(0.001, 1.7, 0.6), (0.001, 0.9, 0.6), (0.001, 0.9, -0.6), (0.001, 1.7, -0.6)], (1, 0, 0),
+                (255, 255, 255), [(0, 0), (0, 1), (1, 1), (1, 0)])
+    return [("monitor", [stand, screen])], {
+        "stand": ([0.15, 0.15, 0.17, 1.0], [0, 0, 0], 0.6, 0.4),
+        "screen": ([0.0, 0.0, 0.0, 1.0], [0, 0, 0], 0.0, 0.2),
+    }
+
+
 def ground():
     """The sample planet: flat ground in 10 m tiles 400 m across, the basin
     (x 40 to 80, z -20 to 20) 20 m deep, and the water at sea level over it."""
@@ -209,5 +233,6 @@ if __name__ == "__main__":
     write(root / "modules/sample/crate.gltf", *crate())
     write(root / "modules/sample/rover.gltf", *rover())
     write(root / "modules/sample/probe.gltf", *probe())
+    write(root / "modules/sample/monitor.gltf", *monitor())
     write(root / "modules/planet/meshes/ground.gltf", *ground())
-    print("wrote the crate, the rover, the probe and the ground")
+    print("wrote the crate, the rover, the probe, the monitor and the ground")

@@ -1,7 +1,7 @@
 // The content side of the sample module, loaded as a TESSARA_Mod through the
 // list of content modules (Game::_mods) when the game starts.
 //
-// It defines three item types. Each has a description file beside the module
+// It defines four item types. Each has a description file beside the module
 // (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) with its
 // mesh (NAME.gltf), a behaviour class derived from ServerSideEntity::Interface
 // and a look derived from ClientSideEntity::Interface, whose objects the game
@@ -14,26 +14,40 @@
 //          their angles are kept in its state file. Its look adds the headlight.
 //   probe  a dense capsule that the client's P key has the server drop from
 //          high up (ServerMod.cpp); it keeps no state and is never saved.
+//   monitor  a screen on a stand. Each tick its behaviour draws the rover's
+//          speed, a graph of it and the time on a pixel screen, which
+//          compresses each changed image off the server thread; its look
+//          reads the newest image back and shows it on the mesh's "screen"
+//          material. Between the two, monitorFrames stands in for what a
+//          network module would carry from the server to the client.
 //
 // Load runs in Game::Start, before the host loads the world's entities, and
 // Unload in Game::Stop, after the host has saved and released them.
 #include "Sample.hpp"
 
 #include "game/Game.hpp"
+#include "game/NeroxScreen.hpp"
 #include "game/entity/ClientSideEntity.hpp"
 #include "game/entity/EntityConfig.hpp"
 #include "game/entity/ServerSideEntity.hpp"
+#include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
+#include "game/graphics/RenderableInstance.hpp"
+#include "nerox/graphics/DynamicAsyncTexture.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 namespace {
 
@@ -49,6 +63,17 @@ constexpr uint32_t stateVersion = 1;
 
 /// Labels given to new crates in this run.
 unsigned cratesLabelled = 0;
+
+/// The rover's speed over the ground, km/h, as its last tick left it (server thread).
+double roverSpeed = 0.0;
+
+/// The monitors' newest compressed images by entity id: written on the server
+/// thread as each image is compressed, read by the monitors' looks on the
+/// client's. What a network module would carry from one process to the other.
+struct MonitorFrames {
+    std::mutex mutex; // guards latest
+    std::unordered_map<game::entity::Id, std::shared_ptr<std::vector<unsigned char> const>> latest;
+} monitorFrames;
 
 /// Reads the module's part of a state file with read, turning any failure into
 /// one error that names the entity. An empty part (a new entity) reads nothing.
@@ -144,7 +169,10 @@ public:
             angle = std::fmod(angle + speed * dt, 360.0);
             if (angle < 0.0) angle += 360.0;
         }
-        if (auto const owner = entity.lock()) Apply(*owner);
+        if (auto const owner = entity.lock()) {
+            Apply(*owner);
+            roverSpeed = glm::length(owner->linearVelocity) * 3.6;
+        }
     }
 
     double speed = 30.0;            ///< Degrees per second, the same for every wheel.
@@ -178,6 +206,139 @@ public:
     }
 
     bool lit = false; ///< The headlight is on the entity.
+};
+
+/// A monitor: draws the rover's speed, its last 45 seconds as a graph and the
+/// time each tick; the screen takes at most ten images a second and compresses
+/// each changed one off this thread.
+class Monitor final : public ServerSideEntity::Interface {
+public:
+    Monitor() { screen.minUpdateInterval = 100.0; }
+    ~Monitor() override {
+        std::lock_guard lock(monitorFrames.mutex);
+        monitorFrames.latest.erase(id);
+    }
+
+    void InitInterface() override {
+        if (auto const owner = entity.lock()) {
+            owner->isDynamic = false;
+            owner->physicsEnabled = true;
+        }
+    }
+
+    void AfterUpdate(double dt) override {
+        sinceSample += dt;
+        if (sinceSample >= 0.25) {
+            sinceSample = std::fmod(sinceSample, 0.25);
+            history[next] = static_cast<float>(roverSpeed);
+            next = (next + 1) % history.size();
+        }
+        Draw();
+        screen.Update(true);
+        if (std::vector<unsigned char> const* frame = screen.NewCompressedFrame()) {
+            auto copy = std::make_shared<std::vector<unsigned char> const>(*frame);
+            std::lock_guard lock(monitorFrames.mutex);
+            monitorFrames.latest[id] = std::move(copy);
+        }
+    }
+
+    game::NeroxScreen screen{sample::monitorWidth, sample::monitorHeight};
+
+private:
+    static constexpr uint32_t Background = 0xFF3A2210; // red in the low byte: a dark blue
+    static constexpr uint32_t Amber = 0xFF30B0FF;
+    static constexpr uint32_t White = 0xFFFFFFFF;
+    static constexpr uint32_t Grey = 0xFF707070;
+    static constexpr uint32_t Green = 0xFF80FF40;
+
+    void Draw() {
+        using game::NeroxScreen;
+        screen.Blank(Background);
+        screen.WriteLine(4, 2, Amber, "ROVER");
+        std::time_t const now = std::time(nullptr);
+        std::tm local{};
+        char text[32] = "--:--:--";
+        if (localtime_r(&now, &local) != nullptr) std::strftime(text, sizeof text, "%H:%M:%S", &local);
+        screen.textAlign = NeroxScreen::AlignRight | NeroxScreen::AlignTop;
+        screen.Write(-5, 1, White, text);
+        std::snprintf(text, sizeof text, "%.1f", std::min(roverSpeed, 999.9));
+        screen.textSize = 2;
+        screen.WriteLine(6, 24, White, text);
+        int const unitX = 6 + 22 * static_cast<int>(std::string_view(text).size()) + 6;
+        screen.textSize = 1;
+        screen.WriteLine(unitX, 44, Amber, "km/h");
+        // The graph: the last samples from the left, the newest at the right edge.
+        int const left = 4, top = 72, right = sample::monitorWidth - 4, bottom = sample::monitorHeight - 4;
+        screen.DrawRect(left, top, right, bottom, Grey, 0);
+        float scale = 10.0f;
+        for (float const sample : history) scale = std::max(scale, sample);
+        int const span = bottom - top - 4;
+        int previousX = 0, previousY = 0;
+        for (size_t i = 0; i < history.size(); ++i) {
+            float const value = history[(next + i) % history.size()];
+            int const x = left + 1 + static_cast<int>(i);
+            int const y = bottom - 2 - static_cast<int>(value / scale * static_cast<float>(span));
+            if (i > 0) screen.DrawLine(previousX, previousY, x, y, Green);
+            previousX = x, previousY = y;
+        }
+    }
+
+    std::array<float, sample::monitorWidth - 10> history{}; ///< km/h, every quarter second; next is the oldest
+    size_t next = 0;
+    double sinceSample = 0.0;
+};
+
+/// How a monitor looks: its mesh, with the newest image the server made on the
+/// "screen" material, through a texture that takes each image without holding
+/// up a frame.
+class MonitorLook final : public ClientSideEntity::Interface {
+public:
+    void Update(double) override {
+        game::graphics::GameRenderer* renderer = Game::renderer;
+        if (renderer == nullptr || failed) return;
+        std::shared_ptr<std::vector<unsigned char> const> frame;
+        {
+            std::lock_guard lock(monitorFrames.mutex);
+            auto const found = monitorFrames.latest.find(id);
+            if (found != monitorFrames.latest.end()) frame = found->second;
+        }
+        try {
+            if (frame && frame != shown) {
+                shown = frame;
+                game::NeroxScreen::Inflate(*frame, pixels);
+                if (!texture) {
+                    texture = std::make_shared<nerox::graphics::DynamicAsyncTexture>(
+                        renderer, sample::monitorWidth, sample::monitorHeight,
+                        [renderer](std::shared_ptr<nerox::graphics::Texture> t) {
+                            renderer->SchedulePush(std::move(t));
+                        },
+                        "sample monitor");
+                    textureIndex = renderer->AddTexture(nerox::graphics::TextureRef(texture));
+                }
+                texture->Load(pixels.data(), pixels.size() * sizeof(uint32_t));
+            }
+        } catch (std::exception const& error) {
+            std::fprintf(stderr, "[sample] monitor %s shows nothing: %s\n", static_cast<std::string>(id).c_str(),
+                         error.what());
+            failed = true; // said once; the screen stays as it is
+            return;
+        }
+        auto const owner = entity.lock();
+        if (!texture || !owner) return;
+        // The renderables are made again when the mesh is: show the image on the new ones.
+        for (ClientSideEntity::Renderable const& renderable : owner->renderables)
+            if (renderable.instance && renderable.instance != onInstance &&
+                renderable.instance->SetMonitorTexture("screen", textureIndex, glm::vec3(1.0f)))
+                onInstance = renderable.instance;
+    }
+
+private:
+    std::vector<uint32_t> pixels = std::vector<uint32_t>(sample::monitorWidth * sample::monitorHeight);
+    std::shared_ptr<std::vector<unsigned char> const> shown;       ///< The compressed image shown.
+    std::shared_ptr<nerox::graphics::DynamicAsyncTexture> texture; ///< Made with the first image.
+    uint32_t textureIndex = 0;
+    std::shared_ptr<game::graphics::RenderableInstance> onInstance; ///< Where the image is shown.
+    bool failed = false;
 };
 
 /// Adds the rows of itemType on both sides: its description file (read once
@@ -222,8 +383,9 @@ void Load(void*) {
     Register<Crate, ClientSideEntity::Interface>(sample::crateType);
     Register<Rover, RoverLook>(sample::roverType);
     Register<Probe, ClientSideEntity::Interface>(sample::probeType);
-    std::printf("[sample] content loaded: item types %s, %s, %s\n", sample::crateType, sample::roverType,
-                sample::probeType);
+    Register<Monitor, MonitorLook>(sample::monitorType);
+    std::printf("[sample] content loaded: item types %s, %s, %s, %s\n", sample::crateType, sample::roverType,
+                sample::probeType, sample::monitorType);
 }
 
 // Game::Stop: remove every row of this module. The entities are gone by now;
@@ -241,7 +403,7 @@ void Unload(void*) {
             ServerSideEntity::_module_entities.erase(found);
         }
     }
-    for (char const* itemType : {sample::crateType, sample::roverType, sample::probeType}) {
+    for (char const* itemType : {sample::crateType, sample::roverType, sample::probeType, sample::monitorType}) {
         auto const found = ServerSideEntity::_registered_items_module.find(itemType);
         if (found != ServerSideEntity::_registered_items_module.end() && found->second == module)
             ServerSideEntity::_registered_items_module.erase(found);
@@ -252,6 +414,10 @@ void Unload(void*) {
     ServerSideEntity::_registered_items.erase(sample::moduleName);
     ServerSideEntity::_registered_interfaces.erase(sample::moduleName);
     ClientSideEntity::_registered_interfaces.erase(sample::moduleName);
+    {
+        std::lock_guard lock(monitorFrames.mutex);
+        monitorFrames.latest.clear();
+    }
     std::printf("[sample] content unloaded\n");
 }
 

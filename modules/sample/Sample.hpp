@@ -19,6 +19,13 @@ inline constexpr char roverType[] = "rover";
 /// on its way down through the air.
 inline constexpr char probeType[] = "probe";
 
+/// Item type of the monitor: a screen on a stand that shows the rover's speed
+/// and the time, drawn on the server each tick.
+inline constexpr char monitorType[] = "monitor";
+/// The monitor's image, pixels (its screen is 1.2 m by 0.8 m).
+inline constexpr int monitorWidth = 192;
+inline constexpr int monitorHeight = 128;
+
 /// A probe starts this high above the ground (metres), falling this fast (m/s).
 inline constexpr double probeAltitude = 20000.0;
 inline constexpr double probeSpeed = 2500.0;
@@ -44,13 +51,15 @@ struct Placement {
 
 /// The sample set of a new world: the crates drop 2 m onto the ground, one falls
 /// on the other two, one drops into the ocean basin (x 40 to 80) and floats; the
-/// rover stands on its wheels.
-inline constexpr std::array<Placement, 5> newWorld = {{
+/// rover stands on its wheels; the monitor stands to the right of the player's
+/// first view, its screen turned towards the player.
+inline constexpr std::array<Placement, 6> newWorld = {{
     {crateType, {3.0, 2.0, -1.0}, 0.0, 0.0},
     {crateType, {3.0, 2.0, 0.5}, 15.0, 0.0},
     {crateType, {3.0, 4.0, -0.25}, 40.0, 0.8}, // onto the other two
     {crateType, {60.0, 2.0, 0.0}, 25.0, -0.4}, // into the water
     {roverType, {0.0, 0.1, 0.0}, 30.0, 0.0},
+    {monitorType, {0.0, 0.0, 3.8}, -167.0, 0.0},
 }};
 
 /// The key of Game's inter-module channel that holds the crates of a load

@@ -23,7 +23,7 @@ vk::Device& CheckedDevice(nerox::VulkanEngine* engine, unsigned int width, unsig
 DynamicAsyncTexture::DynamicAsyncTexture(nerox::VulkanEngine* engine, unsigned int width, unsigned int height,
                                          Schedule schedule, std::string name)
     : _name(std::move(name)), _schedule(std::move(schedule)),
-      _image(CheckedDevice(engine, width, height, _name), width, height, VK_FORMAT_R8G8B8A8_UNORM,
+      _image(CheckedDevice(engine, width, height, _name), width, height, VK_FORMAT_R8G8B8A8_SRGB,
              VK_IMAGE_USAGE_SAMPLED_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT | VK_IMAGE_USAGE_TRANSFER_SRC_BIT, _name) {
     vk::Device& device = engine->GetDevice();
     for (uint32_t i = 0; i < VulkanRenderer::FramesInFlight; ++i)

@@ -22,7 +22,8 @@ namespace nerox::graphics {
 /// Frame format: width x height pixels, rows from the top, four bytes each in
 /// the order red, green, blue, alpha (a 32-bit word with red in its low byte,
 /// as a pixel screen stores it, on a little-endian machine), with no padding
-/// between rows: exactly Bytes() bytes.
+/// between rows: exactly Bytes() bytes. Colours are sRGB-encoded, as in image
+/// files and web pages; shaders sample them linear (VK_FORMAT_R8G8B8A8_SRGB).
 ///
 /// Load keeps a copy of the newest frame and asks for one Push through the
 /// schedule function given at construction (a renderer's push list); Push,

@@ -7,10 +7,12 @@
 #include "support/TempDir.hpp"
 
 #include <glm/gtc/matrix_transform.hpp>
+#include <glm/gtc/quaternion.hpp>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -147,6 +149,31 @@ TEST_F(ClientScreenshotTest, TheCratesThatFellRestOnTheGround) {
     EXPECT_TRUE(rover.r > 150 && rover.r - rover.g > 70 && rover.g > rover.b) << "rover " << rover;
 }
 
+TEST_F(ClientScreenshotTest, TheMonitorShowsTheServersImageInReadableText) {
+    ASSERT_EQ(standStatus, 0);
+    auto const monitor = std::find_if(sample::newWorld.begin(), sample::newWorld.end(), [](auto const& placement) {
+        return std::string(placement.itemType) == sample::monitorType;
+    });
+    ASSERT_NE(monitor, sample::newWorld.end());
+    glm::dquat const turn = glm::angleAxis(glm::radians(monitor->yawDegrees), glm::dvec3(0.0, 1.0, 0.0));
+    // The screen's face (1.2 m by 0.8 m, 0.9 m above the foot), sampled on a
+    // grid: dark blue ground, white and amber text, and not one plain colour.
+    int background = 0, text = 0, amber = 0, samples = 0;
+    for (double v = 0.03; v < 1.0; v += 0.02) {
+        for (double u = 0.02; u < 1.0; u += 0.01) {
+            glm::dvec3 const local(0.0011, 1.7 - 0.8 * v, 0.6 - 1.2 * u);
+            Pixel const p = At(standImage, monitor->position + turn * local);
+            background += p.b > p.r + 15 && p.r + p.g + p.b < 250 ? 1 : 0;
+            text += std::min({p.r, p.g, p.b}) > 180 ? 1 : 0;
+            amber += v < 0.2 && u < 0.4 && p.r > 180 && p.g > 90 && p.b < 90 ? 1 : 0;
+            ++samples;
+        }
+    }
+    EXPECT_GT(background, samples / 2) << "text " << text << ", amber " << amber << " of " << samples;
+    EXPECT_GT(text, samples / 50) << "background " << background << " of " << samples;
+    EXPECT_GT(amber, 10) << "the title, top left";
+}
+
 TEST_F(ClientScreenshotTest, WalkingTowardsTheCratesMakesThemBigger) {
     ASSERT_EQ(standStatus, 0);
     ASSERT_EQ(walkStatus, 0) << testsupport::ReadText(scratch->File("walk.png.log"));
@@ -161,12 +188,12 @@ TEST_F(ClientScreenshotTest, TheServerAndTheClientFindTheSameWorld) {
     ASSERT_EQ(standServerStatus, 0) << testsupport::ReadText(scratch->File("stand_server.log"));
     ASSERT_EQ(walkServerStatus, 0);
     ASSERT_EQ(walkStatus, 0);
-    std::set<std::string> const savedByClient = Listed("stand.png.log", "[sample] saving 5 entities");
-    EXPECT_EQ(savedByClient.size(), 5u);
-    EXPECT_EQ(Listed("stand_server.log", "[sample] world has 5 entities"), savedByClient);
+    std::set<std::string> const savedByClient = Listed("stand.png.log", "[sample] saving 6 entities");
+    EXPECT_EQ(savedByClient.size(), 6u);
+    EXPECT_EQ(Listed("stand_server.log", "[sample] world has 6 entities"), savedByClient);
     std::set<std::string> const madeByServer = Listed("walk_server.log", "[sample] new world:");
-    EXPECT_EQ(madeByServer.size(), 5u);
-    EXPECT_EQ(Listed("walk.png.log", "[sample] world has 5 entities"), madeByServer);
+    EXPECT_EQ(madeByServer.size(), 6u);
+    EXPECT_EQ(Listed("walk.png.log", "[sample] world has 6 entities"), madeByServer);
 }
 
 } // namespace
