@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang, AddressSanitizer and UBSan into
 # build-fuzz/, and runs one of them. Usage:
-#   scripts/run-fuzz.sh config|settings|description|state [seconds] [extra libFuzzer flags]
+#   scripts/run-fuzz.sh config|settings|description|state|screen [seconds] [extra libFuzzer flags]
 # The corpus grows in build-fuzz/corpus/TARGET; crashes land in build-fuzz/.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -9,8 +9,8 @@ target="${1:-}"
 seconds="${2:-60}"
 shift 2 || shift $# || true
 case "$target" in
-  config|settings|description|state) ;;
-  *) echo "usage: scripts/run-fuzz.sh config|settings|description|state [seconds] [libFuzzer flags]" >&2; exit 2 ;;
+  config|settings|description|state|screen) ;;
+  *) echo "usage: scripts/run-fuzz.sh config|settings|description|state|screen [seconds] [libFuzzer flags]" >&2; exit 2 ;;
 esac
 "$root/scripts/setup.sh" --fuzz
 dir="$root/build-fuzz"
