@@ -70,10 +70,20 @@ Span SpanOn(int64_t start, int64_t end, int64_t limit) {
     return span;
 }
 
-/// Ends a zlib stream whatever way its function leaves.
-struct InflateEnd {
-    z_stream* stream;
-    ~InflateEnd() { inflateEnd(stream); }
+/// A zlib stream that inflates in into out, ended whatever way its user leaves.
+struct Inflater {
+    z_stream strm{};
+    Inflater(unsigned char const* in, size_t inBytes, unsigned char* out, size_t outBytes) {
+        if (inflateInit_(&strm, ZlibVersion, static_cast<int>(sizeof(z_stream))) != Z_OK)
+            throw std::runtime_error("ZLIB ERROR");
+        strm.next_in = const_cast<Bytef*>(in);
+        strm.avail_in = static_cast<uInt>(inBytes);
+        strm.next_out = out;
+        strm.avail_out = static_cast<uInt>(outBytes);
+    }
+    ~Inflater() { inflateEnd(&strm); }
+    Inflater(Inflater const&) = delete;
+    Inflater& operator=(Inflater const&) = delete;
 };
 
 } // namespace
@@ -339,14 +349,8 @@ void NeroxScreen::Decompress(std::vector<unsigned char> const& data, unsigned ch
         if (size > 0) std::memset(out, 0, size);
         return;
     }
-    z_stream strm{};
-    if (inflateInit_(&strm, ZlibVersion, static_cast<int>(sizeof(z_stream))) != Z_OK)
-        throw std::runtime_error("ZLIB ERROR");
-    InflateEnd const end{&strm};
-    strm.next_in = const_cast<Bytef*>(data.data());
-    strm.avail_in = static_cast<uInt>(data.size());
-    strm.next_out = out;
-    strm.avail_out = static_cast<uInt>(size);
+    Inflater inflater(data.data(), data.size(), out, size);
+    z_stream& strm = inflater.strm;
     int const ret = inflate(&strm, Z_SYNC_FLUSH);
     NEROX_ASSERT(ret != Z_STREAM_ERROR);
     NEROX_ASSERT(strm.avail_in == 0);
@@ -365,14 +369,8 @@ void NeroxScreen::Inflate(std::span<unsigned char const> data, std::span<uint32_
     size_t const bound = bytes + (bytes >> 12) + (bytes >> 14) + (bytes >> 25) + 512;
     if (data.size() > bound)
         refuse("a stream of " + std::to_string(data.size()) + " bytes is longer than any image of this size makes");
-    z_stream strm{};
-    if (inflateInit_(&strm, ZlibVersion, static_cast<int>(sizeof(z_stream))) != Z_OK)
-        throw std::runtime_error("ZLIB ERROR");
-    InflateEnd const end{&strm};
-    strm.next_in = const_cast<Bytef*>(data.data());
-    strm.avail_in = static_cast<uInt>(data.size());
-    strm.next_out = reinterpret_cast<Bytef*>(out.data());
-    strm.avail_out = static_cast<uInt>(bytes);
+    Inflater inflater(data.data(), data.size(), reinterpret_cast<unsigned char*>(out.data()), bytes);
+    z_stream& strm = inflater.strm;
     int ret = inflate(&strm, Z_FINISH);
     if (ret == Z_BUF_ERROR && strm.avail_out == 0) {
         // The image is full but the stream has not ended: one byte of room
