@@ -313,6 +313,7 @@ unsigned int NeroxScreen::GetPixel(int x, int y) const {
 }
 
 void NeroxScreen::Compress() {
+    if (compressFuture.valid()) compressFuture.wait(); // the task writes the same buffer
     CompressFrom(pixels);
 }
 
@@ -335,6 +336,7 @@ void NeroxScreen::CompressFrom(std::vector<uint32_t> const& source) {
 }
 
 void NeroxScreen::Decompress() {
+    if (compressFuture.valid()) compressFuture.wait(); // the task writes the buffer read here
     if (_compressedBuffer.empty()) {
         std::cerr << "NeroxScreen::Decompress: _compressedBuffer is empty" << std::endl;
         Blank(defaultColor);
@@ -364,10 +366,11 @@ void NeroxScreen::Inflate(std::span<unsigned char const> data, std::span<uint32_
     };
     if (data.empty()) refuse("no data");
     if (bytes == 0 || bytes > std::numeric_limits<uInt>::max()) refuse("no image of that size can be read");
-    // The sizes first: deflate never makes a stream much larger than its input,
-    // so a larger one is not an image of this size.
+    // The sizes first. Deflate at its usual settings never makes a stream much
+    // larger than its input; longer streams (small memory levels, a flush per
+    // row) are refused too, which bounds the work of one image.
     size_t const bound = bytes + (bytes >> 12) + (bytes >> 14) + (bytes >> 25) + 512;
-    if (data.size() > bound)
+    if (data.size() > bound || data.size() > std::numeric_limits<uInt>::max())
         refuse("a stream of " + std::to_string(data.size()) + " bytes is longer than any image of this size makes");
     Inflater inflater(data.data(), data.size(), reinterpret_cast<unsigned char*>(out.data()), bytes);
     z_stream& strm = inflater.strm;
@@ -398,13 +401,15 @@ bool NeroxScreen::Update(bool force) {
     double const now = NowMs();
     {
         std::lock_guard lock(timeMutex);
-        if (hasLastChange && now - lastChangeTime < minUpdateInterval) return false; // taken later
+        // A clock set back counts as time gone by, so that the screen never freezes.
+        if (hasLastChange && now >= lastChangeTime && now - lastChangeTime < minUpdateInterval)
+            return false; // taken later
     }
     _dirty = false;
     nerox::cpu::Profiler scope("NeroxScreen::Update _dirty");
     if (compressFuture.valid()) compressFuture.wait();
     if (previousPixels.size() == pixels.size() &&
-        std::memcmp(previousPixels.data(), pixels.data(), pixels.size() * sizeof(uint32_t)) == 0)
+        (pixels.empty() || std::memcmp(previousPixels.data(), pixels.data(), pixels.size() * sizeof(uint32_t)) == 0))
         return true; // drawn the same again: nothing new to compress
     {
         std::lock_guard lock(timeMutex);

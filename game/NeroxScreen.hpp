@@ -110,7 +110,8 @@ public:
     /// takes the change made since the last taken update, unless the last one
     /// was taken less than minUpdateInterval ms ago (then the change waits).
     /// An image that came out the same as the last one taken is not taken
-    /// again. A taken image is compressed when force is set. Returns whether
+    /// again (nor compressed, even if it was taken without force before). A
+    /// taken image is compressed when force is set. Returns whether
     /// the screen had been drawn on and the rate limit let it through.
     bool Update(bool force);
     /// The compressed stream of the last image Update compressed, once it is

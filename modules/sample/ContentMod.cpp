@@ -171,7 +171,8 @@ public:
         }
         if (auto const owner = entity.lock()) {
             Apply(*owner);
-            roverSpeed = glm::length(owner->linearVelocity) * 3.6;
+            double const speed = glm::length(owner->linearVelocity) * 3.6;
+            roverSpeed = std::isfinite(speed) ? std::clamp(speed, 0.0, 999.9) : 0.0; // the screen draws what it can
         }
     }
 
@@ -261,7 +262,7 @@ private:
         if (localtime_r(&now, &local) != nullptr) std::strftime(text, sizeof text, "%H:%M:%S", &local);
         screen.textAlign = NeroxScreen::AlignRight | NeroxScreen::AlignTop;
         screen.Write(-5, 1, White, text);
-        std::snprintf(text, sizeof text, "%.1f", std::min(roverSpeed, 999.9));
+        std::snprintf(text, sizeof text, "%.1f", roverSpeed);
         screen.textSize = 2;
         screen.WriteLine(6, 24, White, text);
         int const unitX = 6 + 22 * static_cast<int>(std::string_view(text).size()) + 6;

@@ -61,7 +61,13 @@ bool DynamicAsyncTexture::Load(void const* data, size_t size) {
     if (schedule) {
         std::shared_ptr<DynamicAsyncTexture> self = weak_from_this().lock();
         if (self) {
-            _schedule(std::move(self));
+            try {
+                _schedule(std::move(self));
+            } catch (...) {
+                std::lock_guard lock(_mutex);
+                _scheduled = false; // the next Load asks again
+                throw;
+            }
         } else {
             std::lock_guard lock(_mutex);
             _scheduled = false; // not owned by a shared pointer (yet): nothing can hold it on a list

@@ -66,7 +66,9 @@ FontRenderer::FontRenderer(std::string const& atlasPath, std::string const& metr
             if (!(words >> value)) fail("a number is missing or malformed after \"" + key + "\"");
         };
         if (key == "atlas") {
+            if (atlasWidth >= 0) fail("a second atlas line");
             read(atlasWidth), read(atlasHeight);
+            if (atlasWidth < 0 || atlasHeight < 0) fail("a negative atlas size");
         } else if (key == "char_width") {
             read(_charWidth);
         } else if (key == "char_height") {
@@ -80,8 +82,8 @@ FontRenderer::FontRenderer(std::string const& atlasPath, std::string const& metr
             read(codePoint), read(box.x), read(box.y), read(box.width), read(box.height);
             read(glyph.bearingX), read(glyph.bearingY), read(glyph.advance);
             if (codePoint < 0 || codePoint > 255) fail("code point " + std::to_string(codePoint) + " is not 0 to 255");
-            if (box.width < 0 || box.height < 0 || box.x < 0 || box.y < 0 || box.x > atlasWidth - box.width ||
-                box.y > atlasHeight - box.height)
+            if (box.width < 0 || box.height < 0 || box.x < 0 || box.y < 0 || int64_t{box.x} + box.width > atlasWidth ||
+                int64_t{box.y} + box.height > atlasHeight)
                 fail("the glyph's box lies outside the " + std::to_string(atlasWidth) + "x" +
                      std::to_string(atlasHeight) + " atlas (or comes before the atlas line)");
             glyph.width = box.width, glyph.height = box.height;

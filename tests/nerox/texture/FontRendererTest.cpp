@@ -57,7 +57,8 @@ TEST(FontRenderer, TextGivesOneGlyphPerCharacter) {
 }
 
 TEST(FontRenderer, MetricsThatDoNotFitTheAtlasAreRefused) {
-    for (char const* glyphs : {"glyph 65 3 0 2 2 0 2 3\n", "glyph 256 0 0 1 1 0 1 3\n", "glyph 65 0 0 2\n"}) {
+    for (char const* glyphs : {"glyph 65 3 0 2 2 0 2 3\n", "glyph 65 2147483647 0 2 2 0 2 3\n",
+                               "glyph 256 0 0 1 1 0 1 3\n", "glyph 65 0 0 2\n"}) {
         TinyFont tiny(glyphs);
         EXPECT_THROW(FontRenderer(tiny.atlas, tiny.metrics), std::runtime_error) << glyphs;
     }
