@@ -39,6 +39,17 @@ constexpr VkShaderStageFlags DrawStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER
 constexpr float Pi = 3.14159265f;
 /// Ray mask bit of plasma trails.
 constexpr uint8_t PlasmaMask = 4;
+
+/// count descriptor sets of layout from pool into sets.
+void AllocateSets(VkDevice device, VkDescriptorPool pool, VkDescriptorSetLayout layout, uint32_t count,
+                  VkDescriptorSet* sets) {
+    std::vector<VkDescriptorSetLayout> const layouts(count, layout);
+    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
+    allocate.descriptorPool = pool;
+    allocate.descriptorSetCount = count;
+    allocate.pSetLayouts = layouts.data();
+    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, sets));
+}
 /// Side of a noise field's work groups (plasma_noise.comp).
 constexpr uint32_t NoiseGroup = 8;
 /// The noise streams with a period of this many seconds.
@@ -201,11 +212,7 @@ void WorldView::CreateFrameBlocks() {
     pool.poolSizeCount = 1;
     pool.pPoolSizes = &size;
     NEROX_VK_CHECK(vkCreateDescriptorPool(device, &pool, nullptr, &_framePool));
-    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
-    allocate.descriptorPool = _framePool;
-    allocate.descriptorSetCount = 1;
-    allocate.pSetLayouts = &_frameSetLayout;
-    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, &_frameSet));
+    AllocateSets(device, _framePool, _frameSetLayout, 1, &_frameSet);
     VkDescriptorBufferInfo info{*_frameBlocks, 0, block};
     VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
     write.dstSet = _frameSet;
@@ -550,12 +557,8 @@ VkDescriptorSet WorldView::NoiseSet(std::shared_ptr<nerox::graphics::ComputeText
         it = _noiseFields.erase(it);
     }
     if (_noiseFields.size() >= MaxNoiseFields) return VK_NULL_HANDLE;
-    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
-    allocate.descriptorPool = _noisePool;
-    allocate.descriptorSetCount = 1;
-    allocate.pSetLayouts = &_noiseSetLayout;
     VkDescriptorSet set = VK_NULL_HANDLE;
-    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, &set));
+    AllocateSets(device, _noisePool, _noiseSetLayout, 1, &set);
     VkDescriptorImageInfo const image{VK_NULL_HANDLE, field->GetImageView(), field->GetImageLayout()};
     VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
     write.dstSet = set;
@@ -616,12 +619,7 @@ void WorldView::CreateScreenSets() {
     pool.poolSizeCount = 1;
     pool.pPoolSizes = &size;
     NEROX_VK_CHECK(vkCreateDescriptorPool(device, &pool, nullptr, &_screenPool));
-    std::vector<VkDescriptorSetLayout> const layouts(sets, _screenSetLayout);
-    VkDescriptorSetAllocateInfo allocate{VK_STRUCTURE_TYPE_DESCRIPTOR_SET_ALLOCATE_INFO};
-    allocate.descriptorPool = _screenPool;
-    allocate.descriptorSetCount = sets;
-    allocate.pSetLayouts = layouts.data();
-    NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, _screenSets.data()));
+    AllocateSets(device, _screenPool, _screenSetLayout, sets, _screenSets.data());
     // Every slot needs a valid image (the device may lack partially bound sets): a black pixel.
     uint32_t const black = 0xFF000000u;
     _blankScreen = std::make_shared<nerox::graphics::ImageTexture>(device, 1, 1, VK_FORMAT_R8G8B8A8_UNORM, &black,

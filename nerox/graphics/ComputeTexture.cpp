@@ -34,13 +34,7 @@ ComputeTexture::ComputeTexture(nerox::VulkanEngine* engine, unsigned int width, 
     vk::Device& device = engine->GetDevice();
     vk::CommandBuffer::Run(
         device, device.GraphicsQueue(),
-        [this](VkCommandBuffer commands) {
-            _image.Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_GENERAL);
-            VkClearColorValue const zero{};
-            VkImageSubresourceRange const all{VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-            vkCmdClearColorImage(commands, _image, VK_IMAGE_LAYOUT_GENERAL, &zero, 1, &all);
-            _image.Transition(commands, VK_IMAGE_LAYOUT_GENERAL, VK_IMAGE_LAYOUT_GENERAL); // the clear, before any use
-        },
+        [this](VkCommandBuffer commands) { _image.Clear(commands, VK_IMAGE_LAYOUT_GENERAL, VK_IMAGE_LAYOUT_GENERAL); },
         "clear " + _name);
 }
 

@@ -33,11 +33,7 @@ DynamicAsyncTexture::DynamicAsyncTexture(nerox::VulkanEngine* engine, unsigned i
     vk::CommandBuffer::Run(
         device, device.GraphicsQueue(),
         [this](VkCommandBuffer commands) {
-            _image.Transition(commands, VK_IMAGE_LAYOUT_UNDEFINED, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL);
-            VkClearColorValue const clear{};
-            VkImageSubresourceRange const all{VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1};
-            vkCmdClearColorImage(commands, _image, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, &clear, 1, &all);
-            _image.Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
+            _image.Clear(commands, VK_IMAGE_LAYOUT_TRANSFER_DST_OPTIMAL, VK_IMAGE_LAYOUT_SHADER_READ_ONLY_OPTIMAL);
         },
         "clear " + _name);
 }

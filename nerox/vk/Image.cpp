@@ -76,6 +76,14 @@ void Image::Transition(VkCommandBuffer commandBuffer, VkImageLayout from, VkImag
     Transition(commandBuffer, _image, from, to, _aspect, _mipLevels);
 }
 
+void Image::Clear(VkCommandBuffer commandBuffer, VkImageLayout clearLayout, VkImageLayout finalLayout) const {
+    Transition(commandBuffer, VK_IMAGE_LAYOUT_UNDEFINED, clearLayout);
+    VkClearColorValue const zero{};
+    VkImageSubresourceRange const all{_aspect, 0, _mipLevels, 0, 1};
+    vkCmdClearColorImage(commandBuffer, _image, clearLayout, &zero, 1, &all);
+    Transition(commandBuffer, clearLayout, finalLayout);
+}
+
 Sampler::Sampler(Device& device, SamplerOptions const& options, std::string const& name) : _device(&device) {
     VkSamplerCreateInfo info{VK_STRUCTURE_TYPE_SAMPLER_CREATE_INFO};
     info.magFilter = options.magFilter;

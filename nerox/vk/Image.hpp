@@ -44,6 +44,10 @@ public:
                            uint32_t mipLevels = VK_REMAINING_MIP_LEVELS);
     /// Transition of this image.
     void Transition(VkCommandBuffer commandBuffer, VkImageLayout from, VkImageLayout to) const;
+    /// Records a clear of a new image to zero: from undefined contents into
+    /// clearLayout (general or transfer destination), cleared there, then into
+    /// finalLayout, with the clear done before any later command.
+    void Clear(VkCommandBuffer commandBuffer, VkImageLayout clearLayout, VkImageLayout finalLayout) const;
 
 private:
     Device* _device;
