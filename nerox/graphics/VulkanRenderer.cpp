@@ -400,6 +400,20 @@ void VulkanRenderer::BeginUiFrame() {
     } else {
         io.DisplaySize = ImVec2(static_cast<float>(_extent.width), static_cast<float>(_extent.height));
         io.DeltaTime = _lastUiTime > 0.0 && now > _lastUiTime ? static_cast<float>(now - _lastUiTime) : 1.0f / 60.0f;
+        if (window != nullptr) {
+            // A headless window: the pointer and the keys as its state says, the
+            // way the GLFW backend gives them (keys indexed by GLFW key codes).
+            double x = 0.0, y = 0.0;
+            window->GetCursorPos(&x, &y);
+            io.MousePos = ImVec2(static_cast<float>(x), static_cast<float>(y));
+            for (int button = 0; button < 3; ++button)
+                io.MouseDown[button] = window->GetMouseButton(button) == GLFW_PRESS;
+            for (int key = GLFW_KEY_SPACE; key <= GLFW_KEY_LAST; ++key)
+                io.KeysDown[key] = window->GetKey(key) == GLFW_PRESS;
+            io.KeyShift = io.KeysDown[GLFW_KEY_LEFT_SHIFT] || io.KeysDown[GLFW_KEY_RIGHT_SHIFT];
+            io.KeyCtrl = io.KeysDown[GLFW_KEY_LEFT_CONTROL] || io.KeysDown[GLFW_KEY_RIGHT_CONTROL];
+            io.KeyAlt = io.KeysDown[GLFW_KEY_LEFT_ALT] || io.KeysDown[GLFW_KEY_RIGHT_ALT];
+        }
     }
     _lastUiTime = now;
     ImGui::NewFrame();

@@ -96,6 +96,28 @@ NeroxRenderer::NeroxRenderer(graphics::Window* window, char const* applicationNa
     allocate.pSetLayouts = &_mainSetLayout;
     NEROX_VK_CHECK(vkAllocateDescriptorSets(device, &allocate, &_mainSet));
     device.SetName(VK_OBJECT_TYPE_DESCRIPTOR_SET, reinterpret_cast<uint64_t>(_mainSet), "Main descriptor set");
+    // Without partially bound descriptors every entry must be valid once the set
+    // is bound (some drivers read them all then): the free ones show a blank texel.
+    if (!enabled.vulkan12.descriptorBindingPartiallyBound) {
+        uint32_t const transparent = 0;
+        _blank = std::make_shared<graphics::ImageTexture>(device, 1, 1, VK_FORMAT_R8G8B8A8_UNORM, &transparent,
+                                                          sizeof transparent, "Texture table blank");
+        WriteBlank(0);
+    }
+}
+
+void NeroxRenderer::WriteBlank(uint32_t from) {
+    if (!_blank || from >= _capacity) return;
+    std::vector<VkDescriptorImageInfo> const images(
+        _capacity - from, {_defaultSampler->Handle(), _blank->GetImageView(), _blank->GetImageLayout()});
+    VkWriteDescriptorSet write{VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET};
+    write.dstSet = _mainSet;
+    write.dstBinding = 0;
+    write.dstArrayElement = from;
+    write.descriptorCount = static_cast<uint32_t>(images.size());
+    write.descriptorType = VK_DESCRIPTOR_TYPE_COMBINED_IMAGE_SAMPLER;
+    write.pImageInfo = images.data();
+    vkUpdateDescriptorSets(GetDevice(), 1, &write, 0, nullptr);
 }
 
 NeroxRenderer::~NeroxRenderer() {
@@ -103,6 +125,7 @@ NeroxRenderer::~NeroxRenderer() {
     StopRendering();
     device.WaitIdle();
     _textures.clear();
+    _blank.reset();
     vkDestroyDescriptorPool(device, _mainPool, nullptr);
     vkDestroyDescriptorSetLayout(device, _mainSetLayout, nullptr);
 }
@@ -242,6 +265,7 @@ void NeroxRenderer::ClearTextures() {
     GetDevice().WaitIdle();
     _textures.clear();
     _unwritten.clear();
+    WriteBlank(0); // no entry may keep a view of a texture now gone
 }
 
 uint32_t NeroxRenderer::TextureCount() const {

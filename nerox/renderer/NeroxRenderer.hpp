@@ -121,8 +121,11 @@ private:
     /// Writes the descriptors of the textures added since the last call.
     void WriteTextureDescriptors();
     std::shared_ptr<graphics::Texture> Resolve(graphics::TextureRef const& texture);
+    /// Points the entries from index from on at the blank texture (devices without partially bound descriptors).
+    void WriteBlank(uint32_t from);
 
     std::unique_ptr<vk::Sampler> _defaultSampler;
+    std::shared_ptr<graphics::Texture> _blank; // what free entries show; null with partially bound descriptors
     VkDescriptorSetLayout _mainSetLayout = VK_NULL_HANDLE;
     VkDescriptorPool _mainPool = VK_NULL_HANDLE;
     VkDescriptorSet _mainSet = VK_NULL_HANDLE;

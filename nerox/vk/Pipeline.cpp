@@ -130,6 +130,12 @@ VkPipeline GraphicsPipeline::Build(VkRenderPass renderpass, RenderingFormats con
     stages[1].stage = VK_SHADER_STAGE_FRAGMENT_BIT;
     stages[1].module = _fragment;
     stages[1].pName = "main";
+    std::vector<VkSpecializationMapEntry> entries(_options.specialization.size());
+    for (size_t i = 0; i < entries.size(); ++i)
+        entries[i] = {static_cast<uint32_t>(i), static_cast<uint32_t>(i * sizeof(float)), sizeof(float)};
+    VkSpecializationInfo specialization{static_cast<uint32_t>(entries.size()), entries.data(),
+                                        _options.specialization.size() * sizeof(float), _options.specialization.data()};
+    if (!entries.empty()) stages[0].pSpecializationInfo = stages[1].pSpecializationInfo = &specialization;
 
     VkPipelineVertexInputStateCreateInfo vertexInput{VK_STRUCTURE_TYPE_PIPELINE_VERTEX_INPUT_STATE_CREATE_INFO};
     vertexInput.vertexBindingDescriptionCount = static_cast<uint32_t>(_options.vertexBindings.size());

@@ -55,6 +55,10 @@ struct GraphicsPipelineOptions {
     bool depthTest = false;                          ///< Compare with the depth attachment.
     bool depthWrite = false;                         ///< Write the depth attachment.
     VkCompareOp depthCompareOp = VK_COMPARE_OP_LESS; ///< Comparison of the depth test.
+    /// Specialisation constants of both shaders: constant_id i takes the value
+    /// at index i (32-bit floats). Such as the size of the target in pixels,
+    /// for shaders that place geometry in pixels.
+    std::vector<float> specialization;
 };
 
 /// Attachment formats of a pipeline that draws with dynamic rendering
