@@ -13,7 +13,7 @@ packages=(
   libglm-dev nlohmann-json3-dev zlib1g-dev libfyaml-dev
   libglfw3-dev libvulkan-dev vulkan-validationlayers mesa-vulkan-drivers glslc
   libstb-dev libgtest-dev libgmock-dev libbenchmark-dev libbullet-dev
-  gnuplot-nox fonts-dejavu-core gcovr
+  gnuplot-nox fonts-dejavu-core fonts-open-sans fonts-symbola gcovr
   xvfb xauth x11-apps
 )
 
