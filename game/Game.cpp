@@ -6,7 +6,9 @@
 #include "game/audio/EnvironmentAudio.hpp"
 #include "game/entity/ClientSideEntity.hpp"
 #include "game/entity/ServerSideEntity.hpp"
+#include "game/Inventory.hpp"
 #include "game/graphics/GameRenderer.hpp"
+#include "game/graphics/ui/InventoryUi.hpp"
 #include "game/input/Controller.hpp"
 #include "game/input/Joystick.hpp"
 #include "game/modules/GAME_Mod.hpp"
@@ -38,6 +40,8 @@ std::vector<std::string> Game::_mods;
 std::string Game::_current_world;
 int32_t Game::_mode = 0;
 bool Game::_is_server = false;
+std::shared_ptr<game::graphics::ui::InventoryUi> Game::userInventory;
+std::shared_ptr<game::Item> Game::activeItem;
 uint64_t Game::offlineSteamId = 0;
 std::string Game::offlineSteamUsername;
 
@@ -356,6 +360,8 @@ void Game::Stop() {
     settingsWindowOpen = false;
     adminWindowOpen = false;
     uiVisible = true;
+    userInventory.reset();
+    activeItem.reset();
 }
 
 void Game::Quit() {
@@ -414,6 +420,7 @@ void Game::LoadFonts() {
         fontConfig.SizePixels = 32.0f;
         io.Fonts->AddFontDefault(&fontConfig);
     }
+    game::graphics::ui::InventoryUi::LoadFonts();
 }
 
 void Game::SetupUiStyle() {

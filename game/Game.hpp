@@ -36,6 +36,12 @@ class EnvironmentAudio;
 namespace game::input {
 class Joystick;
 }
+namespace game::graphics::ui {
+class InventoryUi;
+}
+namespace game {
+struct Item;
+}
 
 /// The root of the game library: static state and the entry points that the host
 /// calls from its own loops. Never instantiated. The host fills `window`,
@@ -77,6 +83,10 @@ public:
     static bool settingsWindowOpen;                                          ///< Settings window open.
     static bool adminWindowOpen;                                             ///< Admin window open.
     static std::map<int, std::shared_ptr<game::input::Joystick>> _joysticks; ///< Connected joysticks by device number.
+    /// The local player's inventory window, set by the module that shows it; Stop resets it.
+    static std::shared_ptr<game::graphics::ui::InventoryUi> userInventory;
+    /// The item the player holds in hand, or null; Stop resets it.
+    static std::shared_ptr<game::Item> activeItem;
 
     // Environment references.
     static game::entity::EnvironmentId parentEnvironmentId;   ///< Environment of the local player.
@@ -181,7 +191,8 @@ public:
     static void SetInputMode_Station();
     /// Captures or frees the cursor; capturing needs a focused window.
     static void SetMouseLook(bool on);
-    /// Adds the interface fonts to Dear ImGui's atlas.
+    /// Adds the interface fonts to Dear ImGui's atlas: the game's, then the
+    /// inventory windows' (InventoryUi::LoadFonts).
     static void LoadFonts();
     /// Writes the game's fixed style into Dear ImGui's style.
     static void SetupUiStyle();

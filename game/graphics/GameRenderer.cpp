@@ -1,6 +1,8 @@
 #include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/LightSourceInstance.hpp"
 #include "game/graphics/RenderableInstance.hpp"
+#include "game/graphics/ui/Element.hpp"
+#include "game/graphics/ui/InventoryUi.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
@@ -14,6 +16,7 @@
 
 #include <glm/gtc/matrix_transform.hpp>
 #include <imgui.h>
+#include <shared_mutex>
 
 #include <cctype>
 #include <climits>
@@ -153,6 +156,7 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
     nearClip = 0.001f;
 
     CreateOverlayPipelines();
+    ui::GraphicsPipelineWrapper::LoadPipelines(this);
 
     if (AddTexture(nerox::graphics::TextureRef(FontAtlasPath), linearClampSampler->Handle()) != FontAtlasTextureIndex)
         throw std::runtime_error("Font Atlas Index is not 0");
@@ -179,6 +183,7 @@ GameRenderer::~GameRenderer() {
     } catch (std::exception const& error) {
         std::cerr << "GameRenderer: waiting for the device failed: " << error.what() << '\n';
     }
+    ui::GraphicsPipelineWrapper::UnloadPipelines();
     CollectAllTrash();
 }
 
@@ -241,6 +246,9 @@ void GameRenderer::FollowOutput() {
     crosshairPipeline->RefreshViewport(*overlayRenderpass);
     colliderTrianglesPipeline->RefreshViewport(*overlayRenderpass);
     colliderLinesPipeline->RefreshViewport(*overlayRenderpass);
+    // The element shaders place their geometry in pixels of the pass: made anew.
+    ui::GraphicsPipelineWrapper::UnloadPipelines();
+    ui::GraphicsPipelineWrapper::LoadPipelines(this);
 }
 
 void GameRenderer::CreateSwapchainDependantObjects() {
@@ -290,6 +298,9 @@ void GameRenderer::Frame() {
         renderableShadersLocked = true;
     }
     NeroxRenderer::Frame();
+    ui::Element::Sort([](std::shared_ptr<ui::Element> const& a, std::shared_ptr<ui::Element> const& b) {
+        return a->layer < b->layer;
+    });
     viewMatrixHistory = viewMatrix;
     projectionMatrixHistory = projectionMatrix;
 }
@@ -368,6 +379,7 @@ void GameRenderer::FrameBeforePost() {
 }
 void GameRenderer::FrameUpdateUi() {
     CallSorted("ui", &GameModHooks::Renderer_FrameUpdateUi);
+    ui::InventoryUi::UpdateUi();
 }
 void GameRenderer::FrameBeforeUpdate() {
     CallSorted("update", &GameModHooks::Renderer_FrameBeforeUpdate);
@@ -434,6 +446,12 @@ void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer) {
         crosshairPipeline->Bind(commandBuffer);
         vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling, &uiScaling);
         vkCmdDraw(commandBuffer, 1, 1, 0, 0);
+    }
+    {
+        // The retained interface, in the order the last Sort left it.
+        std::shared_lock lock(ui::Element::_sharedObjectsMutex);
+        for (auto const& entry : ui::Element::_sharedObjects)
+            if (auto const element = entry.lock()) element->Draw(commandBuffer);
     }
     overlayRenderpass->End(commandBuffer);
 }

@@ -78,7 +78,7 @@ public:
     void FrameUpdateDescriptorSets() override; ///< Renderer_FrameUpdateDescriptorSets, all modules.
     void FrameBeforePost() override;           ///< Renderer_FrameBeforePost, all modules.
     void FrameInit() override;                 ///< Settings, world origin, Renderer_FrameInit, camera.
-    void FrameUpdateUi() override;             ///< Renderer_FrameUpdateUi, list "ui".
+    void FrameUpdateUi() override;             ///< Renderer_FrameUpdateUi (list "ui"), the inventory windows.
     void FrameBeforeUpdate() override;         ///< Renderer_FrameBeforeUpdate, list "update".
     void FrameUpdate() override;               ///< Renderer_FrameUpdate, list "update".
     void FrameBeforeRender() override;         ///< Renderer_FrameBeforeRender, list "render".
@@ -93,10 +93,11 @@ public:
     /// Renderer_FrameOverlayCommands (list "overlay"), then the overlay pass (with a
     /// depth attachment of its own): the physics debug shapes when
     /// Game::debugServerSidePhysics or Game::debugClientSidePhysics asks for
-    /// them, and the crosshair in mouse look.
+    /// them, the crosshair in mouse look, then the retained interface's elements.
     void FrameOverlayCommands(VkCommandBuffer commandBuffer) override;
     /// Rebuilds the interface style when uiStyleDirty is set, locks the shader
-    /// tables on the first frame, then runs the base frame.
+    /// tables on the first frame, runs the base frame, then sorts the retained
+    /// interface's elements by layer.
     void Frame() override;
 
     // ---- game operations
