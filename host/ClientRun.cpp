@@ -5,9 +5,11 @@
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
+#include "game/MainMenu.hpp"
 #include "game/entity/ClientSideEntity.hpp"
 #include "game/entity/ServerSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
+#include "game/graphics/ui/Button.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
 #include "game/modules/TESSARA_Mod.hpp"
@@ -16,6 +18,7 @@
 
 #include <imgui.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -26,6 +29,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace host {
 
@@ -74,13 +78,29 @@ bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& p
                               renderer.GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 95, true);
 }
 
-// Frames until the window closes, Ctrl+C, the script's quit or --frames; one
-// client and input pass before each frame. An input script runs on the wall
-// clock from the first frame. Returns the frames drawn.
-long long RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer,
-                    InputPlayer* player) {
-    long long frames = 0;
-    auto const start = Clock::now();
+// The saved worlds, by name.
+std::vector<std::string> SavedWorlds() {
+    std::vector<std::string> worlds;
+    std::error_code error;
+    for (auto const& entry : std::filesystem::directory_iterator("../Tessara-data/server/worlds", error))
+        if (entry.is_directory(error)) worlds.push_back(entry.path().filename().string());
+    std::sort(worlds.begin(), worlds.end());
+    return worlds;
+}
+
+// The start menu, while it is shown: the pointer goes to its elements once
+// per frame, and PLAY ends the menu's frames.
+struct StartMenu {
+    game::MainMenu menu;
+    bool play = false;
+};
+
+// Frames until the window closes, Ctrl+C, the script's quit, --frames (counted
+// in frames, which carries the count over from the menu), or, with a start
+// menu, PLAY; one client and input pass before each frame. An input script
+// runs on the wall clock from start. Returns whether the run goes on.
+bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer,
+               InputPlayer* player, Clock::time_point start, long long& frames, StartMenu* menu) {
     while (Game::isActive.load()) {
         if (clientQuitRequested.load()) Game::Quit();
         QuitIfRequested();
@@ -95,6 +115,14 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
         Game::UpdateJoysticks();
         RunInputPass(Game::inputFramerate.GetDeltaTime());
         if (!Game::isActive.load()) break; // the script's quit
+        if (menu != nullptr) {
+            double x = 0.0, y = 0.0;
+            window.GetCursorPos(&x, &y);
+            game::graphics::ui::Element::ForwardPointer(glm::ivec2(static_cast<int>(x), static_cast<int>(y)),
+                                                        glm::ivec2(window.GetWidth(), window.GetHeight()),
+                                                        window.GetMouseButton(GLFW_MOUSE_BUTTON_LEFT) == GLFW_PRESS);
+            if (menu->play) return true;
+        }
         // A window's frame is presented and gone: keep a copy of each while a
         // screenshot is wanted, since the last one is known only afterwards.
         if (!options.screenshotPath.empty() && renderer.HasSwapchain()) renderer.CaptureNextFrame();
@@ -107,14 +135,14 @@ long long RunFrames(HostOptions const& options, nerox::graphics::Window& window,
             continue;
         }
         ++frames;
-        if (options.frames && frames >= *options.frames) break;
+        if (options.frames && frames >= *options.frames) return false;
     }
-    return frames;
+    return false;
 }
 
 void PrintSummary(HostOptions const& options, RunStats const& stats, long long frames, double seconds) {
     std::printf("\nSummary\n");
-    std::printf("  world:          %s\n", options.world.c_str());
+    std::printf("  world:          %s\n", Game::_current_world.c_str());
     std::printf("  frames:         %lld in %.2f s (%.1f frames/s)\n", frames, seconds,
                 seconds > 0.0 ? frames / seconds : 0.0);
     double const held = seconds > 0.0 ? stats.serverTicks / seconds : 0.0; // while the frames ran
@@ -193,26 +221,43 @@ int RunClient(HostOptions const& options) {
     std::exception_ptr failure;
     ServerSideEntity::LoadReport worldLoad;
     auto const started = Clock::now();
-    bool const worldOpen = OpenWorld(options, worldLoad, failure);
-    if (!failure) {
+    bool worldOpen = false;
+    bool const gameStarted = StartGame(options, failure);
+    auto const start = Clock::now();
+    bool play = options.play;
+    if (gameStarted && !play) {
+        // The start menu until PLAY: the world is chosen there and loaded after.
+        StartMenu menu;
+        menu.menu.Init();
+        menu.menu.SetWorlds(SavedWorlds(), options.world);
+        menu.menu.playButton->_action = [&menu] { menu.play = true; };
+        Game::SetInputMode_Ui();
+        std::printf("Start menu: PLAY loads the world '%s'\n", options.world.c_str());
+        std::fflush(stdout);
+        RunGuarded([&] { play = RunFrames(options, *window, renderer, player.get(), start, frames, &menu); }, failure);
+        menu.menu.Hide();
+        if (play) Game::_current_world = menu.menu.SelectedWorld();
+    }
+    if (gameStarted && play && !failure) worldOpen = OpenStartedWorld(options, worldLoad, failure);
+    if (worldOpen) {
+        std::printf("Playing the world '%s'\n", Game::_current_world.c_str());
         // Offscreen there is no pointer to free: aim as in play, crosshair and all.
-        if (options.offscreen) Game::SetInputMode_Play();
+        if (options.offscreen || !options.play) Game::Play();
         std::exception_ptr serverFailure;
         std::thread server(
             [&] { RunGuarded([&] { ServerLoop(options, stats, nullptr, true); }, serverFailure, &RequestClientQuit); });
-        auto const start = Clock::now();
-        RunGuarded([&] { frames = RunFrames(options, *window, renderer, player.get()); }, failure);
-        seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        RunGuarded([&] { RunFrames(options, *window, renderer, player.get(), start, frames, nullptr); }, failure);
         Game::Quit(); // the server loop ends with the frames
         server.join();
         if (!failure) failure = serverFailure;
-        if (!failure && !options.screenshotPath.empty()) {
-            if (SaveScreenshot(renderer, options.screenshotPath)) {
-                std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
-            } else {
-                std::cerr << "tessara: could not save the screenshot " << options.screenshotPath << '\n';
-                status = 1;
-            }
+    }
+    seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    if (gameStarted && !failure && !options.screenshotPath.empty()) {
+        if (SaveScreenshot(renderer, options.screenshotPath)) {
+            std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
+        } else {
+            std::cerr << "tessara: could not save the screenshot " << options.screenshotPath << '\n';
+            status = 1;
         }
     }
     stats.wallSeconds = std::chrono::duration<double>(Clock::now() - started).count();

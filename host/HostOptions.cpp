@@ -211,9 +211,11 @@ Option const Options[] = {
      nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.printActions = true; }},
     {"--client", nullptr,
      "Single-player client: open a window with the Vulkan\n"
-     "renderer, run the server ticks on their own thread and\n"
-     "frames until the window is closed (or --frames); the world\n"
-     "is loaded and saved as in headless mode.",
+     "renderer and show the start menu (pick the world, PLAY,\n"
+     "SETTINGS, QUIT). PLAY loads the world and runs the server\n"
+     "ticks on their own thread and frames until the window is\n"
+     "closed (or --frames); the world is loaded and saved as in\n"
+     "headless mode.",
      nullptr,
      [](HostOptions& o, std::string const&, std::string&) {
          o.headless = false;
@@ -223,6 +225,8 @@ Option const Options[] = {
      "In client mode, render into an image instead of a window\n"
      "(no display needed).",
      nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.offscreen = true; }},
+    {"--play", nullptr, "In client mode, skip the start menu: play the world (--world) at once.", nullptr,
+     [](HostOptions& o, std::string const&, std::string&) { return o.play = true; }},
     {"--frames", "N", "In client mode, stop after N frames.", "a whole number of at least 1",
      [](HostOptions& o, std::string const& t, std::string&) {
          long long n = 0;
@@ -314,9 +318,9 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             return std::nullopt;
         }
     }
-    bool const clientOnly = options.offscreen || options.frames || !options.screenshotPath.empty();
+    bool const clientOnly = options.offscreen || options.play || options.frames || !options.screenshotPath.empty();
     if (clientOnly && !options.client) {
-        error.message = "--offscreen, --frames and --screenshot belong to client mode: add --client";
+        error.message = "--offscreen, --play, --frames and --screenshot belong to client mode: add --client";
         return std::nullopt;
     }
     if (options.client && options.ticks) {

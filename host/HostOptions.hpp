@@ -37,6 +37,7 @@ struct HostOptions {
     bool printActions = false;           ///< Print the controller's actions that changed, pass by pass.
     bool client = false;                 ///< Open a renderer and run frames (client mode).
     bool offscreen = false;              ///< In client mode, render into an image instead of a window.
+    bool play = false;                   ///< In client mode, skip the start menu and play the world at once.
     std::optional<long long> frames;     ///< In client mode, stop after this many frames.
     std::string screenshotPath;          ///< In client mode, save the last frame here; empty: none.
     int width = 1280;                    ///< Client output width in pixels.

@@ -236,22 +236,36 @@ void PrintOverruns(HostOptions const& options, RunStats const& stats) {
                 ServerSideEntity::SleepingBodyCount());
 }
 
-bool OpenWorld(HostOptions const& options, ServerSideEntity::LoadReport& report, std::exception_ptr& failure) {
+bool StartGame(HostOptions const& options, std::exception_ptr& failure) {
     Game::isActive.exchange(true);
     ServerSideEntity::physicsStop.store(false);
     if (options.seed) game::physics::SeedPhysicsRandom(*options.seed);
     if (options.stress) Game::SetIMC(StressKey, static_cast<double>(*options.stress));
-    bool open = false;
+    bool started = false;
     RunGuarded(
         [&] {
             Game::Start();
             ReportContentModulesNotLoaded();
             Game::Ready();
+            started = true;
+        },
+        failure);
+    return started;
+}
+
+bool OpenStartedWorld(HostOptions const& options, ServerSideEntity::LoadReport& report, std::exception_ptr& failure) {
+    bool open = false;
+    RunGuarded(
+        [&] {
             LoadWorld(options.setAsideDamaged, report);
             open = true;
         },
         failure);
     return open;
+}
+
+bool OpenWorld(HostOptions const& options, ServerSideEntity::LoadReport& report, std::exception_ptr& failure) {
+    return StartGame(options, failure) && OpenStartedWorld(options, report, failure);
 }
 
 void CloseWorld(bool worldOpen, std::exception_ptr& failure) {

@@ -73,8 +73,14 @@ void LoadWorld(bool setAsideDamaged, game::entity::ServerSideEntity::LoadReport&
 /// The summary's lines of the ticks that ran over their time and of the
 /// resting bodies the last physics step left out.
 void PrintOverruns(HostOptions const& options, RunStats const& stats);
-/// Starts the game (isActive, the physics seed, --stress, Game::Start and
-/// Ready) and opens its world with LoadWorld. A failure ends up in failure;
+/// Starts the game: isActive, the physics seed, --stress, Game::Start and
+/// Ready. A failure ends up in failure; returns whether the game started.
+bool StartGame(HostOptions const& options, std::exception_ptr& failure);
+/// Opens the world Game::_current_world of a started game with LoadWorld. A
+/// failure ends up in failure; returns whether the world loaded completely.
+bool OpenStartedWorld(HostOptions const& options, game::entity::ServerSideEntity::LoadReport& report,
+                      std::exception_ptr& failure);
+/// StartGame, then OpenStartedWorld. A failure ends up in failure;
 /// returns whether the world loaded completely, and so must be saved.
 bool OpenWorld(HostOptions const& options, game::entity::ServerSideEntity::LoadReport& report,
                std::exception_ptr& failure);

@@ -14,6 +14,10 @@
 // player, and the camera rides beside it on its way down, where the air makes
 // it glow; P again, or the probe at rest for a few seconds, gives the camera
 // back to the player.
+//
+// Tab shows the player's pack and a storage box (InventoryWindows.hpp): items
+// drag between them, and the server module applies each move by its rules.
+#include "InventoryWindows.hpp"
 #include "Player.hpp"
 #include "Sample.hpp"
 
@@ -21,6 +25,7 @@
 #include "game/entity/ClientSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "game/input/Controller.hpp"
+#include "game/modules/Hooks.hpp"
 #include "nerox/graphics/Window.hpp"
 
 #include <glm/gtc/matrix_transform.hpp>
@@ -29,6 +34,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <type_traits>
 
 namespace {
 
@@ -139,6 +145,7 @@ void Game_Ready() {
     std::printf("[sample] Game_Ready\n");
     ChooseEnvironment(); // fast entities glow in its air
     chasing = false;
+    sample::inventory::StartWindows();
     PlacePlayer();
     FollowWithCamera();
 }
@@ -162,9 +169,12 @@ void Input_Update(double) {
     bool const mouseDown = window != nullptr && window->GetMouseButton(GLFW_MOUSE_BUTTON_LEFT) == GLFW_PRESS;
     bool const clicked = mouseDown && !mouseWasDown;
     mouseWasDown = mouseDown;
+    // Before a world is loaded the start menu has the pointer.
+    bool const inWorld = game::entity::ClientSideEntity::Count() != 0;
+    if (inWorld && Controller::GetAvatarInventory_Pressed()) sample::inventory::ToggleWindows();
     if (Controller::GetEscape_Pressed() && Game::_inputMode != 0) {
         Game::SetInputMode_Ui();
-    } else if (clicked && Game::_inputMode == 0 &&
+    } else if (inWorld && clicked && Game::_inputMode == 0 && !sample::inventory::WindowsShown() &&
                !(ImGui::GetCurrentContext() != nullptr && ImGui::GetIO().WantCaptureMouse)) {
         Game::SetInputMode_Play();
     }
@@ -180,6 +190,7 @@ void Input_Update(double) {
 // moves (after the client entities took their places) and the camera follows.
 void Game_Update(double deltaTime) {
     clientSeconds += deltaTime;
+    sample::inventory::UpdateWindows();
     ++passes;
     if (!chasing) player.Step(intent, deltaTime); // the player waits while the camera is away
     intent.jump = false;
@@ -216,7 +227,15 @@ void Renderer_FrameUpdateUi() {
 
 // Game::Stop.
 void Game_Stop() {
+    sample::inventory::StopWindows();
     std::printf("[sample] Game_Stop after %lu client passes (%.2f s of client time)\n", passes.load(), clientSeconds);
 }
 
+// The server's answers: what the inventories hold after the player's moves.
+void Client_Receive(void const* data, size_t size) {
+    sample::inventory::Receive(data, size);
+}
+
 } // extern "C"
+
+static_assert(std::is_same_v<decltype(&Client_Receive), game::modules::ClientReceiveHook>);

@@ -49,11 +49,13 @@ protected:
             " --settings '" + scratch->File("settings.ini") + "' > '" + scratch->File(log) + "' 2>&1";
         return std::system(command.c_str());
     }
-    static int RunClient(std::string const& world, std::string const& script, std::string const& shot) {
+    // A client run driven by script; with menu it starts at the start menu, else in the world.
+    static int RunClient(std::string const& world, std::string const& script, std::string const& shot,
+                         bool menu = false) {
         std::ofstream(scratch->File(shot + ".input")) << script;
-        return Run("--client --offscreen --size " + std::to_string(Width) + "x" + std::to_string(Height) + " --world " +
-                       world + " --input '" + scratch->File(shot + ".input") + "' --screenshot '" +
-                       scratch->File(shot) + "'",
+        return Run(std::string("--client --offscreen ") + (menu ? "" : "--play ") + "--size " + std::to_string(Width) +
+                       "x" + std::to_string(Height) + " --world " + world + " --input '" +
+                       scratch->File(shot + ".input") + "' --screenshot '" + scratch->File(shot) + "'",
                    shot + ".log");
     }
 
@@ -70,6 +72,24 @@ protected:
         walkStatus = RunClient(walk, "0 mode play\n1.0 key KEY_W down\n2.0 key KEY_W up\n2.2 quit\n", "walk.png");
         if (standStatus == 0) standImage = nerox::graphics::Texture::LoadFile(scratch->File("stand.png"), 4);
         if (walkStatus == 0) walkImage = nerox::graphics::Texture::LoadFile(scratch->File("walk.png"), 4);
+        // The start menu with the pointer on QUIT; then PLAY, Tab for the
+        // inventory windows, a battery dragged onto the storage box's and the
+        // wrench onto a storage slot (which takes no tools), and a server run
+        // that reads the inventories back.
+        menuStatus = RunClient(stand, "0.3 cursor 480 318\n1.5 quit\n", "menu.png", true);
+        std::string const drag = "4.0 cursor 277 342\n4.2 mouse MOUSE_BUTTON_LEFT down\n4.4 cursor 400 342\n"
+                                 "4.6 cursor 819 342\n4.9 mouse MOUSE_BUTTON_LEFT up\n"
+                                 "5.5 cursor 421 342\n5.7 mouse MOUSE_BUTTON_LEFT down\n5.9 cursor 600 342\n"
+                                 "6.1 cursor 675 414\n6.4 mouse MOUSE_BUTTON_LEFT up\n";
+        inventoryStatus = RunClient(walk,
+                                    "0.3 cursor 480 254\n0.5 mouse MOUSE_BUTTON_LEFT down\n"
+                                    "0.7 mouse MOUSE_BUTTON_LEFT up\n2.0 key KEY_TAB down\n2.1 key KEY_TAB up\n" +
+                                        drag + "7.5 quit\n",
+                                    "inventory.png", true);
+        inventoryServerStatus = Run("--headless --ticks 1 --no-profile --world " + walk, "inventory_server.log");
+        if (menuStatus == 0) menuImage = nerox::graphics::Texture::LoadFile(scratch->File("menu.png"), 4);
+        if (inventoryStatus == 0)
+            inventoryImage = nerox::graphics::Texture::LoadFile(scratch->File("inventory.png"), 4);
     }
 
     static void TearDownTestSuite() {
@@ -122,7 +142,8 @@ protected:
     inline static std::unique_ptr<testsupport::TempDir> scratch;
     inline static std::string stand, walk;
     inline static int standStatus = -1, standServerStatus = -1, walkServerStatus = -1, walkStatus = -1;
-    inline static nerox::graphics::ImageData standImage, walkImage;
+    inline static int menuStatus = -1, inventoryStatus = -1, inventoryServerStatus = -1;
+    inline static nerox::graphics::ImageData standImage, walkImage, menuImage, inventoryImage;
 };
 
 TEST_F(ClientScreenshotTest, TheCratesThatFellRestOnTheGround) {
@@ -194,6 +215,57 @@ TEST_F(ClientScreenshotTest, TheServerAndTheClientFindTheSameWorld) {
     std::set<std::string> const madeByServer = Listed("walk_server.log", "[sample] new world:");
     EXPECT_EQ(madeByServer.size(), 6u);
     EXPECT_EQ(Listed("walk.png.log", "[sample] world has 6 entities"), madeByServer);
+}
+
+// Bright text pixels (all channels at least floor, at most ceiling) in a box of the image.
+int TextPixels(nerox::graphics::ImageData const& image, int x0, int y0, int x1, int y1, int floor, int ceiling) {
+    int count = 0;
+    for (int y = y0; y < y1; ++y) {
+        for (int x = x0; x < x1; ++x) {
+            size_t const i = (static_cast<size_t>(y) * image.width + x) * 4;
+            int const low = std::min({image.pixels[i], image.pixels[i + 1], image.pixels[i + 2]});
+            int const high = std::max({image.pixels[i], image.pixels[i + 1], image.pixels[i + 2]});
+            count += low >= floor && high <= ceiling ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+TEST_F(ClientScreenshotTest, TheStartMenuShowsItsButtonsAndAnswersThePointer) {
+    ASSERT_EQ(menuStatus, 0) << testsupport::ReadText(scratch->File("menu.png.log"));
+    ASSERT_EQ(menuImage.width, Width);
+    // The four buttons, 27 pixels high and 0.12 screen heights apart, are grey
+    // over the green ground; their labels are light. The pointer rests on QUIT,
+    // whose label is white; the others' are light grey.
+    int const rows[] = {221, 254, 286, 318}; // WORLD, PLAY, SETTINGS, QUIT
+    for (int const y : rows) {
+        Pixel const edge = At(menuImage, 418, y);
+        EXPECT_TRUE(std::abs(edge.r - edge.b) < 40 && edge.g - edge.b < 40) << "button at " << y << ": " << edge;
+        EXPECT_GT(TextPixels(menuImage, 420, y - 8, 540, y + 8, 150, 255), 40) << "label at " << y;
+    }
+    EXPECT_GT(TextPixels(menuImage, 420, 310, 540, 326, 215, 255), 5) << "QUIT in white";
+    EXPECT_EQ(TextPixels(menuImage, 420, 246, 540, 262, 215, 255), 0) << "PLAY in grey (204 at most)";
+    EXPECT_GT(TextPixels(menuImage, 400, 160, 560, 186, 200, 255), 60) << "the title";
+    EXPECT_NE(testsupport::ReadText(scratch->File("menu.png.log")).find("Start menu: PLAY loads the world"),
+              std::string::npos);
+}
+
+TEST_F(ClientScreenshotTest, TheInventoryWindowsShowTheItemsAndTheServerKeepsTheMoves) {
+    ASSERT_EQ(inventoryStatus, 0) << testsupport::ReadText(scratch->File("inventory.png.log"));
+    ASSERT_EQ(inventoryImage.width, Width);
+    std::string const log = testsupport::ReadText(scratch->File("inventory.png.log"));
+    EXPECT_NE(log.find("inventory move refused: that slot refuses the item"), std::string::npos) << log;
+    // Both windows: dark panels side by side, with light item labels in the pack's first row.
+    Pixel const pack = At(inventoryImage, 100, 470);
+    Pixel const storage = At(inventoryImage, 860, 470);
+    EXPECT_LT(pack.r + pack.g + pack.b, 200) << "pack window " << pack;
+    EXPECT_LT(storage.r + storage.g + storage.b, 200) << "storage window " << storage;
+    EXPECT_GT(TextPixels(inventoryImage, 101, 324, 165, 360, 200, 255), 20) << "ore in the pack's first slot";
+    // The battery went onto the storage box's; the wrench came back: 3 items and 2.
+    ASSERT_EQ(inventoryServerStatus, 0);
+    EXPECT_NE(testsupport::ReadText(scratch->File("inventory_server.log")).find("inventories loaded: 3 and 2 items"),
+              std::string::npos)
+        << testsupport::ReadText(scratch->File("inventory_server.log"));
 }
 
 } // namespace
