@@ -380,6 +380,22 @@ void GameRenderer::FrameBeforePost() {
 void GameRenderer::FrameUpdateUi() {
     CallSorted("ui", &GameModHooks::Renderer_FrameUpdateUi);
     ui::InventoryUi::UpdateUi();
+    if (Game::settingsWindowOpen && ImGui::GetCurrentContext() != nullptr) {
+        // The head of the settings window: the frame rate, the game mode, and saving.
+        ImGui::SetNextWindowPos(ImVec2(ImGui::GetIO().DisplaySize.x * 0.5f, 60.0f), ImGuiCond_FirstUseEver,
+                                ImVec2(0.5f, 0.0f));
+        if (ImGui::Begin("Settings", &Game::settingsWindowOpen, ImGuiWindowFlags_AlwaysAutoResize)) {
+            ImGui::Text("Rendering at %.1f FPS", Game::mainRenderingFramerate.GetRate());
+            ImGui::TextUnformatted(Game::_mode == 0       ? "Game Mode: Creative"
+                                       : Game::_mode == 1 ? "Game Mode: Adventure"
+                                                          : "Game Mode: Survival");
+            if (ImGui::Button("Save Settings") && Game::settings) {
+                std::lock_guard lock(Game::settings->GetMutex());
+                Game::settings->WriteConfig();
+            }
+        }
+        ImGui::End();
+    }
 }
 void GameRenderer::FrameBeforeUpdate() {
     CallSorted("update", &GameModHooks::Renderer_FrameBeforeUpdate);

@@ -78,12 +78,14 @@ public:
     void FrameUpdateDescriptorSets() override; ///< Renderer_FrameUpdateDescriptorSets, all modules.
     void FrameBeforePost() override;           ///< Renderer_FrameBeforePost, all modules.
     void FrameInit() override;                 ///< Settings, world origin, Renderer_FrameInit, camera.
-    void FrameUpdateUi() override;             ///< Renderer_FrameUpdateUi (list "ui"), the inventory windows.
-    void FrameBeforeUpdate() override;         ///< Renderer_FrameBeforeUpdate, list "update".
-    void FrameUpdate() override;               ///< Renderer_FrameUpdate, list "update".
-    void FrameBeforeRender() override;         ///< Renderer_FrameBeforeRender, list "render".
-    void FrameAfterRender() override;          ///< Renderer_FrameAfterRender, list "render".
-    void FrameAfterUpdate() override;          ///< Renderer_FrameAfterUpdate, list "update".
+    /// Renderer_FrameUpdateUi (list "ui"), the inventory windows, and the settings
+    /// window while Game::settingsWindowOpen.
+    void FrameUpdateUi() override;
+    void FrameBeforeUpdate() override;                              ///< Renderer_FrameBeforeUpdate, list "update".
+    void FrameUpdate() override;                                    ///< Renderer_FrameUpdate, list "update".
+    void FrameBeforeRender() override;                              ///< Renderer_FrameBeforeRender, list "render".
+    void FrameAfterRender() override;                               ///< Renderer_FrameAfterRender, list "render".
+    void FrameAfterUpdate() override;                               ///< Renderer_FrameAfterUpdate, list "update".
     void FramePushCommands(VkCommandBuffer commandBuffer) override; ///< Renderer_FramePushCommands, then the push list.
     void FrameBuildCommands(VkCommandBuffer commandBuffer) override;   ///< Renderer_FrameBuildCommands, all modules.
     void FrameRenderCommands(VkCommandBuffer commandBuffer) override;  ///< Renderer_FrameRenderCommands, list "render".
