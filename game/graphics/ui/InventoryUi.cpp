@@ -108,6 +108,20 @@ std::string Join(std::vector<std::string> const& parts, bool multiline) {
     return text;
 }
 
+/// The mutexes of two windows (one window once), taken in a fixed order: by address.
+class PairLock {
+public:
+    PairLock(InventoryUi* a, InventoryUi* b) {
+        if (a == b) b = nullptr;
+        if (a != nullptr && b != nullptr && std::less<InventoryUi*>()(b, a)) std::swap(a, b);
+        if (a != nullptr) first = std::unique_lock(a->mutex);
+        if (b != nullptr) second = std::unique_lock(b->mutex);
+    }
+
+private:
+    std::unique_lock<std::mutex> first, second;
+};
+
 std::string Number(double value) {
     std::ostringstream out;
     out << value;
@@ -303,18 +317,29 @@ void InventoryUi::UpdateInventory(game::Inventory const& inventory) {
     std::sort(records.begin(), records.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
 
     std::lock_guard registry(_inventoriesMutex);
+    // Where the other open windows show items, taken before this window's lock: an item
+    // that came from one of them glides over from there.
+    std::unordered_map<UniqueId, ImVec2> shown;
+    for (auto const& [id, entry] : _inventories) {
+        std::shared_ptr<InventoryUi> const other = entry.lock();
+        if (!other || other.get() == this || !other->open) continue;
+        std::lock_guard lock(other->mutex);
+        for (std::shared_ptr<Item> const& item : other->items)
+            if (item && item->id.IsSet()) shown[item->id] = item->screenPos;
+    }
     std::lock_guard lock(mutex);
     capacity = size;
     std::vector<std::shared_ptr<Item>> old = std::move(items);
     items.assign(compact ? records.size() : static_cast<size_t>(size), nullptr); // compact: in order, no gaps
     for (size_t i = 0; i < records.size(); ++i) {
         size_t const at = compact ? i : static_cast<size_t>(records[i].first);
-        items[at] = UpdateItemFromInventory(old, at, records[i].second);
+        items[at] = UpdateItemFromInventory(old, at, records[i].second, shown);
     }
 }
 
-std::shared_ptr<InventoryUi::Item> InventoryUi::UpdateItemFromInventory(std::vector<std::shared_ptr<Item>>& old,
-                                                                        size_t at, game::Item const& record) {
+std::shared_ptr<InventoryUi::Item> InventoryUi::UpdateItemFromInventory(
+    std::vector<std::shared_ptr<Item>>& old, size_t at, game::Item const& record,
+    std::unordered_map<UniqueId, ImVec2> const& shown) {
     std::shared_ptr<Item> item;
     // The entry held here, if it is this record's (one without an id yet takes the record's);
     // otherwise this window's item of that id wherever it stands, e.g. after a refused move.
@@ -333,14 +358,8 @@ std::shared_ptr<InventoryUi::Item> InventoryUi::UpdateItemFromInventory(std::vec
     }
     item = MakeItem(record, at);
     item->Assign(weak_from_this());
-    // An item that came from another open window glides over from where it was shown.
-    for (auto const& [id, entry] : _inventories) {
-        std::shared_ptr<InventoryUi> other = entry.lock();
-        if (!record.id.IsSet() || !other || other.get() == this || !other->open) continue;
-        std::lock_guard lock(other->mutex);
-        for (std::shared_ptr<Item> const& shown : other->items)
-            if (shown && shown->id == record.id) item->screenPos = shown->screenPos;
-    }
+    if (auto const there = shown.find(record.id); record.id.IsSet() && there != shown.end())
+        item->screenPos = there->second;
     return item;
 }
 
@@ -355,9 +374,7 @@ std::string InventoryUi::MoveOrSwapItem(std::shared_ptr<Item>& item, ImVec2 poin
     std::shared_ptr<Item> const moving = item; // `item` may name an entry that changes below
     std::lock_guard registry(_inventoriesMutex);
     std::shared_ptr<InventoryUi> const source = moving->owner.lock();
-    std::unique_lock mine(mutex);
-    std::unique_lock<std::mutex> theirs;
-    if (source && source.get() != this) theirs = std::unique_lock(source->mutex);
+    PairLock const locks(this, source.get());
     NEROX_ASSERT(!split || moving->stack > 1);
 
     std::vector<std::shared_ptr<Item>>* const from = source ? &source->items : nullptr;
@@ -424,9 +441,7 @@ std::string InventoryUi::MoveItem(std::shared_ptr<Item>& item, bool stack) {
         std::lock_guard registry(_inventoriesMutex);
         std::shared_ptr<InventoryUi> const source = moving->owner.lock();
         if (source.get() == this) return "";
-        std::unique_lock mine(mutex);
-        std::unique_lock<std::mutex> theirs;
-        if (source) theirs = std::unique_lock(source->mutex);
+        PairLock const locks(this, source.get());
         size_t at = 0;
         if (source) {
             auto const entry = std::find(source->items.begin(), source->items.end(), moving);
@@ -480,11 +495,9 @@ void InventoryUi::Release(std::shared_ptr<Item> item, ImVec2 pointer, bool shift
                 continue;
             if (int const order = DisplayOrder(candidate->title); order > front) front = order, target = candidate;
         }
-        std::unique_lock mine(mutex);
+        PairLock const locks(this, target.get());
         itemId = item->id;
         if (target) {
-            std::unique_lock<std::mutex> theirs;
-            if (target.get() != this) theirs = std::unique_lock(target->mutex);
             split = shift && item->stack > 1; // a single unit moves whole
             count = split ? SplitCount(item->stack) : 0;
             long const slot = target->SlotAt((pointer - target->windowPos) / Game::GetUiScaling());

@@ -9,8 +9,8 @@
 // thread; UpdateInventory may come from any thread. `items` and `capacity` of an
 // instance, and what its items hold, are guarded by its `mutex`. Lock order:
 // `_inventoriesMutex` first, then an instance's `mutex`; whoever holds two instance
-// mutexes at once also holds `_inventoriesMutex`. No callback is called with a lock
-// held, so a callback may call UpdateInventory at once.
+// mutexes at once holds `_inventoriesMutex` too and takes them in address order. No
+// callback is called with a lock held, so a callback may call UpdateInventory at once.
 #include "game/UniqueId.hpp"
 #include "nerox/modular/ModuleID.hpp"
 
@@ -188,8 +188,10 @@ private:
     /// The item for `record` at entry `at`: the one `old` holds there or elsewhere
     /// (taken out of `old`), or a new one; see UpdateInventory. Caller holds
     /// `_inventoriesMutex` and `mutex`.
+    /// `shown`: where other open windows show items, by id.
     std::shared_ptr<Item> UpdateItemFromInventory(std::vector<std::shared_ptr<Item>>& old, size_t at,
-                                                  game::Item const& record);
+                                                  game::Item const& record,
+                                                  std::unordered_map<UniqueId, ImVec2> const& shown);
     /// The release of a drag of `item` at `pointer` (screen pixels), with or without Shift.
     void Release(std::shared_ptr<Item> item, ImVec2 pointer, bool shift);
 };

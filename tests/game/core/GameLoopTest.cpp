@@ -216,7 +216,7 @@ TEST_F(UiStyleTest, TheStyleIsScaledToWholePixelsButNotItsBordersAndFontsFallBac
     testing::internal::CaptureStderr(); // the game's font is not in the run folder
     Game::LoadFonts();
     EXPECT_NE(testing::internal::GetCapturedStderr().find("SourceCodePro-Semibold.otf"), std::string::npos);
-    EXPECT_EQ(ImGui::GetIO().Fonts->ConfigData.Size, 1);
+    EXPECT_EQ(ImGui::GetIO().Fonts->ConfigData.Size, 2); // the fallback, then the inventory windows' font
 }
 
 TEST_F(UiStyleTest, TheHelpTooltipShowsOnlyWhileLookingWithTheSettingOn) {

@@ -95,8 +95,8 @@ protected:
         return window;
     }
     /// Fills an inventory from "S5 D1 - R5": Stone, Dirt, red Stone, or nothing, with a count.
-    void Fill(char inventory, std::string const& spec) {
-        std::istringstream in(spec);
+    void Fill(char inventory, std::string const& layout) {
+        std::istringstream in(layout);
         int slot = 0;
         for (std::string token; in >> token; ++slot) {
             if (token == "-") continue;
@@ -269,6 +269,7 @@ TEST_F(InventoryTest, SlotsSummariesAndSplitCounts) {
     EXPECT_EQ(a->GetPropertySummary("mass", 2.0, false), "Dirt 5");
     EXPECT_EQ(InventoryUi::SplitCount(7), 1); // without Shift
     auto item = a->GetItem(1);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(a->MoveOrSwapItem(item, Centre(*a, 5) - a->windowPos, true), "ASSERTION FAILED: \\(!split");
 }
 
