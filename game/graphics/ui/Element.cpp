@@ -92,11 +92,16 @@ void Element::Sort(std::function<bool(std::shared_ptr<Element> const&, std::shar
 
 std::vector<std::shared_ptr<Element>> Element::Live() {
     std::vector<std::shared_ptr<Element>> live;
+    Live(live);
+    return live;
+}
+
+void Element::Live(std::vector<std::shared_ptr<Element>>& live) {
+    live.clear();
     std::shared_lock lock(_sharedObjectsMutex);
     live.reserve(_sharedObjects.size());
     for (auto const& entry : _sharedObjects)
         if (auto element = entry.lock()) live.push_back(std::move(element));
-    return live;
 }
 
 void Element::ForEach(std::function<void(Element&)> const& function) {
@@ -117,7 +122,9 @@ bool Element::ClickTop(glm::ivec2 const& mouse, glm::ivec2 const& screen, int bu
 }
 
 void Element::HoverTop(glm::ivec2 const& mouse, glm::ivec2 const& screen, bool pressed) {
-    std::vector<std::shared_ptr<Element>> const live = Live();
+    // Every frame while a pointer is forwarded: the list's storage is kept per thread.
+    thread_local std::vector<std::shared_ptr<Element>> live;
+    Live(live);
     bool found = false;
     for (auto it = live.rbegin(); it != live.rend(); ++it) {
         Element& element = **it;
@@ -128,6 +135,7 @@ void Element::HoverTop(glm::ivec2 const& mouse, glm::ivec2 const& screen, bool p
         found = found || over;
         (*element.hover)(over, pressed);
     }
+    live.clear();
 }
 
 void Element::ForwardPointer(glm::ivec2 const& mouse, glm::ivec2 const& screen, bool leftDown) {

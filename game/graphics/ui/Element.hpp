@@ -173,6 +173,8 @@ public:
 protected:
     /// The live elements in draw order, taken under the shared lock.
     static std::vector<std::shared_ptr<Element>> Live();
+    /// The same into live, which keeps its storage.
+    static void Live(std::vector<std::shared_ptr<Element>>& live);
     Element(uint32_t vertexCount, uint32_t instanceCount, int32_t layer, bool visible);
     std::weak_ptr<Element> _self; ///< Filled by Make.
 };
