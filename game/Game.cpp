@@ -10,6 +10,7 @@
 #include "game/graphics/GameRenderer.hpp"
 #include "game/graphics/ui/InventoryUi.hpp"
 #include "game/input/Controller.hpp"
+#include "game/input/FunctionKeys.hpp"
 #include "game/input/Joystick.hpp"
 #include "game/modules/GAME_Mod.hpp"
 #include "game/modules/SERVER_Mod.hpp"
@@ -301,6 +302,7 @@ void Game::ServerUpdate(double deltaTime, int physicsArgument) {
 
 void Game::InputUpdate(double deltaTime) {
     game::input::Controller::InputUpdate(deltaTime);
+    game::input::FunctionKeys::Update();
     GAME_Mod::ForEachModule([deltaTime](GAME_Mod::Ptr& mod) {
         if (mod->Input_Update) mod->Input_Update(deltaTime);
     });
@@ -359,6 +361,9 @@ void Game::Stop() {
 
     settingsWindowOpen = false;
     adminWindowOpen = false;
+    game::input::FunctionKeys::Reset();
+    game::input::FunctionKeys::droneMode = false;
+    game::input::FunctionKeys::respawnRequested = false;
     uiVisible = true;
     userInventory.reset();
     activeItem.reset();

@@ -155,7 +155,8 @@ public:
     static void ClientUpdate();
     /// One server tick. `physicsArgument` is handed to the physics step unchanged.
     static void ServerUpdate(double deltaTime, int physicsArgument);
-    /// One input pass: samples the controller, then Input_Update of the modules.
+    /// One input pass: samples the controller, reads the function keys
+    /// (input::FunctionKeys), then Input_Update of the modules.
     static void InputUpdate(double deltaTime);
     /// Input pass in play mode: the tool in hand, then Input_Update_Play.
     static void InputUpdate_Play(double deltaTime);

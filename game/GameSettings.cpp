@@ -387,4 +387,10 @@ GameSettings::GraphicsPreset const* GameSettings::FindGraphicsPreset(int32_t pre
     return nullptr;
 }
 
+GameSettings::InputBinding GameSettings::DefaultBinding(InputBinding GameSettings::*member) {
+    for (BindingDefault const& row : Bindings)
+        if (row.member == member) return MakeBinding(row);
+    return {};
+}
+
 } // namespace game

@@ -50,6 +50,8 @@ public:
     };
     /// The preset of that number, or null for a custom configuration.
     static GraphicsPreset const* FindGraphicsPreset(int32_t preset);
+    /// The default of a binding member (what a new settings file has); none for any other member.
+    static InputBinding DefaultBinding(InputBinding GameSettings::*member);
 
     /// A copy of one member, taken under GetMutex().
     template <class T> T Get(T GameSettings::*member) {

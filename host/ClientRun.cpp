@@ -15,8 +15,10 @@
 #include "game/modules/TESSARA_Mod.hpp"
 #include "nerox/graphics/GlfwWindow.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
+#include "nerox/cpu/Profiler.hpp"
 
 #include <imgui.h>
+#include <imgui_internal.h>
 
 #include <algorithm>
 #include <atomic>
@@ -78,6 +80,30 @@ bool SaveScreenshot(game::graphics::GameRenderer& renderer, std::string const& p
                               renderer.GetOutputImageFormat(), VK_IMAGE_LAYOUT_GENERAL, path, 95, true);
 }
 
+// The names of the interface windows the last frame showed, without their "##" parts.
+std::string ShownWindows() {
+    std::string names;
+    ImGuiContext const* context = ImGui::GetCurrentContext();
+    if (context == nullptr) return names;
+    int const inner = ImGuiWindowFlags_ChildWindow | ImGuiWindowFlags_Tooltip | ImGuiWindowFlags_Popup;
+    for (ImGuiWindow const* window : context->Windows) {
+        if (!window->Active || window->Hidden || (window->Flags & inner) != 0 || window->IsFallbackWindow) continue;
+        std::string_view name(window->Name);
+        name = name.substr(0, name.find("##"));
+        if (!names.empty()) names += "; ";
+        names += name;
+    }
+    return names;
+}
+
+// Waits out the rest of a frame's share of a second under the frame rate limit of the settings (0: none).
+void KeepFrameRateLimit(Clock::time_point frameStart) {
+    int const limit = Game::settings ? Game::settings->Get(&game::GameSettings::framerate_limit_main_rendering) : 0;
+    if (limit <= 0) return;
+    std::this_thread::sleep_until(frameStart + std::chrono::duration_cast<Clock::duration>(
+                                                   std::chrono::duration<double>(1.0 / limit)));
+}
+
 // The saved worlds, by name.
 std::vector<std::string> SavedWorlds() {
     std::vector<std::string> worlds;
@@ -107,13 +133,20 @@ bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game
         if (!Game::isActive.load()) break;
         window.PollEvents();
         if (window.ShouldClose()) break;
+        auto const frameStart = Clock::now();
         Game::mainRenderingFramerate.Tick();
-        Game::Update(0.0);
-        Game::ClientUpdate();
+        {
+            nerox::cpu::Profiler scope("Client");
+            Game::Update(0.0);
+            Game::ClientUpdate();
+        }
         Game::inputFramerate.Tick();
         if (player != nullptr) player->Apply(std::chrono::duration<double>(Clock::now() - start).count());
-        Game::UpdateJoysticks();
-        RunInputPass(Game::inputFramerate.GetDeltaTime());
+        {
+            nerox::cpu::Profiler scope("Input");
+            Game::UpdateJoysticks();
+            RunInputPass(Game::inputFramerate.GetDeltaTime());
+        }
         if (!Game::isActive.load()) break; // the script's quit
         if (menu != nullptr) {
             double x = 0.0, y = 0.0;
@@ -127,7 +160,10 @@ bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game
         // screenshot is wanted, since the last one is known only afterwards.
         if (!options.screenshotPath.empty() && renderer.HasSwapchain()) renderer.CaptureNextFrame();
         uint64_t const before = renderer.FrameIndex();
-        renderer.Frame();
+        {
+            nerox::cpu::Profiler scope("Render");
+            renderer.Frame();
+        }
         Game::mainRenderingFramerate.WorkDone();
         if (renderer.FrameIndex() == before) {
             // Skipped (a minimised window): wait a little rather than spin.
@@ -136,6 +172,7 @@ bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game
         }
         ++frames;
         if (options.frames && frames >= *options.frames) return false;
+        KeepFrameRateLimit(frameStart);
     }
     return false;
 }
@@ -192,6 +229,8 @@ int RunClient(HostOptions const& options) {
     Game::audio = nullptr;
     Game::_mods = options.contentModules;
     Game::_current_world = options.world;
+    Game::_mode = options.gameMode;
+    nerox::cpu::Profiler::SetThreadName("client"); // the client, input and render passes
     Game::_is_server = true; // single player: this process runs the server too
     bool loaded = LoadModules<GAME_Mod>(options.gameModules);
     loaded = LoadModules<SERVER_Mod>(options.serverModules) && loaded;
@@ -255,6 +294,7 @@ int RunClient(HostOptions const& options) {
     if (gameStarted && !failure && !options.screenshotPath.empty()) {
         if (SaveScreenshot(renderer, options.screenshotPath)) {
             std::printf("Saved the last frame to %s\n", options.screenshotPath.c_str());
+            std::printf("Windows in it: %s\n", ShownWindows().c_str());
         } else {
             std::cerr << "tessara: could not save the screenshot " << options.screenshotPath << '\n';
             status = 1;

@@ -146,6 +146,7 @@ int RunHeadless(HostOptions const& options) {
     Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
     Game::_mods = options.contentModules;
     Game::_current_world = options.world;
+    Game::_mode = options.gameMode;
     Game::_is_server = true;
 
     // The game loads content modules quietly; tell the user about a name that has no library.

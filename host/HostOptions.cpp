@@ -225,6 +225,13 @@ Option const Options[] = {
      "In client mode, render into an image instead of a window\n"
      "(no display needed).",
      nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.offscreen = true; }},
+    {"--game-mode", "MODE", "creative (the default), adventure or survival.", "creative, adventure or survival",
+     [](HostOptions& o, std::string const& t, std::string&) {
+         static char const* const modes[] = {"creative", "adventure", "survival"};
+         for (int i = 0; i < 3; ++i)
+             if (t == modes[i]) return o.gameMode = i, true;
+         return false;
+     }},
     {"--play", nullptr, "In client mode, skip the start menu: play the world (--world) at once.", nullptr,
      [](HostOptions& o, std::string const&, std::string&) { return o.play = true; }},
     {"--frames", "N", "In client mode, stop after N frames.", "a whole number of at least 1",

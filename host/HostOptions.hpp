@@ -15,6 +15,7 @@ struct HostOptions {
     double tickRate = 60.0;                 ///< Server ticks per second when running in real time.
     int substeps = 4;                       ///< Physics substeps handed to each server tick.
     std::string world = "demo";             ///< Name of the world to run.
+    int gameMode = 0;                       ///< Game::_mode: 0 creative, 1 adventure, 2 survival.
     std::string configPath = "tessara.ini"; ///< Host configuration file.
     bool configGiven = false;               ///< Whether --config named the file (then it must exist).
     std::string settingsPath = "../Tessara-data/settings.ini"; ///< The user's settings file.

@@ -3,6 +3,7 @@
 #include "game/graphics/RenderableInstance.hpp"
 #include "game/graphics/ui/Element.hpp"
 #include "game/graphics/ui/InventoryUi.hpp"
+#include "game/graphics/ui/Panels.hpp"
 
 #include "game/Game.hpp"
 #include "game/GameSettings.hpp"
@@ -20,6 +21,7 @@
 
 #include <cctype>
 #include <climits>
+#include <cstdio>
 #include <cmath>
 #include <cstring>
 #include <iostream>
@@ -135,16 +137,11 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
     linearClamp.addressModeU = VK_SAMPLER_ADDRESS_MODE_CLAMP_TO_EDGE;
     linearClamp.addressModeV = VK_SAMPLER_ADDRESS_MODE_CLAMP_TO_EDGE;
     linearClampSampler = std::make_unique<nerox::vk::Sampler>(GetDevice(), linearClamp, "Linear Clamp Sampler");
-    graphicsPresetNames = {
-        "Custom Graphics Settings (I want to tweak everything myself!)",
-        "FAST FAST (I don't care about graphics at all, Just give me them frames!)",
-        "Low quality (recommended for lower end RTX GPUs)",
-        "Medium quality (recommended for most RTX GPUs)",
-        "Good quality (recommended for high end RTX GPUs)",
-        "High quality (only for RTX 4090)",
-        "Ultra quality (that GPU is not out yet)",
-    };
+    graphicsPresetNames = GraphicsPresetLabels;
+    // "NONE", then what this device can run.
     upscalingAlgoNames = {"NONE"};
+    for (nerox::renderer::UPSCALE_ALGO const algorithm : Upscaler::SupportedAlgorithms())
+        if (algorithm != nerox::renderer::UPSCALE_ALGO::NONE) upscalingAlgoNames.push_back(Upscaler::GetAlgoStrFromEnum(algorithm));
     nearestSampler = std::make_unique<nerox::vk::Sampler>(GetDevice(), nerox::vk::SamplerOptions{}, "Nearest Sampler");
     linearClampSampler2 = std::make_unique<nerox::vk::Sampler>(GetDevice(), linearClamp, "Linear Clamp Sampler 2");
     overlayPipelineLayout = std::make_unique<nerox::vk::PipelineLayout>(
@@ -157,6 +154,7 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
 
     CreateOverlayPipelines();
     ui::GraphicsPipelineWrapper::LoadPipelines(this);
+    panels = std::make_unique<ui::Panels>(this);
 
     if (AddTexture(nerox::graphics::TextureRef(FontAtlasPath), linearClampSampler->Handle()) != FontAtlasTextureIndex)
         throw std::runtime_error("Font Atlas Index is not 0");
@@ -168,6 +166,9 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
         if (firstRun) settings.graphics_preset = 3;
         ConfigureSettingsFromPreset();
         if (firstRun) settings.WriteConfig();
+        // The file's hidden developer switches open their windows from the start.
+        panels->debugWindowOpen = settings.debug_window;
+        panels->profilingWindowOpen = settings.dev_tools;
     }
 
     entityTriangleHitShader = AddRenderableHitShader("game/graphics/rt/entity_tri");
@@ -297,7 +298,15 @@ void GameRenderer::Frame() {
         std::lock_guard lock(renderableShadersMutex);
         renderableShadersLocked = true;
     }
+    if (!_screenshotPath.empty() && HasSwapchain()) CaptureNextFrame();
     NeroxRenderer::Frame();
+    if (!_screenshotPath.empty()) {
+        if (SaveOutputImage(_screenshotPath))
+            std::printf("Saved a screenshot to %s\n", _screenshotPath.c_str());
+        else
+            std::fprintf(stderr, "Could not save the screenshot %s\n", _screenshotPath.c_str());
+        _screenshotPath.clear();
+    }
     ui::Element::Sort([](std::shared_ptr<ui::Element> const& a, std::shared_ptr<ui::Element> const& b) {
         return a->layer < b->layer;
     });
@@ -323,6 +332,7 @@ void GameRenderer::FrameInit() {
         fov = settings.fov;
         NeroxRenderer::nearClip = nearClip;
         devTools = settings.dev_tools;
+        drawUi = Game::uiVisible;
 
         std::string algorithm = settings.upscaling_algo;
         for (char& c : algorithm) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -378,24 +388,15 @@ void GameRenderer::FrameBeforePost() {
     CallAll(&GameModHooks::Renderer_FrameBeforePost);
 }
 void GameRenderer::FrameUpdateUi() {
+    if (ImGui::GetCurrentContext() != nullptr) {
+        panels->Draw();
+        if (panels->styleChanged) {
+            panels->styleChanged = false;
+            uiStyleDirty = true;
+        }
+    }
     CallSorted("ui", &GameModHooks::Renderer_FrameUpdateUi);
     ui::InventoryUi::UpdateUi();
-    if (Game::settingsWindowOpen && ImGui::GetCurrentContext() != nullptr) {
-        // The head of the settings window: the frame rate, the game mode, and saving.
-        ImGui::SetNextWindowPos(ImVec2(ImGui::GetIO().DisplaySize.x * 0.5f, 60.0f), ImGuiCond_FirstUseEver,
-                                ImVec2(0.5f, 0.0f));
-        if (ImGui::Begin("Settings", &Game::settingsWindowOpen, ImGuiWindowFlags_AlwaysAutoResize)) {
-            ImGui::Text("Rendering at %.1f FPS", Game::mainRenderingFramerate.GetRate());
-            ImGui::TextUnformatted(Game::_mode == 0       ? "Game Mode: Creative"
-                                       : Game::_mode == 1 ? "Game Mode: Adventure"
-                                                          : "Game Mode: Survival");
-            if (ImGui::Button("Save Settings") && Game::settings) {
-                std::lock_guard lock(Game::settings->GetMutex());
-                Game::settings->WriteConfig();
-            }
-        }
-        ImGui::End();
-    }
 }
 void GameRenderer::FrameBeforeUpdate() {
     CallSorted("update", &GameModHooks::Renderer_FrameBeforeUpdate);
@@ -411,6 +412,10 @@ void GameRenderer::FrameBeforeRender() {
 }
 void GameRenderer::FrameAfterRender() {
     CallSorted("render", &GameModHooks::Renderer_FrameAfterRender);
+}
+
+void GameRenderer::RequestScreenshot(std::string path) {
+    _screenshotPath = std::move(path);
 }
 
 void GameRenderer::SchedulePush(std::shared_ptr<nerox::graphics::Texture> texture) {
@@ -458,6 +463,10 @@ void GameRenderer::FrameOverlayCommands(VkCommandBuffer commandBuffer) {
     if (target == VK_NULL_HANDLE || !OverlayPassMatchesOutput()) return;
     overlayRenderpass->Begin(commandBuffer, target);
     DrawDebugPhysics(commandBuffer);
+    if (!Game::uiVisible) {
+        overlayRenderpass->End(commandBuffer);
+        return;
+    }
     if (Game::_mouseLook) {
         crosshairPipeline->Bind(commandBuffer);
         vkCmdPushConstants(commandBuffer, *overlayPipelineLayout, VK_SHADER_STAGE_ALL, 0, sizeof uiScaling, &uiScaling);

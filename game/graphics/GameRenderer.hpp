@@ -29,6 +29,9 @@ class Buffer;
 namespace game::entity {
 struct ConvexMeshCollider;
 } // namespace game::entity
+namespace game::graphics::ui {
+class Panels;
+} // namespace game::graphics::ui
 
 namespace game::graphics {
 
@@ -78,8 +81,8 @@ public:
     void FrameUpdateDescriptorSets() override; ///< Renderer_FrameUpdateDescriptorSets, all modules.
     void FrameBeforePost() override;           ///< Renderer_FrameBeforePost, all modules.
     void FrameInit() override;                 ///< Settings, world origin, Renderer_FrameInit, camera.
-    /// Renderer_FrameUpdateUi (list "ui"), the inventory windows, and the settings
-    /// window while Game::settingsWindowOpen.
+    /// The game's windows (panels), then Renderer_FrameUpdateUi (list "ui"),
+    /// then the inventory windows.
     void FrameUpdateUi() override;
     void FrameBeforeUpdate() override;                              ///< Renderer_FrameBeforeUpdate, list "update".
     void FrameUpdate() override;                                    ///< Renderer_FrameUpdate, list "update".
@@ -99,7 +102,7 @@ public:
     void FrameOverlayCommands(VkCommandBuffer commandBuffer) override;
     /// Rebuilds the interface style when uiStyleDirty is set, locks the shader
     /// tables on the first frame, runs the base frame, then sorts the retained
-    /// interface's elements by layer.
+    /// interface's elements by layer and saves a requested screenshot.
     void Frame() override;
 
     // ---- game operations
@@ -129,7 +132,7 @@ public:
                    std::string const& path, int quality, bool opaque);
     /// Sets upscaling_quality_setting and final_upscale from graphics_preset (1 to
     /// 6; others change nothing). The caller holds Game::settings->GetMutex().
-    void ConfigureSettingsFromPreset();
+    static void ConfigureSettingsFromPreset();
     /// Registers a hit shader (a path below the working folder, without
     /// extension) and returns its hit group. Only before the first frame:
     /// afterwards it fails the assertion "!renderableShadersLocked".
@@ -151,6 +154,9 @@ public:
     /// unless the list holds the last reference by then. Either way the list's
     /// reference goes to the trash. Push must not call PushTexture.
     void PushTexture(std::shared_ptr<nerox::graphics::Texture> texture);
+    /// Saves the next frame into path (PNG) once it is drawn, with a line on
+    /// standard output; a failure is reported on standard error. Render thread.
+    void RequestScreenshot(std::string path);
 
     // ---- members, in the order the engine expects them
     std::unique_ptr<nerox::vk::Renderpass>
@@ -159,6 +165,16 @@ public:
         linearClampSampler; ///< Linear, clamp to edge: the font atlas and voxel textures.
     /// Labels of graphics_preset 0 to 6.
     std::array<char const*, 7> graphicsPresetNames{};
+    /// What graphicsPresetNames starts with.
+    static constexpr std::array<char const*, 7> GraphicsPresetLabels = {
+        "Custom Graphics Settings (I want to tweak everything myself!)",
+        "FAST FAST (I don't care about graphics at all, Just give me them frames!)",
+        "Low quality (recommended for lower end RTX GPUs)",
+        "Medium quality (recommended for most RTX GPUs)",
+        "Good quality (recommended for high end RTX GPUs)",
+        "High quality (only for RTX 4090)",
+        "Ultra quality (that GPU is not out yet)",
+    };
     /// Upscaling algorithms the settings panel offers, "NONE" first.
     std::vector<char const*> upscalingAlgoNames;
     std::unique_ptr<nerox::vk::Sampler> nearestSampler;      ///< Nearest, repeat.
@@ -185,6 +201,7 @@ public:
     glm::dmat4 originTransform{1.0};            ///< World to floating frame.
     glm::dmat4 originInverseTransform{1.0};     ///< Floating frame to world; recomputed when the origin moves.
     bool debugFlag = false;                     ///< Bit 3 of the shaders' option word.
+    float debugViewScale = 1.0f;                ///< Scale of the debug view's values, for the drawing modules.
     bool worldOriginChanged = false;            ///< Set by FrameInit in a frame whose origin moved.
     float nearClip = 0.001f;                    ///< Copied to the base class every frame.
 
@@ -224,6 +241,8 @@ public:
     /// The debug shapes' vertices, a buffer per frame slot, grown as needed and
     /// released while no debug drawing is asked for.
     std::array<std::shared_ptr<nerox::vk::Buffer>, FramesInFlight> debugColliderVertices;
+    /// The game's immediate-mode windows, built by FrameUpdateUi.
+    std::unique_ptr<ui::Panels> panels;
 
 private:
     void CreateOverlayPass();
@@ -239,6 +258,7 @@ private:
     // release may trash again; kept to reuse its storage.
     std::vector<std::shared_ptr<void>> _releasing;
     float uiScaling = 1.0f;                  // ui_scaling, copied in FrameInit
+    std::string _screenshotPath;             // saved after the next frame; empty for none
     std::vector<DebugVertex> _debugVertices; // this frame's debug shapes, kept for its storage
 };
 

@@ -25,6 +25,7 @@
 #include "game/entity/ClientSideEntity.hpp"
 #include "game/graphics/GameRenderer.hpp"
 #include "game/input/Controller.hpp"
+#include "game/input/FunctionKeys.hpp"
 #include "game/modules/Hooks.hpp"
 #include "nerox/graphics/Window.hpp"
 
@@ -47,7 +48,6 @@ unsigned long frames = 0;             // Frames whose interface this module buil
 sample::Player player;         // The one who plays.
 sample::Player::Intent intent; // Gathered by the input passes since the last step.
 bool mouseWasDown = false;     // The left button, at the last input pass.
-bool debugKeyWasDown = false;  // F3, at the last input pass.
 bool probeKeyWasDown = false;  // P, at the last input pass.
 bool chasing = false;          // The camera rides with the falling probe.
 double probeAtRest = 0.0;      // Seconds the chased probe has been still.
@@ -151,14 +151,13 @@ void Game_Ready() {
 }
 
 // Every input pass: Escape frees the cursor, a click in the world takes it
-// again, F3 shows or hides the physics colliders, P drops a probe and rides
-// with it (or comes back); the avatar's actions are gathered for the next step.
+// again, P drops a probe and rides with it (or comes back), Shift+F10 puts the
+// player back at the start and F2 lets it fly (the game's function keys); the
+// avatar's actions are gathered for the next step.
 void Input_Update(double) {
     nerox::graphics::Window* window = Game::window;
-    bool const debugKeyDown = window != nullptr && window->GetKey(GLFW_KEY_F3) == GLFW_PRESS;
-    if (debugKeyDown && !debugKeyWasDown)
-        Game::debugServerSidePhysics = Game::debugClientSidePhysics = !Game::debugServerSidePhysics;
-    debugKeyWasDown = debugKeyDown;
+    if (game::input::FunctionKeys::respawnRequested.exchange(false)) Game::Synchronize(PlacePlayer);
+    player.flying = game::input::FunctionKeys::droneMode.load();
     bool const probeKeyDown = window != nullptr && window->GetKey(GLFW_KEY_P) == GLFW_PRESS;
     if (probeKeyDown && !probeKeyWasDown) {
         if (!chasing) AskForProbe();

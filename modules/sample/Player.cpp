@@ -69,6 +69,14 @@ void Player::Step(Intent const& intent, double dt) {
     if (!(dt > 0.0)) return;
     yaw = std::remainder(yaw + intent.yaw, 2.0 * M_PI);
     pitch = std::clamp(pitch + intent.pitch, -1.553, 1.553); // +-89 degrees
+    if (flying) {
+        glm::dvec3 const right = glm::normalize(glm::dvec3(-std::sin(yaw), 0.0, std::cos(yaw)));
+        glm::dvec3 const up(0.0, intent.jump ? 1.0 : 0.0, 0.0);
+        feet += (Forward() * intent.forward + right * intent.right + up) * flySpeed * dt;
+        velocity = glm::dvec3(0.0);
+        onGround = false;
+        return;
+    }
     Intent move = intent;
     int const steps = std::min(60, static_cast<int>(std::ceil(dt / maxStep)));
     for (int i = 0; i < steps; ++i) {

@@ -28,6 +28,7 @@ public:
     static constexpr double runSpeed = 7.5;        ///< m/s.
     static constexpr double jumpSpeed = 4.5;       ///< Upwards, m/s, at the start of a jump.
     static constexpr double maxStep = 1.0 / 120.0; ///< Longest step of the motion, seconds.
+    static constexpr double flySpeed = 12.0;       ///< m/s in drone mode.
 
     /// Puts the body at feet, looking along yaw and pitch (radians), at rest.
     void Place(glm::dvec3 const& feet, double yaw, double pitch);
@@ -47,6 +48,7 @@ public:
     double yaw = 0.0;         ///< Radians, turning right.
     double pitch = 0.0;       ///< Radians, up, within +-89 degrees.
     bool onGround = false;    ///< Something held the feet in the last step.
+    bool flying = false;      ///< Drone mode: flies where it looks, through everything, with nothing pulling.
 
 private:
     /// One step of at most maxStep.

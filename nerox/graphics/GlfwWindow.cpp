@@ -143,6 +143,21 @@ bool GlfwWindow::JoystickIsGamepad(int id) const {
 void GlfwWindow::PollEvents() {
     glfwPollEvents();
 }
+void GlfwWindow::SetFullscreen(bool on) {
+    if (on == _fullscreen) return;
+    if (on) {
+        GLFWmonitor* const monitor = glfwGetPrimaryMonitor();
+        GLFWvidmode const* const mode = monitor != nullptr ? glfwGetVideoMode(monitor) : nullptr;
+        if (mode == nullptr) return; // no monitor to fill
+        glfwGetWindowPos(_window, &_windowed[0], &_windowed[1]);
+        glfwGetWindowSize(_window, &_windowed[2], &_windowed[3]);
+        glfwSetWindowMonitor(_window, monitor, 0, 0, mode->width, mode->height, mode->refreshRate);
+    } else {
+        glfwSetWindowMonitor(_window, nullptr, _windowed[0], _windowed[1], _windowed[2], _windowed[3], GLFW_DONT_CARE);
+    }
+    _fullscreen = on;
+}
+
 bool GlfwWindow::ShouldClose() const {
     return glfwWindowShouldClose(_window) == GLFW_TRUE;
 }

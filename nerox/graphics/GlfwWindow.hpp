@@ -39,12 +39,14 @@ public:
     void PollEvents() override;
     bool ShouldClose() const override;
     void SetShouldClose(bool close) override;
+    void SetFullscreen(bool on) override;
 
     /// The GLFW handle, for the renderer's surface and the interface backend.
     GLFWwindow* GetHandle() const { return _window; }
 
 private:
     GLFWwindow* _window = nullptr;
+    int _windowed[4] = {0, 0, 0, 0}; // position and size to go back to from full screen
 };
 
 } // namespace nerox::graphics

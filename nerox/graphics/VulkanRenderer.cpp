@@ -488,7 +488,7 @@ void VulkanRenderer::EndFrame() {
     FrameSlot& slot = _frames[_frameSlot];
     Target& target = _targets[_targetIndex];
 
-    ImDrawData* const drawData = _uiStarted ? ImGui::GetDrawData() : nullptr;
+    ImDrawData* const drawData = _uiStarted && drawUi ? ImGui::GetDrawData() : nullptr;
     if (drawData != nullptr && drawData->Valid && drawData->CmdListsCount > 0) {
         _uiPass->Begin(slot.commands, target.view);
         ImGui_ImplVulkan_RenderDrawData(drawData, slot.commands);

@@ -73,6 +73,11 @@ public:
     virtual bool ShouldClose() const = 0;
     /// Sets or clears the close request.
     virtual void SetShouldClose(bool close) = 0;
+    /// Switches to full screen on the primary monitor, or back to the window as
+    /// it was. This base only remembers the state, as a window without a screen should.
+    virtual void SetFullscreen(bool on) { _fullscreen = on; }
+    /// Whether the window is in full screen.
+    bool IsFullscreen() const { return _fullscreen; }
 
     /// Called for each key event; the host routes them to the modules.
     KeyCallback onKey;
@@ -82,6 +87,9 @@ public:
     MouseButtonCallback onMouseButton;
     /// Called for each scroll event.
     ScrollCallback onScroll;
+
+protected:
+    bool _fullscreen = false; ///< Set by SetFullscreen.
 };
 
 } // namespace nerox::graphics
