@@ -100,8 +100,8 @@ std::string ShownWindows() {
 void KeepFrameRateLimit(Clock::time_point frameStart) {
     int const limit = Game::settings ? Game::settings->Get(&game::GameSettings::framerate_limit_main_rendering) : 0;
     if (limit <= 0) return;
-    std::this_thread::sleep_until(frameStart + std::chrono::duration_cast<Clock::duration>(
-                                                   std::chrono::duration<double>(1.0 / limit)));
+    std::this_thread::sleep_until(
+        frameStart + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / limit)));
 }
 
 // The saved worlds, by name.
@@ -231,7 +231,7 @@ int RunClient(HostOptions const& options) {
     Game::_current_world = options.world;
     Game::_mode = options.gameMode;
     nerox::cpu::Profiler::SetThreadName("client"); // the client, input and render passes
-    Game::_is_server = true; // single player: this process runs the server too
+    Game::_is_server = true;                       // single player: this process runs the server too
     bool loaded = LoadModules<GAME_Mod>(options.gameModules);
     loaded = LoadModules<SERVER_Mod>(options.serverModules) && loaded;
     SortClientModuleLists();

@@ -141,7 +141,8 @@ GameRenderer::GameRenderer(nerox::graphics::Window* window, char const* applicat
     // "NONE", then what this device can run.
     upscalingAlgoNames = {"NONE"};
     for (nerox::renderer::UPSCALE_ALGO const algorithm : Upscaler::SupportedAlgorithms())
-        if (algorithm != nerox::renderer::UPSCALE_ALGO::NONE) upscalingAlgoNames.push_back(Upscaler::GetAlgoStrFromEnum(algorithm));
+        if (algorithm != nerox::renderer::UPSCALE_ALGO::NONE)
+            upscalingAlgoNames.push_back(Upscaler::GetAlgoStrFromEnum(algorithm));
     nearestSampler = std::make_unique<nerox::vk::Sampler>(GetDevice(), nerox::vk::SamplerOptions{}, "Nearest Sampler");
     linearClampSampler2 = std::make_unique<nerox::vk::Sampler>(GetDevice(), linearClamp, "Linear Clamp Sampler 2");
     overlayPipelineLayout = std::make_unique<nerox::vk::PipelineLayout>(

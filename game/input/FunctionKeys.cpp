@@ -72,6 +72,10 @@ void FunctionKeys::Update() {
     if (pressed[10] && (down(GLFW_KEY_LEFT_SHIFT) || down(GLFW_KEY_RIGHT_SHIFT))) respawnRequested = true;
     if (pressed[11]) window->SetFullscreen(!window->IsFullscreen());
     if (pressed[12] && renderer != nullptr) renderer->RequestScreenshot(ScreenshotPath(screenshotFolder));
+    // A window just opened wants the pointer: the cursor is freed (a click into the world takes it again).
+    bool const opened = (pressed[1] && Game::settingsWindowOpen) || (pressed[4] && Game::adminWindowOpen) ||
+        (pressed[7] && renderer != nullptr && renderer->panels->debugWindowOpen);
+    if (opened && Game::_inputMode != 0) Game::SetInputMode_Ui();
 
     if (!down(GLFW_KEY_ESCAPE)) {
         _escapeDownSince = -1.0;

@@ -15,7 +15,7 @@ namespace game::input {
 ///   F4         admin panel, with the    F12        screenshot into screenshotFolder
 ///              admin_privileges setting Escape     held two seconds: quit
 ///
-/// Nothing happens without a window, or while the settings' bindings editor
+/// Opening a window frees the cursor. Nothing happens without a window, or while the settings' bindings editor
 /// captures the keyboard (option "capture_keyboard_binding"). Drone mode and
 /// respawn belong to the module that moves the player: it reads and clears them.
 class FunctionKeys {

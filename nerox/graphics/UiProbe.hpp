@@ -20,12 +20,12 @@ class UiProbe {
 public:
     /// One item of the last frame.
     struct Item {
-        ImGuiID id = 0;       ///< Its identifier.
-        ImGuiID seed = 0;     ///< Top of its window's identifier stack when it was added.
-        ImVec2 min, max;      ///< Its rectangle, screen pixels.
-        std::string window;   ///< Name of the window it lies in.
-        std::string label;    ///< Its label, for the widgets that report one; empty otherwise.
-        int statusFlags = 0;  ///< ImGuiItemStatusFlags_ the widget reported.
+        ImGuiID id = 0;      ///< Its identifier.
+        ImGuiID seed = 0;    ///< Top of its window's identifier stack when it was added.
+        ImVec2 min, max;     ///< Its rectangle, screen pixels.
+        std::string window;  ///< Name of the window it lies in.
+        std::string label;   ///< Its label, for the widgets that report one; empty otherwise.
+        int statusFlags = 0; ///< ImGuiItemStatusFlags_ the widget reported.
 
         /// The centre of the rectangle.
         ImVec2 Centre() const { return ImVec2((min.x + max.x) * 0.5f, (min.y + max.y) * 0.5f); }

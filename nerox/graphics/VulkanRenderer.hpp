@@ -88,8 +88,8 @@ public:
     /// false with a message on failure.
     bool SaveOutputImage(std::string const& path);
 
-    Window* window; ///< The window drawn into, or null.
-    bool vsync;     ///< Wait for the display (FIFO) rather than present at once; a change makes a new swapchain.
+    Window* window;     ///< The window drawn into, or null.
+    bool vsync;         ///< Wait for the display (FIFO) rather than present at once; a change makes a new swapchain.
     bool drawUi = true; ///< Whether Dear ImGui's windows are drawn over the frame (they are built either way).
     VkClearColorValue clearColor{{0.02f, 0.03f, 0.05f, 1.0f}}; ///< What each frame starts from.
 

@@ -23,8 +23,10 @@
 #include <imgui.h>
 #include <imgui_internal.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
+#include <utility>
 
 namespace game::graphics::ui {
 
@@ -183,6 +185,13 @@ bool Panels::SameInput(InputBinding const& a, InputBinding const& b, Column colu
     return false;
 }
 
+bool Panels::SameContext(std::string_view a, std::string_view b) {
+    auto const context = [](std::string_view name) {
+        return name.starts_with("avatar_") ? 1 : name.starts_with("vehicle_") ? 2 : 0;
+    };
+    return context(a) == 0 || context(b) == 0 || context(a) == context(b);
+}
+
 void Panels::InputTab(GameSettings& s) {
     ImGui::SliderFloat("MouseLook Sensitivity", &s.look_sensitivity, 0.1f, 10.0f, "%.2f");
     ImGui::Checkbox("MouseLook Invert Y", &s.avatar_mouselook_invert_y);
@@ -194,11 +203,15 @@ void Panels::InputTab(GameSettings& s) {
     ImGui::SameLine();
     ImGui::TextDisabled("A red cell shares its input with another action.");
 
-    ImGuiTableFlags const flags = ImGuiTableFlags_Borders | ImGuiTableFlags_RowBg | ImGuiTableFlags_ScrollY |
-        ImGuiTableFlags_SizingStretchProp;
+    ImGuiTableFlags const flags =
+        ImGuiTableFlags_Borders | ImGuiTableFlags_RowBg | ImGuiTableFlags_ScrollY | ImGuiTableFlags_SizingStretchProp;
     if (ImGui::BeginTable("##input_bindings", 5, flags, ImVec2(0.0f, ImGui::GetContentRegionAvail().y))) {
         ImGui::TableSetupScrollFreeze(0, 1);
-        for (char const* title : {"Binding", "Keyboard", "Mouse", "Gamepad", "Joystick"}) ImGui::TableSetupColumn(title);
+        // Widths for what the columns usually hold: long action names, short keys, device texts.
+        constexpr std::pair<char const*, float> columns[] = {
+            {"Binding", 1.6f}, {"Keyboard", 0.9f}, {"Mouse", 1.4f}, {"Gamepad", 1.7f}, {"Joystick", 1.2f}};
+        for (auto const& [title, weight] : columns)
+            ImGui::TableSetupColumn(title, ImGuiTableColumnFlags_WidthStretch, weight);
         ImGui::TableHeadersRow();
         std::vector<BindingRow> const& rows = BindingRows();
         for (size_t row = 0; row < rows.size(); ++row) {
@@ -218,9 +231,12 @@ void Panels::BindingCell(GameSettings& s, size_t row, Column column) {
     std::vector<BindingRow> const& rows = BindingRows();
     InputBinding const& binding = s.*rows[row].member;
     // A shared input shows in red, and the hover names the other actions.
+    auto const conflicts = [&](size_t other) {
+        return other != row && SameContext(rows[row].name, rows[other].name) &&
+            SameInput(binding, s.*rows[other].member, column);
+    };
     bool conflict = false;
-    for (size_t other = 0; other < rows.size() && !conflict; ++other)
-        conflict = other != row && SameInput(binding, s.*rows[other].member, column);
+    for (size_t other = 0; other < rows.size() && !conflict; ++other) conflict = conflicts(other);
     std::string const text = CellText(binding, column);
     if (conflict) ImGui::PushStyleColor(ImGuiCol_Text, ImVec4(1.0f, 0.35f, 0.3f, 1.0f));
     ImGui::PushID(static_cast<int>(row));
@@ -239,8 +255,7 @@ void Panels::BindingCell(GameSettings& s, size_t row, Column column) {
         if (ImGui::IsItemHovered()) {
             std::string others = "Also bound to:";
             for (size_t other = 0; other < rows.size(); ++other)
-                if (other != row && SameInput(binding, s.*rows[other].member, column))
-                    others += std::string(" ") + rows[other].name;
+                if (conflicts(other)) others += std::string(" ") + rows[other].name;
             ImGui::SetTooltip("%s", others.c_str());
         }
     }

@@ -87,6 +87,10 @@ public:
     /// Whether two bindings share a key (Keyboard), a mouse button (Mouse), or a
     /// gamepad or joystick input (the others) in that column.
     static bool SameInput(InputBinding const& a, InputBinding const& b, Column column);
+    /// Whether two actions (row names) can be asked for at the same time, so that
+    /// sharing an input is a conflict: not an avatar_ and a vehicle_ action, which
+    /// never are; the others (chat, sit, views) go with both.
+    static bool SameContext(std::string_view a, std::string_view b);
 
     bool debugWindowOpen = false;     ///< "Debug Window" shown.
     bool profilingWindowOpen = false; ///< "Profiling (milliseconds)" shown.

@@ -50,7 +50,8 @@ void Panels::SettingsWindow() {
     ImGuiIO const& io = ImGui::GetIO();
     ImGui::SetNextWindowPos(ImVec2(io.DisplaySize.x * 0.5f, io.DisplaySize.y * 0.08f), ImGuiCond_FirstUseEver,
                             ImVec2(0.5f, 0.0f));
-    ImGui::SetNextWindowSize(ImVec2(io.DisplaySize.x * 0.6f, io.DisplaySize.y * 0.8f), ImGuiCond_FirstUseEver);
+    float const width = std::min(io.DisplaySize.x * 0.95f, std::max(io.DisplaySize.x * 0.6f, 820.0f));
+    ImGui::SetNextWindowSize(ImVec2(width, io.DisplaySize.y * 0.8f), ImGuiCond_FirstUseEver);
     if (!ImGui::Begin("Settings", &Game::settingsWindowOpen)) {
         ImGui::End();
         if (!Game::settingsWindowOpen) EndCapture();

@@ -21,6 +21,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -44,19 +45,20 @@ bool IsCrate(Pixel p) {
 class ClientScreenshotTest : public ::testing::Test {
 protected:
     // A run of tessara in the build's run directory; returns its exit status.
-    static int Run(std::string const& arguments, std::string const& log) {
+    static int Run(std::string const& arguments, std::string const& log, std::string const& settings = "settings.ini") {
         std::string const command = std::string("cd '") + TESSARA_RUN + "' && ./tessara " + arguments +
-            " --settings '" + scratch->File("settings.ini") + "' > '" + scratch->File(log) + "' 2>&1";
+            " --settings '" + scratch->File(settings) + "' > '" + scratch->File(log) + "' 2>&1";
         return std::system(command.c_str());
     }
     // A client run driven by script; with menu it starts at the start menu, else in the world.
     static int RunClient(std::string const& world, std::string const& script, std::string const& shot,
-                         bool menu = false) {
+                         bool menu = false, std::string const& more = "",
+                         std::string const& settings = "settings.ini") {
         std::ofstream(scratch->File(shot + ".input")) << script;
         return Run(std::string("--client --offscreen ") + (menu ? "" : "--play ") + "--size " + std::to_string(Width) +
                        "x" + std::to_string(Height) + " --world " + world + " --input '" +
-                       scratch->File(shot + ".input") + "' --screenshot '" + scratch->File(shot) + "'",
-                   shot + ".log");
+                       scratch->File(shot + ".input") + "' --screenshot '" + scratch->File(shot) + "' " + more,
+                   shot + ".log", settings);
     }
 
     static void SetUpTestSuite() {
@@ -87,6 +89,13 @@ protected:
                                         drag + "7.5 quit\n",
                                     "inventory.png", true);
         inventoryServerStatus = Run("--headless --ticks 1 --no-profile --world " + walk, "inventory_server.log");
+        // F1 opens the settings window; a developer's settings file (its hidden
+        // switches and admin rights) and F4 in adventure mode show the other four.
+        settingsStatus = RunClient(stand, "0.5 key KEY_F1 down\n0.6 key KEY_F1 up\n1.5 quit\n", "settings.png");
+        std::ofstream(scratch->File("developer.ini"))
+            << "[game]\ndebug_window = true\ndev_tools = true\nadmin_privileges = true\n";
+        developerStatus = RunClient(stand, "0.5 key KEY_F4 down\n0.6 key KEY_F4 up\n1.5 quit\n", "developer.png", false,
+                                    "--game-mode adventure", "developer.ini");
         if (menuStatus == 0) menuImage = nerox::graphics::Texture::LoadFile(scratch->File("menu.png"), 4);
         if (inventoryStatus == 0)
             inventoryImage = nerox::graphics::Texture::LoadFile(scratch->File("inventory.png"), 4);
@@ -143,6 +152,7 @@ protected:
     inline static std::string stand, walk;
     inline static int standStatus = -1, standServerStatus = -1, walkServerStatus = -1, walkStatus = -1;
     inline static int menuStatus = -1, inventoryStatus = -1, inventoryServerStatus = -1;
+    inline static int settingsStatus = -1, developerStatus = -1;
     inline static nerox::graphics::ImageData standImage, walkImage, menuImage, inventoryImage;
 };
 
@@ -266,6 +276,31 @@ TEST_F(ClientScreenshotTest, TheInventoryWindowsShowTheItemsAndTheServerKeepsThe
     EXPECT_NE(testsupport::ReadText(scratch->File("inventory_server.log")).find("inventories loaded: 3 and 2 items"),
               std::string::npos)
         << testsupport::ReadText(scratch->File("inventory_server.log"));
+}
+
+// Each window's title is among those the host lists for the saved frame.
+TEST_F(ClientScreenshotTest, TheFunctionKeysAndTheSettingsFileOpenTheWindows) {
+    struct Case {
+        char const* log;
+        int const* status;
+        std::vector<char const*> titles;
+    };
+    Case const cases[] = {
+        {"settings.png.log", &settingsStatus, {"Settings"}},
+        {"developer.png.log", &developerStatus, {"Debug Window", "Profiling (milliseconds)", "Admin Panel", "Goals"}},
+    };
+    for (Case const& c : cases) {
+        std::string const log = testsupport::ReadText(scratch->File(c.log));
+        ASSERT_EQ(*c.status, 0) << log;
+        std::smatch shown;
+        ASSERT_TRUE(std::regex_search(log, shown, std::regex("Windows in it: (.*)\n"))) << log;
+        std::string const list = "; " + shown[1].str() + ";";
+        for (char const* title : c.titles)
+            EXPECT_NE(list.find(std::string("; ") + title + ";"), std::string::npos) << title << " in " << list;
+    }
+    nerox::graphics::ImageData const settings = nerox::graphics::Texture::LoadFile(scratch->File("settings.png"), 4);
+    // The settings window's dark body in the middle of the frame, with text on it.
+    EXPECT_GT(TextPixels(settings, 200, 60, 760, 200, 200, 255), 100);
 }
 
 } // namespace
