@@ -300,8 +300,9 @@ void GameRenderer::Frame() {
         renderableShadersLocked = true;
     }
     if (!_screenshotPath.empty() && HasSwapchain()) CaptureNextFrame();
+    uint64_t const frameBefore = FrameIndex();
     NeroxRenderer::Frame();
-    if (!_screenshotPath.empty()) {
+    if (!_screenshotPath.empty() && FrameIndex() != frameBefore) { // a skipped frame keeps the request
         if (SaveOutputImage(_screenshotPath))
             std::printf("Saved a screenshot to %s\n", _screenshotPath.c_str());
         else
@@ -390,6 +391,12 @@ void GameRenderer::FrameBeforePost() {
 }
 void GameRenderer::FrameUpdateUi() {
     if (ImGui::GetCurrentContext() != nullptr) {
+        // Hidden windows (F3) must not take clicks meant for the world either.
+        ImGuiIO& io = ImGui::GetIO();
+        if (Game::uiVisible)
+            io.ConfigFlags &= ~ImGuiConfigFlags_NoMouse;
+        else
+            io.ConfigFlags |= ImGuiConfigFlags_NoMouse;
         panels->Draw();
         if (panels->styleChanged) {
             panels->styleChanged = false;

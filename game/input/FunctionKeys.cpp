@@ -50,13 +50,17 @@ void FunctionKeys::Reset() {
 
 void FunctionKeys::Update() {
     nerox::graphics::Window* const window = Game::window;
-    if (window == nullptr || game::Options::Get<bool>("capture_keyboard_binding", false)) return;
+    if (window == nullptr) return;
     auto const down = [window](int key) { return window->GetKey(key) != GLFW_RELEASE; };
-    // Which function keys went down in this pass.
+    // Which function keys went down in this pass. The keys are followed while
+    // the bindings editor has the keyboard too, so that a key pressed for it
+    // does not count as a press once the editor is gone.
+    static std::string const captureFlag = "capture_keyboard_binding";
+    bool const capturing = game::Options::Get<bool>(captureFlag, false);
     std::array<bool, 13> pressed{};
     for (int n = 1; n <= 12; ++n) {
         bool const now = down(GLFW_KEY_F1 + n - 1);
-        pressed[n] = now && !_held[n];
+        pressed[n] = now && !_held[n] && !capturing;
         _held[n] = now;
     }
     graphics::GameRenderer* const renderer = Game::renderer;
@@ -77,7 +81,7 @@ void FunctionKeys::Update() {
         (pressed[7] && renderer != nullptr && renderer->panels->debugWindowOpen);
     if (opened && Game::_inputMode != 0) Game::SetInputMode_Ui();
 
-    if (!down(GLFW_KEY_ESCAPE)) {
+    if (!down(GLFW_KEY_ESCAPE) || capturing) {
         _escapeDownSince = -1.0;
     } else if (_escapeDownSince < 0.0) {
         _escapeDownSince = SteadySeconds();

@@ -34,6 +34,7 @@ void UiProbe::Add(ImGuiContext* context, ImVec2 min, ImVec2 max, ImGuiID id) {
     item.min = min;
     item.max = max;
     if (window != nullptr && window->Name != nullptr) item.window = window->Name;
+    if (window != nullptr) item.visible = window->ClipRect.Overlaps(ImRect(min, max));
     _items.push_back(std::move(item));
 }
 
@@ -48,11 +49,14 @@ void UiProbe::Info(ImGuiID id, char const* label, int flags) {
 }
 
 UiProbe::Item const* UiProbe::Find(std::string_view label, std::string_view window) const {
+    Item const* hidden = nullptr;
     for (auto it = _items.rbegin(); it != _items.rend(); ++it) {
         if (!window.empty() && !std::string_view(it->window).starts_with(window)) continue;
-        if (it->label == label || ImHashStr(label.data(), label.size(), it->seed) == it->id) return &*it;
+        if (it->label != label && ImHashStr(label.data(), label.size(), it->seed) != it->id) continue;
+        if (it->visible) return &*it;
+        if (hidden == nullptr) hidden = &*it;
     }
-    return nullptr;
+    return hidden;
 }
 
 } // namespace nerox::graphics

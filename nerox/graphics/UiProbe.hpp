@@ -26,6 +26,7 @@ public:
         std::string window;  ///< Name of the window it lies in.
         std::string label;   ///< Its label, for the widgets that report one; empty otherwise.
         int statusFlags = 0; ///< ImGuiItemStatusFlags_ the widget reported.
+        bool visible = true; ///< Whether it lies at least partly inside its window's clipping rectangle.
 
         /// The centre of the rectangle.
         ImVec2 Centre() const { return ImVec2((min.x + max.x) * 0.5f, (min.y + max.y) * 0.5f); }
@@ -33,7 +34,8 @@ public:
         bool Checked() const;
     };
 
-    /// Attaches to context (the current one when null).
+    /// Attaches to context (the current one when null). Detach (destroy the
+    /// probe) before the context is destroyed.
     explicit UiProbe(ImGuiContext* context = nullptr);
     /// Detaches if still attached.
     ~UiProbe();
@@ -45,7 +47,8 @@ public:
     /// The last item of the latest frame whose label is label, or whose
     /// identifier label yields in its window (so that unlabelled widgets such as
     /// combos are found too); with window given, only items of windows whose
-    /// name starts with it. Null when there is none.
+    /// name starts with it. A visible item comes before one scrolled or clipped
+    /// away. Null when there is none.
     Item const* Find(std::string_view label, std::string_view window = {}) const;
 
     // Called by the hooks.

@@ -4,13 +4,14 @@
 //
 // The editor, for the cell of one row and column:
 //
-//   closed --click cell--> open: note the inputs held now; set the capture flag
+//   closed --click cell--> open: note the inputs held now; set the capture flags
 //   open --an input not held at opening--> write it into the cell; closed
 //   open --Escape, "Cancel" or the settings closed--> closed, nothing written
 //   open --"Clear"--> the column's part of the binding emptied; closed
 //
 // Inputs held when the editor opened (the click on the cell, a stick pushed
-// over) must first be let go: only a fresh press counts.
+// over) must first be let go: only a fresh press counts. Escape and the
+// function keys are the game's own and cannot be bound.
 #include "game/graphics/ui/Panels.hpp"
 
 #include "game/Game.hpp"
@@ -40,7 +41,6 @@ constexpr char const* CaptureMouseFlag = "capture_mousebutton_binding";
 constexpr float AxisThreshold = 0.6f; // how far an axis must move to be taken
 constexpr int GamepadButtons = GLFW_GAMEPAD_BUTTON_LAST + 1;
 constexpr int GamepadAxes = GLFW_GAMEPAD_AXIS_LAST + 1;
-constexpr int FirstTrigger = GLFW_GAMEPAD_AXIS_LEFT_TRIGGER; // triggers rest at -1
 
 constexpr char const* ModalTitles[] = {"Edit Keyboard Binding", "Edit MouseButton Binding", "Edit Gamepad Binding",
                                        "Edit Joystick Binding"};
@@ -192,6 +192,39 @@ bool Panels::SameContext(std::string_view a, std::string_view b) {
     return context(a) == 0 || context(b) == 0 || context(a) == context(b);
 }
 
+bool Panels::RefreshBindingTexts(GameSettings& s) {
+    std::vector<BindingRow> const& rows = BindingRows();
+    bool changed = _bindingTexts.size() != rows.size();
+    if (changed) _bindingTexts.resize(rows.size());
+    for (size_t row = 0; row < rows.size() && !changed; ++row)
+        changed = !(_bindingTexts[row].binding == s.*rows[row].member);
+    if (!changed) return false;
+    constexpr Column columns[] = {Column::Keyboard, Column::Mouse, Column::Gamepad, Column::Joystick};
+    for (size_t row = 0; row < rows.size(); ++row) {
+        BindingTexts& texts = _bindingTexts[row];
+        texts.binding = s.*rows[row].member;
+        for (Column column : columns) texts.cells[static_cast<int>(column)] = CellText(texts.binding, column);
+        texts.shortText = ShortText(texts.binding);
+    }
+    for (size_t row = 0; row < rows.size(); ++row) {
+        for (Column column : columns) {
+            bool conflict = false;
+            for (size_t other = 0; other < rows.size() && !conflict; ++other)
+                conflict = other != row && SameContext(rows[row].name, rows[other].name) &&
+                    SameInput(_bindingTexts[row].binding, _bindingTexts[other].binding, column);
+            _bindingTexts[row].conflict[static_cast<int>(column)] = conflict;
+        }
+    }
+    return true;
+}
+
+char const* Panels::ShortTextOf(InputBinding GameSettings::*member) const {
+    std::vector<BindingRow> const& rows = BindingRows();
+    for (size_t row = 0; row < rows.size() && row < _bindingTexts.size(); ++row)
+        if (rows[row].member == member) return _bindingTexts[row].shortText.c_str();
+    return "";
+}
+
 void Panels::InputTab(GameSettings& s) {
     ImGui::SliderFloat("MouseLook Sensitivity", &s.look_sensitivity, 0.1f, 10.0f, "%.2f");
     ImGui::Checkbox("MouseLook Invert Y", &s.avatar_mouselook_invert_y);
@@ -205,6 +238,7 @@ void Panels::InputTab(GameSettings& s) {
 
     ImGuiTableFlags const flags =
         ImGuiTableFlags_Borders | ImGuiTableFlags_RowBg | ImGuiTableFlags_ScrollY | ImGuiTableFlags_SizingStretchProp;
+    RefreshBindingTexts(s);
     if (ImGui::BeginTable("##input_bindings", 5, flags, ImVec2(0.0f, ImGui::GetContentRegionAvail().y))) {
         ImGui::TableSetupScrollFreeze(0, 1);
         // Widths for what the columns usually hold: long action names, short keys, device texts.
@@ -229,36 +263,32 @@ void Panels::InputTab(GameSettings& s) {
 
 void Panels::BindingCell(GameSettings& s, size_t row, Column column) {
     std::vector<BindingRow> const& rows = BindingRows();
-    InputBinding const& binding = s.*rows[row].member;
+    BindingTexts const& texts = _bindingTexts[row];
+    int const at = static_cast<int>(column);
     // A shared input shows in red, and the hover names the other actions.
-    auto const conflicts = [&](size_t other) {
-        return other != row && SameContext(rows[row].name, rows[other].name) &&
-            SameInput(binding, s.*rows[other].member, column);
-    };
-    bool conflict = false;
-    for (size_t other = 0; other < rows.size() && !conflict; ++other) conflict = conflicts(other);
-    std::string const text = CellText(binding, column);
-    if (conflict) ImGui::PushStyleColor(ImGuiCol_Text, ImVec4(1.0f, 0.35f, 0.3f, 1.0f));
+    bool const conflict = texts.conflict[at];
     ImGui::PushID(static_cast<int>(row));
-    ImGui::PushID(ColumnIds[static_cast<int>(column)]);
-    if (ImGui::Selectable(text.c_str())) {
+    ImGui::PushID(ColumnIds[at]);
+    if (conflict) ImGui::PushStyleColor(ImGuiCol_Text, ImVec4(1.0f, 0.35f, 0.3f, 1.0f));
+    bool const clicked = ImGui::Selectable(texts.cells[at].c_str());
+    if (conflict) ImGui::PopStyleColor();
+    if (conflict && ImGui::IsItemHovered()) {
+        std::string others = "Also bound to:";
+        for (size_t other = 0; other < rows.size(); ++other)
+            if (other != row && SameContext(rows[row].name, rows[other].name) &&
+                SameInput(texts.binding, _bindingTexts[other].binding, column))
+                others += std::string(" ") + rows[other].name;
+        ImGui::SetTooltip("%s", others.c_str());
+    }
+    if (clicked) {
         _editRow = static_cast<int>(row);
         _editColumn = column;
         StartCapture();
-        ImGui::OpenPopup(ModalTitles[static_cast<int>(column)]);
+        ImGui::OpenPopup(ModalTitles[at]);
     }
     // The editor is a popup of the cell's own identifier scope.
     if (_editRow == static_cast<int>(row) && _editColumn == column) BindingModal(s);
     ImGui::PopID();
-    if (conflict) {
-        ImGui::PopStyleColor();
-        if (ImGui::IsItemHovered()) {
-            std::string others = "Also bound to:";
-            for (size_t other = 0; other < rows.size(); ++other)
-                if (conflicts(other)) others += std::string(" ") + rows[other].name;
-            ImGui::SetTooltip("%s", others.c_str());
-        }
-    }
     ImGui::PopID();
 }
 
@@ -292,6 +322,11 @@ void Panels::BindingModal(GameSettings& s) {
     }
     ImGui::SameLine();
     if (ImGui::Button("Cancel")) done = true;
+    // Escape leaves any editor; a key held since the opening counts once let go.
+    nerox::graphics::Window* const window = Game::window;
+    bool const escape = window != nullptr && window->GetKey(GLFW_KEY_ESCAPE) != GLFW_RELEASE;
+    if (escape && !_keysHeld[GLFW_KEY_ESCAPE] && _editOpened) done = true;
+    if (!escape) _keysHeld[GLFW_KEY_ESCAPE] = false;
     if (!done && _editOpened && CaptureInto(binding)) done = true;
     _editOpened = true; // inputs are taken from the frame after the one that opened it
     if (done) {
@@ -308,19 +343,25 @@ void Panels::StartCapture() {
         _keysHeld[key] = window != nullptr && key >= GLFW_KEY_SPACE && window->GetKey(key) != GLFW_RELEASE;
     for (int button = 0; button < MouseButtons; ++button)
         _buttonsHeld[button] = window != nullptr && window->GetMouseButton(button) != GLFW_RELEASE;
+    // Axes count by how far they move from where they are now.
     _axesAtOpen.fill(0.0f);
     if (_editColumn == Column::Joystick) {
         if (std::shared_ptr<input::Joystick> const device = Game::GetJoystick(0))
             for (int axis = 0; axis < std::min(device->axesCount, MaxAxes); ++axis)
                 _axesAtOpen[axis] = device->GetAxis(axis, 0.0f, false, false);
+    } else if (_editColumn == Column::Gamepad) {
+        if (std::shared_ptr<input::Joystick> const pad = Game::GetFirstGamepad())
+            for (int axis = 0; axis < GamepadAxes; ++axis)
+                _axesAtOpen[axis] = pad->GetGamepadAxis(axis, 0.0f, false, false);
     }
     // The edge readers start afresh: what is held now does not count.
     if (std::shared_ptr<input::Joystick> const pad = Game::GetFirstGamepad())
         for (int button = 0; button < GamepadButtons; ++button) pad->GetGamepadButtonBinding(button);
     for (int i = 0; std::shared_ptr<input::Joystick> const device = Game::GetJoystick(i); ++i)
         for (int button = 0; button < device->buttonsCount; ++button) device->GetButtonBinding(button);
-    game::Options::Set(CaptureKeyboardFlag, _editColumn == Column::Keyboard);
-    game::Options::Set(CaptureMouseFlag, _editColumn == Column::Mouse);
+    // Both flags while any editor is open: the game's own keys and clicks wait.
+    game::Options::Set(CaptureKeyboardFlag, true);
+    game::Options::Set(CaptureMouseFlag, true);
 }
 
 void Panels::EndCapture(bool closePopups) {
@@ -343,8 +384,9 @@ bool Panels::CaptureInto(InputBinding& binding) {
             if (!down) {
                 _keysHeld[key] = false;
             } else if (!_keysHeld[key]) {
-                // Escape leaves the editor: it is the game's own key.
-                if (key != GLFW_KEY_ESCAPE) binding.key = key;
+                // Escape (handled by the editor) and the function keys are the game's own.
+                if (key == GLFW_KEY_ESCAPE || (key >= GLFW_KEY_F1 && key <= GLFW_KEY_F12)) continue;
+                binding.key = key;
                 return true;
             }
         }
@@ -375,11 +417,11 @@ bool Panels::CaptureInto(InputBinding& binding) {
             return true;
         }
         for (int axis = 0; axis < GamepadAxes; ++axis) {
-            float const value = pad->GetGamepadAxis(axis, 0.0f, false, axis >= FirstTrigger);
-            if (std::fabs(value) < AxisThreshold) continue;
+            float const moved = pad->GetGamepadAxis(axis, 0.0f, false, false) - _axesAtOpen[axis];
+            if (std::fabs(moved) < AxisThreshold) continue;
             record.button = -1;
             record.axis = static_cast<int16_t>(axis);
-            record.axisDirection = value < 0.0f ? -1 : 1;
+            record.axisDirection = moved < 0.0f ? -1 : 1; // a trigger, resting at -1, pulls to +1
             return true;
         }
         return false;

@@ -84,6 +84,9 @@ public:
     /// The short text of an action's binding for the help lines: its key, else
     /// its mouse button, else "(unbound)".
     static std::string ShortText(InputBinding const& binding);
+    /// The help tab's lines, with the current bindings filled in. The caller
+    /// holds the settings' lock.
+    std::vector<std::string> const& HelpLines(GameSettings& settings);
     /// Whether two bindings share a key (Keyboard), a mouse button (Mouse), or a
     /// gamepad or joystick input (the others) in that column.
     static bool SameInput(InputBinding const& a, InputBinding const& b, Column column);
@@ -102,11 +105,13 @@ public:
     std::function<void(char const* link)> openLink;
 
 private:
-    void HelpTab(GameSettings& settings);
+    char const* HelpTab(GameSettings& settings); // the link a button asked for, or null
     void GraphicsTab(GameSettings& settings);
     void AudioTab(GameSettings& settings);
     void InputTab(GameSettings& settings);
     void BindingCell(GameSettings& settings, size_t row, Column column);
+    bool RefreshBindingTexts(GameSettings& settings); // under the settings' lock; true when they changed
+    char const* ShortTextOf(InputBinding GameSettings::*member) const;
     void BindingModal(GameSettings& settings);
     bool CaptureInto(InputBinding& binding); // true once an input was taken
     void StartCapture();
@@ -126,6 +131,16 @@ private:
     std::array<bool, KeyCount> _keysHeld{};
     std::array<bool, MouseButtons> _buttonsHeld{};
     std::array<float, MaxAxes> _axesAtOpen{};
+
+    // What the bindings table and the help lines show, made again only when a binding changed.
+    struct BindingTexts {
+        InputBinding binding;             // the binding the texts were made from
+        std::array<std::string, 4> cells; // by Column
+        std::array<bool, 4> conflict{};   // by Column
+        std::string shortText;
+    };
+    std::vector<BindingTexts> _bindingTexts; // by row of BindingRows()
+    std::vector<std::string> _helpLines;     // made again when the bindings changed
 
     // Profiling: the frame-time ring and the table, refreshed a few times a second.
     struct ProfileRow {

@@ -14,10 +14,13 @@
 #include <iostream>
 #include <mutex>
 #include <string>
+#include <strings.h>
 
 namespace game::graphics::ui {
 
 namespace {
+
+using S = GameSettings;
 
 // A grey hint line under a control.
 void Hint(char const* text) {
@@ -38,7 +41,10 @@ Panels::Panels(GameRenderer* renderer) : _renderer(renderer) {
 }
 
 void Panels::Draw() {
-    if (Game::settingsWindowOpen) SettingsWindow();
+    if (Game::settingsWindowOpen)
+        SettingsWindow();
+    else
+        EndCapture(); // closed from outside (F1, the menu) while a binding was being edited
     if (debugWindowOpen) DebugWindow();
     ProfilingWindow(); // also notices that it was closed
     if (Game::adminWindowOpen) AdminWindow();
@@ -61,6 +67,7 @@ void Panels::SettingsWindow() {
     ImGui::TextUnformatted(Game::_mode == 0       ? "Game Mode: Creative"
                                : Game::_mode == 1 ? "Game Mode: Adventure"
                                                   : "Game Mode: Survival");
+    char const* link = nullptr; // opened once the settings' lock is released
     if (Game::settings) {
         GameSettings& settings = *Game::settings;
         // Held for the whole window: the controls point into the members, and the
@@ -77,7 +84,7 @@ void Panels::SettingsWindow() {
         ImGui::Separator();
         if (ImGui::BeginTabBar("##SettingsTabs")) {
             if (ImGui::BeginTabItem("Help##Settings")) {
-                HelpTab(settings);
+                link = HelpTab(settings);
                 ImGui::EndTabItem();
             }
             if (ImGui::BeginTabItem("Graphics##Settings")) {
@@ -99,44 +106,56 @@ void Panels::SettingsWindow() {
     }
     ImGui::End();
     if (!Game::settingsWindowOpen) EndCapture();
+    if (link != nullptr) openLink(link);
 }
 
-void Panels::HelpTab(GameSettings& s) {
+char const* Panels::HelpTab(GameSettings& s) {
+    char const* link = nullptr;
     ImGui::Checkbox("Show Help Tooltips", &s.show_help_tooltips);
-    if (ImGui::Button("Documentation")) openLink(DocumentationLink);
+    if (ImGui::Button("Documentation")) link = DocumentationLink;
     ImGui::SameLine();
-    if (ImGui::Button("Get Help on Discord")) openLink(ChatLink);
+    if (ImGui::Button("Get Help on Discord")) link = ChatLink;
     ImGui::SameLine();
-    if (ImGui::Button("Tutorial Videos")) openLink(VideosLink);
+    if (ImGui::Button("Tutorial Videos")) link = VideosLink;
     ImGui::Separator();
 
-    auto const line = [](char const* format, InputBinding const& binding) {
-        ImGui::BulletText(format, ShortText(binding).c_str());
+    for (std::string const& line : HelpLines(s)) ImGui::BulletText("%s", line.c_str());
+    return link;
+}
+
+std::vector<std::string> const& Panels::HelpLines(GameSettings& s) {
+    if (!RefreshBindingTexts(s) && !_helpLines.empty()) return _helpLines;
+    _helpLines.clear();
+    auto const add = [this](char const* format, char const* first, char const* second = nullptr) {
+        char text[160];
+        std::snprintf(text, sizeof text, format, first, second);
+        _helpLines.emplace_back(text);
     };
-    ImGui::BulletText("Quick-Press LEFT_ALT to release mouse cursor");
-    line("Press %s to toggle chat window", s.input_binding_input_chat);
-    line("Press %s to toggle backpack (inventory)", s.input_binding_avatar_inventory_toggle);
-    ImGui::BulletText("Press %s through %s to select an item/tool in your belt",
-                      ShortText(s.input_binding_avatar_inventory_select_1).c_str(),
-                      ShortText(s.input_binding_avatar_inventory_select_9).c_str());
-    line("Click %s to use tool's primary function", s.input_binding_avatar_tool_primary);
-    line("Click %s to use tool's secondary function", s.input_binding_avatar_tool_secondary);
-    line("Press %s to interact with the component you're aiming", s.input_binding_avatar_interact);
-    line("Hold %s to configure the current tool", s.input_binding_avatar_tool_configure);
-    line("Hold %s to use special mode on your tool", s.input_binding_avatar_tool_special_mode);
-    line("Press %s for external view (zoom with mouse wheel)", s.input_binding_third_person);
-    line("Press or Hold %s to Zoom in/out", s.input_binding_zoom);
-    line("Press %s to toggle Headlamp", s.input_binding_avatar_light);
-    line("Press %s to toggle Jetpack", s.input_binding_avatar_jetpack);
-    line("Press %s to get info or edit the component you're aiming", s.input_binding_get_info);
-    line("Press %s to sit on the seat you're aiming", s.input_binding_sit);
-    line("Hold %s for one second to exit a seat", s.input_binding_sit);
+    auto const key = [this](InputBinding GameSettings::*member) { return ShortTextOf(member); };
+    add("%s", "Quick-Press LEFT_ALT to release mouse cursor");
+    add("Press %s to toggle chat window", key(&S::input_binding_input_chat));
+    add("Press %s to toggle backpack (inventory)", key(&S::input_binding_avatar_inventory_toggle));
+    add("Press %s through %s to select an item/tool in your belt", key(&S::input_binding_avatar_inventory_select_1),
+        key(&S::input_binding_avatar_inventory_select_9));
+    add("Click %s to use tool's primary function", key(&S::input_binding_avatar_tool_primary));
+    add("Click %s to use tool's secondary function", key(&S::input_binding_avatar_tool_secondary));
+    add("Press %s to interact with the component you're aiming", key(&S::input_binding_avatar_interact));
+    add("Hold %s to configure the current tool", key(&S::input_binding_avatar_tool_configure));
+    add("Hold %s to use special mode on your tool", key(&S::input_binding_avatar_tool_special_mode));
+    add("Press %s for external view (zoom with mouse wheel)", key(&S::input_binding_third_person));
+    add("Press or Hold %s to Zoom in/out", key(&S::input_binding_zoom));
+    add("Press %s to toggle Headlamp", key(&S::input_binding_avatar_light));
+    add("Press %s to toggle Jetpack", key(&S::input_binding_avatar_jetpack));
+    add("Press %s to get info or edit the component you're aiming", key(&S::input_binding_get_info));
+    add("Press %s to sit on the seat you're aiming", key(&S::input_binding_sit));
+    add("Hold %s for one second to exit a seat", key(&S::input_binding_sit));
     for (char const* text :
          {"Press F1 to toggle Settings Panel (this one)", "Press F2 to toggle Drone Mode (NoClip)",
           "Press F3 to toggle UI overlays", "Press F4 to toggle Admin Panel", "Press F7 to toggle Dev Window",
           "Press Shift+F10 to respawn (drops inventory in adventure mode)", "Press F11 to toggle Full Screen mode",
           "Press F12 to take a screenshot", "Hold ESCAPE for two seconds to quit the game"})
-        ImGui::BulletText("%s", text);
+        add("%s", text);
+    return _helpLines;
 }
 
 void Panels::GraphicsTab(GameSettings& s) {
@@ -190,7 +209,7 @@ void Panels::GraphicsTab(GameSettings& s) {
     std::vector<char const*> const& algorithms = _renderer != nullptr ? _renderer->upscalingAlgoNames : fallback;
     if (ImGui::BeginCombo("Upscaling Algo", s.upscaling_algo.c_str())) {
         for (char const* name : algorithms)
-            if (ImGui::Selectable(name, s.upscaling_algo == name)) s.upscaling_algo = name;
+            if (ImGui::Selectable(name, strcasecmp(s.upscaling_algo.c_str(), name) == 0)) s.upscaling_algo = name;
         ImGui::EndCombo();
     }
     bool overrideScale = s.render_scale != 1.0f;
