@@ -209,13 +209,17 @@ bool Panels::RefreshBindingTexts(GameSettings& s) {
     for (size_t row = 0; row < rows.size(); ++row) {
         for (Column column : columns) {
             bool conflict = false;
-            for (size_t other = 0; other < rows.size() && !conflict; ++other)
-                conflict = other != row && SameContext(rows[row].name, rows[other].name) &&
-                    SameInput(_bindingTexts[row].binding, _bindingTexts[other].binding, column);
+            for (size_t other = 0; other < rows.size() && !conflict; ++other) conflict = Conflict(row, other, column);
             _bindingTexts[row].conflict[static_cast<int>(column)] = conflict;
         }
     }
     return true;
+}
+
+bool Panels::Conflict(size_t row, size_t other, Column column) const {
+    std::vector<BindingRow> const& rows = BindingRows();
+    return other != row && SameContext(rows[row].name, rows[other].name) &&
+        SameInput(_bindingTexts[row].binding, _bindingTexts[other].binding, column);
 }
 
 char const* Panels::ShortTextOf(InputBinding GameSettings::*member) const {
@@ -275,9 +279,7 @@ void Panels::BindingCell(GameSettings& s, size_t row, Column column) {
     if (conflict && ImGui::IsItemHovered()) {
         std::string others = "Also bound to:";
         for (size_t other = 0; other < rows.size(); ++other)
-            if (other != row && SameContext(rows[row].name, rows[other].name) &&
-                SameInput(texts.binding, _bindingTexts[other].binding, column))
-                others += std::string(" ") + rows[other].name;
+            if (Conflict(row, other, column)) others += std::string(" ") + rows[other].name;
         ImGui::SetTooltip("%s", others.c_str());
     }
     if (clicked) {

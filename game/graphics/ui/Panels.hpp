@@ -112,6 +112,7 @@ private:
     void BindingCell(GameSettings& settings, size_t row, Column column);
     bool RefreshBindingTexts(GameSettings& settings); // under the settings' lock; true when they changed
     char const* ShortTextOf(InputBinding GameSettings::*member) const;
+    bool Conflict(size_t row, size_t other, Column column) const; // two rows' cached bindings clash
     void BindingModal(GameSettings& settings);
     bool CaptureInto(InputBinding& binding); // true once an input was taken
     void StartCapture();
