@@ -96,6 +96,7 @@ std::unordered_map<std::string, std::array<char, Game::imcValueSize>> Game::_imc
 nerox::SharedMutex Game::_imcMutex;
 std::unordered_map<uint32_t, std::string> Game::_monitors{{0u, std::string()}};
 std::mutex Game::_monitorsMutex;
+game::ElectronWebview Game::electronWebview;
 uint32_t Game::currentMonitorID = 0;
 double Game::currentMonitorX = 0.0;
 double Game::currentMonitorY = 0.0;

@@ -1,5 +1,6 @@
 #pragma once
 #include "game/Config.hpp"
+#include "game/ElectronWebview.hpp"
 #include "game/GameSettings.hpp"
 #include "game/entity/ConvexMeshCollider.hpp"
 #include "game/entity/Id.hpp"
@@ -135,6 +136,8 @@ public:
     static double currentMonitorX;                              ///< Aim point on that monitor, horizontal.
     static double currentMonitorY;                              ///< Aim point on that monitor, vertical.
     static double currentMonitorDistance;                       ///< Distance to that monitor.
+
+    static game::ElectronWebview electronWebview; ///< Web pages on in-game screens; modules run its threads.
 
     // Work handed to the client side.
     static std::vector<std::function<void()>> _syncQueue; ///< Functions for the next `Update`.

@@ -41,15 +41,34 @@ DynamicAsyncTexture::DynamicAsyncTexture(nerox::VulkanEngine* engine, unsigned i
 DynamicAsyncTexture::~DynamicAsyncTexture() = default;
 
 bool DynamicAsyncTexture::Load(void const* data, size_t size) {
-    if (data == nullptr || size != Bytes()) {
-        std::cerr << _name << ": a frame of " << size << " bytes is not one of " << Width() << "x" << Height()
-                  << " RGBA pixels (" << Bytes() << " bytes); kept the last one" << std::endl;
+    // The rectangle the frame covers.
+    uint32_t region[4] = {0, 0, Width(), Height()};
+    unsigned char const* pixels = static_cast<unsigned char const*>(data);
+    if (data != nullptr && size != Bytes()) {
+        bool ok = size > RegionHeaderBytes && std::memcmp(data, "NXR1", 4) == 0;
+        if (ok) {
+            std::memcpy(region, pixels + 4, sizeof region);
+            uint64_t const x = region[0], y = region[1], w = region[2], h = region[3];
+            ok = w > 0 && h > 0 && x + w <= Width() && y + h <= Height() && RegionHeaderBytes + w * h * 4 == size;
+        }
+        if (!ok) {
+            std::cerr << _name << ": a frame of " << size << " bytes is neither " << Width() << "x" << Height()
+                      << " RGBA pixels (" << Bytes() << " bytes) nor a region inside them; kept the last one"
+                      << std::endl;
+            return false;
+        }
+        pixels += RegionHeaderBytes;
+    } else if (data == nullptr) {
+        std::cerr << _name << ": no frame data; kept the last one" << std::endl;
         return false;
     }
     bool schedule = false;
     {
         std::lock_guard lock(_mutex);
-        std::memcpy(_pending.data(), data, size);
+        size_t const rowBytes = size_t{region[2]} * 4;
+        for (uint32_t row = 0; row < region[3]; ++row)
+            std::memcpy(_pending.data() + ((size_t{region[1]} + row) * Width() + region[0]) * 4,
+                        pixels + row * rowBytes, rowBytes);
         _fresh = true;
         schedule = !_scheduled && _schedule;
         _scheduled = _scheduled || schedule;

@@ -387,7 +387,7 @@ TEST_F(VkCompute, WhatADispatchWritesToAComputeTextureIsSampledByTheNextSubmissi
     vkDestroyDescriptorSetLayout(Dev(), setLayout, nullptr);
 }
 
-TEST_F(VkCompute, ADynamicTextureUploadsOnlyTheNewestFrameOncePerPush) {
+TEST_F(VkCompute, ADynamicTextureUploadsItsNewestImageOncePerPushAndTakesRegions) {
     using nerox::graphics::DynamicAsyncTexture;
     std::vector<std::shared_ptr<nerox::graphics::Texture>> pushList;
     auto texture = std::make_shared<DynamicAsyncTexture>(
@@ -423,6 +423,26 @@ TEST_F(VkCompute, ADynamicTextureUploadsOnlyTheNewestFrameOncePerPush) {
     EXPECT_EQ(pushList.size(), 2u);
     ASSERT_TRUE(pushAndRead());
     EXPECT_EQ(std::vector<uint32_t>(shown.Data(), shown.Data() + 6), older);
+
+    // Region frames: "NXR1", x, y, width, height, then the rectangle's pixels.
+    auto region = [](std::vector<uint32_t> header, std::vector<uint32_t> const& pixels) {
+        header.insert(header.begin(), 0x3152584Eu); // "NXR1" on a little-endian machine
+        header.insert(header.end(), pixels.begin(), pixels.end());
+        return header;
+    };
+    for (auto const& bad : {region({2, 0, 2, 1}, {7, 8}), region({0, 1, 1, 2}, {7, 8}), region({0, 0, 0, 1}, {}),
+                            region({0, 0, 2, 1}, {7, 8, 9}), std::vector<uint32_t>{0, 0, 0, 1, 1, 7, 8}})
+        EXPECT_FALSE(texture->Load(bad.data(), bad.size() * 4)) << bad.size();
+    // A region frame of the whole image's size reads as the whole image.
+    std::vector<uint32_t> const whole = region({0, 0, 1, 1}, {6});
+    ASSERT_EQ(whole.size() * 4, 24u);
+    EXPECT_TRUE(texture->Load(whole.data(), 24));
+    std::vector<uint32_t> const band = region({1, 1, 2, 1}, {7, 8}), top = region({0, 0, 2, 1}, {9, 10});
+    EXPECT_TRUE(texture->Load(band.data(), band.size() * 4));
+    EXPECT_TRUE(texture->Load(top.data(), top.size() * 4)); // all three reach the next push
+    ASSERT_TRUE(pushAndRead());
+    EXPECT_EQ(std::vector<uint32_t>(shown.Data(), shown.Data() + 6),
+              (std::vector<uint32_t>{9, 10, whole[2], whole[3], 7, 8}));
 }
 
 using VkComputeDeathTest = VkTest;
