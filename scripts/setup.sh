@@ -15,7 +15,13 @@ packages=(
   libstb-dev libgtest-dev libgmock-dev libbenchmark-dev libbullet-dev
   gnuplot-nox fonts-dejavu-core fonts-open-sans fonts-symbola gcovr
   xvfb xauth x11-apps
+  chromium
 )
+# The webview program (tools/webview/) runs on Node.js; a machine that has it
+# from elsewhere keeps its own.
+if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
+  packages+=(nodejs npm)
+fi
 
 if [ "${1:-}" = "--fuzz" ]; then
   packages+=(clang libclang-rt-dev)
@@ -100,6 +106,15 @@ if [ ! -f "$imgui_dir/imgui.cpp" ]; then
   rm -rf "$imgui_dir"
   mv "$unpacked" "$imgui_dir"
   rm -rf "$deps/imgui-fetch"
+fi
+
+# The webview program's packages, exactly as its lockfile pins them; the
+# browser is Debian's chromium, so nothing downloads one.
+webview="$root/tools/webview"
+stamp="$webview/node_modules/.package-lock.json"
+if [ ! -f "$stamp" ] || [ "$webview/package-lock.json" -nt "$stamp" ]; then
+  echo "setup: installing the webview program's packages"
+  (cd "$webview" && PUPPETEER_SKIP_DOWNLOAD=1 npm ci --omit=dev --no-audit --no-fund --loglevel=error >/dev/null)
 fi
 
 echo "setup: all dependencies present"

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Writes the sample meshes as glTF 2.0 (JSON with an external .bin): the crate,
-the rover, the probe and the monitor of modules/sample and the ground of modules/planet.
+the rover, the probe, the monitor and the web screen of modules/sample and the ground of modules/planet.
 Game axes: metres, y up, x forward, z to the right. Each primitive has positions, normals,
 vertex colours (4 bytes) and 16-bit indices, and a named material; the monitor's screen
 also has texture coordinates.
@@ -200,6 +200,23 @@ def monitor():
     }
 
 
+def webscreen():
+    """A wide screen for web pages, 1.8 m by 1.2 m on two posts, facing x; texture
+    coordinates as the monitor's."""
+    stand = Primitive("stand")
+    stand.box((-0.3, 0.0, -0.8), (0.3, 0.05, 0.8), (255, 255, 255))     # the foot
+    for z in (-0.55, 0.45):
+        stand.box((-0.1, 0.05, z), (-0.02, 0.6, z + 0.1), (255, 255, 255))  # the posts
+    stand.box((-0.06, 0.54, -0.96), (0.0, 1.86, 0.96), (255, 255, 255))  # the frame
+    screen = Primitive("screen")
+    screen.quad([(0.001, 1.8, 0.9), (0.001, 0.6, 0.9), (0.001, 0.6, -0.9), (0.001, 1.8, -0.9)], (1, 0, 0),
+                (255, 255, 255), [(0, 0), (0, 1), (1, 1), (1, 0)])
+    return [("webscreen", [stand, screen])], {
+        "stand": ([0.15, 0.15, 0.17, 1.0], [0, 0, 0], 0.6, 0.4),
+        "screen": ([0.0, 0.0, 0.0, 1.0], [0, 0, 0], 0.0, 0.2),
+    }
+
+
 def ground():
     """The sample planet: flat ground in 10 m tiles 400 m across, the basin
     (x 40 to 80, z -20 to 20) 20 m deep, and the water at sea level over it."""
@@ -234,5 +251,6 @@ if __name__ == "__main__":
     write(root / "modules/sample/rover.gltf", *rover())
     write(root / "modules/sample/probe.gltf", *probe())
     write(root / "modules/sample/monitor.gltf", *monitor())
+    write(root / "modules/sample/webscreen.gltf", *webscreen())
     write(root / "modules/planet/meshes/ground.gltf", *ground())
-    print("wrote the crate, the rover, the probe, the monitor and the ground")
+    print("wrote the crate, the rover, the probe, the monitor, the web screen and the ground")

@@ -1,7 +1,7 @@
 // The content side of the sample module, loaded as a TESSARA_Mod through the
 // list of content modules (Game::_mods) when the game starts.
 //
-// It defines four item types. Each has a description file beside the module
+// It defines five item types. Each has a description file beside the module
 // (modules/TESSARA_sample/NAME.txt: colliders, joints, mass, ...) with its
 // mesh (NAME.gltf), a behaviour class derived from ServerSideEntity::Interface
 // and a look derived from ClientSideEntity::Interface, whose objects the game
@@ -20,10 +20,15 @@
 //          reads the newest image back and shows it on the mesh's "screen"
 //          material. Between the two, monitorFrames stands in for what a
 //          network module would carry from the server to the client.
+//   webscreen  a wide screen that shows a web page (web/clock.html: a clock
+//          and a button that counts clicks), rendered by the webview program;
+//          the client module moves the page's pointer with the aim and clicks
+//          with the left button (WebScreen.hpp).
 //
 // Load runs in Game::Start, before the host loads the world's entities, and
 // Unload in Game::Stop, after the host has saved and released them.
 #include "Sample.hpp"
+#include "WebScreen.hpp"
 
 #include "game/Game.hpp"
 #include "game/NeroxScreen.hpp"
@@ -130,6 +135,9 @@ public:
         }
     }
 };
+
+/// A web screen stands where it is put; its look shows the page (WebScreen.hpp).
+class WebScreen final : public ServerSideEntity::Interface { };
 
 /// A rover: turns its four wheels at a steady speed and remembers where they stand.
 class Rover final : public ServerSideEntity::Interface {
@@ -390,8 +398,9 @@ void Load(void*) {
     Register<Rover, RoverLook>(sample::roverType);
     Register<Probe, ClientSideEntity::Interface>(sample::probeType);
     Register<Monitor, MonitorLook>(sample::monitorType);
-    std::printf("[sample] content loaded: item types %s, %s, %s, %s\n", sample::crateType, sample::roverType,
-                sample::probeType, sample::monitorType);
+    Register<WebScreen, sample::WebScreenLook>(sample::webScreenType);
+    std::printf("[sample] content loaded: item types %s, %s, %s, %s, %s\n", sample::crateType, sample::roverType,
+                sample::probeType, sample::monitorType, sample::webScreenType);
 }
 
 // Game::Stop: remove every row of this module. The entities are gone by now;
@@ -409,7 +418,9 @@ void Unload(void*) {
             ServerSideEntity::_module_entities.erase(found);
         }
     }
-    for (char const* itemType : {sample::crateType, sample::roverType, sample::probeType, sample::monitorType}) {
+    sample::StopWebview(); // the game has ended: the pages' program goes too
+    for (char const* itemType :
+         {sample::crateType, sample::roverType, sample::probeType, sample::monitorType, sample::webScreenType}) {
         auto const found = ServerSideEntity::_registered_items_module.find(itemType);
         if (found != ServerSideEntity::_registered_items_module.end() && found->second == module)
             ServerSideEntity::_registered_items_module.erase(found);

@@ -15,6 +15,9 @@
 // it glow; P again, or the probe at rest for a few seconds, gives the camera
 // back to the player.
 //
+// Aiming at the web screen in play mode points at its page, and the left
+// button clicks there (the page's button counts the clicks).
+//
 // Tab shows the player's pack and a storage box (InventoryWindows.hpp): items
 // drag between them, and the server module applies each move by its rules.
 #include "InventoryWindows.hpp"
@@ -35,6 +38,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -121,6 +125,30 @@ void ChooseEnvironment() {
     Game::parentEnvironmentId = chosen;
 }
 
+/// In play mode, a web screen under the aim, near enough, gets the pointer at
+/// the aim and the left button's presses and releases; looking away takes the
+/// pointer off the page (and lets go of the button there).
+void PointAtWebScreen(bool mouseDown) {
+    static std::string pointed; // the page the pointer is on; empty for none
+    static bool pressed = false;
+    std::string const view =
+        Game::_inputMode != 0 && Game::currentMonitorID != 0 && Game::currentMonitorDistance <= sample::webScreenReach
+        ? Game::GetMonitor()
+        : std::string();
+    if (view.empty()) {
+        if (!pointed.empty()) Game::electronWebview.MouseMove("", 0.0, 0.0);
+        pointed.clear();
+        pressed = false;
+        return;
+    }
+    double const x = Game::currentMonitorX * sample::webScreenWidth,
+                 y = Game::currentMonitorY * sample::webScreenHeight;
+    Game::electronWebview.MouseMove(view, x, y);
+    pointed = view;
+    if (mouseDown != pressed) Game::electronWebview.MouseButton(view, 0, mouseDown ? 1 : 0, x, y);
+    pressed = mouseDown;
+}
+
 } // namespace
 
 extern "C" {
@@ -170,6 +198,7 @@ void Input_Update(double) {
     mouseWasDown = mouseDown;
     // Before a world is loaded the start menu has the pointer.
     bool const inWorld = game::entity::ClientSideEntity::Count() != 0;
+    PointAtWebScreen(inWorld && mouseDown);
     if (inWorld && Controller::GetAvatarInventory_Pressed()) sample::inventory::ToggleWindows();
     if (Controller::GetEscape_Pressed() && Game::_inputMode != 0) {
         Game::SetInputMode_Ui();

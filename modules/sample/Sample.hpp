@@ -26,6 +26,17 @@ inline constexpr char monitorType[] = "monitor";
 inline constexpr int monitorWidth = 192;
 inline constexpr int monitorHeight = 128;
 
+/// Item type of the web screen: a wide screen that shows a web page (the
+/// module's web/clock.html), rendered by the webview program.
+inline constexpr char webScreenType[] = "webscreen";
+/// The page's size in pixels, one pixel per page pixel (its screen is 1.8 m by 1.2 m).
+inline constexpr int webScreenWidth = 480;
+inline constexpr int webScreenHeight = 320;
+/// The page, relative to the run directory.
+inline constexpr char webScreenPage[] = "modules/TESSARA_sample/web/clock.html";
+/// The pointer follows the aim on a web screen up to this far away (metres).
+inline constexpr double webScreenReach = 8.0;
+
 /// A probe starts this high above the ground (metres), falling this fast (m/s).
 inline constexpr double probeAltitude = 20000.0;
 inline constexpr double probeSpeed = 2500.0;
@@ -52,14 +63,16 @@ struct Placement {
 /// The sample set of a new world: the crates drop 2 m onto the ground, one falls
 /// on the other two, one drops into the ocean basin (x 40 to 80) and floats; the
 /// rover stands on its wheels; the monitor stands to the right of the player's
-/// first view, its screen turned towards the player.
-inline constexpr std::array<Placement, 6> newWorld = {{
+/// first view, its screen turned towards the player; the web screen stands to
+/// the left, facing the player as well.
+inline constexpr std::array<Placement, 7> newWorld = {{
     {crateType, {3.0, 2.0, -1.0}, 0.0, 0.0},
     {crateType, {3.0, 2.0, 0.5}, 15.0, 0.0},
     {crateType, {3.0, 4.0, -0.25}, 40.0, 0.8}, // onto the other two
     {crateType, {60.0, 2.0, 0.0}, 25.0, -0.4}, // into the water
     {roverType, {0.0, 0.1, 0.0}, 30.0, 0.0},
     {monitorType, {0.0, 0.0, 3.8}, -167.0, 0.0},
+    {webScreenType, {-1.5, 0.0, -1.7}, -103.5, 0.0},
 }};
 
 /// The key of Game's inter-module channel that holds the crates of a load

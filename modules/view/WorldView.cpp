@@ -31,9 +31,11 @@ using game::graphics::RenderableInstance;
 namespace {
 
 constexpr VkFormat DepthFormat = VK_FORMAT_D32_SFLOAT;
-constexpr VkFormat AimFormat = VK_FORMAT_R32_UINT;
-/// Bytes of one frame slot's aim copy: the id, then the depth.
-constexpr VkDeviceSize AimWords = 8;
+/// The aim target: the aim id, the monitor's texture index (0 on anything
+/// else) and its texture coordinates as two 16-bit fractions; the fourth word is 0.
+constexpr VkFormat AimFormat = VK_FORMAT_R32G32B32A32_UINT;
+/// Bytes of one frame slot's aim copy: the four words, then the depth, then room.
+constexpr VkDeviceSize AimWords = 32;
 static_assert(nerox::graphics::VulkanRenderer::FramesInFlight <= 4);
 constexpr VkShaderStageFlags DrawStages = VK_SHADER_STAGE_VERTEX_BIT | VK_SHADER_STAGE_FRAGMENT_BIT;
 constexpr float Pi = 3.14159265f;
@@ -400,14 +402,19 @@ void WorldView::DrawInstances(VkCommandBuffer commandBuffer, glm::dmat4 const& v
 void WorldView::TakeAim(uint32_t slot) {
     if (!_aimPending[slot]) return;
     _aimPending[slot] = false;
-    uint32_t words[2];
+    uint32_t words[5];
     std::memcpy(words, static_cast<char const*>(_aimReadback->Map()) + AimWords * slot, sizeof words);
     float depth = 0.0f;
-    std::memcpy(&depth, &words[1], sizeof depth);
+    std::memcpy(&depth, &words[4], sizeof depth);
     game::graphics::AimBuffer aim;
     // Depth is nearClip / distance; 0 (cleared) is the sky, where the id is 0 as well.
-    if (words[0] != 0 && depth > 0.0f) {
+    if ((words[0] != 0 || words[1] != 0) && depth > 0.0f) {
         aim.aimID = words[0];
+        if (words[1] != 0) { // a screen: which, and where on it
+            aim.monitorID = words[1];
+            aim.monitorX = static_cast<float>(words[2] & 0xFFFFu) / 65535.0f;
+            aim.monitorY = static_cast<float>(words[2] >> 16) / 65535.0f;
+        }
         double const distance = _aimNearClip[slot] / depth;
         aim.distance = static_cast<float>(distance);
         glm::dvec3 const hit = _aimCameraToWorld[slot] * glm::dvec3(0.0, 0.0, -distance); // along the view axis
@@ -429,7 +436,7 @@ void WorldView::CopyAim(VkCommandBuffer commandBuffer, uint32_t slot) {
     copy.imageOffset = centre;
     copy.imageExtent = {1, 1, 1};
     vkCmdCopyImageToBuffer(commandBuffer, *_aimIds, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, *_aimReadback, 1, &copy);
-    copy.bufferOffset += 4;
+    copy.bufferOffset += 16;
     copy.imageSubresource.aspectMask = VK_IMAGE_ASPECT_DEPTH_BIT;
     vkCmdCopyImageToBuffer(commandBuffer, *_depth, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, *_aimReadback, 1, &copy);
     Barrier(commandBuffer, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_ACCESS_TRANSFER_WRITE_BIT, VK_PIPELINE_STAGE_HOST_BIT,

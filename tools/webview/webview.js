@@ -186,7 +186,11 @@ class View {
     this.timer = null;      // a frame waiting for its turn
     this.mouse = { x: 0, y: 0, buttons: 0 };
     this.text = new TextDecoder('utf-8');
-    this.queue = Promise.resolve(); // input events, in order
+    this.queue = Promise.resolve(); // input events, in order, once the page has loaded
+  }
+
+  open() {
+    this.queue = this.start().catch((error) => log(`${this.name}: could not open ${this.url}: ${error.message}`));
   }
 
   async start() {
@@ -374,7 +378,7 @@ class Program {
       this.close(name);
       const view = new View(this, name, url, w, h, s);
       this.views.set(name, view);
-      view.start().catch((error) => log(`${name}: could not open ${url}: ${error.message}`));
+      view.open();
       return;
     }
     case 'close':

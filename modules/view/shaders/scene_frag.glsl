@@ -35,7 +35,9 @@ layout(location = 6) flat in uint vMonitor;
 layout(location = 7) in vec3 vLight;
 
 layout(location = 0) out vec4 outColor;
-layout(location = 1) out uint outAim; // the aim target: which object this pixel shows
+// The aim target: which object this pixel shows, and the screen there, if
+// any, with the place on it (WorldView.cpp, AimFormat).
+layout(location = 1) out uvec4 outAim;
 
 // Light arriving at a point with normal n from one light.
 vec3 LightAt(uint i, vec3 position, vec3 n)
@@ -100,5 +102,5 @@ void main()
 #endif
     vec3 color = emission + albedo * light;
     outColor = vec4(Encode(color), 1.0);
-    outAim = draw.aimID;
+    outAim = uvec4(draw.aimID, vMonitor, vMonitor != 0u ? packUnorm2x16(vTexCoord) : 0u, 0u);
 }

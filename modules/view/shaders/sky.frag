@@ -7,7 +7,7 @@
 layout(location = 0) in vec3 vDirection;
 layout(location = 1) flat in vec3 vSun;
 layout(location = 0) out vec4 outColor;
-layout(location = 1) out uint outAim; // nothing to aim at
+layout(location = 1) out uvec4 outAim; // nothing to aim at
 
 void main()
 {
@@ -15,5 +15,5 @@ void main()
     vec3 color = SkyRadiance(direction);
     if (frame.sunDirection.w > 0.0 && dot(direction, vSun) > 0.9995) color += frame.sunColor.rgb;
     outColor = vec4(Encode(color), 1.0);
-    outAim = 0u;
+    outAim = uvec4(0u);
 }

@@ -96,6 +96,13 @@ protected:
             << "[game]\ndebug_window = true\ndev_tools = true\nadmin_privileges = true\n";
         developerStatus = RunClient(stand, "0.5 key KEY_F4 down\n0.6 key KEY_F4 up\n1.5 quit\n", "developer.png", false,
                                     "--game-mode adventure", "developer.ini");
+        // A turn onto the web screen's button, a click there, and time for the
+        // page to come up first, however long the browser takes to start.
+        webStatus = RunClient(stand,
+                              "0 mode play\n2.5 cursor -257 -55\n4.0 mouse MOUSE_BUTTON_LEFT down\n"
+                              "4.1 mouse MOUSE_BUTTON_LEFT up\n8.0 quit\n",
+                              "web.png");
+        if (webStatus == 0) webImage = nerox::graphics::Texture::LoadFile(scratch->File("web.png"), 4);
         if (menuStatus == 0) menuImage = nerox::graphics::Texture::LoadFile(scratch->File("menu.png"), 4);
         if (inventoryStatus == 0)
             inventoryImage = nerox::graphics::Texture::LoadFile(scratch->File("inventory.png"), 4);
@@ -152,8 +159,8 @@ protected:
     inline static std::string stand, walk;
     inline static int standStatus = -1, standServerStatus = -1, walkServerStatus = -1, walkStatus = -1;
     inline static int menuStatus = -1, inventoryStatus = -1, inventoryServerStatus = -1;
-    inline static int settingsStatus = -1, developerStatus = -1;
-    inline static nerox::graphics::ImageData standImage, walkImage, menuImage, inventoryImage;
+    inline static int settingsStatus = -1, developerStatus = -1, webStatus = -1;
+    inline static nerox::graphics::ImageData standImage, walkImage, menuImage, inventoryImage, webImage;
 };
 
 TEST_F(ClientScreenshotTest, TheCratesThatFellRestOnTheGround) {
@@ -178,6 +185,26 @@ TEST_F(ClientScreenshotTest, TheCratesThatFellRestOnTheGround) {
     // Orange paint: red far over green, green over blue.
     Pixel const rover = At(standImage, glm::dvec3(0.0, 0.55, 0.0));
     EXPECT_TRUE(rover.r > 150 && rover.r - rover.g > 70 && rover.g > rover.b) << "rover " << rover;
+}
+
+TEST_F(ClientScreenshotTest, AClickAtTheAimReachesTheWebScreensPage) {
+    ASSERT_EQ(webStatus, 0) << testsupport::ReadText(scratch->File("web.png.log"));
+    if (testsupport::ReadText(scratch->File("web.png.log")).find("web screens stay dark") != std::string::npos)
+        GTEST_SKIP() << "no webview here: run scripts/setup.sh";
+    // The page's dark blue around the crosshair, its orange button under it,
+    // and the green bar that the click started.
+    int blue = 0, orange = 0, green = 0;
+    for (int y = Height / 2 - 60; y < Height / 2 + 60; ++y) {
+        for (int x = Width / 2 - 90; x < Width / 2 + 90; ++x) {
+            Pixel const p = At(webImage, x, y);
+            blue += p.b > p.r + 30 && p.b > p.g + 15 && p.r < 70 ? 1 : 0;
+            orange += p.r > 200 && p.g > 120 && p.g < 200 && p.b < 90 ? 1 : 0;
+            green += p.g > 160 && p.g - p.r > 110 && p.g - p.b > 90 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(blue, 2000) << "the page";
+    EXPECT_GT(orange, 100) << "its button";
+    EXPECT_GT(green, 10) << "a click counted";
 }
 
 TEST_F(ClientScreenshotTest, TheMonitorShowsTheServersImageInReadableText) {

@@ -263,6 +263,13 @@ TEST_F(WorldViewTest, AScreenShowsItsTextureTimesItsEmissionAndWithoutOneItsEmis
     std::vector<Pixel> frame = Shoot();
     EXPECT_EQ(Hue(At(frame, Width / 2 - 4, Height / 2)), 'r') << At(frame, Width / 2 - 4, Height / 2);
     EXPECT_EQ(Hue(At(frame, Width / 2 + 4, Height / 2)), 'g') << At(frame, Width / 2 + 4, Height / 2);
+    // The crosshair is on the screen's middle: the aim names the screen and the place on it.
+    for (uint32_t i = 0; i < nerox::graphics::VulkanRenderer::FramesInFlight; ++i) Shoot();
+    game::graphics::AimBuffer const aim = renderer->aim.Buffer();
+    EXPECT_EQ(aim.monitorID, index);
+    EXPECT_NEAR(aim.monitorX, 0.5, 0.05);
+    EXPECT_NEAR(aim.monitorY, 0.5, 0.05);
+    EXPECT_EQ(Game::currentMonitorID, index);
     ASSERT_TRUE(wall->SetMonitorTexture("wall", 0, glm::vec3(1.0f)));
     frame = Shoot();
     EXPECT_GT(std::min({At(frame, Width / 2 - 4, Height / 2).r, At(frame, Width / 2 + 4, Height / 2).g}), 200);
