@@ -5,12 +5,19 @@
 #include "nerox/graphics/DynamicAsyncTexture.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <thread>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace game {
 
@@ -19,11 +26,12 @@ namespace {
 /// Every formatted event fits this.
 constexpr size_t EventBytes = 1024;
 
-/// False, with a message, for a name or URL the line protocol cannot carry.
+/// False, with a message, for a name or URL the line protocol cannot carry:
+/// names are printable ASCII; URLs may hold UTF-8 as well.
 bool Plain(std::string const& what, std::string const& text) {
     bool ok = !text.empty();
     for (char c : text)
-        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f) ok = false;
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || (what != "url" && (c & 0x80) != 0)) ok = false;
     if (!ok)
         std::fprintf(stderr,
                      "ELECTRON_WEBVIEW: refused the %s \"%s\": it must be non-empty, without blanks or "
@@ -32,15 +40,71 @@ bool Plain(std::string const& what, std::string const& text) {
     return ok;
 }
 
+/// Names go into the line protocol as they are: they hold printable ASCII
+/// and no blanks.
+bool PlainName(std::string const& name) {
+    for (char c : name)
+        if (static_cast<unsigned char>(c) <= ' ' || static_cast<unsigned char>(c) >= 0x7f) return false;
+    return true;
+}
+
 } // namespace
 
 ElectronWebview::ElectronWebview() = default;
 ElectronWebview::~ElectronWebview() = default;
 
 void ElectronWebview::RunElectron(std::string const& command) {
+    using Clock = std::chrono::steady_clock;
     running = true;
-    if (std::system(command.c_str()) != 0)
-        std::fprintf(stderr, "ELECTRON_WEBVIEW: \"%s\" did not end well\n", command.c_str());
+    // The shell runs the command in a process group of its own, so that the
+    // terminal's Ctrl+C reaches the game and not the program, and the whole
+    // group can be ended. (std::system would also ignore Ctrl+C in the game
+    // for as long as the program runs.)
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals); // nothing held back, whatever the spawning thread holds
+    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&signals, signal);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    char const* const arguments[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+    pid_t pid = -1;
+    int const error = posix_spawn(&pid, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(arguments), environ);
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        std::fprintf(stderr, "ELECTRON_WEBVIEW: could not start \"%s\": %s\n", command.c_str(), std::strerror(error));
+        pid = -1;
+    }
+    // The program ends by itself when the game closes its pipe. Once the game
+    // has ended, it gets five seconds for that, then a request to end, then no
+    // choice.
+    std::optional<Clock::time_point> ended;
+    bool asked = false, forced = false;
+    while (pid > 0) {
+        int status = 0;
+        pid_t const done = ::waitpid(pid, &status, WNOHANG);
+        if (done == pid) {
+            if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0) && !asked)
+                std::fprintf(stderr, "ELECTRON_WEBVIEW: \"%s\" did not end well (status %d)\n", command.c_str(),
+                             status);
+            break;
+        }
+        if (done == -1 && errno != EINTR) break; // not our child any more
+        if (!Game::isActive && !ended) ended = Clock::now();
+        if (ended && !asked && Clock::now() - *ended > std::chrono::seconds(5)) {
+            std::fprintf(stderr, "ELECTRON_WEBVIEW: \"%s\" is still running after the game ended; ending it\n",
+                         command.c_str());
+            ::kill(-pid, SIGTERM);
+            asked = true;
+        }
+        if (ended && !forced && Clock::now() - *ended > std::chrono::seconds(8)) {
+            ::kill(-pid, SIGKILL);
+            forced = true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     while (Game::isActive) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     running = false;
 }
@@ -70,6 +134,7 @@ void ElectronWebview::Texture(std::shared_ptr<nerox::graphics::DynamicAsyncTextu
 }
 
 void ElectronWebview::Close(std::string const& name) {
+    if (!PlainName(name)) return; // never opened
     std::lock_guard lock(_mutex);
     _messages.push_back("close " + name);
     _callbacks.erase(name);
@@ -162,6 +227,7 @@ void ElectronWebview::Release() {
 }
 
 void ElectronWebview::MouseMove(std::string const& name, double x, double y) {
+    if (!PlainName(name)) return; // no view of this name
     std::lock_guard lock(_mutex);
     if (mouseDown && name != _mouseName) Release();
     if (name.empty()) return;
@@ -174,7 +240,7 @@ void ElectronWebview::MouseMove(std::string const& name, double x, double y) {
 void ElectronWebview::MouseButton(std::string const& name, int button, int action, double x, double y) {
     char const* const buttons[] = {"left", "right"};
     char const* const types[] = {"mouseUp", "mouseDown"};
-    if (button < 0 || button > 1 || action < 0 || action > 1 || name.empty()) return;
+    if (button < 0 || button > 1 || action < 0 || action > 1 || name.empty() || !PlainName(name)) return;
     std::lock_guard lock(_mutex);
     if (mouseDown && name != _mouseName) Release();
     mouseDown = action == 1;

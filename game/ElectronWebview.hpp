@@ -14,8 +14,9 @@
 //   close NAME
 //   ping                                keep-alive, sent when nothing waits
 //   input NAME JSON                     an input event, see the calls below
-// Names and URLs cannot hold blanks or control characters (encode them in
-// URLs as %20 and so on); Open refuses them.
+// Names are printable ASCII without blanks; URLs hold no blanks or control
+// characters (encode them as %20 and so on). Open refuses others, and the
+// other calls send nothing for such a name.
 //
 // Process -> game: frames, each
 //   name length  4 bytes, unsigned, native order
@@ -63,9 +64,12 @@ public:
     ElectronWebview(ElectronWebview const&) = delete;
     ElectronWebview& operator=(ElectronWebview const&) = delete;
 
-    /// Runs command with the shell (the webview program and its arguments),
-    /// then waits in steps of 10 ms while Game::isActive holds. `running`
-    /// holds meanwhile.
+    /// Runs command with the shell (the webview program and its arguments) in
+    /// a process group of its own, and waits for it; then waits in steps of
+    /// 10 ms while Game::isActive holds. `running` holds meanwhile. The
+    /// program ends when the game closes its end of the pipe (the write
+    /// thread's CloseWrite); if it has not ended five seconds after the game,
+    /// its group is sent SIGTERM, and SIGKILL three seconds later.
     void RunElectron(std::string const& command);
     /// Opens a view of width x height pixels whose frames go nowhere.
     void Open(std::string const& name, std::string const& url, unsigned int width, unsigned int height, double scale);
@@ -96,9 +100,10 @@ public:
     /// size bytes and returns the count, 0 at the end.
     bool ReadFrame(std::function<unsigned long(char*, unsigned long)> const& read);
 
-    /// The mouse is over view name at (x, y); an empty name: over no view. Only
-    /// the newest position goes out, when nothing else waits. Moving to
-    /// another view with the button down releases it on the old one first.
+    /// The mouse is over view name at (x, y). Only the newest position goes
+    /// out, when nothing else waits. Moving to another view (or to the empty
+    /// name) with the button down releases it on the old one first; the empty
+    /// name changes nothing else: keys and the wheel still go to the last view.
     void MouseMove(std::string const& name, double x, double y);
     /// A button (0 left, 1 right) pressed (action 1) or released (0) on view
     /// name at (x, y); other values send nothing.
@@ -115,10 +120,11 @@ public:
     /// joins them.
     void InputChar(char c);
 
-    /// The page's name for a GLFW key code, or null for a key it has no name for.
+    /// The page's name for a GLFW key code as the key message carries it (a
+    /// backslash escaped), or null for a key it has no name for.
     static char const* KeyName(int key);
 
-    std::atomic<bool> running{false}; ///< The process runs (RunElectron has not returned).
+    std::atomic<bool> running{false}; ///< RunElectron has not returned: the program or the game still runs.
 
 private:
     void Queue(std::string const& name, char const* json); // under _mutex

@@ -54,8 +54,12 @@ private:
 } // namespace
 
 PipeServer::PipeServer(std::string const& name) : _stem("../Tessara-data/" + name) {
-    ::mkfifo((_stem + ".s2c").c_str(), 0666); // EEXIST is fine; other failures show as failed opens
-    ::mkfifo((_stem + ".c2s").c_str(), 0666);
+    for (char const* suffix : {".s2c", ".c2s"}) {
+        std::string const path = _stem + suffix;
+        struct stat existing { };
+        if (::lstat(path.c_str(), &existing) == 0 && !S_ISFIFO(existing.st_mode)) ::unlink(path.c_str());
+        ::mkfifo(path.c_str(), 0666); // EEXIST is fine; other failures show as failed opens
+    }
 }
 
 PipeServer::~PipeServer() {
@@ -68,10 +72,10 @@ PipeServer::~PipeServer() {
 bool PipeServer::Write(char const* data, unsigned long size) {
     int fd = _write.load();
     if (fd == -1) {
-        unsigned const interrupts = _interrupts.load();
+        if (_interrupted) return false;
         fd = OpenRetrying(_stem + ".s2c", O_WRONLY);
         if (fd == -1) return false;
-        if (_interrupts.load() != interrupts) {
+        if (_interrupted) {
             ::close(fd);
             return false;
         }
@@ -94,10 +98,10 @@ bool PipeServer::Write(char const* data, unsigned long size) {
 unsigned long PipeServer::Read(char* data, unsigned long size) {
     int fd = _read.load();
     if (fd == -1) {
-        unsigned const interrupts = _interrupts.load();
+        if (_interrupted) return 0;
         fd = OpenRetrying(_stem + ".c2s", O_RDONLY);
         if (fd == -1) return 0;
-        if (_interrupts.load() != interrupts) {
+        if (_interrupted) {
             ::close(fd);
             return 0;
         }
@@ -120,8 +124,8 @@ void PipeServer::CloseRead() {
 void PipeServer::Interrupt() {
     // Opening a pipe for reading and writing never waits, and it counts as the
     // partner that a blocked open waits for; that open then completes, sees
-    // the count changed and gives up.
-    ++_interrupts;
+    // the flag and gives up.
+    _interrupted = true;
     for (char const* suffix : {".s2c", ".c2s"}) {
         int const fd = OpenRetrying(_stem + suffix, O_RDWR | O_NONBLOCK);
         if (fd != -1) ::close(fd);

@@ -23,8 +23,9 @@ namespace game {
 class PipeServer {
 public:
     /// Makes both pipes (mode 0666) under the data folder; pipes that exist
-    /// already are used as they are. The folder must exist: without it every
-    /// Write gives false and every Read 0.
+    /// already are used as they are, and any other file of such a name is
+    /// replaced by a pipe. The folder must exist: without it every Write
+    /// gives false and every Read 0.
     explicit PipeServer(std::string const& name);
     /// Closes both directions and removes both files.
     ~PipeServer();
@@ -46,11 +47,11 @@ public:
     void CloseWrite();
     /// Closes the read direction. The next Read opens again.
     void CloseRead();
-    /// Ends the waits of a Write or Read blocked in opening its pipe because
-    /// no process came to the other end: the Write then fails and the Read
-    /// gives 0. Any thread; harmless
-    /// when nothing waits. A Write or Read that has not reached its open yet
-    /// waits there as before: call again until the thread has noticed.
+    /// For the end: ends the waits of a Write or Read blocked in opening its
+    /// pipe because no process came to the other end (the Write then fails
+    /// and the Read gives 0), and makes every later open fail the same way.
+    /// Any thread. A Write or Read that is about to open may still be on its
+    /// way into the wait: call again until the thread has noticed.
     void Interrupt();
 
     /// The two paths without their ".s2c" or ".c2s".
@@ -62,7 +63,7 @@ private:
     // threads only close it.
     std::atomic<int> _write{-1};
     std::atomic<int> _read{-1};
-    std::atomic<unsigned> _interrupts{0}; // Interrupt's calls: an open that saw it change gives up
+    std::atomic<bool> _interrupted{false}; // set by Interrupt: every open gives up
 };
 
 } // namespace game

@@ -18,6 +18,8 @@
 #include <mutex>
 #include <thread>
 
+#include <unistd.h>
+
 namespace sample {
 
 namespace {
@@ -53,6 +55,8 @@ std::string FileUrl(std::filesystem::path const& path) {
 
 /// Why the webview program cannot run here; empty if it can.
 std::string Missing() {
+    if (char const* off = std::getenv("TESSARA_NO_WEBVIEW"); off != nullptr && *off != '\0' && *off != '0')
+        return "TESSARA_NO_WEBVIEW is set";
     if (!std::filesystem::exists("webview/webview.js")) return "webview/webview.js is not in the run directory";
     if (!std::filesystem::exists("webview/node_modules/puppeteer-core"))
         return "the webview program's packages are not installed (scripts/setup.sh installs them)";
@@ -73,7 +77,9 @@ bool StartWebview() {
     }
     std::error_code ignored;
     std::filesystem::create_directories("../Tessara-data", ignored);
-    webview.pipe = std::make_unique<game::PipeServer>("TESSARA_sample_webview");
+    // A name of this process's own: games started from one run directory
+    // each talk to their own program.
+    webview.pipe = std::make_unique<game::PipeServer>("TESSARA_sample_webview_" + std::to_string(::getpid()));
     std::string const command = "node webview/webview.js --pipe " + webview.pipe->Stem() + " --fps 30";
     game::PipeServer& pipe = *webview.pipe;
     webview.stopping = false;
@@ -85,7 +91,7 @@ bool StartWebview() {
         // them as they come. When the game ends, the end of the pipe tells the
         // program to go.
         while (Game::isActive && !webview.stopping) {
-            Game::electronWebview.WriteToPipe(pipe);
+            if (!Game::electronWebview.WriteToPipe(pipe)) break; // the program has gone (and said so)
             std::this_thread::sleep_for(4ms);
         }
         pipe.CloseWrite();
@@ -107,8 +113,8 @@ void StopWebview() {
     if (webview.available) {
         webview.stopping = true;
         // The program ends when it sees the end of its pipe; a thread still
-        // waiting for it to open a pipe is let go.
-        for (auto const end = std::chrono::steady_clock::now() + 10s;
+        // waiting for it to open a pipe (it never started) is let go.
+        for (auto const end = std::chrono::steady_clock::now() + 2s;
              !(webview.writerDone && webview.readerDone) && std::chrono::steady_clock::now() < end;)
             std::this_thread::sleep_for(10ms);
         while (!(webview.writerDone && webview.readerDone)) {

@@ -56,30 +56,30 @@ stems() { # the entity ids that have a state file, sorted
 
 run first.log || fail "the first run ended with status $?"
 expect first.log "World 'sample': loaded 0 entities from $shown_entities"
-expect first.log "[sample] new world: created 6 entities"
-expect first.log "World 'sample': saved 6 entities to $shown_entities"
+expect first.log "[sample] new world: created 7 entities"
+expect first.log "World 'sample': saved 7 entities to $shown_entities"
 first_ids=$(stems)
-[ "$(echo "$first_ids" | wc -l)" = 6 ] || fail "expected 6 state files, found: $first_ids"
+[ "$(echo "$first_ids" | wc -l)" = 7 ] || fail "expected 7 state files, found: $first_ids"
 
 case $case in
 persist)
     run second.log || fail "the second run ended with status $?"
-    expect second.log "World 'sample': loaded 6 entities from $shown_entities"
-    expect second.log "[sample] world has 6 entities"
+    expect second.log "World 'sample': loaded 7 entities from $shown_entities"
+    expect second.log "[sample] world has 7 entities"
     [ "$(stems)" = "$first_ids" ] || fail "the state files changed names: $(stems)"
 
     # The sample module lists each entity by id with its place and orientation,
     # and the rover's wheels (its own state, turning at 30 degrees/s), when the
     # world is saved and when it is loaded.
-    saved=$(listing first.log "[sample] saving 6 entities")
-    loaded=$(listing second.log "[sample] world has 6 entities")
+    saved=$(listing first.log "[sample] saving 7 entities")
+    loaded=$(listing second.log "[sample] world has 7 entities")
     [ "$(echo "$saved" | grep -F ' at (' | awk '{print $2}')" = "$first_ids" ] || fail "the listing does not match the files"
     [ "$loaded" = "$saved" ] || fail "the entities differ after loading"
     expect first.log "[sample]   rover wheels at 60.0 degrees"
     expect second.log "[sample]   rover wheels at 120.0 degrees"
     ;;
 damaged)
-    read -r cut flipped poisoned unknown intact other <<< "$(stems | tr '\n' ' ')"
+    read -r cut flipped poisoned unknown intact other another <<< "$(stems | tr '\n' ' ')"
     file() { echo "$entities/$1.entitystate"; }
     poke() { printf "$3" | dd of="$(file "$1")" bs=1 seek="$2" conv=notrunc status=none; }
     number() { od -An -t u8 -j "$2" -N 8 "$(file "$1")" | tr -d ' '; } # the 8-byte number at $2
@@ -105,15 +105,15 @@ damaged)
     run third.log --set-aside-damaged || fail "the run with --set-aside-damaged ended with status $?"
     expect third.log "Removed $shown/$intact.entitystate.tmp, left by an interrupted save"
     expect third.log "WARNING: item type '$type' of module TESSARA_sample is not loaded: 1 saved entity was left on disk"
-    expect third.log "World 'sample': loaded 2 entities"
+    expect third.log "World 'sample': loaded 3 entities"
     expect third.log "4 damaged files were set aside in $(cd .. && pwd -P)/Tessara-data/server/worlds/sample/damaged:"
     expect third.log "  $shown/$cut.entitystate: Save state file is cut short for entity $cut"
     expect third.log "  $shown/$flipped.entitystate: Invalid save state magic string for entity $flipped"
     expect third.log "  $shown/$poisoned.entitystate: Save state file holds a non-finite position for entity $poisoned"
     expect third.log "  $shown/notes.entitystate: UniqueId string length should be 28"
-    moved=$(echo "$before" | grep -v -e "$unknown" -e "$intact" -e "$other")
+    moved=$(echo "$before" | grep -v -e "$unknown" -e "$intact" -e "$other" -e "$another")
     [ "$(cd "$entities/../damaged" && sha256sum -- *)" = "$moved" ] || fail "the damaged files changed on the way"
-    [ "$(stems | tr '\n' ' ')" = "$unknown $intact $other " ] || fail "entities/ should keep three files: $(stems)"
+    [ "$(stems | tr '\n' ' ')" = "$unknown $intact $other $another " ] || fail "entities/ should keep four files: $(stems)"
     [ "$(echo "$before" | grep "$unknown")" = "$(cd "$entities" && sha256sum -- "$unknown.entitystate")" ] ||
         fail "the entity of the unknown type changed"
     ;;
@@ -125,8 +125,8 @@ broken)
     run second.log || fail "the run with a broken content module ended with status $?"
     expect second.log "tessara: content module 'TESSARA_sample' failed to load with error: "
     expect second.log "TESSARA_sample.TESSARA_Mod.so"
-    expect second.log "WARNING: module TESSARA_sample is not loaded: 6 saved entities were left on disk"
-    expect second.log "kept on disk:   6 entities whose module or item type is not loaded"
+    expect second.log "WARNING: module TESSARA_sample is not loaded: 7 saved entities were left on disk"
+    expect second.log "kept on disk:   7 entities whose module or item type is not loaded"
     [ "$(cd "$entities" && sha256sum -- *)" = "$before" ] || fail "the world's files changed"
     ;;
 *)

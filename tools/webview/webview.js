@@ -186,6 +186,7 @@ class View {
     this.timer = null;      // a frame waiting for its turn
     this.mouse = { x: 0, y: 0, buttons: 0 };
     this.text = new TextDecoder('utf-8');
+    this.waitingForDrain = false;
     this.queue = Promise.resolve(); // input events, in order, once the page has loaded
   }
 
@@ -194,7 +195,9 @@ class View {
   }
 
   async start() {
-    const page = await this.program.browser.newPage();
+    const browser = await this.program.launched;
+    if (this.closed) return;
+    const page = await browser.newPage();
     if (this.closed) { await page.close().catch(() => {}); return; }
     this.page = page;
     await page.setViewport({ width: Math.max(1, Math.round(this.width / this.scale)),
@@ -225,14 +228,17 @@ class View {
 
   /// Sends the newest image now, or when the rate allows.
   schedule() {
-    if (this.timer || !this.latest) return;
+    if (this.closed || this.timer || !this.latest) return;
     const wait = this.lastSent + 1000 / this.program.options.fps - Date.now();
     if (wait > 0) {
       this.timer = setTimeout(() => { this.timer = null; this.schedule(); }, wait);
       return;
     }
     if (!this.program.canSend()) { // the game reads slowly: try again when it has caught up
-      this.program.onDrain(() => this.schedule());
+      if (!this.waitingForDrain) {
+        this.waitingForDrain = true;
+        this.program.onDrain(() => { this.waitingForDrain = false; this.schedule(); });
+      }
       return;
     }
     const image = this.latest;
@@ -320,38 +326,58 @@ class Program {
     this.drainWaiters = [];
     this.pending = Buffer.alloc(0); // bytes of a command line not complete yet
     this.ending = false;
+    this.launched = null; // the browser, once it has started
   }
 
-  async run() {
+  run() {
+    for (const ending of ['s2c', 'c2s']) {
+      const file = `${this.options.pipe}.${ending}`;
+      let isPipe = false;
+      try { isPipe = fs.statSync(file).isFIFO(); } catch (error) { /* missing */ }
+      if (!isPipe) fail(`${file} is not the game's pipe (is the game running? --pipe names them without .s2c)`);
+    }
     // The game writes commands only once this end is open, and reads frames
-    // from the other; each open waits for the game's.
+    // from the other; each open waits for the game's. Neither creates a file.
     const input = fs.createReadStream(`${this.options.pipe}.s2c`);
-    this.out = fs.createWriteStream(`${this.options.pipe}.c2s`);
+    input.on('data', (chunk) => this.onData(chunk));
+    input.on('end', () => this.end('the game closed the pipe'));
+    input.on('error', (error) => this.end(`reading the game's commands failed: ${error.message}`, 1));
+    this.out = fs.createWriteStream(`${this.options.pipe}.c2s`, { flags: fs.constants.O_WRONLY });
     this.out.on('error', (error) => this.end(`the game stopped reading (${error.code || error.message})`));
     this.out.on('drain', () => {
       const waiters = this.drainWaiters;
       this.drainWaiters = [];
       for (const waiter of waiters) waiter();
     });
-    this.browser = await puppeteer.launch({
+    // Views wait for the browser; commands are taken meanwhile. Through a pipe
+    // of its own, the browser ends with this program, however it ends.
+    this.launched = puppeteer.launch({
       executablePath: this.options.browser,
       headless: true,
+      pipe: true,
       args: ['--no-sandbox', '--disable-gpu', '--hide-scrollbars', '--mute-audio', '--no-first-run',
              '--disable-extensions', '--disable-background-timer-throttling',
              '--disable-renderer-backgrounding', '--disable-backgrounding-occluded-windows'],
     });
-    this.browser.on('disconnected', () => this.end('the browser went away', 1));
-    log(`running ${await this.browser.version()} for ${this.options.pipe}`);
-    input.on('data', (chunk) => this.onData(chunk));
-    input.on('end', () => this.end('the game closed the pipe'));
-    input.on('error', (error) => this.end(`reading the game's commands failed: ${error.message}`, 1));
+    this.launched.then(async (browser) => {
+      this.browser = browser;
+      if (this.ending) { await browser.close().catch(() => {}); return; }
+      browser.on('disconnected', () => this.end('the browser went away', 1));
+      log(`running ${await browser.version()} for ${this.options.pipe}`);
+    }, (error) => {
+      log(`could not start ${this.options.browser}: ${error.message}`);
+      this.end('no browser', 1);
+    });
   }
 
   onData(chunk) {
     this.pending = Buffer.concat([this.pending, chunk]);
     let start = 0;
     for (let end = this.pending.indexOf(10); end >= 0; end = this.pending.indexOf(10, start)) {
-      this.command(this.pending.toString('latin1', start, end));
+      // Bytes as characters 0 to 255, so that each byte of typed UTF-8 text
+      // stays one character; the URLs of open commands are read as UTF-8.
+      const line = this.pending.subarray(start, end);
+      this.command(line.toString(line.subarray(0, 5).toString('latin1') === 'open ' ? 'utf8' : 'latin1'));
       start = end + 1;
     }
     this.pending = this.pending.subarray(start);
@@ -437,10 +463,8 @@ if (require.main === module) {
   const options = parseArguments(process.argv.slice(2));
   if (!fs.existsSync(options.browser)) fail(`no browser at ${options.browser} (install chromium, or pass --browser)`);
   const program = new Program(options);
-  program.run().catch((error) => {
-    log(`could not start: ${error.message}`);
-    program.end('start failed', 1);
-  });
+  for (const signal of ['SIGTERM', 'SIGINT', 'SIGHUP']) process.on(signal, () => program.end(signal));
+  program.run();
 }
 
 module.exports = { bandFrames, changedRows, keyInfo, toImage };

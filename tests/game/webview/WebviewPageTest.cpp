@@ -3,6 +3,7 @@
 // click sent as input messages changes the page. Runs where node, chromium and
 // the program's packages are installed (scripts/setup.sh installs all three).
 #include "game/ElectronWebview.hpp"
+#include "game/Game.hpp"
 #include "game/PipeServer.hpp"
 #include "nerox/VulkanEngine.hpp"
 #include "nerox/graphics/DynamicAsyncTexture.hpp"
@@ -81,10 +82,10 @@ TEST(WebviewPage, TheSamplePageFillsATextureAndCountsAClick) {
         }
         return colours;
     };
-    // Looks until ready says yes, for at most a minute.
-    auto waitFor = [&](std::function<bool(Colours const&)> const& ready) {
+    // Looks until ready says yes, for at most seconds.
+    auto waitFor = [&](std::chrono::seconds seconds, std::function<bool(Colours const&)> const& ready) {
         Colours colours;
-        for (auto const end = std::chrono::steady_clock::now() + 60s; std::chrono::steady_clock::now() < end;) {
+        for (auto const end = std::chrono::steady_clock::now() + seconds; std::chrono::steady_clock::now() < end;) {
             colours = look();
             if (ready(colours)) break;
             std::this_thread::sleep_for(50ms);
@@ -97,6 +98,7 @@ TEST(WebviewPage, TheSamplePageFillsATextureAndCountsAClick) {
     game::PipeServer pipe(name);
     game::ElectronWebview webview;
     std::atomic<bool> stop{false}, writerDone{false}, readerDone{false};
+    Game::isActive = true; // as in a game: the program runs until it ends
     std::thread process(
         [&] { webview.RunElectron("node '" + program.string() + "' --pipe " + pipe.Stem() + " --fps 20"); });
     std::thread writer([&] {
@@ -113,7 +115,7 @@ TEST(WebviewPage, TheSamplePageFillsATextureAndCountsAClick) {
     });
 
     webview.Texture(texture, "clock", "file://" + page.string(), 1.0);
-    Colours const first = waitFor([](Colours const& c) { return c.background > 480 * 320 / 2 && c.button > 0; });
+    Colours const first = waitFor(40s, [](Colours const& c) { return c.background > 480 * 320 / 2 && c.button > 0; });
     EXPECT_GT(first.background, 480u * 320 / 2) << "the page's background";
     EXPECT_GT(first.button, 10000u) << "the button";
     EXPECT_EQ(first.meter, 0u) << "no click yet";
@@ -122,11 +124,12 @@ TEST(WebviewPage, TheSamplePageFillsATextureAndCountsAClick) {
     webview.MouseMove("clock", 100, 190); // on the button
     webview.MouseButton("clock", 0, 1, 100, 190);
     webview.MouseButton("clock", 0, 0, 100, 190);
-    Colours const clicked = waitFor([](Colours const& c) { return c.meter > 0; });
+    Colours const clicked = waitFor(30s, [](Colours const& c) { return c.meter > 0; });
     // A tenth of the bar, 43 x 24 pixels, less what the edges blend.
     EXPECT_GT(clicked.meter, 800u) << "the click reached the page";
 
     stop = true;
+    Game::isActive = false;
     bool late = false;
     for (auto const end = std::chrono::steady_clock::now() + 20s; !(writerDone && readerDone);) {
         if (!late && std::chrono::steady_clock::now() > end) {

@@ -135,8 +135,10 @@ TEST(PipeServer, InterruptEndsTheWaitsForAProcessThatNeverCame) {
         std::this_thread::sleep_for(5ms);
     }
     ASSERT_EQ(write.wait_for(0s), std::future_status::ready);
+    ASSERT_EQ(read.wait_for(0s), std::future_status::ready);
     EXPECT_FALSE(write.get());
     EXPECT_EQ(read.get(), 0u);
+    EXPECT_FALSE(pipe.Write("ping \n", 6)) << "and later opens give up at once";
     EXPECT_FALSE(SigpipePending());
 }
 
