@@ -33,10 +33,9 @@ bool Plain(std::string const& what, std::string const& text) {
     for (char c : text)
         if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f || (what != "url" && (c & 0x80) != 0)) ok = false;
     if (!ok)
-        std::fprintf(stderr,
-                     "ELECTRON_WEBVIEW: refused the %s \"%s\": it must be non-empty, without blanks or "
-                     "control characters\n",
-                     what.c_str(), text.c_str());
+        std::fprintf(stderr, "ELECTRON_WEBVIEW: refused the %s \"%s\": it must be non-empty, without blanks or %s\n",
+                     what.c_str(), text.c_str(),
+                     what == "url" ? "control characters (encode them: %20)" : "characters outside printable ASCII");
     return ok;
 }
 

@@ -7,8 +7,7 @@
 #include "game/PipeServer.hpp"
 #include "nerox/VulkanEngine.hpp"
 #include "nerox/graphics/DynamicAsyncTexture.hpp"
-#include "nerox/vk/Buffer.hpp"
-#include "nerox/vk/CommandBuffer.hpp"
+#include "support/TextureReadback.hpp"
 
 #include <gtest/gtest.h>
 
@@ -54,25 +53,11 @@ TEST(WebviewPage, TheSamplePageFillsATextureAndCountsAClick) {
     std::atomic<int> pushesAsked{0};
     auto texture = std::make_shared<nerox::graphics::DynamicAsyncTexture>(
         &engine, 480, 320, [&](std::shared_ptr<nerox::graphics::Texture>) { ++pushesAsked; }, "web page");
-    nerox::vk::MappedBuffer<uint32_t, 4, 0x800> shown(device, 480 * 320, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "shown");
+    testsupport::PixelBuffer shown(device, 480 * 320, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "shown");
     // Uploads what the texture has and counts the page's colours in the image.
     auto look = [&] {
         Colours colours;
-        bool const ran = nerox::vk::CommandBuffer::Run(
-            device, device.GraphicsQueue(),
-            [&](VkCommandBuffer commands) {
-                texture->Push(commands);
-                texture->GetImage().Transition(commands, texture->GetImageLayout(),
-                                               VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
-                VkBufferImageCopy copy{};
-                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-                copy.imageExtent = {480, 320, 1};
-                vkCmdCopyImageToBuffer(commands, texture->GetImage(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, shown, 1,
-                                       &copy);
-                texture->GetImage().Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
-                                               texture->GetImageLayout());
-            },
-            "look at the page");
+        bool const ran = testsupport::PushAndRead(device, *texture, shown);
         EXPECT_TRUE(ran);
         for (size_t i = 0; i < 480 * 320; ++i) {
             uint32_t const rgb = shown.Data()[i] & 0xFFFFFF; // red in the low byte

@@ -1,5 +1,6 @@
 // The Vulkan stand-ins on one validating device: a test fails when the layers report an error.
 #include "support/TempDir.hpp"
+#include "support/TextureReadback.hpp"
 
 #include "nerox/VulkanEngine.hpp"
 #include "nerox/graphics/ComputeTexture.hpp"
@@ -397,24 +398,8 @@ TEST_F(VkCompute, ADynamicTextureUploadsItsNewestImageOncePerPushAndTakesRegions
     EXPECT_TRUE(texture->Load(newer.data(), 24));
     EXPECT_FALSE(texture->Load(newer.data(), 20)); // not a frame of this size
     ASSERT_EQ(pushList.size(), 1u);                // one push for both frames
-    MappedBuffer<uint32_t, 4, 0x800> shown(Dev(), 6, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "shown");
-    auto pushAndRead = [&] {
-        return CommandBuffer::Run(
-            Dev(), Dev().GraphicsQueue(),
-            [&](VkCommandBuffer commands) {
-                texture->Push(commands);
-                texture->GetImage().Transition(commands, texture->GetImageLayout(),
-                                               VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
-                VkBufferImageCopy copy{};
-                copy.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1};
-                copy.imageExtent = {3, 2, 1};
-                vkCmdCopyImageToBuffer(commands, texture->GetImage(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, shown, 1,
-                                       &copy);
-                texture->GetImage().Transition(commands, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
-                                               texture->GetImageLayout());
-            },
-            "push");
-    };
+    testsupport::PixelBuffer shown(Dev(), 6, VK_BUFFER_USAGE_TRANSFER_DST_BIT, "shown");
+    auto pushAndRead = [&] { return testsupport::PushAndRead(Dev(), *texture, shown); };
     ASSERT_TRUE(pushAndRead());
     EXPECT_EQ(std::vector<uint32_t>(shown.Data(), shown.Data() + 6), newer);
     ASSERT_TRUE(pushAndRead()); // nothing new: no upload
