@@ -23,6 +23,7 @@
 #include <imgui.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -170,6 +171,19 @@ void Game::Update(double) {
     if (audio) {
         float const masterVolume = ReadSetting(&game::GameSettings::master_volume, 1.0f);
         audio->SetVolume(0.5f * masterVolume, "bus:/");
+        if (renderer) {
+            // The listener is the camera of the frame last begun.
+            game::graphics::GameRenderer::CameraSnapshot const camera = renderer->Camera();
+            glm::vec3 const position(camera.position);
+            auto unit = [](glm::dvec3 const& v) {
+                glm::vec3 const single(v);
+                float const squared = glm::dot(single, single);
+                return squared > 0.0f ? single * (1.0f / std::sqrt(squared)) : single;
+            };
+            glm::vec3 const forward = unit(camera.forward), up = unit(camera.up);
+            audio->SetListenerAttributes(position.x, position.y, position.z, 0.0f, 0.0f, 0.0f, forward.x, forward.y,
+                                         forward.z, up.x, up.y, up.z);
+        }
         audio->Update();
     }
 

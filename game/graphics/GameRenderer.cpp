@@ -376,6 +376,18 @@ void GameRenderer::FrameInit() {
         originInverseTransform = glm::inverse(originTransform);
     }
     cameraTransform = glm::mat4(glm::inverse(viewMatrix * originInverseTransform));
+    {
+        // The camera's axes in world coordinates: the rows of the view's rotation.
+        std::lock_guard lock(_cameraMutex);
+        _camera.position = cameraPosition;
+        _camera.forward = -glm::dvec3(viewMatrix[0][2], viewMatrix[1][2], viewMatrix[2][2]);
+        _camera.up = glm::dvec3(viewMatrix[0][1], viewMatrix[1][1], viewMatrix[2][1]);
+    }
+}
+
+GameRenderer::CameraSnapshot GameRenderer::Camera() const {
+    std::lock_guard lock(_cameraMutex);
+    return _camera;
 }
 
 void GameRenderer::FrameCollectGarbage() {

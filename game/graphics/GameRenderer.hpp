@@ -189,6 +189,17 @@ public:
     glm::dmat4 projectionMatrixHistory{1.0}; ///< projectionMatrix of the previous frame.
     glm::dvec3 cameraPosition{0.0};          ///< Camera position, world coordinates.
 
+    /// The camera as the last FrameInit took it: world position, and the unit
+    /// forward and up vectors of viewMatrix.
+    struct CameraSnapshot {
+        glm::dvec3 position{0.0};
+        glm::dvec3 forward{0.0, 0.0, -1.0};
+        glm::dvec3 up{0.0, 1.0, 0.0};
+    };
+    /// The camera of the last frame begun; any thread (the client's listener
+    /// reads it while the next frame's camera is being written).
+    CameraSnapshot Camera() const;
+
     // Sun and sky of the world the camera is in, for the world view: linear RGB
     // radiance. The planet's client module writes them; these are a clear noon.
     glm::dvec3 sunDirection{0.35, 0.85, 0.4};    ///< World direction towards the sun; zero for no sun.
@@ -245,6 +256,8 @@ public:
     std::unique_ptr<ui::Panels> panels;
 
 private:
+    mutable std::mutex _cameraMutex; // guards _camera
+    CameraSnapshot _camera;
     void CreateOverlayPass();
     void CreateOverlayPipelines();
     bool OverlayPassMatchesOutput() const;

@@ -6,6 +6,7 @@
 #include "support/CountedAllocations.hpp"
 #include "support/Golden.hpp"
 #include "game/input/Controller.hpp"
+#include "nerox/audio/Studio.hpp"
 
 #include <glm/gtc/matrix_transform.hpp>
 
@@ -67,6 +68,24 @@ TEST_F(GameRendererTest, FrameInitUpperCasesTheUpscalerAndSetsOneOptionBitPerOpt
         words.push_back(r.renderOptions);
     }
     EXPECT_EQ(words, (std::vector<uint32_t>{1, 2, 8, 16, 0}));
+}
+
+TEST_F(GameRendererTest, TheAudioListenerIsTheCameraOfTheFrameLastBegun) {
+    GameRenderer& r = Make();
+    nerox::audio::Studio studio;
+    Game::audio = &studio;
+    glm::dvec3 const eye(1.0, 2.0, 3.0);
+    r.cameraPosition = eye;
+    r.viewMatrix = glm::lookAt(eye, eye + glm::dvec3(0.0, 0.0, 4.0), glm::dvec3(0.0, 1.0, 0.0)); // towards +Z
+    r.FrameInit();
+    r.cameraPosition = glm::dvec3(9.0); // the next frame's camera, being written: not heard yet
+    r.viewMatrix = glm::dmat4(1.0);
+    Game::Update(0.0);
+    Game::audio = nullptr;
+    nerox::audio::Studio::ListenerAttributes const expected{1, 2, 3, 0, 0, 0, 0, 0, 1, 0, 1, 0};
+    nerox::audio::Studio::ListenerAttributes const heard = studio.GetListenerAttributes();
+    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(heard[i], expected[i], 1e-6f) << i;
+    EXPECT_EQ(studio.GetUpdateCount(), 1u);
 }
 
 // The settings file rewritten and reloaded every millisecond while the render
