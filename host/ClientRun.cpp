@@ -15,6 +15,7 @@
 #include "game/modules/TESSARA_Mod.hpp"
 #include "nerox/graphics/GlfwWindow.hpp"
 #include "nerox/graphics/HeadlessWindow.hpp"
+#include "nerox/audio/Studio.hpp"
 #include "nerox/cpu/Profiler.hpp"
 
 #include <imgui.h>
@@ -27,6 +28,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -125,6 +127,41 @@ struct StartMenu {
 // in frames, which carries the count over from the menu), or, with a start
 // menu, PLAY; one client and input pass before each frame. An input script
 // runs on the wall clock from start. Returns whether the run goes on.
+/// The sound of a run with --audio-out: rendered through the studio's loopback
+/// device as wall-clock time passes, kept as 16-bit samples, written at the end.
+struct AudioOut {
+    nerox::audio::Studio* studio = nullptr;
+    Clock::time_point start;
+    size_t frames = 0;            // rendered so far
+    std::vector<int16_t> samples; // stereo, interleaved
+
+    /// Renders up to now.
+    void Catch() {
+        if (studio == nullptr) return;
+        double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        size_t const due = static_cast<size_t>(seconds * nerox::audio::Studio::SampleRate);
+        if (due <= frames) return;
+        std::vector<float> const mix = studio->Render(due - frames);
+        for (float v : mix) samples.push_back(static_cast<int16_t>(std::lround(std::clamp(v, -1.0f, 1.0f) * 32767.0f)));
+        frames = due;
+    }
+
+    /// A WAV file of the samples; false if it cannot be written.
+    bool Write(std::string const& path) const {
+        std::ofstream out(path, std::ios::binary);
+        auto word = [&](uint32_t v, int bytes) {
+            for (int i = 0; i < bytes; ++i) out.put(static_cast<char>((v >> (8 * i)) & 0xFF));
+        };
+        uint32_t const data = static_cast<uint32_t>(samples.size() * 2);
+        out.write("RIFF", 4), word(36 + data, 4), out.write("WAVEfmt ", 8), word(16, 4), word(1, 2), word(2, 2);
+        word(nerox::audio::Studio::SampleRate, 4), word(nerox::audio::Studio::SampleRate * 4, 4), word(4, 2);
+        word(16, 2), out.write("data", 4), word(data, 4);
+        for (int16_t v : samples) word(static_cast<uint16_t>(v), 2);
+        return static_cast<bool>(out);
+    }
+};
+AudioOut audioOut;
+
 bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer,
                InputPlayer* player, Clock::time_point start, long long& frames, StartMenu* menu) {
     while (Game::isActive.load()) {
@@ -139,6 +176,7 @@ bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game
             nerox::cpu::Profiler scope("Client");
             Game::Update(0.0);
             Game::ClientUpdate();
+            audioOut.Catch();
         }
         Game::inputFramerate.Tick();
         if (player != nullptr) player->Apply(std::chrono::duration<double>(Clock::now() - start).count());
@@ -226,7 +264,13 @@ int RunClient(HostOptions const& options) {
     GameGlobals globals;
     Game::settings = std::make_unique<game::GameSettings>(options.settingsPath, std::nullopt);
     Game::window = window.get();
-    Game::audio = nullptr;
+    // The sound: played on the audio device, or with --audio-out rendered into a file.
+    using nerox::audio::Studio;
+    auto const studio =
+        std::make_unique<Studio>(options.audioOutPath.empty() ? Studio::Output::Device : Studio::Output::Loopback);
+    Game::audio = studio.get();
+    audioOut = AudioOut();
+    if (!options.audioOutPath.empty()) audioOut.studio = studio.get(), audioOut.start = Clock::now();
     Game::_mods = options.contentModules;
     Game::_current_world = options.world;
     Game::_mode = options.gameMode;
@@ -305,6 +349,18 @@ int RunClient(HostOptions const& options) {
 
     CloseWorld(worldOpen, failure);
     ListSetAside(worldLoad.setAside);
+    Game::audio = nullptr;
+    if (!options.audioOutPath.empty()) {
+        if (audioOut.Write(options.audioOutPath)) {
+            std::printf("Wrote %.1f s of sound to %s\n",
+                        static_cast<double>(audioOut.frames) / nerox::audio::Studio::SampleRate,
+                        options.audioOutPath.c_str());
+        } else {
+            std::cerr << "tessara: could not write the sound file " << options.audioOutPath << '\n';
+            status = 1;
+        }
+        audioOut = AudioOut();
+    }
     if (failure) {
         std::cerr << "tessara: the run ended with an error: " << Describe(failure) << '\n';
         return 1;

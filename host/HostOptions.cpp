@@ -241,6 +241,10 @@ Option const Options[] = {
      }},
     {"--screenshot", "FILE", "In client mode, save the last frame to FILE (PNG).", "a file name",
      [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.screenshotPath); }},
+    {"--audio-out", "FILE",
+     "In client mode, render the sound into FILE (WAV, 48 kHz, 16-bit\n"
+     "stereo) as the run goes, instead of playing it.",
+     "a file name", [](HostOptions& o, std::string const& t, std::string&) { return FileName(t, o.audioOutPath); }},
     {"--size", "WxH", "Client output size in pixels (default 1280x720).", nullptr,
      [](HostOptions& o, std::string const& t, std::string& error) {
          size_t const x = t.find('x');
@@ -325,9 +329,11 @@ std::optional<HostOptions> ParseCommandLine(int argc, char** argv, UsageError& e
             return std::nullopt;
         }
     }
-    bool const clientOnly = options.offscreen || options.play || options.frames || !options.screenshotPath.empty();
+    bool const clientOnly = options.offscreen || options.play || options.frames || !options.screenshotPath.empty() ||
+        !options.audioOutPath.empty();
     if (clientOnly && !options.client) {
-        error.message = "--offscreen, --play, --frames and --screenshot belong to client mode: add --client";
+        error.message =
+            "--offscreen, --play, --frames, --screenshot and --audio-out belong to client mode: add --client";
         return std::nullopt;
     }
     if (options.client && options.ticks) {
@@ -348,7 +354,8 @@ void ResolveGivenPaths(HostOptions& options, std::filesystem::path const& caller
     };
     if (options.configGiven) resolve(options.configPath);
     if (options.settingsGiven) resolve(options.settingsPath);
-    for (std::string* path : {&options.tracePath, &options.inputPath, &options.screenshotPath}) resolve(*path);
+    for (std::string* path : {&options.tracePath, &options.inputPath, &options.screenshotPath, &options.audioOutPath})
+        resolve(*path);
 }
 
 bool ApplyConfigFile(HostOptions& options, UsageError& error) {

@@ -41,6 +41,7 @@ struct HostOptions {
     bool play = false;                   ///< In client mode, skip the start menu and play the world at once.
     std::optional<long long> frames;     ///< In client mode, stop after this many frames.
     std::string screenshotPath;          ///< In client mode, save the last frame here; empty: none.
+    std::string audioOutPath;            ///< In client mode, render the sound into this WAV file; empty: play it.
     int width = 1280;                    ///< Client output width in pixels.
     int height = 720;                    ///< Client output height in pixels.
     bool help = false;                   ///< Print the usage and exit.

@@ -15,7 +15,7 @@ packages=(
   libstb-dev libgtest-dev libgmock-dev libbenchmark-dev libbullet-dev
   gnuplot-nox fonts-dejavu-core fonts-open-sans fonts-symbola gcovr
   xvfb xauth x11-apps
-  chromium
+  chromium libopenal-dev libsndfile1-dev sox
 )
 # The webview program (tools/webview/) runs on Node.js; a machine that has it
 # from elsewhere keeps its own.

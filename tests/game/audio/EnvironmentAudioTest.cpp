@@ -93,4 +93,36 @@ TEST_F(EnvironmentAudioTest, TheWindSetsItsParametersAndTheVolumeFromTheSettings
     Game::settings.reset();
 }
 
+// The real banks on a loopback device: the water layer is low noise that
+// comes up with the share of water around the listener.
+TEST(EnvironmentAudioSound, TheWaterBandRisesWithTheShareOfWaterAndTheAmbienceEndsSilent) {
+    nerox::audio::Studio studio(nerox::audio::Studio::Output::Loopback);
+    if (!studio.Audible()) GTEST_SKIP() << "OpenAL has no loopback device here";
+    Game::audio = &studio;
+    auto level = [&](bool lowBand) { // of the left channel, after what was queued has played
+        studio.Render(4096);
+        std::vector<float> const mix = studio.Render(24000);
+        double low = 0.0, sum = 0.0;
+        for (size_t i = 0; i < mix.size(); i += 2) {
+            low += 0.04 * (mix[i] - low); // a one-pole low-pass at about 300 Hz
+            double const x = lowBand ? low : mix[i];
+            sum += x * x;
+        }
+        return std::sqrt(sum / (mix.size() / 2));
+    };
+    {
+        EnvironmentAudio ambience;
+        ASSERT_TRUE(studio.Knows(EnvironmentAudio::eventPath)) << "the banks in game/audio/banks/";
+        ambience.SetWindSpeed(2.0f, 1.2f);
+        ambience.event.SetParameter("water", 0.0f);
+        double const dry = level(true);
+        ambience.event.SetParameter("water", 1.0f);
+        double const wet = level(true);
+        EXPECT_GT(dry, 0.0) << "the wind";
+        EXPECT_GT(wet, 2.0 * dry);
+    }
+    EXPECT_EQ(level(false), 0.0);
+    Game::audio = nullptr;
+}
+
 } // namespace
