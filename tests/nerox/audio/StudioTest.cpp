@@ -104,4 +104,32 @@ TEST_F(StudioLoopback, APlacedEventIsHeardFromWhereItIsAsTheListenerMoves) {
     EXPECT_GT(Rms(mix, 0), 2.0 * Rms(mix, 1));
 }
 
+TEST_F(StudioLoopback, AFileLayerLoopsItsSoundAtThePitchItsParameterSays) {
+    // A tenth of a second of a 1 kHz tone, 16-bit mono at 48 kHz.
+    std::ofstream wav(scratch.File("tone.wav"), std::ios::binary);
+    auto word = [&](uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i) wav.put(char((v >> (8 * i)) & 0xFF));
+    };
+    wav << "RIFF", word(36 + 9600, 4), wav << "WAVEfmt ", word(16, 4), word(1, 2), word(1, 2), word(48000, 4);
+    word(96000, 4), word(2, 2), word(16, 2), wav << "data", word(9600, 4);
+    for (int i = 0; i < 4800; ++i)
+        word(uint16_t(int16_t(std::lround(16000 * std::sin(2 * M_PI * 1000 * i / 48000.0)))), 2);
+    wav.close();
+    std::ofstream(scratch.File("tone.bank")) << "event event:/tone\nlayer tone\n  source file tone.wav\n"
+                                                "  pitch_by \"fast\" 0:0.5 1:1\n";
+    studio.LoadBank(scratch.File("tone.bank").c_str());
+    Studio::Event tone = studio.EventInstance("event:/tone");
+    tone.Start();
+    auto crossings = [&] { // rising zero crossings of the left channel in one second
+        studio.Render(2048);
+        std::vector<float> const mix = studio.Render(48000);
+        int count = 0;
+        for (size_t i = 2; i < mix.size(); i += 2) count += mix[i - 2] < 0.0f && mix[i] >= 0.0f;
+        return count;
+    };
+    EXPECT_NEAR(crossings(), 500, 10);
+    tone.SetParameter("fast", 1.0f);
+    EXPECT_NEAR(crossings(), 1000, 10);
+}
+
 } // namespace
