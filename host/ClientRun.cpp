@@ -24,6 +24,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -32,6 +33,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -131,19 +133,22 @@ struct StartMenu {
 /// device as wall-clock time passes, kept as 16-bit samples, written at the end.
 struct AudioOut {
     nerox::audio::Studio* studio = nullptr;
-    Clock::time_point start;
-    size_t frames = 0;            // rendered so far
-    std::vector<int16_t> samples; // stereo, interleaved
+    std::optional<Clock::time_point> start; // the first client pass
+    size_t frames = 0;                      // rendered so far
+    std::vector<int16_t> samples;           // stereo, interleaved
 
     /// Renders up to now.
     void Catch() {
         if (studio == nullptr) return;
-        double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        if (!start) start = Clock::now();
+        double const seconds = std::chrono::duration<double>(Clock::now() - *start).count();
         size_t const due = static_cast<size_t>(seconds * nerox::audio::Studio::SampleRate);
         if (due <= frames) return;
         std::vector<float> const mix = studio->Render(due - frames);
-        for (float v : mix) samples.push_back(static_cast<int16_t>(std::lround(std::clamp(v, -1.0f, 1.0f) * 32767.0f)));
-        frames = due;
+        for (float v : mix)
+            samples.push_back(
+                std::isfinite(v) ? static_cast<int16_t>(std::lround(std::clamp(v, -1.0f, 1.0f) * 32767.0f)) : 0);
+        frames += mix.size() / 2;
     }
 
     /// A WAV file of the samples; false if it cannot be written.
@@ -270,7 +275,13 @@ int RunClient(HostOptions const& options) {
         std::make_unique<Studio>(options.audioOutPath.empty() ? Studio::Output::Device : Studio::Output::Loopback);
     Game::audio = studio.get();
     audioOut = AudioOut();
-    if (!options.audioOutPath.empty()) audioOut.studio = studio.get(), audioOut.start = Clock::now();
+    if (!options.audioOutPath.empty()) audioOut.studio = studio.get();
+    struct AudioScope { // however the run ends, nothing points at the studio after it
+        ~AudioScope() {
+            Game::audio = nullptr;
+            audioOut.studio = nullptr;
+        }
+    } const audioScope;
     Game::_mods = options.contentModules;
     Game::_current_world = options.world;
     Game::_mode = options.gameMode;

@@ -14,7 +14,7 @@ namespace nerox::audio {
 
 float Curve::At(float x) const {
     if (points.empty()) return 1.0f;
-    if (x <= points.front().first) return points.front().second;
+    if (!(x > points.front().first)) return points.front().second; // NaN too
     if (x >= points.back().first) return points.back().second;
     for (size_t i = 1; i < points.size(); ++i) {
         auto const& [x1, y1] = points[i];
@@ -109,11 +109,9 @@ Bank Bank::Load(std::string const& path) {
                 need(1);
                 bank.buses.push_back(words[1]);
             } else if (key == "event") {
-                size_t const start = line.find("event") + 5;
-                std::string name = line.substr(start);
-                name.erase(0, name.find_first_not_of(" \t"));
-                name.erase(name.find_last_not_of(" \t\r") + 1);
-                if (name.empty()) throw std::runtime_error("an event needs a path");
+                if (words.size() < 2) throw std::runtime_error("an event needs a path");
+                std::string name = words[1]; // blanks inside a path need no quotes
+                for (size_t i = 2; i < words.size(); ++i) name += " " + words[i];
                 event = &bank.events[name];
                 event->path = name;
                 layer = nullptr;

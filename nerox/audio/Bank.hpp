@@ -4,6 +4,7 @@
 //   # a comment
 //   bus bus:/                         a bus (the studio has the one master bus)
 //   event event:/game/wind            an event; the rest of the line is its path
+//                                     (blanks inside it are kept as one)
 //   layer gusts                       a layer of the event above
 //     source noise                    white noise, or: source file NAME.wav (a
 //                                     sound file beside the bank, looped)

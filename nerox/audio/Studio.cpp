@@ -7,8 +7,12 @@
 #include <AL/alc.h>
 #include <AL/alext.h>
 
+#include <atomic>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <deque>
+#include <thread>
 #include <stdexcept>
 
 namespace nerox::audio {
@@ -38,6 +42,8 @@ struct Studio::Engine {
     std::map<std::string, EventDescription const*> events;
     std::map<EventState const*, Playing> playing;
     std::vector<float> block;
+    std::thread feeder;                // the device's: keeps the queues filled
+    std::atomic<bool> stopping{false}; // ends the feeder
 
     ~Engine() {
         for (auto& [state, voice] : playing) Release(voice);
@@ -84,6 +90,7 @@ Studio::Studio(Output output) : _mutex(std::make_shared<std::mutex>()), _engine(
     if (e.context == nullptr || !alcMakeContextCurrent(e.context) || !alIsExtensionPresent("AL_EXT_FLOAT32")) {
         std::fprintf(stderr, "audio: no %s could be opened: the game runs silent\n",
                      output == Output::Loopback ? "loopback device" : "audio device");
+        alcMakeContextCurrent(nullptr);
         if (e.context != nullptr) alcDestroyContext(e.context);
         if (e.device != nullptr) alcCloseDevice(e.device);
         e.context = nullptr;
@@ -92,9 +99,25 @@ Studio::Studio(Output output) : _mutex(std::make_shared<std::mutex>()), _engine(
         return;
     }
     alDistanceModel(AL_INVERSE_DISTANCE_CLAMPED);
+    if (output == Output::Device) {
+        // The device plays on whatever the game's passes do: a thread of its
+        // own keeps every queue filled, every 10 ms.
+        e.feeder = std::thread([this] {
+            while (!_engine->stopping) {
+                {
+                    std::lock_guard lock(*_mutex);
+                    Pump(DeviceAhead);
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        });
+    }
 }
 
-Studio::~Studio() = default;
+Studio::~Studio() {
+    _engine->stopping = true;
+    if (_engine->feeder.joinable()) _engine->feeder.join();
+}
 
 bool Studio::Audible() const {
     std::lock_guard lock(*_mutex);
@@ -201,7 +224,7 @@ void Studio::Event::Stop() {
 }
 
 void Studio::Event::SetParameter(char const* name, float value, bool) {
-    if (!_state || !name) return;
+    if (!_state || !name || !std::isfinite(value)) return;
     std::lock_guard lock(*_mutex);
     _state->parameters[name] = value;
 }
@@ -251,7 +274,7 @@ Studio::Event Studio::EventInstance(char const* path) {
 }
 
 void Studio::SetParameter(char const* name, float value, bool) {
-    if (!name) return;
+    if (!name || !std::isfinite(value)) return;
     std::lock_guard lock(*_mutex);
     _parameters[name] = value;
 }
@@ -275,8 +298,7 @@ void Studio::SetListenerAttributes(float px, float py, float pz, float vx, float
 
 void Studio::Update() {
     std::lock_guard lock(*_mutex);
-    ++_updates;
-    if (_engine->renderSamples == nullptr) Pump(DeviceAhead); // a loopback device is fed by Render
+    ++_updates; // the device's feeder and Render (loopback) fill the queues
 }
 
 std::vector<std::string> Studio::GetBanks() const {

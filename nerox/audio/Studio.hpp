@@ -18,8 +18,10 @@ namespace nerox::audio {
 /// current context is the process's.
 ///
 /// Each playing event is one OpenAL source fed by a Voice: mono, at the
-/// listener unless Set3DAttributes placed it in the world. Update (device) and
-/// Render (loopback) keep its queue of samples filled.
+/// listener unless Set3DAttributes placed it in the world. On the device a
+/// thread of the studio keeps its queue of samples filled (about 85 ms ahead,
+/// topped up every 10 ms); on a loopback device Render does. Parameters that
+/// are not finite are ignored.
 class Studio {
 public:
     /// Where the sound goes.
@@ -87,8 +89,7 @@ public:
     /// Sets the listener: position, velocity, forward, up (x, y, z each).
     void SetListenerAttributes(float px, float py, float pz, float vx, float vy, float vz, float fx, float fy, float fz,
                                float ux, float uy, float uz);
-    /// Advances the studio by one update: on the device, tops up what each
-    /// playing event has queued.
+    /// Advances the studio by one update (counted).
     void Update();
     /// Loopback only: the next frames of the mix as it stands, stereo
     /// interleaved (left, right), from -1 to 1. Empty without a loopback device.

@@ -20,16 +20,22 @@ void Voice::Mix(float* out, size_t frames, Parameters const& parameters) {
         for (Curve const& curve : layer.gainBy) target *= curve.At(parameters(curve.parameter));
         float const pitch = std::max(
             0.0f, layer.pitchBy.empty() ? layer.pitch : layer.pitchBy[0].At(parameters(layer.pitchBy[0].parameter)));
-        float const cutoff =
-            layer.cutoffBy.empty() ? layer.cutoff : layer.cutoffBy[0].At(parameters(layer.cutoffBy[0].parameter));
-        // Two one-pole low-pass stages; a cutoff of 0 (or past Nyquist) lets all through.
-        float const nyquist = 0.5f * static_cast<float>(_sampleRate);
-        float const a = cutoff > 0.0f && cutoff < nyquist
-            ? 1.0f - std::exp(-2.0f * 3.14159265f * cutoff / static_cast<float>(_sampleRate))
+        // Two one-pole low-pass stages. A constant cutoff of 0, or one past
+        // Nyquist, lets all through; a curve always filters, at 20 Hz at least.
+        double const nyquist = 0.5 * _sampleRate;
+        double cutoff = layer.cutoff;
+        if (!layer.cutoffBy.empty())
+            cutoff = std::max(20.0, static_cast<double>(layer.cutoffBy[0].At(parameters(layer.cutoffBy[0].parameter))));
+        else if (cutoff > 0.0)
+            cutoff = std::max(20.0, cutoff);
+        float const a = cutoff > 0.0 && cutoff < nyquist
+            ? static_cast<float>(1.0 - std::exp(-2.0 * 3.141592653589793 * cutoff / _sampleRate))
             : 1.0f;
-        // Filtering takes power away; this gives most of it back, so that a
-        // layer's gain means about the same loudness at any cutoff.
-        target *= std::sqrt((2.0f - a) / a);
+        // Filtering noise takes power away; this gives most of it back (up to
+        // eight times), so that a noise layer's gain means about the same
+        // loudness at any cutoff. A file's sound is left as it is.
+        if (layer.noise) target *= std::min(8.0f, std::sqrt((2.0f - a) / a));
+        if (!std::isfinite(target)) target = 0.0f;
         // The gain glides over the block from the last one, so that changes do not click.
         float const from = state.gain < 0.0f ? target : state.gain;
         state.gain = target;

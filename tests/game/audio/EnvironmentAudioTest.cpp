@@ -99,6 +99,9 @@ TEST(EnvironmentAudioSound, TheWaterBandRisesWithTheShareOfWaterAndTheAmbienceEn
     nerox::audio::Studio studio(nerox::audio::Studio::Output::Loopback);
     if (!studio.Audible()) GTEST_SKIP() << "OpenAL has no loopback device here";
     Game::audio = &studio;
+    struct Unset {
+        ~Unset() { Game::audio = nullptr; }
+    } const unset;                   // also when an assertion ends the test
     auto level = [&](bool lowBand) { // of the left channel, after what was queued has played
         studio.Render(4096);
         std::vector<float> const mix = studio.Render(24000);
@@ -122,7 +125,6 @@ TEST(EnvironmentAudioSound, TheWaterBandRisesWithTheShareOfWaterAndTheAmbienceEn
         EXPECT_GT(wet, 2.0 * dry);
     }
     EXPECT_EQ(level(false), 0.0);
-    Game::audio = nullptr;
 }
 
 } // namespace
