@@ -22,7 +22,7 @@ protected:
     void TearDown() override { Game::audio = nullptr; }
 
     float Parameter(char const* name) const {
-        auto const& parameters = studio.GetEvents().back().parameters;
+        auto const parameters = studio.GetEvents().back().parameters; // a copy: the list is a temporary
         auto const found = parameters.find(name);
         return found == parameters.end() ? -1.0f : found->second;
     }
