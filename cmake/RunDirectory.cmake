@@ -19,20 +19,8 @@ function(tessara_place_in_run_dir target subdir)
     LIBRARY_OUTPUT_DIRECTORY "${dir}")
 endfunction()
 
-# Adds a content module library: tessara_add_module(NAME CLASS SOURCES...)
-# builds modules/NAME/NAME.CLASS.so, linked against game.so and libnerox.so.
-# ROOT_DIR overrides the folder that holds modules/ (tests use their own).
-function(tessara_add_module name class)
-  cmake_parse_arguments(ARG "" "ROOT_DIR" "SOURCES" ${ARGN})
-  set(root "${TESSARA_RUN_DIR}")
-  if(ARG_ROOT_DIR)
-    set(root "${ARG_ROOT_DIR}")
-  endif()
-  set(target "module_${name}_${class}")
-  add_library(${target} MODULE ${ARG_SOURCES})
-  target_link_libraries(${target} PRIVATE game nerox)
-  set_target_properties(${target} PROPERTIES
-    PREFIX "" OUTPUT_NAME "${name}.${class}" SUFFIX ".so"
-    LIBRARY_OUTPUT_DIRECTORY "${root}/modules/${name}"
-    BUILD_RPATH "$ORIGIN/../..")
-endfunction()
+# Content module libraries: tessara_add_module(NAME CLASS SOURCES...) builds
+# run/modules/NAME/NAME.CLASS.so (cmake/TessaraModule.cmake, also installed for
+# modules built outside this tree).
+set(TESSARA_MODULES_DIR "${TESSARA_RUN_DIR}/modules")
+include(${CMAKE_CURRENT_LIST_DIR}/TessaraModule.cmake)

@@ -1,6 +1,7 @@
 #include "ClientRun.hpp"
 #include "InputScript.hpp"
 #include "ModuleSetup.hpp"
+#include "ModuleWatcher.hpp"
 #include "WorldRun.hpp"
 
 #include "game/Game.hpp"
@@ -168,8 +169,10 @@ struct AudioOut {
 AudioOut audioOut;
 
 bool RunFrames(HostOptions const& options, nerox::graphics::Window& window, game::graphics::GameRenderer& renderer,
-               InputPlayer* player, Clock::time_point start, long long& frames, StartMenu* menu) {
+               InputPlayer* player, Clock::time_point start, long long& frames, StartMenu* menu,
+               ModuleWatcher* watcher = nullptr) {
     while (Game::isActive.load()) {
+        if (watcher != nullptr) watcher->ClientPass();
         if (clientQuitRequested.load()) Game::Quit();
         QuitIfRequested();
         if (!Game::isActive.load()) break;
@@ -337,10 +340,18 @@ int RunClient(HostOptions const& options) {
         std::printf("Playing the world '%s'\n", Game::_current_world.c_str());
         // Offscreen there is no pointer to free: aim as in play, crosshair and all.
         if (options.offscreen || !options.play) Game::Play();
+        std::unique_ptr<ModuleWatcher> watcher;
+        if (options.watchModules) {
+            watcher = std::make_unique<ModuleWatcher>(Game::_current_world);
+            watcher->Start();
+        }
         std::exception_ptr serverFailure;
-        std::thread server(
-            [&] { RunGuarded([&] { ServerLoop(options, stats, nullptr, true); }, serverFailure, &RequestClientQuit); });
-        RunGuarded([&] { RunFrames(options, *window, renderer, player.get(), start, frames, nullptr); }, failure);
+        std::thread server([&] {
+            RunGuarded([&] { ServerLoop(options, stats, nullptr, true, watcher.get()); }, serverFailure,
+                       &RequestClientQuit);
+        });
+        RunGuarded([&] { RunFrames(options, *window, renderer, player.get(), start, frames, nullptr, watcher.get()); },
+                   failure);
         Game::Quit(); // the server loop ends with the frames
         server.join();
         if (!failure) failure = serverFailure;

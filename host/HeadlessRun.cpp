@@ -1,6 +1,7 @@
 #include "HeadlessRun.hpp"
 #include "InputScript.hpp"
 #include "ModuleSetup.hpp"
+#include "ModuleWatcher.hpp"
 #include "Trace.hpp"
 #include "WorldRun.hpp"
 
@@ -41,6 +42,7 @@ using game::modules::SERVER_Mod;
 struct ClientInput {
     InputPlayer* player = nullptr;    ///< --input: the script, on a fixed clock of 1/60 s per pass.
     ActionPrinter* printer = nullptr; ///< --print-actions.
+    ModuleWatcher* watcher = nullptr; ///< --watch-modules: reloads client modules between passes.
 };
 
 void ClientLoop(RunStats& stats, ClientInput const& input) {
@@ -54,6 +56,7 @@ void ClientLoop(RunStats& stats, ClientInput const& input) {
         QuitIfRequested();
         // Without a renderer the client loop stands in for the render loop's clock,
         // which Game::Update smooths into its delta time.
+        if (input.watcher != nullptr) input.watcher->ClientPass();
         Game::mainRenderingFramerate.Tick();
         Game::gameFramerate.Tick();
         Game::Update(0.0);
@@ -185,16 +188,21 @@ int RunHeadless(HostOptions const& options) {
         RunGuarded([&] { trace = std::make_unique<Trace>(options.tracePath, options.traceTypes); }, failure);
         if (!failure) std::printf("Tracing to %s\n", options.tracePath.c_str());
     }
+    std::unique_ptr<ModuleWatcher> watcher;
+    if (!failure && options.watchModules) {
+        watcher = std::make_unique<ModuleWatcher>(options.world);
+        watcher->Start();
+    }
     if (!failure) {
         std::exception_ptr serverFailure;
         bool const quitThroughClient = window != nullptr;
         clientQuitRequested.store(false);
         std::thread server([&] {
-            RunGuarded([&] { ServerLoop(options, stats, trace.get(), quitThroughClient); }, serverFailure,
-                       quitThroughClient ? &RequestClientQuit : &Game::Quit);
+            RunGuarded([&] { ServerLoop(options, stats, trace.get(), quitThroughClient, watcher.get()); },
+                       serverFailure, quitThroughClient ? &RequestClientQuit : &Game::Quit);
         });
         RunStats clientStats;
-        RunGuarded([&] { ClientLoop(clientStats, ClientInput{player.get(), printer.get()}); }, failure);
+        RunGuarded([&] { ClientLoop(clientStats, ClientInput{player.get(), printer.get(), watcher.get()}); }, failure);
         server.join();
         if (!failure) failure = serverFailure;
         stats.clientPasses = clientStats.clientPasses;

@@ -194,6 +194,15 @@ Option const Options[] = {
          long long n = 0;
          return WholeAtLeast(t, 1, n) && n <= 1000000 && (o.stress = n, true);
      }},
+    {"--watch-modules", nullptr,
+     "While the world runs, load each new build of a loaded\n"
+     "module's library: a server module between two ticks\n"
+     "(Server_Serialize, unload, load, Server_Load), a client\n"
+     "module between two client passes (Game_Stop, unload,\n"
+     "load, Game_Start, Game_Ready). A build that does not load\n"
+     "is reported and the game goes on without it. Content\n"
+     "modules are named; their new builds load at the next start.",
+     nullptr, [](HostOptions& o, std::string const&, std::string&) { return o.watchModules = true; }},
     {"--input", "FILE",
      "Replay the input script FILE (see README, \"Replaying\n"
      "input\") in a headless 1280x720 window: its keys, mouse,\n"
@@ -273,6 +282,7 @@ Option const* FindOption(std::string const& name) {
 std::string UsageText() {
     std::string text = "Usage: tessara [options]\n"
                        "       tessara nodes compile FILE   (see tessara nodes --help)\n"
+                       "       tessara new-module VENDOR_name [--dir DIR]   (see tessara new-module --help)\n"
                        "\n"
                        "Runs the Tessara game module. Without a renderer this is the headless server:\n"
                        "it loads the modules, starts the game, runs server ticks and stops cleanly on\n"

@@ -35,6 +35,7 @@ struct HostOptions {
     std::optional<uint64_t> seed;        ///< Seed of the physics step's random sampling.
     std::optional<long long> stress;     ///< Bodies the content modules are asked to add for a load test.
     std::string inputPath;               ///< Replay this input script in a headless window; empty: none.
+    bool watchModules = false;           ///< Load new builds of the loaded modules' libraries while the world runs.
     bool printActions = false;           ///< Print the controller's actions that changed, pass by pass.
     bool client = false;                 ///< Open a renderer and run frames (client mode).
     bool offscreen = false;              ///< In client mode, render into an image instead of a window.

@@ -1,4 +1,5 @@
 #include "WorldRun.hpp"
+#include "ModuleWatcher.hpp"
 #include "Trace.hpp"
 
 #include "game/Game.hpp"
@@ -186,7 +187,8 @@ void ReleaseEntitiesKeepingFiles() {
 
 // With quitThroughClient (a window is open), the loop leaves Ctrl+C to the
 // client loop and ends the run after --ticks through RequestClientQuit.
-void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool quitThroughClient) {
+void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool quitThroughClient,
+                ModuleWatcher* watcher) {
     nerox::cpu::Profiler::SetThreadName("server");
     double const deltaTime = 1.0 / options.tickRate;
     auto const period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(deltaTime));
@@ -204,6 +206,7 @@ void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool 
                 Game::Quit();
             break;
         }
+        if (watcher != nullptr) watcher->Poll();
         Game::serverFramerate.Tick();
         auto const tickStart = Clock::now();
         Game::ServerUpdate(deltaTime, options.substeps);

@@ -14,6 +14,7 @@
 
 namespace host {
 
+class ModuleWatcher;
 class Trace;
 
 /// Set by Ctrl+C (SIGINT) or SIGTERM. A lock-free atomic is safe to write from
@@ -106,6 +107,8 @@ void ReleaseEntitiesKeepingFiles();
 /// at --tick-rate unless --ticks asks for speed, with the periodic saves. With
 /// quitThroughClient (a main loop owns the cursor), it leaves Ctrl+C to that
 /// loop and ends the run after --ticks through RequestClientQuit.
-void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool quitThroughClient);
+/// With a watcher (--watch-modules), new module builds load between ticks.
+void ServerLoop(HostOptions const& options, RunStats& stats, Trace* trace, bool quitThroughClient,
+                ModuleWatcher* watcher = nullptr);
 
 } // namespace host

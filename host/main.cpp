@@ -3,6 +3,7 @@
 #include "ClientRun.hpp"
 #include "HeadlessRun.hpp"
 #include "HostOptions.hpp"
+#include "NewModuleCommand.hpp"
 #include "NodesCommand.hpp"
 
 #include <filesystem>
@@ -27,6 +28,7 @@ void EnterRunDirectory() {
 int main(int argc, char** argv) try {
     // Tools work on the files they are given, relative to where they were started.
     if (argc >= 2 && std::string_view(argv[1]) == "nodes") return host::RunNodesCommand(argc - 1, argv + 1);
+    if (argc >= 2 && std::string_view(argv[1]) == "new-module") return host::RunNewModuleCommand(argc - 1, argv + 1);
     // File names on the command line count from where the user typed it.
     std::error_code folderError;
     std::filesystem::path const callerFolder = std::filesystem::current_path(folderError);

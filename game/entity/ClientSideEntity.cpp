@@ -20,6 +20,10 @@
 
 namespace game::entity {
 
+// The type tables live in game.so, one for the whole process: every module
+// library binds to these, whatever it was compiled with.
+template class EntityTypeRegistry<ClientSideEntityInterface>;
+
 namespace {
 
 /// The key code of F5, as Window::GetKey takes it.

@@ -20,6 +20,10 @@
 
 namespace game::entity {
 
+// The type tables live in game.so, one for the whole process: every module
+// library binds to these, whatever it was compiled with.
+template class EntityTypeRegistry<ServerSideEntityInterface>;
+
 // ---------------------------------------------------------------------------
 // Interface defaults. Every body is empty; the entity compares the slots of a
 // module's class with these to skip hooks nobody wrote.

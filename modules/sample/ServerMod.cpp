@@ -332,7 +332,9 @@ void Server_Load(char const* worldName) {
         requests.clear();
         answerDue = true;
     }
+    // Once per run: a new build of this module loaded by --watch-modules sees the world again.
     DropStressPile(static_cast<long long>(Game::GetNumericIMC(sample::stressKey, 0.0)));
+    Game::SetIMC(sample::stressKey, 0.0);
     std::fflush(stdout);
 }
 
