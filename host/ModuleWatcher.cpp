@@ -11,12 +11,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <thread>
+#include <utility>
 
 namespace host {
 
@@ -44,43 +47,45 @@ bool Within(uint64_t offset, uint64_t count, uint64_t size, uint64_t fileSize) {
 // build mapped after it is closed (a library that defines symbols other
 // libraries bound to stays). So a new build is opened from a copy of its own
 // name beside the library: the same folder, a name never used before. The copy
-// is removed once open. Returns the copy's path without ".so", or "" with why.
-std::string CopyForLoading(std::string const& path, std::string& why) {
-    static unsigned copies = 0;
+// is taken at once and checked itself, so a build that starts over meanwhile
+// cannot slip in half written. Returns the copy's path without ".so", or ""
+// with why.
+std::string CopyForLoading(std::string const& path, LibraryFileState const& checked, std::string& why) {
+    static std::atomic<unsigned> copies{0};
     std::string const stem = path.substr(0, path.size() - 3); // path ends with ".so"
     std::string const copy = stem + ".build" + std::to_string(getpid()) + "-" + std::to_string(++copies);
     std::error_code error;
     std::filesystem::copy_file(path, copy + ".so", std::filesystem::copy_options::overwrite_existing, error);
     if (error) {
-        why = "cannot copy it beside itself: " + error.message();
+        why = "it cannot be copied beside itself: " + error.message();
+        return {};
+    }
+    if (!(LibraryFileState::Of(path) == checked) || !IsCompleteLibrary(copy + ".so", why)) {
+        if (why.empty()) why = "it changed while it was copied";
+        std::filesystem::remove(copy + ".so", error);
         return {};
     }
     return copy;
 }
+
+// Removes a file when it goes out of scope.
+struct RemoveFile {
+    std::string file;
+    ~RemoveFile() {
+        std::error_code error;
+        std::filesystem::remove(file, error);
+    }
+};
 
 void Say(std::string const& text) {
     std::fflush(stdout);
     std::cerr << "tessara: " << text << std::endl;
 }
 
-// Loads the new build of module name of class T from a copy of path; the old one
-// has been unloaded. Reports a failure; returns the module or null.
+// Loads the new build of module name of class T from its copy (CopyForLoading);
+// the old one has been unloaded. Reports a failure; returns the module or null.
 template <class T>
-typename T::Ptr LoadNewBuild(std::string const& name, char const* moduleClass, std::string const& path) {
-    std::string why;
-    std::string const copy = CopyForLoading(path, why);
-    if (copy.empty()) {
-        Say("the new " + path + " cannot be loaded: " + why);
-        return nullptr;
-    }
-    // Open, refused or thrown out of ModuleLoad: either way the copy is no longer needed.
-    struct RemoveCopy {
-        std::string file;
-        ~RemoveCopy() {
-            std::error_code error;
-            std::filesystem::remove(file, error);
-        }
-    } const removeCopy{copy + ".so"};
+typename T::Ptr LoadNewBuild(std::string const& name, char const* moduleClass, std::string const& copy) {
     return game::modules::LoadModuleLib<T>(name, moduleClass, true, copy);
 }
 
@@ -170,7 +175,8 @@ bool ModuleWatcher::Ready(Watched& entry, Clock::time_point now) {
     if (!state.exists || now - entry.since < _settle) return false;
     std::string why;
     entry.taken = state; // this file is dealt with, loaded or refused, once
-    if (!IsCompleteLibrary(entry.path, why)) {
+    if (IsCompleteLibrary(entry.path, why)) entry.copy = CopyForLoading(entry.path, state, why);
+    if (entry.copy.empty()) {
         Say("the new " + entry.path + " is refused: " + why + "; the module goes on as it was");
         return false;
     }
@@ -183,12 +189,15 @@ void ModuleWatcher::Poll() {
     _nextPoll = now + _poll;
     for (Watched& entry : _watched) {
         if (!Ready(entry, now)) continue;
+        std::string const copy = std::exchange(entry.copy, {});
         if (entry.moduleClass == "SERVER_Mod") {
-            ReloadServerModule(entry.name, entry.path);
+            if (!ReloadServerModule(entry.name, entry.path, copy)) entry.taken = {}; // the old build goes on: retry
         } else if (entry.moduleClass == "GAME_Mod") {
             std::lock_guard lock(_clientMutex);
-            _clientDue.emplace_back(entry.name, entry.path);
+            _clientDue.push_back({entry.name, entry.path, copy});
         } else {
+            std::error_code error;
+            std::filesystem::remove(copy + ".so", error);
             Say("a new build of the content module " + entry.name +
                 " is ready; content modules are loaded again at the next start, since their objects live in the "
                 "world's entities");
@@ -197,34 +206,61 @@ void ModuleWatcher::Poll() {
 }
 
 void ModuleWatcher::ClientPass() {
-    std::vector<std::pair<std::string, std::string>> due;
+    _clientPasses.fetch_add(1);
+    std::vector<Due> due;
     {
         std::lock_guard lock(_clientMutex);
         due.swap(_clientDue);
     }
-    for (auto const& [name, path] : due) ReloadClientModule(name, path);
+    for (Due const& reload : due) ReloadClientModule(reload.name, reload.path, reload.copy);
 }
 
-void ModuleWatcher::ReloadServerModule(std::string const& name, std::string const& path) {
-    try {
-        if (SERVER_Mod::Ptr old = SERVER_Mod::GetModule(name)) {
+void ModuleWatcher::AwaitQueuedWork() const {
+    // Game::Synchronize work that the module queued runs in the next Game::Update,
+    // which comes after the next ClientPass: wait for the one after that.
+    uint64_t const seen = _clientPasses.load();
+    auto const giveUp = Clock::now() + std::chrono::seconds(5);
+    while (_clientPasses.load() < seen + 2 && Game::isActive.load() && Clock::now() < giveUp)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+bool ModuleWatcher::ReloadServerModule(std::string const& name, std::string const& path, std::string const& copy) {
+    RemoveFile const removeCopy{copy + ".so"}; // once loaded, or refused, the copy is no longer needed
+    if (SERVER_Mod::Ptr old = SERVER_Mod::GetModule(name)) {
+        try {
             if (old->Server_Serialize) old->Server_Serialize(); // it keeps what it must before it goes
-            SERVER_Mod::UnloadModule(name);
-        } // the last holder is gone: ModuleUnload, and the library closes
-        SERVER_Mod::Ptr const fresh = LoadNewBuild<SERVER_Mod>(name, "SERVER_Mod", path);
+        } catch (std::exception const& failure) {
+            Say("the server module " + name + " failed to save before its reload: " + failure.what() +
+                "; its loaded build goes on");
+            return false;
+        }
+        SERVER_Mod::UnloadModule(name); // no hook reaches it any more
+        AwaitQueuedWork();
+    } // the last holder is gone: ModuleUnload, and the library closes
+    try {
+        SERVER_Mod::Ptr const fresh = LoadNewBuild<SERVER_Mod>(name, "SERVER_Mod", copy);
         if (!fresh) {
             Say("the server module " + name + " stays out until a build of it loads; the game goes on");
-            return;
+            return true;
         }
         if (fresh->Server_Load) fresh->Server_Load(_world.c_str());
         Say("loaded the new build of " + path);
     } catch (std::exception const& failure) {
         Say("loading the new build of " + path + " failed: " + failure.what() + "; the game goes on");
     }
+    return true;
 }
 
-void ModuleWatcher::ReloadClientModule(std::string const& name, std::string const& path) {
+void ModuleWatcher::ReloadClientModule(std::string const& name, std::string const& path, std::string const& copy) {
+    RemoveFile const removeCopy{copy + ".so"};
     try {
+        // Work the module queued with Game::Synchronize runs now, on its own thread,
+        // while its code is still there.
+        {
+            std::lock_guard lock(Game::_syncMutex);
+            for (auto& function : Game::_syncQueue) function();
+            Game::_syncQueue.clear();
+        }
         game::graphics::GameRenderer* const renderer = Game::renderer;
         bool const rendering = renderer != nullptr && renderer->IsRendering();
         if (GAME_Mod::Ptr old = GAME_Mod::GetModule(name)) {
@@ -235,7 +271,7 @@ void ModuleWatcher::ReloadClientModule(std::string const& name, std::string cons
             if (old->Game_Stop) old->Game_Stop();
             GAME_Mod::UnloadModule(name);
         }
-        GAME_Mod::Ptr const fresh = LoadNewBuild<GAME_Mod>(name, "GAME_Mod", path);
+        GAME_Mod::Ptr const fresh = LoadNewBuild<GAME_Mod>(name, "GAME_Mod", copy);
         if (!fresh) {
             Say("the client module " + name + " stays out until a build of it loads; the game goes on");
             SortClientModuleLists();

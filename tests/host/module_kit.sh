@@ -65,6 +65,9 @@ reload)
     "$tessara" --module TESSARA_sample --server-mod TEST_reload --world reload --tick-rate 60 --watch-modules \
         --no-profile > run.log 2>&1 &
     pid=$!
+    # Should the test itself be killed, the run still stops.
+    (sleep 240 && kill -INT $pid) > /dev/null 2>&1 &
+    watchdog=$!
     trap 'kill -KILL $pid 2> /dev/null' EXIT
     count() { grep -cF -- "$1" run.log; }
     wait_for() { # wait_for TEXT [N]: until the log holds TEXT N times (default once)
@@ -100,6 +103,7 @@ reload)
     replace "$first"
     wait_for "[reload] first build sees the world 'reload' with 7 entities"
     wait_for "[reload] first build ticks with 7 entities" $(($(count "[reload] first build ticks") + 1))
+    kill $watchdog
     kill -INT $pid
     wait $pid
     status=$?
