@@ -11,7 +11,8 @@
 //  3. A pile: 1,000 unit crates turned every way (a fixed seed, uniform over
 //     rotations), dropped in columns onto flat ground, 900 steps: the mean and
 //     worst step while they fall (steps 0 to 300) and the mean while the pile
-//     settles (300 to 900), ours and Bullet's, and how each pile ends.
+//     settles (300 to 900), ours and Bullet's, and how each pile ends. Ours
+//     runs once as by default, on one thread, and once with two threads.
 //
 // Run: build/bench/tessara_physics_bench [steps] [1|2|3]   (the second argument runs one scene only)
 #include <algorithm>
@@ -333,6 +334,13 @@ int main(int argc, char** argv) {
                     "falling worst", "settling mean");
         PileRun const ours = RunOursPile(world);
         PrintPile("tessara", ours);
+        // The same with the parts where bodies do not meet on two threads.
+        ServerSideEntity::physicsThreads = 2;
+        PileRun const twoThreads = RunOursPile(world);
+        ServerSideEntity::physicsThreads = 1;
+        PrintPile("tessara x2", twoThreads);
+        std::printf("  two threads / one: falling mean %.2f, settling mean %.2f\n",
+                    twoThreads.falling.mean / ours.falling.mean, twoThreads.settling / ours.settling);
 #if TESSARA_WITH_BULLET
         PileRun const bullet = RunBulletPile();
         PrintPile("bullet", bullet);

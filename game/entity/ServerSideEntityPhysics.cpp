@@ -8,6 +8,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <stdexcept>
+#include <thread>
 #include <tuple>
 #include <unordered_map>
 #include <vector>
@@ -16,8 +17,10 @@
 
 #include "game/Game.hpp"
 #include "game/physics/Broadphase.hpp"
+#include "game/physics/PhysicsRandom.hpp"
 #include "game/physics/Rigidbody.hpp"
 #include "nerox/Timer.hpp"
+#include "nerox/cpu/ParallelRange.hpp"
 #include "nerox/cpu/Profiler.hpp"
 
 namespace game::entity {
@@ -165,6 +168,11 @@ struct StepScratch {
     std::vector<physics::Broadphase::Pair> sleeperPairs;
     std::vector<Id> lookedUp; ///< Parents and holders of this step, for WakeLookedUpSleepers.
     uint64_t stepNumber = 0;
+    // The environment pass of a group, per member: whether its interaction
+    // goes on after the first half, and where its random numbers start.
+    std::vector<uint8_t> environmentGoesOn;
+    std::vector<size_t> randomsAt;
+    std::vector<uint64_t> randoms; ///< Drawn ahead, in member order, for the second half.
 
     void Clear() {
         // Normally released at the end of the last step already; not when
@@ -744,6 +752,53 @@ void OrbitingRigidbodies(StepScratch& step, double dt) {
     }
 }
 
+/// The threads of the step's parallel parts.
+nerox::cpu::ParallelRange& Workers() {
+    static nerox::cpu::ParallelRange workers("physics");
+    return workers;
+}
+
+/// Members of a group per chunk of the step's parallel parts: small enough
+/// that a thread that starts late still gets its share.
+constexpr size_t MembersPerChunk = 32;
+
+/// Calls work(index) for every member of a group, on the step's threads.
+/// Each call may touch only that member's record.
+template <class Work> void ForEachMember(std::vector<uint32_t> const& members, Work&& work) {
+    Workers().Run(members.size(), MembersPerChunk, [&members, &work](size_t begin, size_t end) {
+        for (size_t i = begin; i < end; ++i) work(members[i]);
+    });
+}
+
+/// InteractWithEnvironment for the members of a group without parent, on the
+/// step's threads. The random numbers of buoyancy are drawn between the two
+/// halves, in member order, so that each body gets the numbers it would get
+/// if the bodies went one after the other.
+void InteractWithEnvironment(StepScratch& step, std::vector<uint32_t> const& members,
+                             physics::EnvironmentFunction& function, double h) {
+    size_t const count = members.size();
+    step.environmentGoesOn.assign(count, 0);
+    step.randomsAt.assign(count + 1, 0);
+    Workers().Run(count, MembersPerChunk, [&](size_t begin, size_t end) {
+        for (size_t i = begin; i < end; ++i) {
+            Dynamic& body = step.dynamics[members[i]];
+            size_t needed = 0;
+            step.environmentGoesOn[i] = body.aerodynamic && body.BeginEnvironment(function, needed);
+            step.randomsAt[i + 1] = needed;
+        }
+    });
+    for (size_t i = 0; i < count; ++i) step.randomsAt[i + 1] += step.randomsAt[i];
+    step.randoms.resize(step.randomsAt[count]);
+    std::mt19937_64& random = physics::BuoyancyRandom();
+    for (uint64_t& value : step.randoms) value = random();
+    Workers().Run(count, MembersPerChunk, [&](size_t begin, size_t end) {
+        for (size_t i = begin; i < end; ++i) {
+            if (step.environmentGoesOn[i])
+                step.dynamics[members[i]].FinishEnvironment(function, h, step.randoms.data() + step.randomsAt[i]);
+        }
+    });
+}
+
 void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
     nerox::cpu::Profiler scope("Dynamic Rigidbodies", true);
     double const h = dt / static_cast<double>(substeps);
@@ -776,7 +831,7 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
             if (ServerSideEntity::physicsStop.load(std::memory_order_relaxed)) break;
             {
                 nerox::cpu::Profiler integration("IntegrateMotion", true);
-                for (uint32_t index : group.dynamics) step.dynamics[index].IntegrateMotion(h);
+                ForEachMember(group.dynamics, [&step, h](uint32_t index) { step.dynamics[index].IntegrateMotion(h); });
             }
             {
                 nerox::cpu::Profiler detection("CollisionDetection", true);
@@ -784,9 +839,7 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
             }
             if (!key.parent.IsSet() && function != nullptr) {
                 nerox::cpu::Profiler environment("InteractWithEnvironment", true);
-                for (uint32_t index : group.dynamics) {
-                    if (step.dynamics[index].aerodynamic) step.dynamics[index].InteractWithEnvironment(*function, h);
-                }
+                InteractWithEnvironment(step, group.dynamics, *function, h);
             }
         }
         if (key.parent.IsSet() && function != nullptr) {
@@ -854,6 +907,13 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
     std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
     nerox::cpu::Profiler scope("PhysicsUpdate", true);
     nerox::Timer timer;
+    Workers().SetThreads(physicsThreads > 0 ? physicsThreads : std::max(1u, std::thread::hardware_concurrency()));
+    // The parallel parts come in quick succession: the step's threads stay
+    // awake between them until the step ends.
+    Workers().KeepAwake(true);
+    struct SleepAfter {
+        ~SleepAfter() { Workers().KeepAwake(false); }
+    } const sleepAfter;
 
     step.Clear();
     step.statics.Reserve(_sharedObjects.size());

@@ -92,14 +92,17 @@ TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment) {
 }
 
 // Resting bodies drop out of the step; whatever happens to them, every body
-// must end exactly where it ends when the step walks them all.
-TEST_F(PhysicsScenario, SleepingBodiesChangeNoOutcome) {
+// must end exactly where it ends when the step walks them all. The sleeping
+// run splits its step over two threads, which must change nothing either,
+// buoyancy's random numbers in the air included.
+TEST_F(PhysicsScenario, SleepingBodiesAndThreadsChangeNoOutcome) {
     struct Outcome {
         std::vector<double> values; ///< Place, motion and rest of every entity, in id order.
         size_t mostAsleep = 0;
     };
     auto run = [this](bool sleep) {
         ServerSideEntity::restingBodiesSleep = sleep;
+        ServerSideEntity::physicsThreads = sleep ? 2 : 1;
         game::physics::SeedPhysicsRandom(1234);
         uint64_t serial = 0;
         auto id = [&serial] { return game::entity::Id(0x54544E45ull, 0x0200000000000000ull + ++serial); };
@@ -164,6 +167,7 @@ TEST_F(PhysicsScenario, SleepingBodiesChangeNoOutcome) {
         }
         ServerSideEntity::DestroyAll();
         ServerSideEntity::restingBodiesSleep = true;
+        ServerSideEntity::physicsThreads = 1;
         return outcome;
     };
     Outcome const walked = run(false), sleeping = run(true);
@@ -193,8 +197,11 @@ uint64_t HashOfState(std::vector<ServerSideEntity::Ptr> const& crates) {
 // A pile of 200 crates turned every way, dropped onto flat ground without air:
 // the step's outcome is pinned bit for bit, so that a faster contact search or
 // a change of how the work is split shows at once if it changes the physics.
-TEST(PhysicsPile, EndStateIsPinnedAndSound) {
+class PhysicsPile : public ::testing::TestWithParam<size_t> { };
+
+TEST_P(PhysicsPile, EndStateIsPinnedAndSound) {
     testsupport::PhysicsWorld world;
+    ServerSideEntity::physicsThreads = GetParam();
     game::physics::SeedPhysicsRandom(1234);
     std::mt19937_64 random(1000);
     std::vector<ServerSideEntity::Ptr> crates;
@@ -208,8 +215,11 @@ TEST(PhysicsPile, EndStateIsPinnedAndSound) {
     for (ServerSideEntity::Ptr const& crate : crates) {
         EXPECT_TRUE(std::isfinite(crate->position.y) && crate->position.y > 0.45) << crate->position.y;
     }
+    ServerSideEntity::physicsThreads = 1;
     EXPECT_EQ(HashOfState(crates), 0x6653c61ea62ad187ull);
 }
+
+INSTANTIATE_TEST_SUITE_P(Threads, PhysicsPile, ::testing::Values(size_t{1}, size_t{2}));
 
 TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor) {
     world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {0.0, 0.5, 0.0}, .dynamic = false});

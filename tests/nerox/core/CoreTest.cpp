@@ -3,6 +3,7 @@
 #include "nerox/FPSCounter.hpp"
 #include "nerox/SharedMutex.hpp"
 #include "nerox/String.hpp"
+#include "nerox/cpu/ParallelRange.hpp"
 #include "nerox/cpu/Profiler.hpp"
 #include "nerox/cpu/ThreadPool.hpp"
 #include "nerox/input/InputCodes.hpp"
@@ -350,6 +351,44 @@ TEST(ThreadPoolTest, CustomJobsRunInQueueOrderAndFailuresAreReportedWhileTheWork
               "Exception occured in a ThreadPool Loader: no device\n"
               "Exception occured in a ThreadPool Loader: disk gone\n"
               "Unknown Exception occured in ThreadPool Loader\n");
+}
+
+// Whatever the threads and however they wait, a run makes the same calls:
+// every index once, in chunks with the same bounds, and a failure in one chunk
+// neither stops the others nor hides which chunk failed first.
+TEST(ParallelRangeTest, EveryThreadCountMakesTheSameCallsAndReportsTheLowestFailure) {
+    nerox::cpu::ParallelRange range("Range");
+    for (size_t threads : {1, 2, 3}) {
+        for (bool awake : {false, true}) {
+            SCOPED_TRACE(testing::Message() << threads << " threads, awake " << awake);
+            range.SetThreads(threads);
+            range.KeepAwake(awake);
+            for (int round = 0; round < 20; ++round) {
+                std::vector<std::atomic<int>> hits(103);
+                std::vector<size_t> ends(11, 0); // by chunk: the end it was called with
+                range.Run(hits.size(), 10, [&](size_t begin, size_t end) {
+                    ends[begin / 10] = end;
+                    for (size_t i = begin; i < end; ++i) ++hits[i];
+                });
+                for (size_t i = 0; i < hits.size(); ++i) ASSERT_EQ(hits[i], 1) << i;
+                for (size_t chunk = 0; chunk < ends.size(); ++chunk)
+                    ASSERT_EQ(ends[chunk], std::min<size_t>(103, chunk * 10 + 10));
+            }
+            std::atomic<int> calls = 0;
+            try {
+                range.Run(50, 5, [&calls](size_t begin, size_t) {
+                    ++calls;
+                    if (begin == 35 || begin == 15) throw std::runtime_error("chunk at " + std::to_string(begin));
+                });
+                ADD_FAILURE() << "nothing thrown";
+            } catch (std::runtime_error const& error) {
+                EXPECT_STREQ(error.what(), "chunk at 15");
+            }
+            EXPECT_EQ(calls, 10);
+            range.Run(0, 5, [](size_t, size_t) { ADD_FAILURE() << "called for nothing"; });
+            range.KeepAwake(false);
+        }
+    }
 }
 
 TEST(SharedMutexTest, ReadersAndWritersUnderContention) {
