@@ -174,18 +174,18 @@ public:
     /// body is walked every step; the outcome is the same. The debug view
     /// walks them all.
     inline static bool restingBodiesSleep = true;
-    /// Threads that run the parts of the step where bodies do not meet (the
-    /// motion, the environment's answers), the calling thread included; 0
-    /// means one per core. The contacts are answered on the calling thread,
-    /// one body after the other. The outcome is the same for every count, bit
-    /// for bit. Read at the start of each step.
+    /// Threads of the step, the calling thread included; 0 means one per
+    /// core. With two or more, the environment pass (ground, air, water) of a
+    /// substep runs on a second thread, following the contact pass body by
+    /// body. The outcome is the same for every count, bit for bit. Read at the
+    /// start of each step; while a step runs, the second thread waits for
+    /// work busily.
     ///
-    /// One by default: those parts do little work per body, and on a machine
-    /// of two cores the records that the second thread changes must travel
-    /// back for the contact pass, which costs about what it saves (see the
-    /// physics benchmark's pile). An environment function that does much
-    /// more per answer can make more threads pay. While a step runs, the
-    /// threads beside the caller wait for work busily.
+    /// One by default: on a machine of two cores the records that the second
+    /// thread changes must travel back for the next contact pass, which costs
+    /// about what it saves, and the worst steps get longer (see the physics
+    /// benchmark's pile). An environment function that does much more per
+    /// answer can make the second thread pay.
     inline static size_t physicsThreads = 1;
     /// Bodies asleep after the last step. Call it between steps: from the
     /// server update thread, or once that thread has stopped.

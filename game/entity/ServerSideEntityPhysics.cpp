@@ -3,6 +3,7 @@
 #include "game/entity/ServerSideEntity.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -17,7 +18,6 @@
 
 #include "game/Game.hpp"
 #include "game/physics/Broadphase.hpp"
-#include "game/physics/PhysicsRandom.hpp"
 #include "game/physics/Rigidbody.hpp"
 #include "nerox/Timer.hpp"
 #include "nerox/cpu/ParallelRange.hpp"
@@ -168,11 +168,6 @@ struct StepScratch {
     std::vector<physics::Broadphase::Pair> sleeperPairs;
     std::vector<Id> lookedUp; ///< Parents and holders of this step, for WakeLookedUpSleepers.
     uint64_t stepNumber = 0;
-    // The environment pass of a group, per member: whether its interaction
-    // goes on after the first half, and where its random numbers start.
-    std::vector<uint8_t> environmentGoesOn;
-    std::vector<size_t> randomsAt;
-    std::vector<uint64_t> randoms; ///< Drawn ahead, in member order, for the second half.
 
     void Clear() {
         // Normally released at the end of the last step already; not when
@@ -758,49 +753,64 @@ nerox::cpu::ParallelRange& Workers() {
     return workers;
 }
 
-/// Members of a group per chunk of the step's parallel parts: small enough
-/// that a thread that starts late still gets its share.
-constexpr size_t MembersPerChunk = 32;
+/// The contact pass of a group and, for a group without parent in an
+/// environment, its environment pass. With a second thread the environment
+/// pass follows the contact pass there, body by body: once a body's contacts
+/// are answered nothing else in the pass moves it, since each body meets only
+/// later ones, so its environment interaction can run while the contacts of
+/// the next bodies are found. The follower takes the bodies in order, and so
+/// buoyancy draws its random numbers in the order of one thread; on one
+/// thread the environment pass simply comes after the contact pass.
+/// How many bodies the contact pass answers between two notices to the
+/// environment pass: each notice makes the other thread read a cache line that
+/// this one writes.
+constexpr size_t AnsweredPerNotice = 32;
 
-/// Calls work(index) for every member of a group, on the step's threads.
-/// Each call may touch only that member's record.
-template <class Work> void ForEachMember(std::vector<uint32_t> const& members, Work&& work) {
-    Workers().Run(members.size(), MembersPerChunk, [&members, &work](size_t begin, size_t end) {
-        for (size_t i = begin; i < end; ++i) work(members[i]);
-    });
-}
-
-/// InteractWithEnvironment for the members of a group without parent, on the
-/// step's threads. The random numbers of buoyancy are drawn between the two
-/// halves, in member order, so that each body gets the numbers it would get
-/// if the bodies went one after the other.
-void InteractWithEnvironment(StepScratch& step, std::vector<uint32_t> const& members,
-                             physics::EnvironmentFunction& function, double h) {
+void ContactsAndEnvironment(StepScratch& step, std::vector<uint32_t> const& members,
+                            physics::EnvironmentFunction* function, double h) {
     size_t const count = members.size();
-    step.environmentGoesOn.assign(count, 0);
-    step.randomsAt.assign(count + 1, 0);
-    Workers().Run(count, MembersPerChunk, [&](size_t begin, size_t end) {
-        for (size_t i = begin; i < end; ++i) {
+    std::atomic<size_t> answered{0}; // bodies whose contacts are answered
+    std::atomic<bool> failed{false}; // the contact pass threw: the follower stops
+    auto contacts = [&] {
+        nerox::cpu::Profiler detection("CollisionDetection", true);
+        try {
+            for (size_t i = 0; i < count; ++i) {
+                step.dynamics[members[i]].CollisionDetection(h);
+                if ((i + 1) % AnsweredPerNotice == 0 || i + 1 == count)
+                    answered.store(i + 1, std::memory_order_release);
+            }
+        } catch (...) {
+            failed.store(true, std::memory_order_release);
+            throw;
+        }
+    };
+    if (function == nullptr) {
+        contacts();
+        return;
+    }
+    auto environment = [&] {
+        for (size_t i = 0; i < count; ++i) {
+            while (answered.load(std::memory_order_acquire) <= i) {
+                if (failed.load(std::memory_order_acquire)) return;
+                std::this_thread::yield();
+            }
+            if (failed.load(std::memory_order_acquire)) return;
             Dynamic& body = step.dynamics[members[i]];
-            size_t needed = 0;
-            step.environmentGoesOn[i] = body.aerodynamic && body.BeginEnvironment(function, needed);
-            step.randomsAt[i + 1] = needed;
+            if (body.aerodynamic) body.InteractWithEnvironment(*function, h);
         }
-    });
-    for (size_t i = 0; i < count; ++i) step.randomsAt[i + 1] += step.randomsAt[i];
-    step.randoms.resize(step.randomsAt[count]);
-    std::mt19937_64& random = physics::BuoyancyRandom();
-    for (uint64_t& value : step.randoms) value = random();
-    Workers().Run(count, MembersPerChunk, [&](size_t begin, size_t end) {
-        for (size_t i = begin; i < end; ++i) {
-            if (step.environmentGoesOn[i])
-                step.dynamics[members[i]].FinishEnvironment(function, h, step.randoms.data() + step.randomsAt[i]);
-        }
-    });
+    };
+    // Alone, the caller runs the first chunk and then the second.
+    Workers().Run(2, 1, [&](size_t chunk, size_t) { chunk == 0 ? contacts() : environment(); });
 }
 
 void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
     nerox::cpu::Profiler scope("Dynamic Rigidbodies", true);
+    // The substeps' passes come in quick succession: the step's threads stay
+    // awake between them until the substeps end.
+    Workers().KeepAwake(true);
+    struct SleepAfter {
+        ~SleepAfter() { Workers().KeepAwake(false); }
+    } const sleepAfter;
     double const h = dt / static_cast<double>(substeps);
     physics::EnvironmentFunction* function = nullptr;
     EnvironmentId current = 0;
@@ -831,16 +841,9 @@ void DynamicRigidbodies(StepScratch& step, double dt, int substeps) {
             if (ServerSideEntity::physicsStop.load(std::memory_order_relaxed)) break;
             {
                 nerox::cpu::Profiler integration("IntegrateMotion", true);
-                ForEachMember(group.dynamics, [&step, h](uint32_t index) { step.dynamics[index].IntegrateMotion(h); });
+                for (uint32_t index : group.dynamics) step.dynamics[index].IntegrateMotion(h);
             }
-            {
-                nerox::cpu::Profiler detection("CollisionDetection", true);
-                for (uint32_t index : group.dynamics) step.dynamics[index].CollisionDetection(h);
-            }
-            if (!key.parent.IsSet() && function != nullptr) {
-                nerox::cpu::Profiler environment("InteractWithEnvironment", true);
-                InteractWithEnvironment(step, group.dynamics, *function, h);
-            }
+            ContactsAndEnvironment(step, group.dynamics, key.parent.IsSet() ? nullptr : function, h);
         }
         if (key.parent.IsSet() && function != nullptr) {
             nerox::cpu::Profiler environment("InteractWithEnvironmentFromParent", true);
@@ -907,13 +910,8 @@ void ServerSideEntity::PhysicsUpdate(double dt, int substeps) {
     std::shared_lock<nerox::SharedMutex> lock(_sharedObjectsMutex);
     nerox::cpu::Profiler scope("PhysicsUpdate", true);
     nerox::Timer timer;
-    Workers().SetThreads(physicsThreads > 0 ? physicsThreads : std::max(1u, std::thread::hardware_concurrency()));
-    // The parallel parts come in quick succession: the step's threads stay
-    // awake between them until the step ends.
-    Workers().KeepAwake(true);
-    struct SleepAfter {
-        ~SleepAfter() { Workers().KeepAwake(false); }
-    } const sleepAfter;
+    static size_t const cores = std::max(1u, std::thread::hardware_concurrency());
+    Workers().SetThreads(physicsThreads > 0 ? physicsThreads : cores);
 
     step.Clear();
     step.statics.Reserve(_sharedObjects.size());

@@ -49,7 +49,9 @@ struct EnvironmentInfo {
 };
 
 /// An environment's answer function: position in its frame, what to ask, and
-/// the radius of the asking object (metres).
+/// the radius of the asking object (metres). It is called from the client's
+/// thread and the physics step's threads, possibly at once: it must be safe to
+/// call from several threads, and its answer must depend only on its arguments.
 using EnvironmentFunction =
     std::function<EnvironmentInfo(glm::dvec3 const& position, EnvironmentInfoFlags flags, double radius)>;
 

@@ -138,15 +138,6 @@ public:
     /// The same for a body in its parent's frame.
     void InteractWithEnvironmentFromParent(glm::dmat4 const& parentTransform, EnvironmentFunction& environment,
                                            double dt);
-    /// InteractWithEnvironment in two halves, so that many bodies can run each
-    /// half at once. BeginEnvironment asks the environment at the body's
-    /// centre, sets the gravity and tells how many random numbers the second
-    /// half takes, which the caller draws from BuoyancyRandom in body order;
-    /// false when gravity is zero here, which ends the interaction.
-    bool BeginEnvironment(EnvironmentFunction& environment, size_t& randomsNeeded);
-    /// The second half: drag, ground or buoyancy, damping. randoms holds the
-    /// numbers BeginEnvironment asked for.
-    void FinishEnvironment(EnvironmentFunction& environment, double dt, uint64_t const* randoms);
 
     glm::dvec3 linearVelocity{0.0};                              ///< m/s.
     glm::dvec3 angularVelocity{0.0};                             ///< rad/s, world frame.
@@ -175,9 +166,6 @@ public:
 
     /// Lowest friction met by static contacts this step; the resting limit.
     double restingLimit = 1.0;
-    /// The environment at the body's centre, asked at the start of its last interaction.
-    EnvironmentInfo environmentAnswer;
-    glm::dvec3 environmentCentre{0.0}; ///< Where environmentAnswer was asked.
 
 private:
     /// The constructor's part after Rigidbody's: the motion, the inertia and

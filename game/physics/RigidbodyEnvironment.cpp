@@ -338,31 +338,13 @@ public:
     }
 
     /// Step 1: gravity replaces the pending acceleration. False when gravity is
-    /// exactly zero: the interaction ends there. The answer stays with the body
-    /// for a Finish of a later pass.
+    /// exactly zero: the interaction ends there.
     bool Begin() {
         _centre = _body.GetPositionAtCenterOfBounds();
         _answer = Ask(_centre, AirAndSurfaceQuery, _body.radius * 0.5);
         _body.pendingAcceleration = FromEnvironment(_answer.gravity);
         return _answer.gravity != glm::dvec3(0.0);
     }
-
-    /// How many random numbers Finish takes: three for each collider that
-    /// samples the medium, which only a body away from the ground does.
-    size_t RandomsNeeded() const {
-        if (NearSurface() || !(_answer.density > 0.0)) return 0;
-        size_t count = 0;
-        for (ConvexMeshCollider const& collider : _body.colliders) {
-            glm::dvec3 const extent = Extents(collider);
-            if (extent.x * extent.y * extent.z > 0.0) count += 3;
-        }
-        return count;
-    }
-
-    /// Finish takes its random numbers from randoms instead of BuoyancyRandom.
-    void UseRandoms(uint64_t const* randoms) { _randoms = randoms; }
-    /// Where the next number would be taken from randoms.
-    uint64_t const* NextRandomAt() const { return _randoms; }
 
     /// Steps 2 to 5.
     void Finish() {
@@ -432,10 +414,8 @@ private:
     }
 
     /// Step 4: terrain contacts near the ground, buoyancy elsewhere.
-    bool NearSurface() const { return _answer.altitude - NearSurfaceRadii * _body.radius < 0.0; }
-
     void ColliderPass() {
-        bool const nearSurface = NearSurface();
+        bool const nearSurface = _answer.altitude - NearSurfaceRadii * _body.radius < 0.0;
         for (ConvexMeshCollider const& collider : _body.colliders) {
             glm::dmat4 const world = _body.GetTransform() * collider.transform;
             glm::dvec3 const centre = TransformPoint(world, BoxCenter(collider));
@@ -482,9 +462,10 @@ private:
         glm::dvec3 const extent = Extents(collider);
         double const boxVolume = extent.x * extent.y * extent.z;
         if (!(boxVolume > 0.0) || !(_answer.density > 0.0)) return;
+        std::mt19937_64& random = BuoyancyRandom();
         glm::dvec3 u(0.0);
         for (int axis = 0; axis < 3; ++axis)
-            u[axis] = static_cast<double>(static_cast<float>(NextRandom() >> 40) * 0x1.0p-24f); // [0, 0.99999994]
+            u[axis] = static_cast<double>(static_cast<float>(random() >> 40) * 0x1.0p-24f); // [0, 0.99999994]
         glm::dvec3 const low(collider.box_min);
         glm::dvec3 const high(collider.box_max);
         glm::dvec3 const point = TransformPoint(world, low + u * (high - low));
@@ -495,8 +476,6 @@ private:
         glm::dvec3 const impulse = -_body.pendingAcceleration * boxVolume * collider.fill * medium.density * _dt;
         ApplyMediumImpulse(impulse, centre - _body.position);
     }
-
-    uint64_t NextRandom() { return _randoms != nullptr ? *_randoms++ : BuoyancyRandom()(); }
 
     /// Step 5: a liquid damps the motion.
     void Damping() {
@@ -529,9 +508,8 @@ private:
     glm::dmat3 _fromEnvironment{1.0};
     EnvironmentFunction& _environment;
     double const _dt;
-    EnvironmentInfo& _answer = _body.environmentAnswer;
-    glm::dvec3& _centre = _body.environmentCentre;
-    uint64_t const* _randoms = nullptr; ///< Drawn ahead; null: drawn here.
+    EnvironmentInfo _answer;
+    glm::dvec3 _centre{0.0};
     glm::dvec3 _up{0.0};
     double _samples = 0.0;
     bool _touchedGround = false; // a collider met the ground this call
@@ -571,29 +549,7 @@ void DynamicRigidbody<T>::InteractWithEnvironmentFromParent(glm::dmat4 const& pa
     pass.Finish();
 }
 
-template <class T> bool DynamicRigidbody<T>::BeginEnvironment(EnvironmentFunction& environment, size_t& randomsNeeded) {
-    EnvironmentPass<T> pass(*this, nullptr, environment, 0.0);
-    randomsNeeded = 0;
-    if (!pass.Begin()) return false;
-    randomsNeeded = pass.RandomsNeeded();
-    return true;
-}
-
-template <class T>
-void DynamicRigidbody<T>::FinishEnvironment(EnvironmentFunction& environment, double dt, uint64_t const* randoms) {
-    EnvironmentPass<T> pass(*this, nullptr, environment, dt);
-    if (!aerodynamicSamples.empty()) NEROX_ASSERT(this->invMass > 0);
-    size_t const needed = pass.RandomsNeeded();
-    NEROX_ASSERT(needed == 0 || randoms != nullptr);
-    pass.UseRandoms(randoms);
-    pass.Finish();
-    NEROX_ASSERT(randoms == nullptr || pass.NextRandomAt() == randoms + needed);
-}
-
 template void DynamicRigidbody<entity::ServerSideEntity>::ComputeAerodynamicSurfaces(EnvironmentFunction&);
-template bool DynamicRigidbody<entity::ServerSideEntity>::BeginEnvironment(EnvironmentFunction&, size_t&);
-template void DynamicRigidbody<entity::ServerSideEntity>::FinishEnvironment(EnvironmentFunction&, double,
-                                                                            uint64_t const*);
 template void DynamicRigidbody<entity::ServerSideEntity>::InteractWithEnvironment(EnvironmentFunction&, double);
 template void DynamicRigidbody<entity::ServerSideEntity>::InteractWithEnvironmentFromParent(glm::dmat4 const&,
                                                                                             EnvironmentFunction&,

@@ -31,8 +31,8 @@ public:
     /// 0 or 1 every chunk runs on the caller.
     void SetThreads(size_t total);
 
-    /// While awake, the pool's threads wait for the next run busily, giving
-    /// their core to any other thread that wants it, instead of asleep: a run
+    /// While awake, the pool's threads wait for the next run busily, yielding
+    /// to the scheduler between looks, instead of asleep: a run
     /// then starts on them at once instead of after the wake-up of a sleeping
     /// thread, which can take longer than a short run. For a burst of runs;
     /// asleep again by default, and before SetThreads, Shutdown or the end.

@@ -93,8 +93,7 @@ TEST_F(PhysicsScenario, NothingMovesWithoutSubstepsOrWithoutEnvironment) {
 
 // Resting bodies drop out of the step; whatever happens to them, every body
 // must end exactly where it ends when the step walks them all. The sleeping
-// run splits its step over two threads, which must change nothing either,
-// buoyancy's random numbers in the air included.
+// run gives its step two threads, which must change nothing either.
 TEST_F(PhysicsScenario, SleepingBodiesAndThreadsChangeNoOutcome) {
     struct Outcome {
         std::vector<double> values; ///< Place, motion and rest of every entity, in id order.
@@ -220,6 +219,31 @@ TEST_P(PhysicsPile, EndStateIsPinnedAndSound) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, PhysicsPile, ::testing::Values(size_t{1}, size_t{2}));
+
+// The same pile dropped through the planet's air from higher up: buoyancy
+// draws its random numbers while the crates fall, on the thread that follows
+// the contacts when there are two.
+TEST(PhysicsPileInAir, EndsTheSameOnOneThreadAndOnTwo) {
+    testsupport::PhysicsWorld world{901, planet::Environment};
+    auto run = [&world](size_t threads) {
+        ServerSideEntity::physicsThreads = threads;
+        game::physics::SeedPhysicsRandom(1234);
+        std::mt19937_64 random(1000);
+        std::vector<ServerSideEntity::Ptr> crates;
+        for (int i = 0; i < 200; ++i) {
+            testsupport::BoxSpec box{.mass = 20.0, .id = game::entity::Id(0x54544E45ull, 0x0400000000000000ull + i)};
+            testsupport::PileCrate(i, random, box.position, box.orientation);
+            box.position.y += 4.0;
+            crates.push_back(world.AddBox(box));
+        }
+        world.Simulate(120);
+        uint64_t const hash = HashOfState(crates);
+        ServerSideEntity::DestroyAll();
+        ServerSideEntity::physicsThreads = 1;
+        return hash;
+    };
+    EXPECT_EQ(run(1), run(2));
+}
 
 TEST_F(PhysicsScenario, DebugShapesReachTheStagingBuffersOnlyWhenAskedFor) {
     world.AddBox({.size = {10.0, 1.0, 10.0}, .mass = 1000.0, .position = {0.0, 0.5, 0.0}, .dynamic = false});
