@@ -234,10 +234,12 @@ public:
     /// Ending of the temporary file that a save writes beside the real one.
     static constexpr char const* TemporaryExtension = ".tmp";
 
-    Id id;                                    ///< Identity; also the registry key.
+    // First, beside the fields of BaseEntity that the physics step reads of
+    // a resting body each step.
     bool physicsEnabled = false;              ///< Takes part in physics.
     double restTime = 0.0;                    ///< 0 awake, 1 or more at rest, 2 at rest since before loading.
     EnvironmentId environmentId = 0;          ///< Environment that acts on the entity.
+    Id id;                                    ///< Identity; also the registry key.
     EnvironmentId orbitEnvironmentId = 0;     ///< Environment orbited when environmentId is 0.
     bool aerodynamic = true;                  ///< Its rigid body feels air and water.
     bool deleteFilesOnDestroy = true;         ///< The destructor removes its state and checkpoint files.

@@ -100,14 +100,10 @@ private:
     size_t _used = 0;
 };
 
-/// A resting body left out of the step (see
-/// ServerSideEntity::restingBodiesSleep), with what it was put to sleep with:
-/// while the entity holds the same, its static record would be the same too.
-struct Sleeper {
-    ServerSideEntity::Ptr* slot = nullptr; ///< Its slot in the registry.
-    ServerSideEntity* entity = nullptr;
-    Id id;
-    uint32_t order = 0; ///< Its index in StepScratch::entities, the registry's order.
+/// What a resting body was put to sleep with: while its entity holds the
+/// same, its static record would be the same too.
+struct RestState {
+    ServerSideEntity const* entity = nullptr; ///< Null in a check of a sleeper woken already.
     EnvironmentId environment = 0;
     glm::dvec3 position{0.0};
     glm::dquat orientation{1.0, 0.0, 0.0, 0.0};
@@ -116,6 +112,16 @@ struct Sleeper {
     glm::dvec3 boundsMax{0.0};
     double restTime = 0.0;
     bool isDynamic = false;
+};
+
+/// A resting body left out of the step (see
+/// ServerSideEntity::restingBodiesSleep).
+struct Sleeper {
+    ServerSideEntity::Ptr* slot = nullptr; ///< Its slot in the registry.
+    ServerSideEntity* entity = nullptr;
+    Id id;
+    uint32_t order = 0;               ///< Its index in StepScratch::entities, the registry's order.
+    RestState state;                  ///< What it was put to sleep with.
     physics::Broadphase::Body sphere; ///< Its static record's bounding sphere.
     bool awake = false;               ///< Woken: leaves the list when it is next rebuilt.
     uint64_t recordStep = 0;          ///< The step that last gave it a static record,
@@ -156,6 +162,9 @@ struct StepScratch {
 
     // Resting bodies out of the step. Each list is in the registry's order.
     std::vector<Sleeper> sleepers;
+    /// Entry k: sleepers[k].state, listed again whenever sleepersChanged is
+    /// set, so that each step's check walks a short dense list.
+    std::vector<RestState> checks;
     std::unordered_map<Id, uint32_t> sleepingOrder; ///< Order of each sleeper.
     std::vector<uint8_t> asleep;                    ///< Per entity of entities: whether it sleeps.
     std::vector<uint32_t> awake;                    ///< The indices into entities of those that do not.
@@ -306,9 +315,15 @@ Group& GroupOf(StepScratch& step, GroupKey const& key, GroupKey& lastKey, Group*
 // static record for it, made then, and lists it among its near statics in
 // the registry's order, so the outcome is that of walking every body.
 
-/// Whether the sleeper's entity still holds what it was put to sleep with.
-/// The registry keeps its slots while its version stays (ListEntities).
-bool StillAsleep(Sleeper const& s) {
+/// What the entity holds now of what a sleeper is put to sleep with.
+RestState RestStateOf(ServerSideEntity const& e) {
+    return {&e,          e.environmentId, e.position, e.orientation, e.centerOfMass,
+            e.boundsMin, e.boundsMax,     e.restTime, e.isDynamic};
+}
+
+/// Whether the entity of s still holds what it was put to sleep with. The
+/// registry keeps its slots while its version stays (ListEntities).
+bool StillAsleep(RestState const& s) {
     ServerSideEntity const& e = *s.entity;
     return e.physicsEnabled && e.mass > 0.0 && e.environmentId == s.environment && !e.isComponent &&
         !e.parentEntity.IsSet() && !e.nodesDirty && e.isDynamic == s.isDynamic && e.restTime == s.restTime &&
@@ -316,15 +331,20 @@ bool StillAsleep(Sleeper const& s) {
         e.boundsMin == s.boundsMin && e.boundsMax == s.boundsMax;
 }
 
-/// Asks for what StillAsleep reads to be fetched into the cache: the
-/// entity's fields from mass to centerOfMass and from physicsEnabled to
-/// environmentId, which lie together.
-void PrefetchSleeper(Sleeper const& s) {
-    ServerSideEntity const* const e = s.entity;
-    for (void const* field : {static_cast<void const*>(&e->mass), static_cast<void const*>(&e->boundsMin),
-                              static_cast<void const*>(&e->centerOfMass), static_cast<void const*>(&e->physicsEnabled),
-                              static_cast<void const*>(&e->environmentId)})
-        __builtin_prefetch(field);
+/// Asks for what StillAsleep reads to be fetched into the cache: the three
+/// lines from the one where mass begins (see BaseEntity).
+void PrefetchSleeper(ServerSideEntity const* e) {
+    char const* const first = reinterpret_cast<char const*>(&e->mass);
+    for (int line = 0; line < 3; ++line) __builtin_prefetch(first + 64 * line);
+}
+
+/// Lists the sleepers' states anew for the checks, after the sleepers changed.
+void ListChecks(StepScratch& step) {
+    step.checks.clear();
+    for (Sleeper const& s : step.sleepers) {
+        step.checks.push_back(s.state);
+        if (s.awake) step.checks.back().entity = nullptr;
+    }
 }
 
 /// Wakes s: it leaves the sleepers at the next RebuildSleepingLists and is
@@ -388,11 +408,13 @@ void WakeChangedSleepers(StepScratch& step, bool sleeping) {
         }
         return;
     }
-    size_t const count = step.sleepers.size();
+    if (step.sleepersChanged) ListChecks(step);
+    size_t const count = step.checks.size();
     for (size_t k = 0; k < count; ++k) {
-        if (k + PrefetchAhead < count) PrefetchSleeper(step.sleepers[k + PrefetchAhead]);
-        Sleeper& s = step.sleepers[k];
-        if (!s.awake && !StillAsleep(s)) Wake(step, s);
+        if (k + PrefetchAhead < count && step.checks[k + PrefetchAhead].entity != nullptr)
+            PrefetchSleeper(step.checks[k + PrefetchAhead].entity);
+        RestState const& check = step.checks[k];
+        if (check.entity != nullptr && !StillAsleep(check)) Wake(step, step.sleepers[k]);
     }
 }
 
@@ -402,6 +424,7 @@ void RebuildSleepingLists(StepScratch& step) {
     if (!step.sleepersChanged) return;
     step.sleepersChanged = false;
     std::erase_if(step.sleepers, [](Sleeper const& s) { return s.awake; });
+    ListChecks(step);
     step.awake.clear();
     for (uint32_t i = 0; i < step.entities.size(); ++i) {
         if (step.asleep[i] == 0) step.awake.push_back(i);
@@ -414,7 +437,8 @@ void RebuildSleepingLists(StepScratch& step) {
     SleepingArea* area = nullptr;
     for (uint32_t k = 0; k < step.sleepers.size(); ++k) {
         Sleeper const& s = step.sleepers[k];
-        if (area == nullptr || step.sleepers[k - 1].environment != s.environment) area = &step.areas[s.environment];
+        EnvironmentId const environment = s.state.environment;
+        if (area == nullptr || step.sleepers[k - 1].state.environment != environment) area = &step.areas[environment];
         area->members.push_back(k);
         area->spheres.push_back(s.sphere);
     }
@@ -447,7 +471,7 @@ void WakeLookedUpSleepers(StepScratch& step) {
         Wake(step, *s);
         RecordOfSleeper(step, *s);
         uint32_t const record = s->record;
-        std::vector<uint32_t>& statics = step.groups[GroupKey{s->environment, Id{}}].statics;
+        std::vector<uint32_t>& statics = step.groups[GroupKey{s->state.environment, Id{}}].statics;
         auto const place =
             std::lower_bound(statics.begin(), statics.end(), s->order,
                              [&step](uint32_t index, uint32_t order) { return step.staticOrder[index] < order; });
@@ -470,14 +494,7 @@ void AddRestingCandidate(StepScratch& step, uint32_t order, ServerSideEntity& en
     s.entity = &entity;
     s.id = record.id;
     s.order = order;
-    s.environment = entity.environmentId;
-    s.position = entity.position;
-    s.orientation = entity.orientation;
-    s.centerOfMass = entity.centerOfMass;
-    s.boundsMin = entity.boundsMin;
-    s.boundsMax = entity.boundsMax;
-    s.restTime = entity.restTime;
-    s.isDynamic = entity.isDynamic;
+    s.state = RestStateOf(entity);
     s.sphere = {record.boundsWorldCenter, record.radius};
 }
 
@@ -487,7 +504,7 @@ void AddRestingCandidate(StepScratch& step, uint32_t order, ServerSideEntity& en
 void PutRestingBodiesToSleep(StepScratch& step) {
     size_t const before = step.sleepers.size();
     for (Sleeper const& s : step.restingCandidates) {
-        if (step.bodyIndex.contains(s.id) || !StillAsleep(s)) continue;
+        if (step.bodyIndex.contains(s.id) || !StillAsleep(s.state)) continue;
         step.sleepers.push_back(s);
         step.sleepingOrder[s.id] = s.order;
         step.asleep[s.order] = 1;
