@@ -162,14 +162,15 @@ struct StepScratch {
 
     // Resting bodies out of the step. Each list is in the registry's order.
     std::vector<Sleeper> sleepers;
-    /// Entry k: sleepers[k].state, listed again whenever sleepersChanged is
-    /// set, so that each step's check walks a short dense list.
+    /// Entry k: sleepers[k].state, with a null entity when that sleeper was
+    /// woken; listed again whenever sleepersChanged is set, so that each
+    /// step's check walks a short dense list.
     std::vector<RestState> checks;
     std::unordered_map<Id, uint32_t> sleepingOrder; ///< Order of each sleeper.
     std::vector<uint8_t> asleep;                    ///< Per entity of entities: whether it sleeps.
     std::vector<uint32_t> awake;                    ///< The indices into entities of those that do not.
     std::map<EnvironmentId, SleepingArea> areas;    ///< The sleepers by environment.
-    bool sleepersChanged = true;                    ///< awake and areas must be made again.
+    bool sleepersChanged = true;                    ///< checks, awake and areas must be made again.
     /// Statics of this step that may sleep from the next one, as the walk
     /// found them.
     std::vector<Sleeper> restingCandidates;
@@ -422,7 +423,6 @@ void WakeChangedSleepers(StepScratch& step, bool sleeping) {
 /// list of the walked entities and the areas again.
 void RebuildSleepingLists(StepScratch& step) {
     if (!step.sleepersChanged) return;
-    step.sleepersChanged = false;
     std::erase_if(step.sleepers, [](Sleeper const& s) { return s.awake; });
     ListChecks(step);
     step.awake.clear();
@@ -443,6 +443,7 @@ void RebuildSleepingLists(StepScratch& step) {
         area->spheres.push_back(s.sphere);
     }
     std::erase_if(step.areas, [](auto const& entry) { return entry.second.members.empty(); });
+    step.sleepersChanged = false; // last: a list left half made by an exception is made again
 }
 
 /// The static record of sleeper s in this step, made when it is first asked for.
