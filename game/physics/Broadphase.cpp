@@ -16,6 +16,18 @@ constexpr int64_t MaxCellsPerQuery = 64;
 constexpr double LargeRadiusFactor = 4.0;
 /// Cell coordinates are kept within this bound, far beyond any world.
 constexpr double MaxCellCoordinate = 1099511627776.0; // 2^40
+/// The cell is this much wider than the largest filed diameter. Below 2^40 a
+/// cell coordinate is off by less than 2^-12 after rounding, so two bodies
+/// that meet are always filed in neighbouring cells.
+constexpr double CellMargin = 1.001;
+/// Marks a body that is not filed in _bucketOf.
+constexpr uint32_t NotFiled = UINT32_MAX;
+
+/// The neighbours of a cell that come after it, by x, then y, then z: a
+/// pair of neighbouring cells is visited once, from the earlier of the two.
+constexpr int LaterNeighbours[13][3] = {{0, 0, 1},  {0, 1, -1}, {0, 1, 0},  {0, 1, 1}, {1, -1, -1},
+                                        {1, -1, 0}, {1, -1, 1}, {1, 0, -1}, {1, 0, 0}, {1, 0, 1},
+                                        {1, 1, -1}, {1, 1, 0},  {1, 1, 1}};
 
 uint64_t CellHash(int64_t x, int64_t y, int64_t z) {
     uint64_t key = static_cast<uint64_t>(x) * 0x9E3779B97F4A7C15ull;
@@ -49,47 +61,43 @@ void Broadphase::Build(std::vector<Body> const& grid) {
         limit = std::max(*middle * LargeRadiusFactor, 1e-9);
     }
 
-    _large.clear();
     _largestSmallRadius = 0.0;
-    for (uint32_t index = 0; index < grid.size(); ++index) {
-        Body const& body = grid[index];
-        if (!Finite(body) || body.radius > limit || !(std::abs(body.center.x) < MaxCellCoordinate) ||
-            !(std::abs(body.center.y) < MaxCellCoordinate) || !(std::abs(body.center.z) < MaxCellCoordinate))
-            _large.push_back(index);
-        else
-            _largestSmallRadius = std::max(_largestSmallRadius, body.radius);
+    for (Body const& body : grid) {
+        if (Finite(body) && body.radius <= limit) _largestSmallRadius = std::max(_largestSmallRadius, body.radius);
     }
-    _cellSize = std::max(2.0 * _largestSmallRadius, 1e-3);
+    _cellSize = std::max(2.0 * _largestSmallRadius * CellMargin, 1e-3);
 
-    size_t const filedCount = grid.size() - _large.size();
-    size_t const buckets = std::bit_ceil(std::max<size_t>(16, 2 * filedCount));
+    size_t const buckets = std::bit_ceil(std::max<size_t>(16, 2 * grid.size()));
     _bucketMask = buckets - 1;
     _bucketStart.assign(buckets + 1, 0);
     _bucketOf.resize(grid.size());
-    size_t largeAt = 0;
+    _cellOf.resize(grid.size());
+    _large.clear();
     for (uint32_t index = 0; index < grid.size(); ++index) {
-        if (largeAt < _large.size() && _large[largeAt] == index) {
-            ++largeAt;
+        Body const& body = grid[index];
+        glm::dvec3 const cell = glm::floor(body.center / _cellSize);
+        if (!Finite(body) || body.radius > limit || !(std::abs(cell.x) < MaxCellCoordinate) ||
+            !(std::abs(cell.y) < MaxCellCoordinate) || !(std::abs(cell.z) < MaxCellCoordinate)) {
+            _large.push_back(index);
+            _bucketOf[index] = NotFiled;
             continue;
         }
-        glm::dvec3 const cell = glm::floor(grid[index].center / _cellSize);
-        uint32_t const bucket = static_cast<uint32_t>(
-            CellHash(static_cast<int64_t>(cell.x), static_cast<int64_t>(cell.y), static_cast<int64_t>(cell.z)) &
-            _bucketMask);
+        Cell const at{static_cast<int64_t>(cell.x), static_cast<int64_t>(cell.y), static_cast<int64_t>(cell.z)};
+        uint32_t const bucket = static_cast<uint32_t>(CellHash(at.x, at.y, at.z) & _bucketMask);
+        _cellOf[index] = at;
         _bucketOf[index] = bucket;
         ++_bucketStart[bucket + 1];
     }
     for (size_t bucket = 0; bucket < buckets; ++bucket) _bucketStart[bucket + 1] += _bucketStart[bucket];
     // Filled in index order, so each bucket lists its bodies in ascending order.
-    _filed.resize(filedCount);
+    _filed.resize(grid.size() - _large.size());
+    _filedCells.resize(_filed.size());
     _cursor.assign(_bucketStart.begin(), _bucketStart.end() - 1);
-    largeAt = 0;
     for (uint32_t index = 0; index < grid.size(); ++index) {
-        if (largeAt < _large.size() && _large[largeAt] == index) {
-            ++largeAt;
-            continue;
-        }
-        _filed[_cursor[_bucketOf[index]]++] = index;
+        if (_bucketOf[index] == NotFiled) continue;
+        uint32_t const slot = _cursor[_bucketOf[index]]++;
+        _filed[slot] = index;
+        _filedCells[slot] = _cellOf[index];
     }
 }
 
@@ -147,10 +155,46 @@ void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& o
     uint32_t const count = static_cast<uint32_t>(bodies.size());
     if (count < 2) return;
     Build(bodies);
-    for (uint32_t i = 0; i + 1 < count; ++i) {
+
+    // Every pair once, in no order: a filed body meets the later ones of its
+    // own cell and those of the neighbouring cells after it (a filed body's
+    // diameter is less than the cell, so filed bodies that meet are in the
+    // same or neighbouring cells); a large one meets every body but the
+    // earlier large ones, which met it already.
+    _found.clear();
+    for (uint32_t i = 0; i < count; ++i) {
+        if (_bucketOf[i] == NotFiled) continue;
         Body const& a = bodies[i];
-        Collect(a, i + 1, count, [&](uint32_t j) { return Overlap(a, bodies[j]); });
-        for (uint32_t j : _hits) out.emplace_back(i, j);
+        Cell const home = _cellOf[i];
+        auto const visit = [&](Cell const& cell, uint32_t minimum) {
+            uint64_t const bucket = CellHash(cell.x, cell.y, cell.z) & _bucketMask;
+            for (uint32_t slot = _bucketStart[bucket]; slot < _bucketStart[bucket + 1]; ++slot) {
+                uint32_t const j = _filed[slot];
+                if (j < minimum || !(_filedCells[slot] == cell) || !Overlap(a, bodies[j])) continue;
+                _found.push_back(i < j ? Pair(i, j) : Pair(j, i));
+            }
+        };
+        visit(home, i + 1);
+        for (auto const& step : LaterNeighbours) visit({home.x + step[0], home.y + step[1], home.z + step[2]}, 0);
+    }
+    for (uint32_t i : _large) {
+        Body const& a = bodies[i];
+        for (uint32_t j = 0; j < count; ++j) {
+            if (j == i || (j < i && _bucketOf[j] == NotFiled) || !Overlap(a, bodies[j])) continue;
+            _found.push_back(i < j ? Pair(i, j) : Pair(j, i));
+        }
+    }
+
+    // Sorted by the first body (counting), then by the second within each.
+    _firstStart.assign(count + 1, 0);
+    for (Pair const& pair : _found) ++_firstStart[pair.first + 1];
+    for (uint32_t i = 0; i < count; ++i) _firstStart[i + 1] += _firstStart[i];
+    out.resize(_found.size());
+    _cursor.assign(_firstStart.begin(), _firstStart.end() - 1);
+    for (Pair const& pair : _found) out[_cursor[pair.first]++] = pair;
+    for (uint32_t i = 0; i < count; ++i) {
+        if (_firstStart[i + 1] - _firstStart[i] > 1)
+            std::sort(out.begin() + _firstStart[i], out.begin() + _firstStart[i + 1]);
     }
 }
 

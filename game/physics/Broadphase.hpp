@@ -9,9 +9,11 @@ namespace game::physics {
 
 /// Finds the pairs of spheres that overlap, without testing every pair: the
 /// spheres are filed by the grid cell of their centre in a hash table, and a
-/// sphere is compared only with those filed in the cells within its reach.
-/// Spheres much larger than the typical one are compared with everything. The result is exactly that of the full double loop,
-/// in the same order, so replacing the loop changes nothing downstream.
+/// sphere is compared only with those filed in the cells within its reach
+/// (FindPairs compares the spheres of neighbouring cells, each pair of cells
+/// once). Spheres much larger than the typical one are compared with
+/// everything. The result is exactly that of the full double loop, in the
+/// same order, so replacing the loop changes nothing downstream.
 /// Keeps its working memory between calls; not thread-safe.
 class Broadphase {
 public:
@@ -39,6 +41,11 @@ public:
     void FindFiledOverlaps(std::vector<Body> const& bodies, std::vector<Body> const& others, std::vector<Pair>& out);
 
 private:
+    /// Coordinates of a grid cell.
+    struct Cell {
+        int64_t x = 0, y = 0, z = 0;
+        bool operator==(Cell const&) const = default;
+    };
     /// Range of cells a query visits.
     struct CellRange {
         glm::i64vec3 low{0};
@@ -59,10 +66,14 @@ private:
     uint64_t _bucketMask = 0;           ///< Buckets - 1; the bucket count is a power of two.
     std::vector<uint32_t> _bucketStart; ///< Where each bucket's bodies begin in _filed (one more entry at the end).
     std::vector<uint32_t> _filed;       ///< Body indices grouped by bucket, ascending within each.
-    std::vector<uint32_t> _bucketOf;    ///< Bucket of each body; unused for large ones.
-    std::vector<uint32_t> _cursor;      ///< Next free place of each bucket while filing.
+    std::vector<uint32_t> _bucketOf;    ///< Bucket of each body; NotFiled for large ones.
+    std::vector<Cell> _cellOf;          ///< Cell of each filed body.
+    std::vector<Cell> _filedCells;      ///< Cell of each entry of _filed.
+    std::vector<uint32_t> _cursor;      ///< Next free place of each bucket (or first body) while filling.
     std::vector<uint32_t> _large;       ///< Bodies compared with every query.
     std::vector<uint32_t> _hits;
+    std::vector<Pair> _found;          ///< FindPairs' pairs before sorting.
+    std::vector<uint32_t> _firstStart; ///< Where each first body's pairs begin in the sorted list.
     std::vector<double> _radii;
 };
 

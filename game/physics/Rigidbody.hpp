@@ -179,18 +179,6 @@ private:
     bool VisitStaticPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC, PlacedHull const* hullC,
                          entity::ConvexMeshCollider const& d, glm::dmat4 const& frameD, PlacedHull const* hullD,
                          double dt, int depth);
-    /// Copies c and d, placed in the world, into _contactSelf and _contactOther.
-    void PlaceContactPair(entity::ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                          entity::ConvexMeshCollider const& d, glm::dmat4 const& worldD);
-
-    /// World-placed copies of the two colliders of a contact that has a
-    /// callback (without their callbacks); reused from pair to pair, they are
-    /// what contact callbacks receive as self and other. Contacts without a
-    /// callback are tested and answered from the colliders themselves.
-    entity::ConvexMeshCollider _contactSelf;
-    entity::ConvexMeshCollider _contactOther;
-    std::array<glm::dvec3, entity::ConvexMeshCollider::MaxVertices>
-        _supportPoints{}; ///< Support points of the last static contact.
 };
 
 } // namespace game::physics

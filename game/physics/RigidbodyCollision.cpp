@@ -106,14 +106,36 @@ void CopyPlaced(ConvexMeshCollider& to, ConvexMeshCollider const& from, glm::dma
     to.friction = from.friction;
 }
 
-} // namespace
+/// World-placed copies of the two colliders of a contact that has a callback
+/// (without their callbacks): what the callbacks receive as self and other.
+/// Contacts without a callback are tested and answered from the colliders
+/// themselves, so one pair per thread, reused from contact to contact, keeps
+/// the copies out of the bodies' records.
+struct PlacedContact {
+    ConvexMeshCollider self;
+    ConvexMeshCollider other;
+};
 
-template <class T>
-void DynamicRigidbody<T>::PlaceContactPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC,
-                                           ConvexMeshCollider const& d, glm::dmat4 const& worldD) {
-    CopyPlaced(_contactSelf, c, worldC);
-    CopyPlaced(_contactOther, d, worldD);
+/// This thread's PlacedContact, holding c and d placed by worldC and worldD.
+PlacedContact& PlaceContactPair(ConvexMeshCollider const& c, glm::dmat4 const& worldC, ConvexMeshCollider const& d,
+                                glm::dmat4 const& worldD) {
+    thread_local PlacedContact placed;
+    CopyPlaced(placed.self, c, worldC);
+    CopyPlaced(placed.other, d, worldD);
+    return placed;
 }
+
+/// Lets go of what the copies share with the colliders (their subColliders,
+/// which may hold a module's callbacks) once the callbacks are done.
+void LetGo(PlacedContact& placed) {
+    placed.self.subColliders.reset();
+    placed.other.subColliders.reset();
+}
+
+/// Support points of a static contact.
+using SupportPoints = std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>;
+
+} // namespace
 
 template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
     // Each double loop places this body's colliders once, with the body's
@@ -156,16 +178,17 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
                                           glm::vec4(1.0f, 1.0f, 0.0f, 1.0f)});
                 }
                 if (c.onContact || d.onContact) {
-                    PlaceContactPair(c, worldC, d, otherTransform * d.transform);
+                    PlacedContact& placed = PlaceContactPair(c, worldC, d, otherTransform * d.transform);
                     this->ForgetHulls();
                     other->ForgetHulls();
+                    if (d.onContact) {
+                        collision.normal = -collision.normal;
+                        d.onContact(other, placed.other, placed.self, collision, dt);
+                        collision.normal = -collision.normal;
+                    }
+                    if (c.onContact) c.onContact(this, placed.self, placed.other, collision, dt);
+                    LetGo(placed);
                 }
-                if (d.onContact) {
-                    collision.normal = -collision.normal;
-                    d.onContact(other, _contactOther, _contactSelf, collision, dt);
-                    collision.normal = -collision.normal;
-                }
-                if (c.onContact) c.onContact(this, _contactSelf, _contactOther, collision, dt);
                 if (collision.depth > 0.0) RespondToCollision(this, other, collision, c.friction * d.friction);
             }
         }
@@ -271,21 +294,24 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
                               glm::vec4(1.0f, 0.0f, 0.0f, 1.0f)});
     }
     bool counts = true;
+    PlacedContact* copies = nullptr;
     if (called) {
-        PlaceContactPair(c, worldC, d, worldD);
+        copies = &PlaceContactPair(c, worldC, d, worldD);
         this->ForgetHulls();
-        counts = c.onContact(this, _contactSelf, _contactOther, collision, dt);
+        counts = c.onContact(this, copies->self, copies->other, collision, dt);
     }
     if (counts) {
         // Every vertex that carries the contact is a support point, so that a
         // box lying flat on one other box finds the three it needs to rest.
         // After a callback the copies it saw (and may have changed) give them.
-        size_t const supports = called ? ContactSupportPoints(_contactSelf, _contactOther, collision, _supportPoints)
-            : placed                   ? ContactSupportPoints(*hullC, *hullD, collision, _supportPoints)
-                                       : ContactSupportPoints(c, worldC, d, worldD, collision, _supportPoints);
+        SupportPoints points;
+        size_t const supports = called ? ContactSupportPoints(copies->self, copies->other, collision, points)
+            : placed                   ? ContactSupportPoints(*hullC, *hullD, collision, points)
+                                       : ContactSupportPoints(c, worldC, d, worldD, collision, points);
         if (supports == 0) AddStaticContactPoint(collision.normal, collision.point);
-        for (size_t i = 0; i < supports; ++i) AddStaticContactPoint(collision.normal, _supportPoints[i]);
+        for (size_t i = 0; i < supports; ++i) AddStaticContactPoint(collision.normal, points[i]);
     }
+    if (copies != nullptr) LetGo(*copies);
     if (collision.depth > 0.0) {
         RespondToCollision(collision, c.friction * d.friction);
         restingLimit = std::min({restingLimit, c.friction, d.friction});

@@ -167,7 +167,6 @@ template <class T> void DynamicRigidbody<T>::LoadMotion(std::shared_ptr<T>& sour
     debugLines.clear();
     debugColliders.clear();
     aerodynamicSurfaces.clear();
-    // _contactSelf, _contactOther and _supportPoints are written before each use.
 }
 
 template <class T> void DynamicRigidbody<T>::Release() {
