@@ -17,8 +17,10 @@ constexpr double LargeRadiusFactor = 4.0;
 /// Cell coordinates are kept within this bound, far beyond any world.
 constexpr double MaxCellCoordinate = 1099511627776.0; // 2^40
 /// The cell is this much wider than the largest filed diameter. Below 2^40 a
-/// cell coordinate is off by less than 2^-12 after rounding, so two bodies
-/// that meet are always filed in neighbouring cells.
+/// cell coordinate is off by at most 2^-13 after rounding (2^40 * 2^-53), so
+/// by less than 2^-12 between two bodies, against a margin of about 1e-3
+/// cells: two filed bodies that meet are always in the same or neighbouring
+/// cells.
 constexpr double CellMargin = 1.001;
 /// Marks a body that is not filed in _bucketOf.
 constexpr uint32_t NotFiled = UINT32_MAX;
@@ -48,8 +50,10 @@ bool Finite(Broadphase::Body const& body) {
 } // namespace
 
 void Broadphase::Build(std::vector<Body> const& grid) {
-    // Bodies up to a few times the median radius are filed; the cell is twice
-    // the largest of them, so that a query looks at a few cells per axis.
+    // Bodies up to a few times the median radius are filed; the cell is a
+    // little over twice the largest of them (CellMargin), so that a query
+    // looks at a few cells per axis. Bodies whose cell lies beyond 2^40 are
+    // not filed either.
     _radii.clear();
     for (Body const& body : grid) {
         if (Finite(body)) _radii.push_back(body.radius);
@@ -152,13 +156,14 @@ template <class Accept> void Broadphase::Collect(Body const& query, uint32_t min
 
 void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& out) {
     out.clear();
+    NEROX_ASSERT(bodies.size() < NotFiled);
     uint32_t const count = static_cast<uint32_t>(bodies.size());
     if (count < 2) return;
     Build(bodies);
 
     // Every pair once, in no order: a filed body meets the later ones of its
-    // own cell and those of the neighbouring cells after it (a filed body's
-    // diameter is less than the cell, so filed bodies that meet are in the
+    // own cell and those of the neighbouring cells after it (two filed radii
+    // together are less than the cell, so filed bodies that meet are in the
     // same or neighbouring cells); a large one meets every body but the
     // earlier large ones, which met it already.
     _found.clear();
@@ -186,6 +191,7 @@ void Broadphase::FindPairs(std::vector<Body> const& bodies, std::vector<Pair>& o
     }
 
     // Sorted by the first body (counting), then by the second within each.
+    NEROX_ASSERT(_found.size() < UINT32_MAX);
     _firstStart.assign(count + 1, 0);
     for (Pair const& pair : _found) ++_firstStart[pair.first + 1];
     for (uint32_t i = 0; i < count; ++i) _firstStart[i + 1] += _firstStart[i];

@@ -53,7 +53,8 @@ private:
         bool everything = true; ///< Too many cells (or not finite): compare with every body.
     };
 
-    /// Files the small bodies of grid by the cell of their centre; the others go to _large.
+    /// Files the small bodies of grid by the cell of their centre; the others,
+    /// and those whose cell lies beyond 2^40, go to _large.
     void Build(std::vector<Body> const& grid);
     /// The cells within reach of a query sphere.
     CellRange RangeOf(Body const& query) const;
@@ -62,12 +63,12 @@ private:
     template <class Accept> void Collect(Body const& query, uint32_t minimum, uint32_t count, Accept&& accept);
 
     double _cellSize = 1.0;
-    double _largestSmallRadius = 0.0;   ///< Largest radius filed in the grid.
+    double _largestSmallRadius = 0.0;   ///< Largest radius small enough to be filed (at least every filed one's).
     uint64_t _bucketMask = 0;           ///< Buckets - 1; the bucket count is a power of two.
     std::vector<uint32_t> _bucketStart; ///< Where each bucket's bodies begin in _filed (one more entry at the end).
     std::vector<uint32_t> _filed;       ///< Body indices grouped by bucket, ascending within each.
     std::vector<uint32_t> _bucketOf;    ///< Bucket of each body; NotFiled for large ones.
-    std::vector<Cell> _cellOf;          ///< Cell of each filed body.
+    std::vector<Cell> _cellOf;          ///< Cell of each body; meaningful where _bucketOf is not NotFiled.
     std::vector<Cell> _filedCells;      ///< Cell of each entry of _filed.
     std::vector<uint32_t> _cursor;      ///< Next free place of each bucket (or first body) while filling.
     std::vector<uint32_t> _large;       ///< Bodies compared with every query.

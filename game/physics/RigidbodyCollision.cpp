@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include <glm/gtc/matrix_transform.hpp>
 
@@ -107,10 +108,10 @@ void CopyPlaced(ConvexMeshCollider& to, ConvexMeshCollider const& from, glm::dma
 }
 
 /// World-placed copies of the two colliders of a contact that has a callback
-/// (without their callbacks): what the callbacks receive as self and other.
-/// Contacts without a callback are tested and answered from the colliders
-/// themselves, so one pair per thread, reused from contact to contact, keeps
-/// the copies out of the bodies' records.
+/// (without their callbacks): what the callbacks receive as self and other,
+/// valid only while they run. Contacts without a callback are tested and
+/// answered from the colliders themselves, so one pair per thread, reused
+/// from contact to contact, keeps the copies out of the bodies' records.
 struct PlacedContact {
     ConvexMeshCollider self;
     ConvexMeshCollider other;
@@ -125,12 +126,24 @@ PlacedContact& PlaceContactPair(ConvexMeshCollider const& c, glm::dmat4 const& w
     return placed;
 }
 
-/// Lets go of what the copies share with the colliders (their subColliders,
-/// which may hold a module's callbacks) once the callbacks are done.
-void LetGo(PlacedContact& placed) {
-    placed.self.subColliders.reset();
-    placed.other.subColliders.reset();
-}
+/// Lets go, when it goes out of scope (a callback may throw), of what the
+/// copies hold of a module's: the subColliders they share with the colliders
+/// and any callback that a callback set on them.
+class LetGoOfCopies {
+public:
+    explicit LetGoOfCopies(PlacedContact& placed) : _placed(placed) { }
+    ~LetGoOfCopies() {
+        for (ConvexMeshCollider* copy : {&_placed.self, &_placed.other}) {
+            copy->subColliders.reset();
+            copy->onContact = nullptr;
+        }
+    }
+    LetGoOfCopies(LetGoOfCopies const&) = delete;
+    LetGoOfCopies& operator=(LetGoOfCopies const&) = delete;
+
+private:
+    PlacedContact& _placed;
+};
 
 /// Support points of a static contact.
 using SupportPoints = std::array<glm::dvec3, ConvexMeshCollider::MaxVertices>;
@@ -179,6 +192,7 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
                 }
                 if (c.onContact || d.onContact) {
                     PlacedContact& placed = PlaceContactPair(c, worldC, d, otherTransform * d.transform);
+                    LetGoOfCopies const letGo(placed);
                     this->ForgetHulls();
                     other->ForgetHulls();
                     if (d.onContact) {
@@ -187,7 +201,6 @@ template <class T> void DynamicRigidbody<T>::CollisionDetection(double dt) {
                         collision.normal = -collision.normal;
                     }
                     if (c.onContact) c.onContact(this, placed.self, placed.other, collision, dt);
-                    LetGo(placed);
                 }
                 if (collision.depth > 0.0) RespondToCollision(this, other, collision, c.friction * d.friction);
             }
@@ -295,8 +308,10 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
     }
     bool counts = true;
     PlacedContact* copies = nullptr;
+    std::optional<LetGoOfCopies> letGo;
     if (called) {
         copies = &PlaceContactPair(c, worldC, d, worldD);
+        letGo.emplace(*copies);
         this->ForgetHulls();
         counts = c.onContact(this, copies->self, copies->other, collision, dt);
     }
@@ -311,7 +326,6 @@ bool DynamicRigidbody<T>::VisitStaticPair(ConvexMeshCollider const& c, glm::dmat
         if (supports == 0) AddStaticContactPoint(collision.normal, collision.point);
         for (size_t i = 0; i < supports; ++i) AddStaticContactPoint(collision.normal, points[i]);
     }
-    if (copies != nullptr) LetGo(*copies);
     if (collision.depth > 0.0) {
         RespondToCollision(collision, c.friction * d.friction);
         restingLimit = std::min({restingLimit, c.friction, d.friction});
