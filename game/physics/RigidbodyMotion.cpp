@@ -90,7 +90,10 @@ template <class T> void Rigidbody<T>::ComputeBounds() {
 }
 
 template <class T> glm::dmat4 Rigidbody<T>::GetTransform() const {
-    return glm::translate(glm::dmat4(1.0), position) * glm::mat4_cast(orientation);
+    // translate(position) * mat4_cast(orientation), without the product.
+    glm::dmat4 transform = glm::mat4_cast(orientation);
+    transform[3] = glm::dvec4(position, 1.0);
+    return transform;
 }
 
 template <class T> glm::dmat4 const& Rigidbody<T>::PlaceHulls() {
